@@ -1,0 +1,169 @@
+// The peaks of one data trace: an owned array of QXPeakTableElement records with a
+// remembered sort order, a cursor for filtered iteration, range and nearest-peak queries,
+// a text dump and archive storage. Peak finding fills it; an empty table has no peaks,
+// sort method 0 (apex x) and cursor 0.
+//
+//   QXPeakTable table;
+//   table.AddPeak(QXPeakTableElement(500.27, 1200.0, 42));
+//   long i = table.GetPeakNearest(500.0, 0);          // -1 for an empty table
+//   QXPeakTableElement* best = table.GetPeakInRange(499.0, 502.0, 0, nullptr, 0);
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/platform/QXObject.h"
+
+namespace qxpkutil {
+
+class QXUserPkLabels;
+class SNPeakCalc;
+class ResCalcPeakCalc;
+
+class QXPeakTable : public QXObject {
+ public:
+  static const QXRuntimeClass classQXPeakTable;
+
+  QXPeakTable();
+  QXPeakTable(const QXPeakTable& src);
+  QXPeakTable& operator=(const QXPeakTable& src);
+  ~QXPeakTable() override;
+
+  const QXRuntimeClass* GetRuntimeClass() const override { return &classQXPeakTable; }
+
+  // ---- Container (index convention: -1 is the last peak; others must be 0..count-1) ----
+  long GetNumPeaks() const { return static_cast<long>(m_arrPeaks.size()); }
+  // Appends a full copy (flags, label and spare values included); sort method becomes -1.
+  void AddPeak(const QXPeakTableElement& peak);
+  // Appends `peak` itself and takes ownership (null is ignored); sort method becomes -1.
+  void AddPeak(QXPeakTableElement* peak);
+  // Appends a peak built from the first sixteen record values; flags 0x100, label empty.
+  void AddPeak(double apexX, double apexY, std::uint32_t apexIndex, double leftX, double leftY,
+               std::uint32_t leftIndex, double rightX, double rightY, std::uint32_t rightIndex,
+               double centroidX, double area, double centroidLeftX, double centroidLeftY,
+               double centroidRightX, double centroidRightY, int charge);
+  // Overwrites those sixteen values of peak `index` and zeroes its spare values; flags,
+  // label and the sort method stay. Nothing happens for an invalid index.
+  void SetPeak(double apexX, double apexY, std::uint32_t apexIndex, double leftX, double leftY,
+               std::uint32_t leftIndex, double rightX, double rightY, std::uint32_t rightIndex,
+               double centroidX, double area, double centroidLeftX, double centroidLeftY,
+               double centroidRightX, double centroidRightY, int charge, long index);
+  // The peak (still owned by the table), or null for an invalid index.
+  QXPeakTableElement* GetPeak(long index) const;
+  // Takes the peak out without deleting it; null for an invalid index.
+  std::unique_ptr<QXPeakTableElement> RemovePeak(long index);
+  // Deletes the peak and closes the gap; 1 on success, 0 for an invalid index.
+  int DeletePeak(long index);
+  // Deletes every peak; the sort method and cursor stay as they were.
+  void DeleteAllPeaks();
+  // Writes apex x and apex intensity; 1 on success, 0 (outputs untouched) for a bad index.
+  int GetPeakApex(double* x, double* y, long index) const;
+
+  // ---- Queries ----
+  void RestartFilteredPeak() { m_nFilterPos = 0; }
+  // The next peak from the cursor on that passes the filter, or null at the end.
+  QXPeakTableElement* GetNextFilteredPeak(unsigned long flags, const tagQXPeakFilterStruct* filter);
+  // Index of the peak nearest to `x` (ties to the lower index), -1 for an empty table.
+  // Sorts the table by apex x first.
+  long GetPeakNearest(double x, int bCentroid);
+  // The most intense matching peak with x1 <= key <= x2 (lowest index among equals), or
+  // null. `x2` == kQXUnsetValue means no upper limit: the peak nearest `x1` is returned
+  // unfiltered. Moves the filtered-iteration cursor past the peak found.
+  QXPeakTableElement* GetPeakInRange(double x1, double x2, unsigned long flags,
+                                     const tagQXPeakFilterStruct* filter, int bCentroid);
+  // Every matching peak with x1 <= key <= x2, in table order (none when `x2` is
+  // kQXUnsetValue). The pointers stay owned by the table; the cursor is not moved.
+  void GetAllPeaksInRange(std::vector<QXPeakTableElement*>& out, double x1, double x2,
+                          unsigned long flags, const tagQXPeakFilterStruct* filter, int bCentroid);
+  // True when some peak's apex x satisfies x1 <= x < x2.
+  bool IsPeakInRegion(double x1, double x2) const;
+
+  // ---- Order ----
+  // Sorts ascending by apex x (method 0) or apex intensity (any other method), unless the
+  // table is already marked with `method`.
+  void SortPeakTable(int method);
+  int GetSortMethod() const { return m_nSortMethod; }
+  // Of each run of adjacent peaks with exactly equal apex x, keeps only the last one.
+  void RemoveDuplicatedPeaks();
+  // Assigns `src` to this table; does nothing for a null source or this table itself.
+  void CopyPeakTable(const QXPeakTable* src);
+
+  // ---- Output ----
+  // Writes the "# Peaks" count line, the header and one tab-separated line per peak;
+  // returns silently when `path` cannot be opened.
+  void DumpToFile(const char* path) const;
+  // The count in the archive's count encoding, then each element as a tagged object
+  // with its 96-byte body. Loading creates the elements; bad bytes leave the table empty
+  // and the archive failed.
+  void Serialize(QXArchive& ar) override;
+
+  // ---- Peak finding: moving-mean scan ----
+  long FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
+                 double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
+                 double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
+                 double dCentroidPct, int nIntegrationMethod, int bMassProcessing,
+                 int nMaxCharge, int nMaxIsotopes, double dMinRatio, double dMaxRatio,
+                 int bFinish, double dStartX, double dEndX, int bGaussFit);
+  long FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n, double dAreaScale,
+                 double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
+                 double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
+                 double dCentroidPct, int nIntegrationMethod);
+
+  // ---- Peak finding: centroid-spectrum path ----
+  long FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
+                 double dDivisor, double dPctCentroid, int nIntegrateMethod, int bMassProcessing,
+                 int nMaxCharge, int nMaxIsotope, double dRelMinIntensity,
+                 double dRelMaxIntensity, int bFinish, double dRangeStart, double dRangeEnd,
+                 int bGaussFit);
+  long BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
+                              double dThreshold, int nMaxCharge, int nMaxIsotope,
+                              double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
+                              double dRangeStart, double dRangeEnd);
+
+  // ---- Calculators ----
+  int DoSignalToNoiseOnList(const double* x, const double* y, std::uint32_t n, SNPeakCalc* calc);
+  int DoResCalcOnList(const double* x, const double* y, ResCalcPeakCalc* calc);
+
+  // ---- User labels ----
+  void MatchUserPeakLabels(QXUserPkLabels* labels, int bCentroid, unsigned long filterFlags,
+                           const tagQXPeakFilterStruct* filter);
+  void ClearUserPeakLabels();
+
+ protected:
+  // Sorting primitives; keys follow the current sort method.
+  void QuickSort(long first, long count);
+  void Sort3Peaks(int a, int b, int c);
+  void Swap3Peaks(int a, int b, int c);
+  void SwapPeaks(int a, int b);
+
+  // Centroiding and integration of the peaks already in the table.
+  void CentroidPeaks(const double* x, const double* y, std::uint32_t n, double dCentroidPct);
+  void CentroidPeaks(const float* x, const std::uint32_t* y, std::uint32_t n, double dCentroidPct);
+  void IntegratePeaks(const double* x, const double* y, int nBaselineMode);
+  // Charge states and isotope series marks.
+  void ProcessMassPeak(int nMaxCharge, int nMaxIsotopes, double dMinRatio, double dMaxRatio);
+
+  // Centroid-spectrum path helpers.
+  long CentroidFindPeaks(const double* x, const double* y, std::uint32_t n, double dRangeStart,
+                         double dRangeEnd, double dThreshold, double dDivisor, double dPctCentroid);
+  int FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t from, std::uint32_t to,
+                   long bPlainMax, long& index, double dThreshold) const;
+  long ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct, long left,
+                       long right, double& centroidX, double& area, double& leftX,
+                       double& leftY, double& rightX, double& rightY) const;
+
+  // Key of the element under the current sort method.
+  double SortKey(const QXPeakTableElement* peak) const {
+    return m_nSortMethod == 0 ? peak->m_dApexX : peak->m_dApexY;
+  }
+  // Resolves the -1 index convention; -1 when `index` is invalid.
+  long ResolveIndex(long index) const;
+
+  std::vector<std::unique_ptr<QXPeakTableElement>> m_arrPeaks;
+  int m_nSortMethod = 0;
+  int m_nFilterPos = 0;
+};
+
+}  // namespace qxpkutil

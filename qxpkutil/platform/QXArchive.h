@@ -1,0 +1,88 @@
+// Object archive in the byte layout of the original framework's documents: little-endian
+// integers and IEEE doubles, the 16/32-bit count encoding, and object references tagged
+// by class (new-class tag 0xFFFF with schema word and class name, 0x8000|index class
+// back-references, object back-references, 0 for null).
+//
+//   std::ostringstream bytes;
+//   { QXArchive ar(bytes); table.Serialize(ar); }      // bytes complete once `ar` is gone
+//   std::istringstream in(bytes.str());
+//   QXArchive load(in); copy.Serialize(load); if (load.Failed()) { ... }
+//
+// A loading archive never reads past the end of its stream: truncated or malformed bytes
+// set Failed(), leave the destination of the failing read untouched, and every later read
+// fails too.
+#pragma once
+
+#include <cstdint>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "qxpkutil/platform/QXObject.h"
+
+namespace qxpkutil {
+
+class QXArchive {
+ public:
+  explicit QXArchive(std::ostream& out);  // a storing archive
+  explicit QXArchive(std::istream& in);   // a loading archive
+  ~QXArchive();                           // flushes a storing archive
+  QXArchive(const QXArchive&) = delete;
+  QXArchive& operator=(const QXArchive&) = delete;
+
+  bool IsStoring() const { return m_out != nullptr; }
+  bool IsLoading() const { return m_in != nullptr; }
+  // True once a read met truncated or malformed bytes, or a write failed.
+  bool Failed() const { return m_failed; }
+  // Marks the archive failed (used by objects whose bodies are inconsistent).
+  void SetFailed() { m_failed = true; }
+  void Flush();
+
+  QXArchive& operator<<(double v);
+  QXArchive& operator<<(float v);
+  QXArchive& operator<<(std::int32_t v);
+  QXArchive& operator<<(std::uint32_t v);
+  QXArchive& operator<<(std::int16_t v);
+  QXArchive& operator<<(std::uint16_t v);
+  QXArchive& operator<<(std::uint8_t v);
+  QXArchive& operator>>(double& v);
+  QXArchive& operator>>(float& v);
+  QXArchive& operator>>(std::int32_t& v);
+  QXArchive& operator>>(std::uint32_t& v);
+  QXArchive& operator>>(std::int16_t& v);
+  QXArchive& operator>>(std::uint16_t& v);
+  QXArchive& operator>>(std::uint8_t& v);
+
+  // Count encoding: a 16-bit count, or 0xFFFF followed by a 32-bit count.
+  void WriteCount(std::uint32_t count);
+  // The count, or 0 with Failed() set on bad bytes.
+  std::uint32_t ReadCount();
+
+  // Writes a reference to `object`: 0x0000 for null, an object back-reference when the
+  // object was written before, else its class tag followed by its Serialize body.
+  void WriteObject(const QXObject* object);
+  // Reads a reference to a new object of class `expected` (its name must match), made by
+  // `create` and filled by its Serialize. Null references, back-references, other classes
+  // and bad bytes give nullptr; all but a null reference also set Failed().
+  [[nodiscard]] std::unique_ptr<QXObject> ReadNewObject(const QXRuntimeClass* expected,
+                                                        QXObject* (*create)());
+
+ private:
+  void WriteBytes(const void* data, std::size_t size);
+  bool ReadBytes(void* data, std::size_t size);
+  void WriteClass(const QXRuntimeClass* cls);
+
+  std::ostream* m_out = nullptr;
+  std::istream* m_in = nullptr;
+  bool m_failed = false;
+  // Storing: map index of each class and object written (0 is the null reference).
+  std::unordered_map<const void*, std::uint32_t> m_storeMap;
+  // Loading: what each map index refers to, by class name for class entries.
+  std::vector<std::string> m_loadClassNames;
+  std::uint32_t m_mapCount = 1;
+};
+
+}  // namespace qxpkutil

@@ -1,0 +1,36 @@
+// The library's string table (ids 24700 to 24741) and the sink through which user
+// messages are shown and yes/no questions asked. Without a sink, messages go nowhere
+// and every question is answered No.
+//
+//   struct Console : QXMessageSink { ... };
+//   Console console; QXSetMessageSink(&console);
+//   QXShowMessage(24725, QXLoadString(24725));
+#pragma once
+
+#include <string>
+
+namespace qxpkutil {
+
+inline constexpr int kQXFirstStringId = 24700;
+inline constexpr int kQXLastStringId = 24741;
+
+// The text of string `id`; empty for ids outside the table.
+std::string QXLoadString(int id);
+
+class QXMessageSink {
+ public:
+  virtual ~QXMessageSink() = default;
+  // Shows `text` (the final, formatted message) with an OK button.
+  virtual void ShowMessage(int id, const std::string& text) = 0;
+  // Asks a yes/no question; true means Yes.
+  virtual bool AskYesNo(int id, const std::string& text) = 0;
+};
+
+// Installs `sink` (nullptr removes it).
+void QXSetMessageSink(QXMessageSink* sink);
+QXMessageSink* QXGetMessageSink();
+// Forward to the installed sink; without one, nothing is shown and the answer is No.
+void QXShowMessage(int id, const std::string& text);
+bool QXAskYesNo(int id, const std::string& text);
+
+}  // namespace qxpkutil

@@ -1,0 +1,10 @@
+// Umbrella header: the whole public API of qxpkutil.
+#pragma once
+
+#include "qxpkutil/platform/QXArchive.h"
+#include "qxpkutil/platform/QXMessages.h"
+#include "qxpkutil/platform/QXObject.h"
+#include "qxpkutil/platform/QXProfile.h"
+#include "qxpkutil/platform/QXTypes.h"
+#include "qxpkutil/peaks/QXPeakTable.h"
+#include "qxpkutil/peaks/QXPeakTableElement.h"
