@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace qxpkutil {
