@@ -158,6 +158,9 @@ class QXPeakTable : public QXObject {
   double SortKey(const QXPeakTableElement* peak) const {
     return m_nSortMethod == 0 ? peak->m_dApexX : peak->m_dApexY;
   }
+  // Index bounds lo..hi of the peaks a range query looks at (x1, x2 put in order); false
+  // for an empty table or an absent upper limit.
+  bool FindRangeIndices(double& x1, double& x2, int bCentroid, long& lo, long& hi);
   // Resolves the -1 index convention; -1 when `index` is invalid.
   long ResolveIndex(long index) const;
 
