@@ -24,16 +24,23 @@ bool QXWriteFileAtomically(const std::string& path, std::string_view content) {
   if (path.empty()) return false;
   namespace fs = std::filesystem;
   std::error_code ec;
-  const fs::file_status status = fs::status(path, ec);
+  // A link is followed, so that the file it points to is replaced, not the link.
+  std::string target = path;
+  if (fs::is_symlink(fs::symlink_status(path, ec))) {
+    const fs::path resolved = fs::weakly_canonical(path, ec);
+    if (ec) return false;
+    target = resolved.string();
+  }
+  const fs::file_status status = fs::status(target, ec);
   if (!ec && fs::exists(status) && !fs::is_regular_file(status)) {
     if (fs::is_directory(status)) return false;
-    std::FILE* file = std::fopen(path.c_str(), "w");
+    std::FILE* file = std::fopen(target.c_str(), "w");
     if (file == nullptr) return false;
     const bool written = WriteAll(file, content);
     return std::fclose(file) == 0 && written;
   }
 
-  std::string temp = path + ".tmp-XXXXXX";
+  std::string temp = target + ".tmp-XXXXXX";
   const int fd = ::mkstemp(temp.data());
   if (fd < 0) return false;
   std::FILE* file = ::fdopen(fd, "w");
@@ -49,7 +56,7 @@ bool QXWriteFileAtomically(const std::string& path, std::string_view content) {
     const mode_t mask = ::umask(0);
     ::umask(mask);
     fs::permissions(temp, static_cast<fs::perms>(0666 & ~mask), ec);
-    fs::rename(temp, path, ec);
+    fs::rename(temp, target, ec);
     ok = !ec;
   }
   if (!ok) ::unlink(temp.c_str());
