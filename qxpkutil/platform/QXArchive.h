@@ -13,6 +13,7 @@
 // fails too.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <istream>
 #include <memory>
@@ -35,10 +36,14 @@ class QXArchive {
 
   bool IsStoring() const { return m_out != nullptr; }
   bool IsLoading() const { return m_in != nullptr; }
-  // True once a read met truncated or malformed bytes, or a write failed.
+  // True once a read met truncated or malformed bytes, a write failed, or an operation
+  // of the other direction was called. Stored bytes are buffered, so a failing stream
+  // shows here at the latest after Flush().
   bool Failed() const { return m_failed; }
   // Marks the archive failed (used by objects whose bodies are inconsistent).
   void SetFailed() { m_failed = true; }
+  // Hands the buffered bytes of a storing archive to its stream and flushes it; sets
+  // Failed() when the stream refuses them. Does nothing on a loading archive.
   void Flush();
 
   QXArchive& operator<<(double v);
@@ -58,30 +63,48 @@ class QXArchive {
 
   // Count encoding: a 16-bit count, or 0xFFFF followed by a 32-bit count.
   void WriteCount(std::uint32_t count);
-  // The count, or 0 with Failed() set on bad bytes.
+  // The count, or 0 with Failed() set on bad bytes. The count is not checked against the
+  // bytes that follow: grow containers as elements arrive rather than reserving it.
   std::uint32_t ReadCount();
 
   // Writes a reference to `object`: 0x0000 for null, an object back-reference when the
-  // object was written before, else its class tag followed by its Serialize body.
+  // object was written before, else its class tag followed by its Serialize body. A class
+  // without a name, or with one longer than 65535 bytes, sets Failed() and writes nothing.
   void WriteObject(const QXObject* object);
   // Reads a reference to a new object of class `expected` (its name must match), made by
   // `create` and filled by its Serialize. Null references, back-references, other classes
-  // and bad bytes give nullptr; all but a null reference also set Failed().
+  // and bad bytes give nullptr; all but a null reference also set Failed(). The class's
+  // schema word must match the stored one, as the framework required of unversioned
+  // classes. An object whose body failed to load is destroyed, never returned.
   [[nodiscard]] std::unique_ptr<QXObject> ReadNewObject(const QXRuntimeClass* expected,
                                                         QXObject* (*create)());
 
  private:
+  // Scalars travel as their bit pattern in little-endian byte order.
+  template <typename T>
+  QXArchive& Put(T value);
+  template <typename T>
+  QXArchive& Get(T& value);
+  // Map tags: an index below 0x7FFF in one 16-bit word, else 0x7FFF and a 32-bit word.
+  void WriteTag(std::uint32_t index, bool isClass);
+  void WriteClass(const QXRuntimeClass* cls);
+  bool ReadClass(std::uint16_t word, const QXRuntimeClass* expected);
+  bool MapStored(const void* key);
+  bool MapLoaded(const QXRuntimeClass* cls);
   void WriteBytes(const void* data, std::size_t size);
   bool ReadBytes(void* data, std::size_t size);
-  void WriteClass(const QXRuntimeClass* cls);
+  void DrainBuffer();
 
   std::ostream* m_out = nullptr;
   std::istream* m_in = nullptr;
   bool m_failed = false;
-  // Storing: map index of each class and object written (0 is the null reference).
+  // Storing: bytes not yet handed to the stream.
+  std::vector<char> m_buffer;
+  // Storing: map index of each class record and object written (0 is the null reference).
   std::unordered_map<const void*, std::uint32_t> m_storeMap;
-  // Loading: what each map index refers to, by class name for class entries.
-  std::vector<std::string> m_loadClassNames;
+  // Loading: entry i is map index i + 1; the class record of a class entry, null for an
+  // object entry. Loaded objects are owned by the caller, so the map never points at them.
+  std::vector<const QXRuntimeClass*> m_loadMap;
   std::uint32_t m_mapCount = 1;
 };
 

@@ -14,6 +14,20 @@ namespace qxpkutil {
 inline constexpr int kQXFirstStringId = 24700;
 inline constexpr int kQXLastStringId = 24741;
 
+// Texts the library shows, with their printf arguments where they take any. The table's
+// other ids hold short texts for the setup dialogs (label files, ranges, settings).
+inline constexpr int kQXMsgCombineBothSides = 24700;      // %.1f lo, %.1f hi, %d range
+inline constexpr int kQXMsgRangeNegative = 24701;
+inline constexpr int kQXMsgLeftEdgeNotLeft = 24702;
+inline constexpr int kQXMsgCombineOneSide = 24704;        // %s, %.1f, %s, %d, %d, %d
+inline constexpr int kQXMsgRangeReversed = 24705;
+inline constexpr int kQXMsgLabelFileHeader = 24706;       // the label file's header line
+inline constexpr int kQXMsgLabelFileReadError = 24707;
+inline constexpr int kQXMsgInvalidRange = 24710;          // %lf lo, %lf hi
+inline constexpr int kQXMsgLabelFileWriteError = 24715;
+inline constexpr int kQXMsgLabelFileOpenError = 24725;
+inline constexpr int kQXMsgLabelListDiffers = 24730;
+
 // The text of string `id`; empty for ids outside the table.
 std::string QXLoadString(int id);
 
