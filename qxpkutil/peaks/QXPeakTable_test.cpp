@@ -1,0 +1,296 @@
+#include "qxpkutil/peaks/QXPeakTable.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <vector>
+
+#include "qxpkutil/platform/QXArchive.h"
+#include "qxpkutil/platform/QXTypes.h"
+
+namespace qxpkutil {
+namespace {
+
+// Reaches the protected sorting primitives.
+class SortableTable : public QXPeakTable {
+ public:
+  using QXPeakTable::QuickSort;
+  using QXPeakTable::Sort3Peaks;
+};
+
+// A table whose peaks have the given apex x values; apex y defaults to 10 * (index + 1).
+template <class Table = QXPeakTable>
+Table MakeTable(const std::vector<double>& xs, std::vector<double> ys = {}) {
+  Table t;
+  for (std::size_t i = 0; i < xs.size(); ++i) {
+    const double y = i < ys.size() ? ys[i] : 10.0 * static_cast<double>(i + 1);
+    t.AddPeak(QXPeakTableElement(xs[i], y, static_cast<std::uint32_t>(i)));
+  }
+  return t;
+}
+
+std::vector<std::uint32_t> ApexIndices(const QXPeakTable& t) {
+  std::vector<std::uint32_t> ids;
+  for (long i = 0; i < t.GetNumPeaks(); ++i) ids.push_back(t.GetPeak(i)->m_nApexIndex);
+  return ids;
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST(QXPeakTable, IndexConventionAndOwnership) {
+  QXPeakTable t;
+  EXPECT_EQ(t.RemovePeak(-1), nullptr);
+  EXPECT_EQ(t.GetPeak(-1), nullptr);
+  EXPECT_EQ(t.DeletePeak(0), 0);
+  double x = 7, y = 7;
+  EXPECT_EQ(t.GetPeakApex(&x, &y, 0), 0);
+  EXPECT_EQ(x, 7);
+
+  t = MakeTable({1, 2, 3});
+  EXPECT_EQ(t.GetSortMethod(), -1);
+  EXPECT_EQ(t.GetPeak(-1)->m_dApexX, 3);
+  EXPECT_EQ(t.DeletePeak(3), 0);
+  EXPECT_EQ(t.GetPeakApex(&x, &y, 1), 1);
+  EXPECT_EQ(x, 2);
+  EXPECT_EQ(y, 20);
+  std::unique_ptr<QXPeakTableElement> removed = t.RemovePeak(0);
+  ASSERT_NE(removed, nullptr);
+  EXPECT_EQ(removed->m_dApexX, 1);
+  EXPECT_EQ(t.DeletePeak(-1), 1);
+  EXPECT_EQ(t.GetNumPeaks(), 1);
+  t.SetPeak(9, 90, 4, 0, 0, 0, 0, 0, 0, 9.5, 1, 0, 0, 0, 0, 2, -1);
+  EXPECT_EQ(t.GetPeak(0)->m_dCentroidX, 9.5);
+  EXPECT_EQ(t.GetPeak(0)->m_nCharge, 2);
+  t.AddPeak(static_cast<QXPeakTableElement*>(nullptr));
+  EXPECT_EQ(t.GetNumPeaks(), 1);
+}
+
+// The three-key primitive never exchanges equal keys: (2,2,1) -> (1,2a,2b) and
+// (2,1,1) -> (1b,1c,2a).
+TEST(QXPeakTable, Sort3PeaksKeepsEqualKeysInTheirOrder) {
+  struct Case {
+    std::vector<double> keys;
+    std::vector<std::uint32_t> order;
+  };
+  const Case cases[] = {{{2, 2, 1}, {2, 0, 1}}, {{2, 1, 1}, {1, 2, 0}}, {{1, 1, 1}, {0, 1, 2}},
+                        {{3, 2, 1}, {2, 1, 0}}, {{2, 3, 1}, {2, 0, 1}}, {{1, 3, 2}, {0, 2, 1}},
+                        {{2, 1, 3}, {1, 0, 2}}, {{3, 1, 2}, {1, 2, 0}}, {{1, 2, 2}, {0, 1, 2}}};
+  for (const Case& c : cases) {
+    SortableTable t = MakeTable<SortableTable>(c.keys);
+    t.SortPeakTable(0);
+    EXPECT_EQ(ApexIndices(t), c.order) << c.keys[0] << c.keys[1] << c.keys[2];
+  }
+}
+
+TEST(QXPeakTable, QuickSortOrdersLargeRandomTablesLikeStdSort) {
+  std::mt19937 rng(7);
+  for (int size : {0, 1, 2, 3, 4, 5, 17, 250, 10007}) {
+    for (int distinct : {3, 1000000}) {  // many ties, then almost none
+      std::uniform_int_distribution<int> pick(0, distinct);
+      std::vector<double> xs(size), ys(size);
+      for (int i = 0; i < size; ++i) {
+        xs[i] = pick(rng);
+        ys[i] = pick(rng);
+      }
+      for (int method : {0, 1}) {
+        QXPeakTable t = MakeTable(xs, ys);
+        t.SortPeakTable(method);
+        std::vector<double> keys = method == 0 ? xs : ys;
+        std::sort(keys.begin(), keys.end());
+        for (int i = 0; i < size; ++i) {
+          const QXPeakTableElement* p = t.GetPeak(i);
+          ASSERT_EQ(method == 0 ? p->m_dApexX : p->m_dApexY, keys[i]) << size << " at " << i;
+        }
+        EXPECT_EQ(t.GetSortMethod(), method);
+      }
+    }
+  }
+}
+
+TEST(QXPeakTable, SortTrustsTheStoredMethod) {
+  QXPeakTable t = MakeTable({1, 2, 3}, {30, 20, 10});
+  t.SortPeakTable(1);
+  EXPECT_EQ(t.GetPeak(0)->m_dApexY, 10);
+  t.GetPeak(0)->m_dApexY = 99;  // out of order now, but still marked as sorted by intensity
+  t.SortPeakTable(1);
+  EXPECT_EQ(t.GetPeak(0)->m_dApexY, 99);
+}
+
+TEST(QXPeakTable, SortingSurvivesNaNKeys) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  QXPeakTable t = MakeTable({5, nan, 1, nan, 3, 2, nan, 4});
+  t.SortPeakTable(0);
+  EXPECT_EQ(t.GetNumPeaks(), 8);
+  EXPECT_GE(t.GetPeakNearest(2.2, 0), 0);
+}
+
+TEST(QXPeakTable, NearestPeak) {
+  QXPeakTable empty;
+  EXPECT_EQ(empty.GetPeakNearest(3, 0), -1);
+  QXPeakTable one = MakeTable({5});
+  EXPECT_EQ(one.GetPeakNearest(-100, 0), 0);
+  EXPECT_EQ(one.GetPeakNearest(100, 0), 0);
+
+  QXPeakTable t = MakeTable({30, 10, 20}, {1, 3, 2});
+  t.SortPeakTable(1);
+  EXPECT_EQ(t.GetPeakNearest(15, 0), 0);  // halfway: the lower index, after re-sorting by x
+  EXPECT_EQ(t.GetSortMethod(), 0);
+  EXPECT_EQ(t.GetPeak(0)->m_dApexX, 10);
+  EXPECT_EQ(t.GetPeakNearest(16, 0), 1);
+  EXPECT_EQ(t.GetPeakNearest(1e9, 0), 2);
+  EXPECT_EQ(t.GetPeakNearest(-1e9, 0), 0);
+  t.GetPeak(1)->m_dCentroidX = 25;
+  EXPECT_EQ(t.GetPeakNearest(24, 1), 1);  // centroid keys
+}
+
+TEST(QXPeakTable, PeakInRange) {
+  // Intensities: x=1:50, 2:80, 3:80, 4:20, 5:90
+  QXPeakTable t = MakeTable({1, 2, 3, 4, 5}, {50, 80, 80, 20, 90});
+  EXPECT_EQ(t.GetPeakInRange(1.5, 3.5, 0, nullptr, 0)->m_dApexX, 2);  // equal: lower index
+  EXPECT_EQ(t.GetPeakInRange(3.5, 1.5, 0, nullptr, 0)->m_dApexX, 2);  // reversed bounds
+  EXPECT_EQ(t.GetPeakInRange(1, 5, 0, nullptr, 0)->m_dApexX, 5);     // ends inclusive
+  EXPECT_EQ(t.GetPeakInRange(5.1, 9, 0, nullptr, 0), nullptr);
+  EXPECT_EQ(t.GetPeakInRange(3.2, 3.8, 0, nullptr, 0), nullptr);
+
+  tagQXPeakFilterStruct filter{};
+  filter.dMinIntensity = 60;
+  EXPECT_EQ(t.GetPeakInRange(3.6, 4.4, 0x40, &filter, 0), nullptr);
+  // No upper limit: the nearest peak, unfiltered.
+  QXPeakTableElement* p = t.GetPeakInRange(3.9, kQXUnsetValue, 0x40, &filter, 0);
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(p->m_dApexX, 4);
+
+  // The cursor continues after the peak found.
+  t.RestartFilteredPeak();
+  ASSERT_NE(t.GetPeakInRange(2.5, 3.5, 0, nullptr, 0), nullptr);
+  EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr)->m_dApexX, 4);
+  EXPECT_EQ(t.GetNextFilteredPeak(0x40, &filter)->m_dApexX, 5);
+  EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr), nullptr);
+  EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr), nullptr);
+  t.RestartFilteredPeak();
+  EXPECT_EQ(t.GetNextFilteredPeak(0x40, &filter)->m_dApexX, 2);
+}
+
+TEST(QXPeakTable, AllPeaksInRange) {
+  QXPeakTable t = MakeTable({1, 2, 3, 4, 5}, {50, 80, 80, 20, 90});
+  tagQXPeakFilterStruct filter{};
+  filter.dMinIntensity = 60;
+  std::vector<QXPeakTableElement*> out{nullptr};
+  t.GetAllPeaksInRange(out, 5, 2, 0x40, &filter, 0);
+  ASSERT_EQ(out.size(), 3u);
+  EXPECT_EQ(out[0]->m_dApexX, 2);
+  EXPECT_EQ(out[2]->m_dApexX, 5);
+  t.GetAllPeaksInRange(out, 2, kQXUnsetValue, 0, nullptr, 0);
+  EXPECT_TRUE(out.empty());
+  t.GetAllPeaksInRange(out, 2.5, 2.6, 0, nullptr, 0);
+  EXPECT_TRUE(out.empty());
+}
+
+TEST(QXPeakTable, RegionIsHalfOpen) {
+  const QXPeakTable t = MakeTable({2, 4});
+  EXPECT_TRUE(t.IsPeakInRegion(2, 3));
+  EXPECT_FALSE(t.IsPeakInRegion(1, 2));
+  EXPECT_FALSE(QXPeakTable().IsPeakInRegion(0, 10));
+}
+
+TEST(QXPeakTable, RemoveDuplicatedPeaksKeepsTheLastOfEachRun) {
+  QXPeakTable t = MakeTable({1, 2, 2, 2, 3, 3});
+  t.RemoveDuplicatedPeaks();
+  EXPECT_EQ(ApexIndices(t), (std::vector<std::uint32_t>{0, 3, 5}));
+}
+
+TEST(QXPeakTable, AssignmentIsDeepAndKeepsTheTargetCursor) {
+  QXPeakTable src = MakeTable({1, 2});
+  src.GetPeak(0)->m_strLabel = "y3";
+  src.GetPeak(0)->m_dwFlags |= kQXPeakLabelled;
+  src.GetPeak(1)->m_dExtra2 = 4.5;
+  src.SortPeakTable(1);
+
+  QXPeakTable dst = MakeTable({7, 8, 9});
+  dst.GetNextFilteredPeak(0, nullptr);
+  dst.CopyPeakTable(&src);
+  EXPECT_EQ(dst.GetNumPeaks(), 2);
+  EXPECT_EQ(dst.GetSortMethod(), 1);
+  EXPECT_EQ(dst.GetPeak(0)->m_strLabel, "y3");
+  EXPECT_EQ(dst.GetPeak(0)->m_dwFlags, kQXPeakNormal | kQXPeakLabelled);
+  EXPECT_EQ(dst.GetPeak(1)->m_dExtra2, 4.5);
+  EXPECT_NE(dst.GetPeak(0), src.GetPeak(0));
+  EXPECT_EQ(dst.GetNextFilteredPeak(0, nullptr)->m_dApexX, 2);  // cursor stayed at 1
+  dst.GetPeak(0)->m_dApexX = -5;
+  EXPECT_EQ(src.GetPeak(0)->m_dApexX, 1);
+  dst.CopyPeakTable(&dst);
+  dst.CopyPeakTable(nullptr);
+  EXPECT_EQ(dst.GetNumPeaks(), 2);
+}
+
+TEST(QXPeakTable, DumpWritesTheCountHeaderAndOneLinePerPeak) {
+  const auto dir = std::filesystem::path(::testing::TempDir()) / "qxpeaktable_dump";
+  std::filesystem::create_directories(dir);
+  const std::string header =
+      "Apex Mass\tIntensity\tLeftBound X\tLeftBound Y\tRightBound X\tRightBound Y\t Area\t"
+      "Centroid Mass\tCentroidLeft X\tCentroid Left Y\tCentroid Right X\tCentroid Right Y\n";
+  QXPeakTable t;
+  t.DumpToFile((dir / "empty.txt").c_str());
+  EXPECT_EQ(ReadFile(dir / "empty.txt"), "# Peaks\t0\n" + header);
+
+  t.AddPeak(QXPeakTableElement(500.25, 1e3, 1, 499.5, 2, 0, 501, 3, 2, 500.125, 42.5, 499.75,
+                               4, 500.75, 5));
+  t.DumpToFile((dir / "one.txt").c_str());
+  EXPECT_EQ(ReadFile(dir / "one.txt"),
+            "# Peaks\t1\n" + header +
+                "500.250000\t1000.000000\t499.500000\t2.000000\t501.000000\t3.000000\t"
+                "42.500000\t500.125000\t499.750000\t4.000000\t500.750000\t5.000000\n");
+  t.DumpToFile((dir / "missing" / "x.txt").c_str());  // silently nothing
+  EXPECT_FALSE(std::filesystem::exists(dir / "missing"));
+}
+
+std::string StoreTable(QXPeakTable& t) {
+  std::ostringstream out;
+  {
+    QXArchive ar(out);
+    t.Serialize(ar);
+  }
+  return out.str();
+}
+
+TEST(QXPeakTable, ArchiveRoundTripAndTruncation) {
+  QXPeakTable t = MakeTable({3, 1, 2});
+  t.GetPeak(1)->m_dArea = 12.5;
+  const std::string bytes = StoreTable(t);
+  // count, first element: new-class tag, schema, name; later ones: a class back-reference.
+  ASSERT_EQ(bytes.size(), 2u + (2 + 2 + 2 + 18) + 96 + 2 * (2 + 96));
+
+  QXPeakTable loaded = MakeTable({9});
+  {
+    std::istringstream in(bytes);
+    QXArchive ar(in);
+    loaded.Serialize(ar);
+    EXPECT_FALSE(ar.Failed());
+  }
+  ASSERT_EQ(loaded.GetNumPeaks(), 3);
+  for (long i = 0; i < 3; ++i) {
+    EXPECT_EQ(loaded.GetPeak(i)->m_dApexX, t.GetPeak(i)->m_dApexX);
+    EXPECT_EQ(loaded.GetPeak(i)->m_dApexY, t.GetPeak(i)->m_dApexY);
+    EXPECT_EQ(loaded.GetPeak(i)->m_dArea, t.GetPeak(i)->m_dArea);
+  }
+  EXPECT_EQ(StoreTable(loaded), bytes);
+
+  for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
+    QXPeakTable partial = MakeTable({9});
+    std::istringstream in(bytes.substr(0, cut));
+    QXArchive ar(in);
+    partial.Serialize(ar);
+    EXPECT_TRUE(ar.Failed()) << cut;
+    EXPECT_EQ(partial.GetNumPeaks(), 0) << cut;
+  }
+}
+
+}  // namespace
+}  // namespace qxpkutil
