@@ -8,3 +8,4 @@
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/labels/QXUserPkLabels.h"
