@@ -8,4 +8,7 @@
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/numeric/QXDataExpUtils.h"
+#include "qxpkutil/numeric/QXMatrixAlloc.h"
+#include "qxpkutil/numeric/QXXYData.h"
 #include "qxpkutil/labels/QXUserPkLabels.h"
