@@ -1,0 +1,39 @@
+// Internal to the numeric sources (not part of the public API): the accumulator type and
+// the Gaussian kernel that NormGaussMean and SmoothData share.
+#pragma once
+
+namespace qxpkutil::numeric_detail {
+
+// Sums are accumulated in the widest floating type the platform offers.
+using Wide = long double;
+
+// The weights to apply to a window and the divisor of their weighted sum.
+struct GaussKernel {
+  const double* weights = nullptr;
+  int count = 0;
+  double divisor = 1.0;
+};
+
+// The kernel for window width `w`, following NormGaussMean's selection rule. False when no
+// kernel exists for `w` or memory for it cannot be had. The weights stay valid until the
+// next selection on this thread or DeleteGaussTable.
+bool SelectGaussKernel(int w, GaussKernel& kernel);
+
+// Σ weights[k]·v[k] over the kernel, divided by its divisor; the innermost loop of peak
+// finding. Four partial sums keep the adds from waiting on one another.
+template <class T>
+double ApplyGaussKernel(const GaussKernel& kernel, const T* v) {
+  const double* weights = kernel.weights;
+  Wide s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+  int k = 0;
+  for (; k + 4 <= kernel.count; k += 4) {
+    s0 += static_cast<Wide>(weights[k]) * static_cast<double>(v[k]);
+    s1 += static_cast<Wide>(weights[k + 1]) * static_cast<double>(v[k + 1]);
+    s2 += static_cast<Wide>(weights[k + 2]) * static_cast<double>(v[k + 2]);
+    s3 += static_cast<Wide>(weights[k + 3]) * static_cast<double>(v[k + 3]);
+  }
+  for (; k < kernel.count; ++k) s0 += static_cast<Wide>(weights[k]) * static_cast<double>(v[k]);
+  return static_cast<double>(((s0 + s1) + (s2 + s3)) / kernel.divisor);
+}
+
+}  // namespace qxpkutil::numeric_detail
