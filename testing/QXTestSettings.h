@@ -1,0 +1,24 @@
+// Detection settings for tests: every field of a QXPeakDetectSetting as one tuple that
+// gtest compares and prints, so a test can say "equal to a default setting" in one line.
+//
+//   EXPECT_EQ(qxpkutil::testing::SettingFields(a), qxpkutil::testing::SettingFields(b));
+#pragma once
+
+#include <tuple>
+
+#include "qxpkutil/settings/QXPeakDetectSetting.h"
+
+namespace qxpkutil::testing {
+
+// The fields in the order of QXPeakTableList::GetAllDetectionSettings.
+inline auto SettingFields(const QXPeakDetectSetting& s) {
+  return std::make_tuple(s.GetRangeX1(), s.GetRangeX2(), s.GetRelThreshold(),
+                         s.GetAbsThreshold(), s.GetFilterType(), s.GetFilterWidth(),
+                         s.GetFilterInc(), s.GetMinPeakArea(), s.GetPctPeakArea(),
+                         s.GetMinPeakWidth(), s.GetMaxPeakWidth(), s.GetAutoPeakWidth(),
+                         s.GetNoiseThreshold(), s.GetIntegratedMethod(), s.GetPctCentroid(),
+                         s.GetDivisor(), s.GetMaxCharge(), s.GetMaxIsotope(),
+                         s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity());
+}
+
+}  // namespace qxpkutil::testing
