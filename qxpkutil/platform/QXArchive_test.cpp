@@ -1,0 +1,320 @@
+#include "qxpkutil/platform/QXArchive.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+namespace qxpkutil {
+namespace {
+
+// A record with a 96-byte body of twelve doubles, like a stored peak.
+class TestPeak : public QXObject {
+ public:
+  static const QXRuntimeClass classTestPeak;
+  static QXObject* Create() { return new TestPeak(); }
+  const QXRuntimeClass* GetRuntimeClass() const override { return &classTestPeak; }
+  void Serialize(QXArchive& ar) override {
+    for (double& v : values) ar.IsStoring() ? void(ar << v) : void(ar >> v);
+  }
+  double values[12] = {};
+};
+const QXRuntimeClass TestPeak::classTestPeak{"QXTestPeak", kQXNoSchema, &QXObject::classQXObject};
+
+// A record with a one-byte body, for archives with many map entries.
+class TestByte : public QXObject {
+ public:
+  static const QXRuntimeClass classTestByte;
+  static QXObject* Create() { return new TestByte(); }
+  const QXRuntimeClass* GetRuntimeClass() const override { return &classTestByte; }
+  void Serialize(QXArchive& ar) override { ar.IsStoring() ? void(ar << value) : void(ar >> value); }
+  std::uint8_t value = 0;
+};
+const QXRuntimeClass TestByte::classTestByte{"QXTestByte", 1, &QXObject::classQXObject};
+
+// Little-endian bytes assembled by hand, independently of the archive.
+struct Bytes {
+  std::string s;
+  Bytes& U16(std::uint16_t v) { return Le(v, 2); }
+  Bytes& U32(std::uint32_t v) { return Le(v, 4); }
+  Bytes& F64(double v) { return Le(std::bit_cast<std::uint64_t>(v), 8); }
+  Bytes& Text(std::string_view t) { s += t; return *this; }
+  Bytes& Le(std::uint64_t v, int n) {
+    for (int i = 0; i < n; ++i) s += static_cast<char>((v >> (8 * i)) & 0xFF);
+    return *this;
+  }
+  Bytes& NewClass(std::uint16_t schema, std::string_view name) {
+    return U16(0xFFFF).U16(schema).U16(static_cast<std::uint16_t>(name.size())).Text(name);
+  }
+  Bytes& PeakBody(double first) {
+    for (int i = 0; i < 12; ++i) F64(first + i);
+    return *this;
+  }
+};
+
+template <typename Fn>
+std::string Store(Fn&& write) {
+  std::ostringstream out;
+  {
+    QXArchive ar(out);
+    write(ar);
+  }
+  return out.str();
+}
+
+TestPeak MakePeak(double first) {
+  TestPeak p;
+  for (int i = 0; i < 12; ++i) p.values[i] = first + i;
+  return p;
+}
+
+TEST(QXArchive, ScalarsAreLittleEndianAndRoundTripBitExactly) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::string bytes = Store([&](QXArchive& ar) {
+    ar << 1.0 << -0.0 << nan << std::numeric_limits<double>::denorm_min() << 1.5f
+       << std::int32_t{-2} << std::uint32_t{0x01020304} << std::int16_t{-32768}
+       << std::uint16_t{0xBEEF} << std::uint8_t{0xAB};
+  });
+  const std::string expected = Bytes{}
+                                   .F64(1.0)
+                                   .F64(-0.0)
+                                   .F64(nan)
+                                   .F64(std::numeric_limits<double>::denorm_min())
+                                   .Le(std::bit_cast<std::uint32_t>(1.5f), 4)
+                                   .U32(0xFFFFFFFE)
+                                   .Text("\x04\x03\x02\x01")
+                                   .U16(0x8000)
+                                   .Text("\xEF\xBE\xAB")
+                                   .s;
+  EXPECT_EQ(bytes, expected);
+
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  double one, negZero, readNan, denorm;
+  float f;
+  std::int32_t i32;
+  std::uint32_t u32;
+  std::int16_t i16;
+  std::uint16_t u16;
+  std::uint8_t u8;
+  ar >> one >> negZero >> readNan >> denorm >> f >> i32 >> u32 >> i16 >> u16 >> u8;
+  ASSERT_FALSE(ar.Failed());
+  EXPECT_EQ(one, 1.0);
+  EXPECT_TRUE(std::signbit(negZero));
+  EXPECT_EQ(std::bit_cast<std::uint64_t>(readNan), std::bit_cast<std::uint64_t>(nan));
+  EXPECT_EQ(denorm, std::numeric_limits<double>::denorm_min());
+  EXPECT_EQ(f, 1.5f);
+  EXPECT_EQ(i32, -2);
+  EXPECT_EQ(u32, 0x01020304u);
+  EXPECT_EQ(i16, -32768);
+  EXPECT_EQ(u16, 0xBEEF);
+  EXPECT_EQ(u8, 0xAB);
+}
+
+class QXArchiveCount : public ::testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(QXArchiveCount, UsesTheShortFormBelow0xFFFFAndRoundTrips) {
+  const std::uint32_t count = GetParam();
+  const std::string bytes = Store([&](QXArchive& ar) { ar.WriteCount(count); });
+  const std::string expected =
+      count < 0xFFFF ? Bytes{}.U16(static_cast<std::uint16_t>(count)).s : Bytes{}.U16(0xFFFF).U32(count).s;
+  EXPECT_EQ(bytes, expected);
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  EXPECT_EQ(ar.ReadCount(), count);
+  EXPECT_FALSE(ar.Failed());
+}
+
+INSTANTIATE_TEST_SUITE_P(Edges, QXArchiveCount,
+                         ::testing::Values(0u, 1u, 0xFFFEu, 0xFFFFu, 0x10000u, 0xFFFFFFFFu));
+
+// Two elements as the framework lays them out: a count, the new-class record, the first
+// body, a class back-reference (class 1, so 0x8001) and the second body.
+const std::string kTwoPeaks =
+    Bytes{}.U16(2).NewClass(0xFFFF, "QXTestPeak").PeakBody(10).U16(0x8001).PeakBody(20).s;
+
+TEST(QXArchive, StoresObjectsInTheFrameworkLayout) {
+  const TestPeak a = MakePeak(10), b = MakePeak(20);
+  EXPECT_EQ(Store([&](QXArchive& ar) {
+              ar.WriteCount(2);
+              ar.WriteObject(&a);
+              ar.WriteObject(&b);
+            }),
+            kTwoPeaks);
+}
+
+TEST(QXArchive, ReadsHandBuiltObjectsBack) {
+  std::istringstream in(kTwoPeaks);
+  QXArchive ar(in);
+  ASSERT_EQ(ar.ReadCount(), 2u);
+  for (double first : {10.0, 20.0}) {
+    auto object = ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create);
+    ASSERT_NE(object, nullptr);
+    ASSERT_TRUE(object->IsKindOf(&TestPeak::classTestPeak));
+    const auto& peak = static_cast<const TestPeak&>(*object);
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(peak.values[i], first + i);
+  }
+  EXPECT_FALSE(ar.Failed());
+  EXPECT_EQ(in.rdbuf()->sgetc(), std::char_traits<char>::eof());
+}
+
+TEST(QXArchive, NullReferenceIsOneZeroWordAndReadsAsNullWithoutFailure) {
+  const std::string bytes = Store([](QXArchive& ar) { ar.WriteObject(nullptr); });
+  EXPECT_EQ(bytes, Bytes{}.U16(0).s);
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
+  EXPECT_FALSE(ar.Failed());
+}
+
+TEST(QXArchive, ObjectWrittenTwiceBecomesABackReferenceThatCannotBeReadAsNew) {
+  const TestPeak a = MakePeak(1);
+  const std::string bytes = Store([&](QXArchive& ar) {
+    ar.WriteObject(&a);
+    ar.WriteObject(&a);
+  });
+  // Class 1, object 2.
+  EXPECT_EQ(bytes, Bytes{}.NewClass(0xFFFF, "QXTestPeak").PeakBody(1).U16(2).s);
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  EXPECT_NE(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
+  EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
+  EXPECT_TRUE(ar.Failed());
+}
+
+// Past 0x7FFE map entries, class and object references take the 0x7FFF + 32-bit form.
+TEST(QXArchive, BigMapIndicesUseTheLongTagsBothWays) {
+  std::vector<TestByte> many(0x7FFF);  // class 1, objects 2..0x8000
+  TestPeak late1 = MakePeak(5), late2 = MakePeak(6);  // class 0x8001, objects 0x8002, 0x8003
+  const std::string bytes = Store([&](QXArchive& ar) {
+    for (auto& object : many) ar.WriteObject(&object);
+    ar.WriteObject(&late1);
+    ar.WriteObject(&late2);
+    ar.WriteObject(&late1);
+  });
+  // The first small object carries the class record; each later one a 0x8001 class tag.
+  const std::size_t lateStart = Bytes{}.NewClass(1, "QXTestByte").s.size() + 1 + (many.size() - 1) * 3;
+  const std::string tail = Bytes{}
+                               .NewClass(0xFFFF, "QXTestPeak")
+                               .PeakBody(5)
+                               .U16(0x7FFF)
+                               .U32(0x80008001u)
+                               .PeakBody(6)
+                               .U16(0x7FFF)
+                               .U32(0x8002u)
+                               .s;
+  ASSERT_EQ(bytes.size(), lateStart + tail.size());
+  EXPECT_EQ(bytes.substr(lateStart), tail);
+
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  for (std::size_t i = 0; i < many.size(); ++i) {
+    ASSERT_NE(ar.ReadNewObject(&TestByte::classTestByte, &TestByte::Create), nullptr) << i;
+  }
+  for (double first : {5.0, 6.0}) {
+    auto object = ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create);
+    ASSERT_NE(object, nullptr);
+    EXPECT_EQ(static_cast<const TestPeak&>(*object).values[11], first + 11);
+  }
+  EXPECT_FALSE(ar.Failed());
+}
+
+struct Malformed {
+  const char* name;
+  std::string bytes;
+  int validFirst = 0;  // objects that read fine before the bad one
+};
+
+class QXArchiveMalformed : public ::testing::TestWithParam<Malformed> {};
+
+TEST_P(QXArchiveMalformed, FailsWithoutAnObject) {
+  std::istringstream in(GetParam().bytes);
+  QXArchive ar(in);
+  for (int i = 0; i < GetParam().validFirst; ++i) {
+    ASSERT_NE(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
+  }
+  EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
+  EXPECT_TRUE(ar.Failed());
+  double untouched = 7.0;
+  ar >> untouched;
+  EXPECT_EQ(untouched, 7.0);
+}
+
+const std::string kOnePeak = Bytes{}.NewClass(0xFFFF, "QXTestPeak").PeakBody(0).s;
+
+INSTANTIATE_TEST_SUITE_P(
+    Bytes, QXArchiveMalformed,
+    ::testing::Values(
+        Malformed{"Empty", ""}, Malformed{"OddByte", "\xFF"},
+        Malformed{"UnknownClassIndex", kOnePeak + Bytes{}.U16(0x8005).PeakBody(0).s, 1},
+        Malformed{"ClassIndexZero", Bytes{}.U16(0x8000).PeakBody(0).s},
+        Malformed{"ClassIndexNamingAnObject", kOnePeak + Bytes{}.U16(0x8002).PeakBody(0).s, 1},
+        Malformed{"BigUnknownClassIndex", Bytes{}.U16(0x7FFF).U32(0xFFFFFFFF).PeakBody(0).s},
+        Malformed{"BigObjectIndex", Bytes{}.U16(0x7FFF).U32(1).PeakBody(0).s},
+        Malformed{"UnknownObjectIndex", Bytes{}.U16(0x0005).s},
+        Malformed{"OtherClassSameLength", Bytes{}.NewClass(0xFFFF, "QXTestPeaK").PeakBody(0).s},
+        Malformed{"OtherClassOtherLength", Bytes{}.NewClass(0xFFFF, "QXPeakTable").PeakBody(0).s},
+        Malformed{"OtherSchema", Bytes{}.NewClass(2, "QXTestPeak").PeakBody(0).s},
+        Malformed{"NameLongerThanTheStream", Bytes{}.U16(0xFFFF).U16(0xFFFF).U16(0xFFFF).Text("QX").s}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(QXArchive, HostileNameLengthIsRejectedBeforeAnyNameByteIsRead) {
+  const std::string bytes = Bytes{}.U16(0xFFFF).U16(0xFFFF).U16(0xFFFF).Text(std::string(100, 'x')).s;
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
+  EXPECT_EQ(in.tellg(), 6);  // tag, schema and length only
+}
+
+TEST(QXArchive, EveryTruncatedPrefixFailsCleanly) {
+  for (std::size_t n = 0; n < kTwoPeaks.size(); ++n) {
+    std::istringstream in(kTwoPeaks.substr(0, n));
+    QXArchive ar(in);
+    const std::uint32_t count = ar.ReadCount();
+    int loaded = 0;
+    for (std::uint32_t i = 0; i < count && !ar.Failed(); ++i) {
+      loaded += ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create) != nullptr;
+    }
+    EXPECT_TRUE(ar.Failed()) << n;
+    EXPECT_LT(loaded, 2) << n;
+  }
+}
+
+TEST(QXArchive, FactoryOrClassMissingFails) {
+  std::istringstream in(kOnePeak);
+  QXArchive ar(in);
+  EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, []() -> QXObject* { return nullptr; }),
+            nullptr);
+  EXPECT_TRUE(ar.Failed());
+  std::istringstream in2(kOnePeak);
+  QXArchive ar2(in2);
+  EXPECT_EQ(ar2.ReadNewObject(nullptr, &TestPeak::Create), nullptr);
+  EXPECT_TRUE(ar2.Failed());
+}
+
+TEST(QXArchive, WrongDirectionAndBadStreamsFail) {
+  std::ostringstream out;
+  QXArchive storing(out);
+  double d = 3.0;
+  storing >> d;
+  EXPECT_TRUE(storing.Failed());
+  EXPECT_EQ(d, 3.0);
+
+  std::istringstream in(kOnePeak);
+  QXArchive loading(in);
+  loading << 1.0;
+  EXPECT_TRUE(loading.Failed());
+
+  std::ostream broken(nullptr);  // no buffer: every write fails
+  QXArchive toBroken(broken);
+  toBroken << 1.0;
+  toBroken.Flush();
+  EXPECT_TRUE(toBroken.Failed());
+}
+
+}  // namespace
+}  // namespace qxpkutil

@@ -1,0 +1,67 @@
+#include "qxpkutil/platform/QXMessages.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <utility>
+#include <vector>
+
+namespace qxpkutil {
+namespace {
+
+TEST(QXLoadString, KeepsTheKnownTextsLetterForLetter) {
+  const std::pair<int, const char*> known[] = {
+      {24700, "New range bounds of %.1f and  %.1f overlap multiple ranges to the right and left "
+              "of Range %d.\n\nDo you want to combine ranges?"},
+      {24704, "A new %s bound of %.1f overlaps the %s bound of Range %d.\n\nDo you want to "
+              "combine Ranges %d -> %d?"},
+      {24706, "Label\tX Value\tDelta X"},
+      {24707, "An error occured while trying to read the user label file."},
+      {24710, "%lf to %lf is not a valid range."},
+      {24715, "An error occured while trying to write to the specified user label file."},
+      {24725, "Unable to open the specified user label file."},
+  };
+  for (const auto& [id, text] : known) EXPECT_EQ(QXLoadString(id), text) << id;
+  EXPECT_TRUE(QXLoadString(24730).starts_with("The list of labels you are about to import"));
+  EXPECT_TRUE(QXLoadString(24730).ends_with("and purge the existing list?"));
+}
+
+TEST(QXLoadString, EveryIdOfTheTableHasTextAndNoOtherDoes) {
+  for (int id = kQXFirstStringId; id <= kQXLastStringId; ++id) EXPECT_FALSE(QXLoadString(id).empty()) << id;
+  for (int id : {kQXFirstStringId - 1, kQXLastStringId + 1, 0, -1, INT_MIN, INT_MAX}) {
+    EXPECT_EQ(QXLoadString(id), "") << id;
+  }
+}
+
+struct RecordingSink : QXMessageSink {
+  void ShowMessage(int id, const std::string& text) override { shown.emplace_back(id, text); }
+  bool AskYesNo(int id, const std::string& text) override {
+    asked.emplace_back(id, text);
+    return answer;
+  }
+  std::vector<std::pair<int, std::string>> shown, asked;
+  bool answer = true;
+};
+
+TEST(QXMessageSink, ForwardsToTheInstalledSinkAndAnswersNoWithoutOne) {
+  RecordingSink sink;
+  QXSetMessageSink(&sink);
+  EXPECT_EQ(QXGetMessageSink(), &sink);
+  QXShowMessage(24725, "shown");
+  EXPECT_TRUE(QXAskYesNo(24704, "yes?"));
+  sink.answer = false;
+  EXPECT_FALSE(QXAskYesNo(24700, "no?"));
+  using Record = std::vector<std::pair<int, std::string>>;
+  EXPECT_EQ(sink.shown, (Record{{24725, "shown"}}));
+  EXPECT_EQ(sink.asked, (Record{{24704, "yes?"}, {24700, "no?"}}));
+
+  QXSetMessageSink(nullptr);
+  sink.answer = true;
+  QXShowMessage(24725, "nowhere");
+  EXPECT_FALSE(QXAskYesNo(24704, "nobody to ask"));
+  EXPECT_EQ(sink.shown.size(), 1u);
+  EXPECT_EQ(sink.asked.size(), 2u);
+}
+
+}  // namespace
+}  // namespace qxpkutil

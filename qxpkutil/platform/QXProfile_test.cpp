@@ -1,0 +1,202 @@
+#include "qxpkutil/platform/QXProfile.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+
+namespace qxpkutil {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct IntCase {
+  const char* stored;
+  int expected;
+};
+
+TEST(QXMemoryProfile, IntegersReadLikeAtoiButNoDigitsGiveTheDefault) {
+  const IntCase cases[] = {{"42", 42},         {"  -7 apples", -7}, {"+3", 3},
+                           {"\t0012", 12},     {"abc", 99},         {"", 99},
+                           {"-", 99},          {"- 5", 99},         {"99999999999", INT_MAX},
+                           {"-2147483648", INT_MIN}, {"-99999999999", INT_MIN}};
+  QXMemoryProfile profile;
+  for (const IntCase& c : cases) {
+    ASSERT_TRUE(profile.WriteProfileString("Sec", "Key", c.stored));
+    EXPECT_EQ(profile.GetProfileInt("Sec", "Key", 99), c.expected) << '"' << c.stored << '"';
+  }
+  EXPECT_EQ(profile.GetProfileInt("Sec", "Missing", 99), 99);
+}
+
+TEST(QXMemoryProfile, SectionsAndKeysIgnoreAsciiCase) {
+  QXMemoryProfile profile;
+  ASSERT_TRUE(profile.WriteProfileInt("PeakDetect\\Trace-1", "MaxCharge", 6));
+  ASSERT_TRUE(profile.WriteProfileInt("PEAKDETECT\\trace-1", "maxcharge", 8));
+  EXPECT_EQ(profile.GetProfileInt("peakdetect\\TRACE-1", "MAXCHARGE", 0), 8);
+  EXPECT_EQ(profile.GetProfileString("PeakDetect\\Trace-1", "MaxChargeX", "none"), "none");
+}
+
+TEST(QXMemoryProfile, NullArgumentsAndRemoval) {
+  QXMemoryProfile profile;
+  EXPECT_FALSE(profile.WriteProfileString(nullptr, "Key", "v"));
+  EXPECT_FALSE(profile.WriteProfileInt("Sec", nullptr, 1));
+  ASSERT_TRUE(profile.WriteProfileString("Sec", "A", "1"));
+  ASSERT_TRUE(profile.WriteProfileString("Sec", "B", "2"));
+  EXPECT_EQ(profile.GetProfileString(nullptr, "A", "d"), "d");
+  EXPECT_EQ(profile.GetProfileString("Sec", nullptr, nullptr), "");
+  EXPECT_EQ(profile.GetProfileInt("Sec", nullptr, 5), 5);
+
+  EXPECT_TRUE(profile.WriteProfileString("Sec", "A", nullptr));
+  EXPECT_EQ(profile.GetProfileString("Sec", "A", "gone"), "gone");
+  EXPECT_EQ(profile.GetProfileString("Sec", "B", ""), "2");
+  EXPECT_TRUE(profile.WriteProfileString("sec", nullptr, nullptr));
+  EXPECT_EQ(profile.GetProfileString("Sec", "B", "gone"), "gone");
+}
+
+class QXIniProfileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    m_dir = fs::temp_directory_path() / ("qxini-" + std::to_string(std::random_device{}()));
+    fs::create_directories(m_dir);
+    m_path = (m_dir / "settings.ini").string();
+  }
+  void TearDown() override {
+    std::error_code ec;
+    fs::permissions(m_dir, fs::perms::owner_all, ec);
+    fs::remove_all(m_dir, ec);
+  }
+  static void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+  }
+  static std::string ReadFile(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+  }
+  std::size_t FilesInDir() const {
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_dir), fs::directory_iterator()));
+  }
+
+  fs::path m_dir;
+  std::string m_path;
+};
+
+struct IniVariant {
+  const char* name;
+  const char* text;
+  const char* expected;  // of Sec/Key, "<missing>" when absent
+};
+
+class QXIniProfileParse : public QXIniProfileTest,
+                          public ::testing::WithParamInterface<IniVariant> {};
+
+TEST_P(QXIniProfileParse, ReadsHandEditedFiles) {
+  WriteFile(m_path, GetParam().text);
+  QXIniProfile profile(m_path);
+  EXPECT_EQ(profile.GetProfileString("Sec", "Key", "<missing>"), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Variants, QXIniProfileParse,
+    ::testing::Values(
+        IniVariant{"Plain", "[Sec]\nKey=value\n", "value"},
+        IniVariant{"Crlf", "[Sec]\r\nKey=value\r\n", "value"},
+        IniVariant{"Utf8Bom", "\xEF\xBB\xBF[Sec]\nKey=value\n", "value"},
+        IniVariant{"BlanksAroundEquals", "[Sec]\n  Key \t=  value \n", "value"},
+        IniVariant{"BlanksAroundSectionName", "  [ Sec ]  \nKey=value\n", "value"},
+        IniVariant{"CommentsAndBlankLines", "; top\n\n[Sec]\n# Key=hash\n; Key=semi\n\nKey=value\n", "value"},
+        IniVariant{"KeyBeforeFirstSectionIgnored", "Key=orphan\n[Sec]\n", "<missing>"},
+        IniVariant{"LineWithoutEqualsIgnored", "[Sec]\nKey\nKey=value\n", "value"},
+        IniVariant{"ValueVerbatimInside", "[Sec]\nKey= a = b ; kept \n", "a = b ; kept"},
+        IniVariant{"EmptyValue", "[Sec]\nKey=\n", ""},
+        IniVariant{"NoFinalLineEnd", "[Sec]\nKey=value", "value"},
+        IniVariant{"FirstOfDuplicatesWins", "[Sec]\nKey=first\n[Other]\nKey=x\n[SEC]\nkey=second\n", "first"},
+        IniVariant{"OtherSectionOnly", "[Sec2]\nKey=value\n", "<missing>"},
+        IniVariant{"TextAfterBracketIgnored", "[Sec] ; note\nKey=value\n", "value"},
+        IniVariant{"MissingBracketForgiven", "[Sec\nKey=value\n", "value"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(QXIniProfileTest, WritesThroughInFirstWrittenOrderAndReloads) {
+  QXIniProfile profile(m_path);
+  ASSERT_TRUE(profile.WriteProfileString("B", "k2", "v2"));
+  ASSERT_TRUE(profile.WriteProfileInt("A", "x", -5));
+  ASSERT_TRUE(profile.WriteProfileString("B", "k1", " padded "));
+  ASSERT_TRUE(profile.WriteProfileString("b", "K2", "v2b"));  // keeps spelling and place
+  ASSERT_TRUE(profile.WriteProfileString("C", "gone", "1"));
+  ASSERT_TRUE(profile.WriteProfileString("C", "gone", nullptr));
+  EXPECT_EQ(ReadFile(m_path), "[B]\nk2=v2b\nk1= padded \n\n[A]\nx=-5\n");
+
+  QXIniProfile reloaded(m_path);
+  EXPECT_EQ(reloaded.GetProfileString("B", "K2", ""), "v2b");
+  EXPECT_EQ(reloaded.GetProfileString("B", "k1", ""), "padded");
+  EXPECT_EQ(reloaded.GetProfileInt("a", "X", 0), -5);
+  EXPECT_EQ(FilesInDir(), 1u);
+}
+
+TEST_F(QXIniProfileTest, RejectsTextAnIniLineCannotHoldAndKeepsTheFile) {
+  const std::string original = "[Sec]\nKey=old\n";
+  WriteFile(m_path, original);
+  QXIniProfile profile(m_path);
+  struct Bad {
+    const char* section;
+    const char* key;
+    const char* value;
+  };
+  const Bad bad[] = {{"Sec", "Key", "two\nlines"}, {"Sec", "Key", "cr\r"},   {"Sec", "a=b", "v"},
+                     {"Sec", "; note", "v"},       {"Sec", "[x", "v"},       {"Sec", "  ", "v"},
+                     {"S]ec", "Key", "v"},         {"Se\nc", "Key", "v"},    {"Se\nc", nullptr, nullptr}};
+  for (const Bad& b : bad) {
+    EXPECT_FALSE(profile.WriteProfileString(b.section, b.key, b.value)) << b.section << '/' << (b.key ? b.key : "null");
+  }
+  EXPECT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
+  EXPECT_EQ(ReadFile(m_path), original);
+}
+
+// The temporary file's name is longer than the file system allows, so the save fails
+// with the old file present, whoever runs the test.
+TEST_F(QXIniProfileTest, FailedSaveLeavesFileAndProfileAsTheyWere) {
+  const std::string path = (m_dir / (std::string(250, 'p') + ".ini")).string();
+  const std::string original = "[Sec]\nKey=old\n";
+  WriteFile(path, original);
+  QXIniProfile profile(path);
+  ASSERT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
+  EXPECT_FALSE(profile.WriteProfileString("Sec", "Key", "new"));
+  EXPECT_FALSE(profile.WriteProfileInt("Sec", "Other", 1));
+  EXPECT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
+  EXPECT_EQ(profile.GetProfileString("Sec", "Other", "none"), "none");
+  EXPECT_EQ(ReadFile(path), original);
+  EXPECT_EQ(FilesInDir(), 1u);
+}
+
+TEST_F(QXIniProfileTest, UnwritableFolderLeavesTheOldFile) {
+  const std::string original = "[Sec]\nKey=old\n";
+  WriteFile(m_path, original);
+  QXIniProfile profile(m_path);
+  fs::permissions(m_dir, fs::perms::owner_read | fs::perms::owner_exec);
+  if (std::ofstream((m_dir / "probe").string())) GTEST_SKIP() << "folder permissions do not bind here";
+  EXPECT_FALSE(profile.WriteProfileString("Sec", "Key", "new"));
+  EXPECT_EQ(ReadFile(m_path), original);
+}
+
+TEST_F(QXIniProfileTest, AFileThatCannotBeReadIsNeverReplaced) {
+  fs::create_directory(m_path);  // exists, but is no readable file
+  QXIniProfile profile(m_path);
+  EXPECT_FALSE(profile.Load());
+  EXPECT_FALSE(profile.WriteProfileString("Sec", "Key", "v"));
+  EXPECT_TRUE(fs::is_directory(m_path));
+}
+
+TEST(QXAppProfile, IsOneProcessWidePointer) {
+  QXMemoryProfile profile;
+  QXSetAppProfile(&profile);
+  EXPECT_EQ(QXGetAppProfile(), &profile);
+  QXSetAppProfile(nullptr);
+  EXPECT_EQ(QXGetAppProfile(), nullptr);
+}
+
+}  // namespace
+}  // namespace qxpkutil
