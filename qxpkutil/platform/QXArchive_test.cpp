@@ -12,6 +12,11 @@
 namespace qxpkutil {
 namespace {
 
+template <typename T>
+void Io(QXArchive& ar, T& v) {
+  ar.IsStoring() ? void(ar << v) : void(ar >> v);
+}
+
 // A record with a 96-byte body of twelve doubles, like a stored peak.
 class TestPeak : public QXObject {
  public:
@@ -19,22 +24,20 @@ class TestPeak : public QXObject {
   static QXObject* Create() { return new TestPeak(); }
   const QXRuntimeClass* GetRuntimeClass() const override { return &classTestPeak; }
   void Serialize(QXArchive& ar) override {
-    for (double& v : values) ar.IsStoring() ? void(ar << v) : void(ar >> v);
+    for (double& v : values) Io(ar, v);
   }
   double values[12] = {};
 };
 const QXRuntimeClass TestPeak::classTestPeak{"QXTestPeak", kQXNoSchema, &QXObject::classQXObject};
 
-// A record with a one-byte body, for archives with many map entries.
-class TestByte : public QXObject {
+// The same body under another class name and schema.
+class OtherPeak : public TestPeak {
  public:
-  static const QXRuntimeClass classTestByte;
-  static QXObject* Create() { return new TestByte(); }
-  const QXRuntimeClass* GetRuntimeClass() const override { return &classTestByte; }
-  void Serialize(QXArchive& ar) override { ar.IsStoring() ? void(ar << value) : void(ar >> value); }
-  std::uint8_t value = 0;
+  static const QXRuntimeClass classOtherPeak;
+  static QXObject* Create() { return new OtherPeak(); }
+  const QXRuntimeClass* GetRuntimeClass() const override { return &classOtherPeak; }
 };
-const QXRuntimeClass TestByte::classTestByte{"QXTestByte", 1, &QXObject::classQXObject};
+const QXRuntimeClass OtherPeak::classOtherPeak{"QXOtherPeak", 1, &TestPeak::classTestPeak};
 
 // Little-endian bytes assembled by hand, independently of the archive.
 struct Bytes {
@@ -72,47 +75,40 @@ TestPeak MakePeak(double first) {
   return p;
 }
 
-TEST(QXArchive, ScalarsAreLittleEndianAndRoundTripBitExactly) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  const std::string bytes = Store([&](QXArchive& ar) {
-    ar << 1.0 << -0.0 << nan << std::numeric_limits<double>::denorm_min() << 1.5f
-       << std::int32_t{-2} << std::uint32_t{0x01020304} << std::int16_t{-32768}
-       << std::uint16_t{0xBEEF} << std::uint8_t{0xAB};
-  });
-  const std::string expected = Bytes{}
-                                   .F64(1.0)
-                                   .F64(-0.0)
-                                   .F64(nan)
-                                   .F64(std::numeric_limits<double>::denorm_min())
-                                   .Le(std::bit_cast<std::uint32_t>(1.5f), 4)
-                                   .U32(0xFFFFFFFE)
-                                   .Text("\x04\x03\x02\x01")
-                                   .U16(0x8000)
-                                   .Text("\xEF\xBE\xAB")
-                                   .s;
-  EXPECT_EQ(bytes, expected);
-
-  std::istringstream in(bytes);
-  QXArchive ar(in);
-  double one, negZero, readNan, denorm;
+// Every scalar type once, stored or loaded by one routine.
+struct Scalars {
+  double d[4];
   float f;
   std::int32_t i32;
   std::uint32_t u32;
   std::int16_t i16;
   std::uint16_t u16;
   std::uint8_t u8;
-  ar >> one >> negZero >> readNan >> denorm >> f >> i32 >> u32 >> i16 >> u16 >> u8;
-  ASSERT_FALSE(ar.Failed());
-  EXPECT_EQ(one, 1.0);
-  EXPECT_TRUE(std::signbit(negZero));
-  EXPECT_EQ(std::bit_cast<std::uint64_t>(readNan), std::bit_cast<std::uint64_t>(nan));
-  EXPECT_EQ(denorm, std::numeric_limits<double>::denorm_min());
-  EXPECT_EQ(f, 1.5f);
-  EXPECT_EQ(i32, -2);
-  EXPECT_EQ(u32, 0x01020304u);
-  EXPECT_EQ(i16, -32768);
-  EXPECT_EQ(u16, 0xBEEF);
-  EXPECT_EQ(u8, 0xAB);
+  void Serialize(QXArchive& ar) {
+    for (double& v : d) Io(ar, v);
+    Io(ar, f); Io(ar, i32); Io(ar, u32); Io(ar, i16); Io(ar, u16); Io(ar, u8);
+  }
+};
+
+TEST(QXArchive, ScalarsAreLittleEndianAndRoundTripBitExactly) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double tiny = std::numeric_limits<double>::denorm_min();
+  Scalars stored{{1.0, -0.0, nan, tiny}, 1.5f, -2, 0x01020304, -32768, 0xBEEF, 0xAB};
+  const std::string bytes = Store([&](QXArchive& ar) { stored.Serialize(ar); });
+  EXPECT_EQ(bytes, Bytes{}
+                       .F64(1.0).F64(-0.0).F64(nan).F64(tiny)
+                       .Le(std::bit_cast<std::uint32_t>(1.5f), 4)
+                       .U32(0xFFFFFFFE)
+                       .Text("\x04\x03\x02\x01")
+                       .U16(0x8000)
+                       .Text("\xEF\xBE\xAB")
+                       .s);
+  std::istringstream in(bytes);
+  QXArchive ar(in);
+  Scalars loaded{};
+  loaded.Serialize(ar);
+  EXPECT_FALSE(ar.Failed());
+  EXPECT_EQ(Store([&](QXArchive& again) { loaded.Serialize(again); }), bytes);  // same bits back
 }
 
 class QXArchiveCount : public ::testing::TestWithParam<std::uint32_t> {};
@@ -137,17 +133,11 @@ INSTANTIATE_TEST_SUITE_P(Edges, QXArchiveCount,
 const std::string kTwoPeaks =
     Bytes{}.U16(2).NewClass(0xFFFF, "QXTestPeak").PeakBody(10).U16(0x8001).PeakBody(20).s;
 
-TEST(QXArchive, StoresObjectsInTheFrameworkLayout) {
+TEST(QXArchive, StoresAndLoadsTheFrameworkLayout) {
   const TestPeak a = MakePeak(10), b = MakePeak(20);
-  EXPECT_EQ(Store([&](QXArchive& ar) {
-              ar.WriteCount(2);
-              ar.WriteObject(&a);
-              ar.WriteObject(&b);
-            }),
+  EXPECT_EQ(Store([&](QXArchive& ar) { ar.WriteCount(2); ar.WriteObject(&a); ar.WriteObject(&b); }),
             kTwoPeaks);
-}
 
-TEST(QXArchive, ReadsHandBuiltObjectsBack) {
   std::istringstream in(kTwoPeaks);
   QXArchive ar(in);
   ASSERT_EQ(ar.ReadCount(), 2u);
@@ -155,32 +145,23 @@ TEST(QXArchive, ReadsHandBuiltObjectsBack) {
     auto object = ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create);
     ASSERT_NE(object, nullptr);
     ASSERT_TRUE(object->IsKindOf(&TestPeak::classTestPeak));
-    const auto& peak = static_cast<const TestPeak&>(*object);
-    for (int i = 0; i < 12; ++i) EXPECT_EQ(peak.values[i], first + i);
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(static_cast<const TestPeak&>(*object).values[i], first + i);
   }
   EXPECT_FALSE(ar.Failed());
   EXPECT_EQ(in.rdbuf()->sgetc(), std::char_traits<char>::eof());
 }
 
-TEST(QXArchive, NullReferenceIsOneZeroWordAndReadsAsNullWithoutFailure) {
-  const std::string bytes = Store([](QXArchive& ar) { ar.WriteObject(nullptr); });
-  EXPECT_EQ(bytes, Bytes{}.U16(0).s);
+// A null reference is one zero word and takes no map index; an object written again is
+// its index (class 1, object 2), which cannot be loaded as a new object.
+TEST(QXArchive, NullAndRepeatedReferences) {
+  const TestPeak a = MakePeak(1);
+  const std::string bytes =
+      Store([&](QXArchive& ar) { ar.WriteObject(nullptr); ar.WriteObject(&a); ar.WriteObject(&a); });
+  EXPECT_EQ(bytes, Bytes{}.U16(0).NewClass(0xFFFF, "QXTestPeak").PeakBody(1).U16(2).s);
   std::istringstream in(bytes);
   QXArchive ar(in);
   EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
   EXPECT_FALSE(ar.Failed());
-}
-
-TEST(QXArchive, ObjectWrittenTwiceBecomesABackReferenceThatCannotBeReadAsNew) {
-  const TestPeak a = MakePeak(1);
-  const std::string bytes = Store([&](QXArchive& ar) {
-    ar.WriteObject(&a);
-    ar.WriteObject(&a);
-  });
-  // Class 1, object 2.
-  EXPECT_EQ(bytes, Bytes{}.NewClass(0xFFFF, "QXTestPeak").PeakBody(1).U16(2).s);
-  std::istringstream in(bytes);
-  QXArchive ar(in);
   EXPECT_NE(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
   EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);
   EXPECT_TRUE(ar.Failed());
@@ -188,35 +169,31 @@ TEST(QXArchive, ObjectWrittenTwiceBecomesABackReferenceThatCannotBeReadAsNew) {
 
 // Past 0x7FFE map entries, class and object references take the 0x7FFF + 32-bit form.
 TEST(QXArchive, BigMapIndicesUseTheLongTagsBothWays) {
-  std::vector<TestByte> many(0x7FFF);  // class 1, objects 2..0x8000
-  TestPeak late1 = MakePeak(5), late2 = MakePeak(6);  // class 0x8001, objects 0x8002, 0x8003
+  std::vector<TestPeak> many(0x7FFF);  // class 1, objects 2..0x8000
+  OtherPeak late1, late2;               // class 0x8001, objects 0x8002 and 0x8003
+  for (int i = 0; i < 12; ++i) late1.values[i] = 5 + i, late2.values[i] = 6 + i;
   const std::string bytes = Store([&](QXArchive& ar) {
     for (auto& object : many) ar.WriteObject(&object);
     ar.WriteObject(&late1);
     ar.WriteObject(&late2);
     ar.WriteObject(&late1);
   });
-  // The first small object carries the class record; each later one a 0x8001 class tag.
-  const std::size_t lateStart = Bytes{}.NewClass(1, "QXTestByte").s.size() + 1 + (many.size() - 1) * 3;
-  const std::string tail = Bytes{}
-                               .NewClass(0xFFFF, "QXTestPeak")
-                               .PeakBody(5)
-                               .U16(0x7FFF)
-                               .U32(0x80008001u)
-                               .PeakBody(6)
-                               .U16(0x7FFF)
-                               .U32(0x8002u)
-                               .s;
+  // The first object carries the class record; each later one a 0x8001 class tag.
+  const std::size_t lateStart = Bytes{}.NewClass(0xFFFF, "QXTestPeak").s.size() + 96 * many.size() +
+                                2 * (many.size() - 1);
+  const std::string tail = Bytes{}.NewClass(1, "QXOtherPeak").PeakBody(5)  // object 0x8002
+                               .U16(0x7FFF).U32(0x80008001u).PeakBody(6)    // class 0x8001
+                               .U16(0x7FFF).U32(0x8002u).s;                 // object 0x8002
   ASSERT_EQ(bytes.size(), lateStart + tail.size());
   EXPECT_EQ(bytes.substr(lateStart), tail);
 
   std::istringstream in(bytes);
   QXArchive ar(in);
   for (std::size_t i = 0; i < many.size(); ++i) {
-    ASSERT_NE(ar.ReadNewObject(&TestByte::classTestByte, &TestByte::Create), nullptr) << i;
+    ASSERT_NE(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr) << i;
   }
   for (double first : {5.0, 6.0}) {
-    auto object = ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create);
+    auto object = ar.ReadNewObject(&OtherPeak::classOtherPeak, &OtherPeak::Create);
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(static_cast<const TestPeak&>(*object).values[11], first + 11);
   }
@@ -258,10 +235,10 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"UnknownObjectIndex", Bytes{}.U16(0x0005).s},
         Malformed{"OtherClassSameLength", Bytes{}.NewClass(0xFFFF, "QXTestPeaK").PeakBody(0).s},
         Malformed{"OtherClassOtherLength", Bytes{}.NewClass(0xFFFF, "QXPeakTable").PeakBody(0).s},
-        Malformed{"OtherSchema", Bytes{}.NewClass(2, "QXTestPeak").PeakBody(0).s},
-        Malformed{"NameLongerThanTheStream", Bytes{}.U16(0xFFFF).U16(0xFFFF).U16(0xFFFF).Text("QX").s}),
+        Malformed{"OtherSchema", Bytes{}.NewClass(2, "QXTestPeak").PeakBody(0).s}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// A name length beyond the stream is neither read nor allocated.
 TEST(QXArchive, HostileNameLengthIsRejectedBeforeAnyNameByteIsRead) {
   const std::string bytes = Bytes{}.U16(0xFFFF).U16(0xFFFF).U16(0xFFFF).Text(std::string(100, 'x')).s;
   std::istringstream in(bytes);
@@ -284,36 +261,12 @@ TEST(QXArchive, EveryTruncatedPrefixFailsCleanly) {
   }
 }
 
-TEST(QXArchive, FactoryOrClassMissingFails) {
-  std::istringstream in(kOnePeak);
-  QXArchive ar(in);
-  EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, []() -> QXObject* { return nullptr; }),
-            nullptr);
-  EXPECT_TRUE(ar.Failed());
-  std::istringstream in2(kOnePeak);
-  QXArchive ar2(in2);
-  EXPECT_EQ(ar2.ReadNewObject(nullptr, &TestPeak::Create), nullptr);
-  EXPECT_TRUE(ar2.Failed());
-}
-
-TEST(QXArchive, WrongDirectionAndBadStreamsFail) {
-  std::ostringstream out;
-  QXArchive storing(out);
-  double d = 3.0;
-  storing >> d;
-  EXPECT_TRUE(storing.Failed());
-  EXPECT_EQ(d, 3.0);
-
-  std::istringstream in(kOnePeak);
-  QXArchive loading(in);
-  loading << 1.0;
-  EXPECT_TRUE(loading.Failed());
-
+TEST(QXArchive, WriteToAFailingStreamSetsFailed) {
   std::ostream broken(nullptr);  // no buffer: every write fails
-  QXArchive toBroken(broken);
-  toBroken << 1.0;
-  toBroken.Flush();
-  EXPECT_TRUE(toBroken.Failed());
+  QXArchive ar(broken);
+  ar << 1.0;
+  ar.Flush();
+  EXPECT_TRUE(ar.Failed());
 }
 
 }  // namespace
