@@ -1,7 +1,6 @@
 #include <cmath>
 #include <limits>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,18 +26,14 @@ QXPeakTable MakeTable(const std::vector<Peak>& peaks) {
   return table;
 }
 
+// Each peak's label, with "*" in front when the peak carries the labelled mark.
 std::vector<std::string> PeakLabels(const QXPeakTable& table) {
   std::vector<std::string> labels;
-  for (long i = 0; i < table.GetNumPeaks(); ++i) labels.push_back(table.GetPeak(i)->m_strLabel);
-  return labels;
-}
-
-std::vector<bool> Marked(const QXPeakTable& table) {
-  std::vector<bool> marked;
   for (long i = 0; i < table.GetNumPeaks(); ++i) {
-    marked.push_back((table.GetPeak(i)->m_dwFlags & kQXPeakLabelled) != 0);
+    const QXPeakTableElement& p = *table.GetPeak(i);
+    labels.push_back(((p.m_dwFlags & kQXPeakLabelled) != 0 ? "*" : "") + p.m_strLabel);
   }
-  return marked;
+  return labels;
 }
 
 QXUserPkLabels MakeLabels(int type, int useCharge, const std::vector<QXUserPeakLabelItem>& items) {
@@ -49,32 +44,30 @@ QXUserPkLabels MakeLabels(int type, int useCharge, const std::vector<QXUserPeakL
   return labels;
 }
 
+using Labels = std::vector<std::string>;
+
 TEST(MatchUserPeakLabels, MassListMarksTheMostIntensePeakInEachWindow) {
   QXPeakTable table = MakeTable({{100.0, 5, 0}, {100.5, 9, 0}, {200.0, 1, 0}, {300.0, 1, 0}});
+  table.GetPeak(3)->m_strLabel = "own";
   QXUserPkLabels labels = MakeLabels(
       0, 0,
       {QXUserPeakLabelItem(100.25, 0.5, "pair", 0), QXUserPeakLabelItem(200.0, 0.0, "exact", 0),
        QXUserPeakLabelItem(250.0, 10.0, "none", 0), QXUserPeakLabelItem(100.5, 0.1, "again", 0),
        QXUserPeakLabelItem(std::nan(""), 1e9, "nan", 0),
        QXUserPeakLabelItem(-std::numeric_limits<double>::max(), 0.0, "sentinel", 0)});
-  ASSERT_EQ(labels.LabelsChanged(), 1);
   table.MatchUserPeakLabels(&labels, 1, 0, nullptr);
-  EXPECT_EQ(PeakLabels(table), (std::vector<std::string>{"", "pair,again", "exact", ""}));
-  EXPECT_EQ(Marked(table), (std::vector<bool>{false, true, true, false}));
+  EXPECT_EQ(PeakLabels(table), (Labels{"", "*pair,again", "*exact", "own"}));
   EXPECT_EQ(labels.LabelsChanged(), 0);
-
   table.MatchUserPeakLabels(&labels, 1, 0, nullptr);
-  EXPECT_EQ(table.GetPeak(2)->m_strLabel, "exact,exact");
-}
+  EXPECT_EQ(PeakLabels(table)[2], "*exact,exact");
 
-TEST(MatchUserPeakLabels, NullOrEmptyListDoesNothing) {
-  QXPeakTable table = MakeTable({{1.0, 1, 0}});
-  QXUserPkLabels empty;
+  table.ClearUserPeakLabels();  // peaks without the mark keep their own label
+  EXPECT_EQ(PeakLabels(table), (Labels{"", "", "", "own"}));
+
+  QXUserPkLabels empty;  // does nothing at all, not even clearing its changed flag
   empty.SetLabelsChanged(1);
-  table.MatchUserPeakLabels(nullptr, 0, 0, nullptr);
-  table.MatchUserPeakLabels(&empty, 0, 0, nullptr);
+  table.MatchUserPeakLabels(&empty, 1, 0, nullptr);
   EXPECT_EQ(empty.LabelsChanged(), 1);
-  EXPECT_EQ(Marked(table), std::vector<bool>{false});
 }
 
 // An isotope-like series whose spacings are exact binary fractions, so that the strict
@@ -86,56 +79,40 @@ TEST(MatchUserPeakLabels, DifferenceListMarksTheLeftPeakOfEachMatchingPair) {
   QXPeakTable table = MakeTable(kSeries);
   QXUserPkLabels labels = MakeLabels(1, 0,
                                      {QXUserPeakLabelItem(1.0, 0.25, "step", 0),
-                                      QXUserPeakLabelItem(1.125, 0.001, "wide", 0)});
+                                      QXUserPeakLabelItem(1.125, 0.001, "w", 0),
+                                      QXUserPeakLabelItem(2.125, 0.01, "skip", 0)});
   table.MatchUserPeakLabels(&labels, 1, kQXFilterAll, nullptr);
-  EXPECT_EQ(PeakLabels(table), (std::vector<std::string>{"step", "step,wide", "", "step", ""}));
+  EXPECT_EQ(PeakLabels(table), (Labels{"*step", "*step,w", "", "*step", ""}));
   EXPECT_EQ(labels.LabelsChanged(), 0);
-}
 
-TEST(MatchUserPeakLabels, DifferenceListWalksOnlyPeaksThatPassTheFilter) {
-  QXPeakTable table = MakeTable(kSeries);
-  QXUserPkLabels labels = MakeLabels(1, 0, {QXUserPeakLabelItem(2.125, 0.01, "skip", 0)});
-  table.MatchUserPeakLabels(&labels, 1, kQXFilterAll, nullptr);
-  EXPECT_EQ(Marked(table), (std::vector<bool>{false, false, false, false, false}));
-  tagQXPeakFilterStruct filter{};
-  filter.nCharge = 1;  // walks 500, 502.125, 503.375, 504.25
-  table.MatchUserPeakLabels(&labels, 1, kQXFilterCharge, &filter);
-  EXPECT_EQ(Marked(table), (std::vector<bool>{true, false, false, false, false}));
-}
-
-// (use charge state, difference list)
-class ChargeState : public ::testing::TestWithParam<std::tuple<int, int>> {};
-
-TEST_P(ChargeState, ChargedLabelsMatchOnlyPeaksOfThatChargeWhenSwitchedOn) {
-  const auto [useCharge, type] = GetParam();
-  QXPeakTable table = MakeTable(kSeries);
-  const std::vector<QXUserPeakLabelItem> items =
-      type == 1 ? std::vector{QXUserPeakLabelItem(1.0, 0.25, "z2", 2),
-                              QXUserPeakLabelItem(1.0, 0.25, "any", 0)}
-                : std::vector{QXUserPeakLabelItem(500.0, 0.1, "z2", 2),
-                              QXUserPeakLabelItem(501.0, 0.1, "z2", 2),
-                              QXUserPeakLabelItem(501.0, 0.1, "any", 0)};
-  QXUserPkLabels labels = MakeLabels(type, useCharge, items);
-  table.MatchUserPeakLabels(&labels, 0, kQXFilterAll, nullptr);
-  const std::vector<std::string> expected =
-      type == 1 ? (useCharge ? std::vector<std::string>{"any", "z2,any", "", "any", ""}
-                             : std::vector<std::string>{"z2,any", "z2,any", "", "z2,any", ""})
-                : (useCharge ? std::vector<std::string>{"", "z2,any", "", "", ""}
-                             : std::vector<std::string>{"z2", "z2,any", "", "", ""});
-  EXPECT_EQ(PeakLabels(table), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(OnOff, ChargeState,
-                         ::testing::Combine(::testing::Values(0, 1), ::testing::Values(0, 1)));
-
-TEST(ClearUserPeakLabels, ClearsOnlyMarkedPeaks) {
-  QXPeakTable table = MakeTable({{1.0, 1, 0}, {2.0, 1, 0}});
-  table.GetPeak(0)->m_strLabel = "own";
-  QXUserPkLabels labels = MakeLabels(0, 0, {QXUserPeakLabelItem(2.0, 0.1, "user", 0)});
-  table.MatchUserPeakLabels(&labels, 0, 0, nullptr);
+  // Only peaks that pass the filter form pairs: charge 1 walks 500, 502.125, 503.375, 504.25.
   table.ClearUserPeakLabels();
-  EXPECT_EQ(PeakLabels(table), (std::vector<std::string>{"own", ""}));
-  EXPECT_EQ(table.GetPeak(1)->m_dwFlags, kQXPeakNormal);
+  tagQXPeakFilterStruct filter{};
+  filter.nCharge = 1;
+  table.MatchUserPeakLabels(&labels, 1, kQXFilterCharge, &filter);
+  EXPECT_EQ(PeakLabels(table), (Labels{"*skip", "", "", "*step", ""}));
+}
+
+TEST(MatchUserPeakLabels, ChargedLabelsMatchOnlyPeaksOfThatChargeWhenSwitchedOn) {
+  for (int useCharge : {0, 1}) {
+    QXPeakTable masses = MakeTable(kSeries);
+    QXUserPkLabels byMass = MakeLabels(0, useCharge,
+                                       {QXUserPeakLabelItem(500.0, 0.1, "z2", 2),
+                                        QXUserPeakLabelItem(501.0, 0.1, "z2", 2),
+                                        QXUserPeakLabelItem(501.0, 0.1, "any", 0)});
+    masses.MatchUserPeakLabels(&byMass, 0, kQXFilterAll, nullptr);
+    EXPECT_EQ(PeakLabels(masses), (useCharge ? Labels{"", "*z2,any", "", "", ""}
+                                             : Labels{"*z2", "*z2,any", "", "", ""}));
+
+    // A difference label tests the charge of the pair's left peak.
+    QXPeakTable steps = MakeTable(kSeries);
+    QXUserPkLabels bySteps = MakeLabels(1, useCharge,
+                                        {QXUserPeakLabelItem(1.0, 0.25, "z2", 2),
+                                         QXUserPeakLabelItem(1.0, 0.25, "any", 0)});
+    steps.MatchUserPeakLabels(&bySteps, 0, kQXFilterAll, nullptr);
+    EXPECT_EQ(PeakLabels(steps), (useCharge ? Labels{"*any", "*z2,any", "", "*any", ""}
+                                            : Labels{"*z2,any", "*z2,any", "", "*z2,any", ""}));
+  }
 }
 
 }  // namespace
