@@ -128,8 +128,8 @@ int QXUserPkLabels::GetUserLabel(std::int32_t index, QXUserPeakLabelItem& item) 
   return 1;
 }
 
-int QXUserPkLabels::GetUserLabel(std::int32_t index, std::string& label, double& x,
-                                 double& deltaX, int& charge) const {
+int QXUserPkLabels::GetUserLabel(std::int32_t index, std::string& label, double& x, double& deltaX,
+                                 int& charge) const {
   if (CheckIndex(index) < 0) return 0;
   m_arrLabels[index]->GetUserLabel(x, deltaX, label, charge);
   return 1;

@@ -54,6 +54,14 @@ class QXUserPeakLabelItem : public QXObject {
 // a changed flag that edits set and matching clears. An empty list holds no items and has
 // all three at 0. Indices are 0-based; out-of-range indices change nothing and return 0
 // (or -1 for searches). Copies are deep.
+//
+// Matching (QXPeakTable::MatchUserPeakLabels) appends each matching label's name to the
+// peak's label, after a "," when it already has one, and sets mark 0x800. An absolute label
+// marks the one peak GetPeakInRange(x - delta x, x + delta x) picks from all peaks; a label
+// whose window is NaN or ends at kQXUnsetValue matches nothing rather than meeting the range
+// query's no-upper-limit rule. A difference label marks the first peak of every pair of
+// consecutive filtered peaks (in table order) whose centroids lie x +/- delta x apart,
+// bounds excluded.
 class QXUserPkLabels : public QXObject {
  public:
   static const QXRuntimeClass classQXUserPkLabels;
@@ -121,9 +129,11 @@ class QXUserPkLabels : public QXObject {
   // even when no label follows; the first label line replaces the whole list. Each line is
   // "label<TAB>x<TAB>delta x[<TAB>charge]"; a field a line lacks keeps the previous line's
   // value (before the first: x 1.0, delta x 1.0, charge 0, empty name), so an empty line
-  // repeats the label before it. Names may be of any length. Returns 1 when at least one
-  // label line was read, else 0; with `showMessages`, an unopenable file shows message 24725
-  // and a missing header or a read error shows 24707.
+  // repeats the label before it. Names may be of any length; line ends ("\n", "\r\n") are
+  // not part of a line, in files or text. Numbers are read in the C locale's form whatever
+  // the process locale; one beyond the range of double counts as malformed. Returns 1 when
+  // at least one label line was read, else 0; with `showMessages`, an unopenable file shows
+  // message 24725 and a missing header or a read error shows 24707.
   int LoadLabelsFromFile(const char* path, int showMessages, const std::string& text);
   // Writes the header and one line per label (with a charge column when `withCharge`) to
   // the file at `path`, or replaces `text` with the ";"-terminated form when `path` is null

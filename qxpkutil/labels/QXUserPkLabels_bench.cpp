@@ -55,8 +55,8 @@ BENCHMARK(BM_LoadLabelsFromText)->Arg(10000);
 // Matching, then clearing so that every round starts from unlabelled peaks.
 void BM_MatchUserPeakLabels(benchmark::State& state) {
   QXPeakTable table = MakeTable(state.range(0));
-  QXUserPkLabels labels = MakeLabels(static_cast<std::int32_t>(state.range(1)),
-                                     static_cast<int>(state.range(2)));
+  QXUserPkLabels labels =
+      MakeLabels(static_cast<std::int32_t>(state.range(1)), static_cast<int>(state.range(2)));
   for (auto _ : state) {
     table.MatchUserPeakLabels(&labels, 1, kQXFilterAll, nullptr);
     table.ClearUserPeakLabels();

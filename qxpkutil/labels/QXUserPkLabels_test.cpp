@@ -78,7 +78,8 @@ TEST(QXUserPkLabels, DeleteAndMoveFollowTheirIndexAndFlagRules) {
   EXPECT_EQ(list.DeleteUserLabel(-1), 1);  // -1 is the last item
   for (std::int32_t bad : {3, -2}) EXPECT_EQ(list.DeleteUserLabel(bad), 0);
   EXPECT_EQ(list.LabelsChanged(), 0);  // deleting one item leaves the flag alone
-  for (auto [from, to] : {std::pair{0, 0}, {0, 3}, {-1, 1}}) EXPECT_EQ(list.MoveUserLabel(from, to), 0);
+  for (auto [from, to] : {std::pair{0, 0}, {0, 3}, {-1, 1}})
+    EXPECT_EQ(list.MoveUserLabel(from, to), 0);
   EXPECT_EQ(list.LabelsChanged(), 0);
   EXPECT_EQ(list.MoveUserLabel(0, 2), 1);
   EXPECT_EQ(Names(list), "cba");  // a swap: "b" stays where it was
@@ -170,8 +171,8 @@ TEST_P(LabelRoundTrip, RestoresLabelsChargesAndBothSwitches) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllForms, LabelRoundTrip,
-                         ::testing::Combine(::testing::Bool(), ::testing::Bool(),
-                                            ::testing::Bool(), ::testing::Bool()));
+                         ::testing::Combine(::testing::Bool(), ::testing::Bool(), ::testing::Bool(),
+                                            ::testing::Bool()));
 
 TEST_F(LabelFiles, WritesTheTextAndFileFormsExactly) {
   QXUserPkLabels list = MakeList({{"A", 2.5, 0.125, -2}, {"B", 1e6, 1.0, 0}});
@@ -190,7 +191,8 @@ TEST_F(LabelFiles, WritesTheTextAndFileFormsExactly) {
   EXPECT_EQ(ReadAll(path), "Label\tX Value\tDelta X\n");
 }
 
-class LabelLineParser : public ::testing::TestWithParam<std::tuple<std::string, std::vector<Item>>> {};
+class LabelLineParser
+    : public ::testing::TestWithParam<std::tuple<std::string, std::vector<Item>>> {};
 
 TEST_P(LabelLineParser, MissingOrMalformedFieldsCarryOverFromThePreviousLine) {
   QXUserPkLabels list;
@@ -205,12 +207,13 @@ INSTANTIATE_TEST_SUITE_P(
         std::tuple{"A\n;", std::vector<Item>{{"A", 1.0, 1.0, 0}}},  // the values before any line
         std::tuple{"A\t2\t0.5\t3\n;\n;B\t7\n;",
                    std::vector<Item>{{"A", 2.0, 0.5, 3}, {"A", 2.0, 0.5, 3}, {"B", 7.0, 0.5, 3}}},
-        std::tuple{"A\t2\t.5\t3;\t9\t9\t9;C\tabc\t9;D\t4\tx;",
-                   std::vector<Item>{{"A", 2.0, 0.5, 3}, {"A", 2.0, 0.5, 3}, {"C", 2.0, 0.5, 3},
-                                     {"D", 4.0, 0.5, 3}}},
+        std::tuple{
+            "A\t2\t.5\t3;\t9\t9\t9;C\tabc\t9;D\t4\tx;",
+            std::vector<Item>{
+                {"A", 2.0, 0.5, 3}, {"A", 2.0, 0.5, 3}, {"C", 2.0, 0.5, 3}, {"D", 4.0, 0.5, 3}}},
         std::tuple{"E \t+1.5e2 \t 1e-3\t+4\r\n;F\r\n;G\t+-1;H\t1\t1",  // last piece unterminated
-                   std::vector<Item>{{"E ", 150.0, 0.001, 4}, {"F", 150.0, 0.001, 4},
-                                     {"G", 150.0, 0.001, 4}}}));
+                   std::vector<Item>{
+                       {"E ", 150.0, 0.001, 4}, {"F", 150.0, 0.001, 4}, {"G", 150.0, 0.001, 4}}}));
 
 TEST_F(LabelFiles, HeaderAloneSetsTheSwitchesButKeepsTheLabels) {
   QXUserPkLabels list = MakeList("k");

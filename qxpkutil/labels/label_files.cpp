@@ -92,8 +92,8 @@ std::string_view TrimLineEnd(std::string_view line) {
 void AppendFixed(std::string& out, double value) {
   // Wide enough for the largest double in fixed notation (309 digits and 6 decimals).
   char buffer[400];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value,
-                                    std::chars_format::fixed, 6);
+  const auto result =
+      std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
   out.append(buffer, result.ptr);
 }
 

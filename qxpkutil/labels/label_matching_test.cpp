@@ -77,10 +77,10 @@ const std::vector<Peak> kSeries = {
 
 TEST(MatchUserPeakLabels, DifferenceListMarksTheLeftPeakOfEachMatchingPair) {
   QXPeakTable table = MakeTable(kSeries);
-  QXUserPkLabels labels = MakeLabels(1, 0,
-                                     {QXUserPeakLabelItem(1.0, 0.25, "step", 0),
-                                      QXUserPeakLabelItem(1.125, 0.001, "w", 0),
-                                      QXUserPeakLabelItem(2.125, 0.01, "skip", 0)});
+  QXUserPkLabels labels = MakeLabels(
+      1, 0,
+      {QXUserPeakLabelItem(1.0, 0.25, "step", 0), QXUserPeakLabelItem(1.125, 0.001, "w", 0),
+       QXUserPeakLabelItem(2.125, 0.01, "skip", 0)});
   table.MatchUserPeakLabels(&labels, 1, kQXFilterAll, nullptr);
   EXPECT_EQ(PeakLabels(table), (Labels{"*step", "*step,w", "", "*step", ""}));
   EXPECT_EQ(labels.LabelsChanged(), 0);
@@ -96,19 +96,19 @@ TEST(MatchUserPeakLabels, DifferenceListMarksTheLeftPeakOfEachMatchingPair) {
 TEST(MatchUserPeakLabels, ChargedLabelsMatchOnlyPeaksOfThatChargeWhenSwitchedOn) {
   for (int useCharge : {0, 1}) {
     QXPeakTable masses = MakeTable(kSeries);
-    QXUserPkLabels byMass = MakeLabels(0, useCharge,
-                                       {QXUserPeakLabelItem(500.0, 0.1, "z2", 2),
-                                        QXUserPeakLabelItem(501.0, 0.1, "z2", 2),
-                                        QXUserPeakLabelItem(501.0, 0.1, "any", 0)});
+    QXUserPkLabels byMass = MakeLabels(
+        0, useCharge,
+        {QXUserPeakLabelItem(500.0, 0.1, "z2", 2), QXUserPeakLabelItem(501.0, 0.1, "z2", 2),
+         QXUserPeakLabelItem(501.0, 0.1, "any", 0)});
     masses.MatchUserPeakLabels(&byMass, 0, kQXFilterAll, nullptr);
     EXPECT_EQ(PeakLabels(masses), (useCharge ? Labels{"", "*z2,any", "", "", ""}
                                              : Labels{"*z2", "*z2,any", "", "", ""}));
 
     // A difference label tests the charge of the pair's left peak.
     QXPeakTable steps = MakeTable(kSeries);
-    QXUserPkLabels bySteps = MakeLabels(1, useCharge,
-                                        {QXUserPeakLabelItem(1.0, 0.25, "z2", 2),
-                                         QXUserPeakLabelItem(1.0, 0.25, "any", 0)});
+    QXUserPkLabels bySteps = MakeLabels(
+        1, useCharge,
+        {QXUserPeakLabelItem(1.0, 0.25, "z2", 2), QXUserPeakLabelItem(1.0, 0.25, "any", 0)});
     steps.MatchUserPeakLabels(&bySteps, 0, kQXFilterAll, nullptr);
     EXPECT_EQ(PeakLabels(steps), (useCharge ? Labels{"*any", "*z2,any", "", "*any", ""}
                                             : Labels{"*z2,any", "*z2,any", "", "*z2,any", ""}));
