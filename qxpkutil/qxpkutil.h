@@ -12,3 +12,5 @@
 #include "qxpkutil/numeric/QXMatrixAlloc.h"
 #include "qxpkutil/numeric/QXXYData.h"
 #include "qxpkutil/labels/QXUserPkLabels.h"
+#include "qxpkutil/settings/QXPeakDetectSetting.h"
+#include "qxpkutil/settings/QXPeakTableList.h"
