@@ -22,6 +22,7 @@ class QXPeakTable;
 class QXNonLinFitParam {
  public:
   QXNonLinFitParam() = default;
+  // A parameter starting at `value`, kept within [minimum, maximum]; `fit` 0 holds it.
   QXNonLinFitParam(double value, double minimum, double maximum, int fit = 1)
       : m_dValue(value), m_dMaximum(maximum), m_dMinimum(minimum), m_nFit(fit) {}
   QXNonLinFitParam(const QXNonLinFitParam&) = default;
@@ -45,6 +46,13 @@ using QXFitModel = void (*)(double x, double* a, double* y, double* dyda, int na
 // fit in progress.
 class QXMrqContext {
  public:
+  QXMrqContext() = default;
+  // Movable, not copyable: the curvature matrix's row pointers point into its own storage.
+  QXMrqContext(QXMrqContext&&) = default;
+  QXMrqContext& operator=(QXMrqContext&&) = default;
+  QXMrqContext(const QXMrqContext&) = delete;
+  QXMrqContext& operator=(const QXMrqContext&) = delete;
+
   // True between the initialising step and the final (covariance) step of a fit.
   bool IsActive() const { return m_bActive; }
 

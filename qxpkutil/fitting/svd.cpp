@@ -34,6 +34,33 @@ class Scratch {
 // |a| with the sign of b, where b = -0.0 counts as positive.
 double Sign(double a, double b) { return b >= 0.0 ? std::fabs(a) : -std::fabs(a); }
 
+// A Householder reflector: the scale its vector was divided by (0 when the vector is
+// zero and nothing was done), g = -+|x| and h = f*g - |x|^2 for the leading entry f.
+struct Reflector {
+  double scale = 0.0;
+  double g = 0.0;
+  double h = 0.0;
+};
+
+// Builds the reflector of the entries e(from) .. e(to - 1) in place: divides them by the sum
+// of their magnitudes and subtracts g from the leading one.
+template <class Entry>
+Reflector MakeReflector(Entry e, int from, int to) {
+  Reflector r;
+  for (int k = from; k < to; ++k) r.scale += std::fabs(e(k));
+  if (r.scale == 0.0) return r;
+  double s = 0.0;
+  for (int k = from; k < to; ++k) {
+    e(k) /= r.scale;
+    s += e(k) * e(k);
+  }
+  const double f = e(from);
+  r.g = -Sign(std::sqrt(s), f);
+  r.h = f * r.g - s;
+  e(from) = f - r.g;
+  return r;
+}
+
 // Plane rotation of columns j and i of the rows x rows-long matrix m.
 void Rotate(double** m, int rows, int j, int i, double c, double s) {
   for (int r = 0; r < rows; ++r) {
@@ -64,8 +91,8 @@ int QXNonLinFit::Svdcmp(double** a, int m, int n, double* w, double** v) {
   double* rv1 = scratch.Get();  // superdiagonal of the bidiagonal form
   if (!rv1) return 0;
 
-  // Householder reduction to bidiagonal form: column transforms give the diagonal w,
-  // row transforms the superdiagonal rv1.
+  // Householder reduction to bidiagonal form: column reflectors give the diagonal w,
+  // row reflectors the superdiagonal rv1.
   double g = 0.0;
   double scale = 0.0;
   double anorm = 0.0;
@@ -73,53 +100,35 @@ int QXNonLinFit::Svdcmp(double** a, int m, int n, double* w, double** v) {
   for (int i = 0; i < n; ++i) {
     l = i + 1;
     rv1[i] = scale * g;
-    g = 0.0;
-    double s = 0.0;
-    scale = 0.0;
+    Reflector r;
     if (i < m) {
-      for (int k = i; k < m; ++k) scale += std::fabs(a[k][i]);
-      if (scale != 0.0) {
-        for (int k = i; k < m; ++k) {
-          a[k][i] /= scale;
-          s += a[k][i] * a[k][i];
-        }
-        const double f = a[i][i];
-        g = -Sign(std::sqrt(s), f);
-        const double h = f * g - s;
-        a[i][i] = f - g;
+      r = MakeReflector([&](int k) -> double& { return a[k][i]; }, i, m);
+      if (r.scale != 0.0) {
         for (int j = l; j < n; ++j) {
           double sum = 0.0;
           for (int k = i; k < m; ++k) sum += a[k][i] * a[k][j];
-          const double fj = sum / h;
-          for (int k = i; k < m; ++k) a[k][j] += fj * a[k][i];
+          const double f = sum / r.h;
+          for (int k = i; k < m; ++k) a[k][j] += f * a[k][i];
         }
-        for (int k = i; k < m; ++k) a[k][i] *= scale;
+        for (int k = i; k < m; ++k) a[k][i] *= r.scale;
       }
     }
-    w[i] = scale * g;
-    g = 0.0;
-    s = 0.0;
-    scale = 0.0;
+    w[i] = r.scale * r.g;
+    r = Reflector{};
     if (i < m && i != n - 1) {
-      for (int k = l; k < n; ++k) scale += std::fabs(a[i][k]);
-      if (scale != 0.0) {
-        for (int k = l; k < n; ++k) {
-          a[i][k] /= scale;
-          s += a[i][k] * a[i][k];
-        }
-        const double f = a[i][l];
-        g = -Sign(std::sqrt(s), f);
-        const double h = f * g - s;
-        a[i][l] = f - g;
-        for (int k = l; k < n; ++k) rv1[k] = a[i][k] / h;
+      r = MakeReflector([&](int k) -> double& { return a[i][k]; }, l, n);
+      if (r.scale != 0.0) {
+        for (int k = l; k < n; ++k) rv1[k] = a[i][k] / r.h;
         for (int j = l; j < m; ++j) {
           double sum = 0.0;
           for (int k = l; k < n; ++k) sum += a[j][k] * a[i][k];
           for (int k = l; k < n; ++k) a[j][k] += sum * rv1[k];
         }
-        for (int k = l; k < n; ++k) a[i][k] *= scale;
+        for (int k = l; k < n; ++k) a[i][k] *= r.scale;
       }
     }
+    g = r.g;
+    scale = r.scale;
     // Written as a comparison, not std::max, so that a NaN reaches anorm and the
     // convergence tests below fail instead of passing on garbage.
     const double t = std::fabs(w[i]) + std::fabs(rv1[i]);
