@@ -22,7 +22,8 @@ class QXDataExpUtils {
 
   // ---- Statistics ----
 
-  // Sum of v[0..n-1] (accumulated in long double) divided by n. Like the routine it
+  // Sum of v[0..n-1] divided by n. Sums here are accumulated in the widest floating type
+  // the hardware offers (long double on x86). Like the routine it
   // replaces it has no guard on n: n = 0 gives NaN (0/0), n < 0 gives 0/n. A null `v`
   // gives NaN.
   static double Mean(const double* v, int n);

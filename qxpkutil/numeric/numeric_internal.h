@@ -2,10 +2,15 @@
 // the Gaussian kernel that NormGaussMean and SmoothData share.
 #pragma once
 
+#include <cfloat>
+#include <type_traits>
+
 namespace qxpkutil::numeric_detail {
 
-// Sums are accumulated in the widest floating type the platform offers.
-using Wide = long double;
+// Sums are accumulated in the widest floating type the hardware computes in: the 64-bit
+// mantissa long double of x86, but plain double where long double is a software type
+// (as on 64-bit ARM), which would slow the smoothing loops by an order of magnitude.
+using Wide = std::conditional_t<(LDBL_MANT_DIG <= 64), long double, double>;
 
 // The weights to apply to a window and the divisor of their weighted sum.
 struct GaussKernel {

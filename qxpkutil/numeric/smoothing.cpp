@@ -87,9 +87,20 @@ int QXDataExpUtils::SmoothData(const double* in, double* out, std::uint32_t n, i
     std::copy_n(src, h, out);
     std::copy_n(src + (n - h), h, out + (n - h));
   }
+  // With gaps in mind, `pair` tracks the first adjacent-zero pair at or after the window's
+  // start (n - 1 when there is none), so windows without one skip the copy.
+  std::uint32_t pair = 0;
   for (std::uint32_t p = h; p < n - h; ++p) {
-    out[p] = gapAware ? GapAwareMean(src, n, p, w, kernel, window)
-                      : numeric_detail::ApplyGaussKernel(kernel, src + (p - h));
+    const std::uint32_t start = p - h;
+    if (gapAware) {
+      pair = std::max(pair, start);
+      while (pair + 1 < n && !(src[pair] == 0 && src[pair + 1] == 0)) ++pair;
+      if (src[p] == 0 || pair + 1 < start + static_cast<std::uint32_t>(w)) {
+        out[p] = GapAwareMean(src, n, p, w, kernel, window);
+        continue;
+      }
+    }
+    out[p] = numeric_detail::ApplyGaussKernel(kernel, src + start);
   }
   return 1;
 }
