@@ -112,11 +112,23 @@ class QXPeakTable : public QXObject {
                  double dCentroidPct, int nIntegrationMethod);
 
   // ---- Peak finding: centroid-spectrum path ----
+  // Appends the peaks of the range dRangeStart..dRangeEnd ((0, 0): all of x, ascending or
+  // descending) found in windows of trunc(index / dDivisor) points (CentroidFindPeaks), and
+  // marks the table as sorted by apex x, sorting it when it is not. With bFinish it then
+  // recomputes every area as the summed region with nIntegrateMethod (1 line baseline, 2
+  // keeps the trapezoid areas of the search, others a flat baseline), assigns charge states
+  // and refines centroids by Gaussian fits, as switched. Returns the peak count; -1 for null
+  // arrays, a dDivisor that is negative, NaN or infinite (kQXUnsetValue included), or a range
+  // with no point at or above dThreshold, with the table unchanged.
   long FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
                  double dDivisor, double dPctCentroid, int nIntegrateMethod, int bMassProcessing,
                  int nMaxCharge, int nMaxIsotope, double dRelMinIntensity,
                  double dRelMaxIntensity, int bFinish, double dRangeStart, double dRangeEnd,
                  int bGaussFit);
+  // Centroided input: every point of the range with y >= dThreshold becomes one peak whose
+  // apex, centroid, bounds and centroid region are the point itself and whose area is its
+  // intensity. The table is then sorted by apex x and, with bFinish, given charge states.
+  // Returns the peak count (peaks of earlier ranges included); -1 for null arrays.
   long BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
                               double dThreshold, int nMaxCharge, int nMaxIsotope,
                               double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
@@ -146,13 +158,33 @@ class QXPeakTable : public QXObject {
   void ProcessMassPeak(int nMaxCharge, int nMaxIsotopes, double dMinRatio, double dMaxRatio);
 
   // Centroid-spectrum path helpers.
+  // Appends the peaks of one range: local tops above dThreshold found window by window,
+  // bounded by the lowest points around them and measured by ComputeCentroid. 1 on
+  // success (the sort method is then -1); -3 when no point of the range reaches dThreshold;
+  // -1 for null arrays, more than 2^31 - 1 points or a dDivisor that is negative, NaN or
+  // infinite. On failure the table is unchanged.
   long CentroidFindPeaks(const double* x, const double* y, std::uint32_t n, double dRangeStart,
                          double dRangeEnd, double dThreshold, double dDivisor, double dPctCentroid);
+  // Plain form (bPlainMax != 0): the highest point of from..to, the first of equals, NaN
+  // never chosen; returns 1, index = from when from > to. Threshold form: the first local
+  // top at or after the first point >= dThreshold; 0 with index -1 when there is none.
+  // `to` is cut back to n - 1; a null y gives 0 with index -1.
   int FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t from, std::uint32_t to,
                    long bPlainMax, long& index, double dThreshold) const;
+  // Measures the peak whose integration bounds are left and right: its apex is their
+  // highest point, its centroid region is cut at dPct percent of the height as
+  // QXDataExpUtils::CentroidRegion does (outside 0..100: the whole stretch), and `area` is
+  // the trapezoid area over x above the line through the bound points, never negative.
+  // 1 on success; 0 with outputs untouched when the bounds are not inside the arrays, the
+  // apex does not rise above both bounds, or the centroid cannot be measured between them.
   long ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct, long left,
-                       long right, double& centroidX, double& area, double& leftX,
-                       double& leftY, double& rightX, double& rightY) const;
+                       long right, double& centroidX, double& area, double& centroidLeftX,
+                       double& centroidLeftY, double& centroidRightX,
+                       double& centroidRightY) const;
+
+  // ---- Centroid-spectrum path: helpers of its own ----
+  // Marks the table as sorted by apex x (method 0), sorting it first when it is not.
+  void MarkApexXOrder();
 
   // Key of the element under the current sort method.
   double SortKey(const QXPeakTableElement* peak) const {
