@@ -11,6 +11,8 @@
 #include "qxpkutil/numeric/QXDataExpUtils.h"
 #include "qxpkutil/numeric/QXMatrixAlloc.h"
 #include "qxpkutil/numeric/QXXYData.h"
+#include "qxpkutil/fitting/CTriangulationGrid.h"
+#include "qxpkutil/fitting/QXNonLinFit.h"
 #include "qxpkutil/labels/QXUserPkLabels.h"
 #include "qxpkutil/settings/QXPeakDetectSetting.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
