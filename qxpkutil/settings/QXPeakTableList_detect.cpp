@@ -1,0 +1,210 @@
+// The detection driver of QXPeakTableList: FindPeaks, ComputeMaxPeakArea and
+// ComputeBasePeakArea.
+//
+// Every segment derives its intensity threshold and minimum area from the data's height and
+// the largest peak area that a trial search finds, then searches its own x range into one
+// table: the moving-mean scan, the divisor search or the stick builder of QXPeakTable. The
+// peaks of all segments accumulate; the first segment clears the table and the last one runs
+// the finishing step (centroids, charge states, Gaussian fits).
+#include "qxpkutil/settings/QXPeakTableList.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "qxpkutil/numeric/QXWaveletAnalysis.h"
+#include "qxpkutil/peaks/QXPeakTable.h"
+#include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/platform/QXTypes.h"
+
+namespace qxpkutil {
+namespace {
+
+constexpr std::int32_t kNoSearch = -2;
+// The automatic noise threshold is this fraction of the white-noise level.
+constexpr double kAutoNoiseFactor = 0.75;
+// A trial search that finds nothing is repeated with this peak-width limit.
+constexpr int kTrialRetryMaxPeakWidth = 10000;
+// The base-peak trial search only looks at peaks reaching this fraction of its height.
+constexpr double kBasePeakHeightFraction = 0.8;
+
+bool AllFinite(const double* v, std::uint32_t n) {
+  return std::all_of(v, v + n, [](double d) { return std::isfinite(d); });
+}
+
+// Data a search can run on: both arrays present, at least one point, every value finite.
+bool UsableData(const double* x, const double* y, std::uint32_t n) {
+  return x != nullptr && y != nullptr && n > 0 && AllFinite(x, n) && AllFinite(y, n);
+}
+
+std::optional<double> AutoNoise(int autoSNCalc, const double* y, std::uint32_t n) {
+  if (!autoSNCalc) return std::nullopt;
+  return kAutoNoiseFactor * QXWaveletAnalysis::CalcWhiteNoiseLevel(y, n);
+}
+
+// One trial search of segment `s` into `table` with filter increment 1, no finishing step and
+// no Gaussian fit; when it finds nothing it runs again with the widest peak-width limit.
+// Returns the table's peak count.
+long TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint32_t n,
+                 double areaScale, double threshold, const QXPeakDetectSetting& s,
+                 int massProcessing, double startX, double endX) {
+  const auto search = [&](int maxPeakWidth) {
+    return table.FindPeaks(x, y, n, areaScale, threshold, s.GetFilterType(), s.GetFilterWidth(), 1,
+                           s.GetMinPeakArea(), s.GetMinPeakWidth(), maxPeakWidth,
+                           s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
+                           massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
+                           s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), 0, startX, endX,
+                           0);
+  };
+  const long found = search(s.GetMaxPeakWidth());
+  return found > 0 ? found : search(kTrialRetryMaxPeakWidth);
+}
+
+// The largest area that a trial search of each segment over its own range finds, at the
+// segment's absolute threshold and minimum area; 0.0 when none finds a peak. `noise`, when
+// set, first becomes every segment's NoiseThreshold.
+double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, int massProcessing,
+                        const double* x, const double* y, std::uint32_t n, double areaScale,
+                        std::optional<double> noise) {
+  double largest = 0.0;
+  QXPeakTable trial;
+  for (QXPeakDetectSetting& s : segments) {
+    trial.DeleteAllPeaks();
+    if (noise) s.SetNoiseThreshold(*noise);
+    const long found = TrialSearch(trial, x, y, n, areaScale, s.GetAbsThreshold(), s,
+                                   massProcessing, s.GetRangeX1(), s.GetRangeX2());
+    for (long i = 0; i < found; ++i) largest = std::max(largest, trial.GetPeak(i)->m_dArea);
+  }
+  return largest;
+}
+
+// Segments that overlap or come out of x order leave the table out of apex-x order although
+// the finders mark it as sorted by apex x. A stable sort restores the order, so that a peak
+// found by two segments has its copies side by side and the later segment's copy is the one
+// that duplicate removal keeps.
+void RestoreApexXOrder(QXPeakTable& table) {
+  const long count = table.GetNumPeaks();
+  bool ordered = true;
+  for (long i = 1; i < count && ordered; ++i) {
+    ordered = !(table.GetPeak(i)->m_dApexX < table.GetPeak(i - 1)->m_dApexX);
+  }
+  if (ordered) return;
+  std::vector<std::unique_ptr<QXPeakTableElement>> peaks(static_cast<std::size_t>(count));
+  for (auto slot = peaks.rbegin(); slot != peaks.rend(); ++slot) *slot = table.RemovePeak(-1);
+  std::stable_sort(peaks.begin(), peaks.end(),
+                   [](const auto& a, const auto& b) { return a->m_dApexX < b->m_dApexX; });
+  for (auto& peak : peaks) table.AddPeak(peak.release());
+}
+
+}  // namespace
+
+std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::uint32_t n,
+                                        double yMax, double dAreaScale, std::int32_t table) {
+  QXPeakTable* target = GetPeakTableFromList(table);
+  if (target == nullptr || !UsableData(x, y, n) || !std::isfinite(yMax) ||
+      !std::isfinite(dAreaScale)) {
+    return kNoSearch;
+  }
+  // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
+  const double minY = std::min(0.0, *std::min_element(y, y + n));
+  const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
+  // Only scan segments take a minimum area derived from the largest trial area; without
+  // one the trial searches would change nothing but the noise thresholds set below anyway.
+  const bool scanSegment =
+      !m_bCentroidSpecData &&
+      std::any_of(m_arrDetectSettings.begin(), m_arrDetectSettings.end(),
+                  [](const QXPeakDetectSetting& s) { return s.GetDivisor() == kQXUnsetValue; });
+  const double maxArea =
+      scanSegment ? LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x, y, n, dAreaScale,
+                                     noise)
+                  : 0.0;
+
+  const std::int32_t count = GetNumDetectionSettings();
+  for (std::int32_t i = 0; i < count; ++i) {
+    QXPeakDetectSetting& s = m_arrDetectSettings[static_cast<std::size_t>(i)];
+    double threshold =
+        std::max(s.GetRelThreshold() * 0.01 * (yMax - minY) + minY, s.GetAbsThreshold());
+    const double areaBase = m_bCentroidSpecData ? yMax : maxArea;
+    const double minArea = std::max(areaBase * s.GetPctPeakArea() * 0.01, s.GetMinPeakArea());
+    // A stick's area is its intensity, so for centroided data the minimum area is a
+    // threshold too.
+    if (m_bCentroidSpecData && threshold <= minArea) threshold = minArea;
+    if (noise) s.SetNoiseThreshold(*noise);
+    m_bSettingsChanged = 0;
+
+    double startX = s.GetRangeX1();
+    double endX = s.GetRangeX2();
+    if (i == 0) {
+      target->DeleteAllPeaks();
+      // An empty first range means the whole data; later empty ranges stay empty.
+      if (startX == endX) startX = endX = 0.0;
+    }
+    const int finish = i == count - 1 ? 1 : 0;
+
+    if (s.GetDivisor() != kQXUnsetValue) {
+      target->FindPeaks(x, y, n, threshold, s.GetDivisor(), s.GetPctCentroid(),
+                        s.GetIntegratedMethod(), m_bMassProcessing, s.GetMaxCharge(),
+                        s.GetMaxIsotope(), s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(),
+                        finish, startX, endX, m_bGaussFit);
+    } else if (m_bCentroidSpecData) {
+      target->BuildCentroidPeakTable(x, y, n, threshold, s.GetMaxCharge(), s.GetMaxIsotope(),
+                                     s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), finish,
+                                     startX, endX);
+    } else {
+      // The segment's MinPeakWidth goes into the finder's reserved slot, which the scan does
+      // not read; AutoPeakWidth is not passed at all.
+      target->FindPeaks(x, y, n, dAreaScale, threshold, s.GetFilterType(), s.GetFilterWidth(),
+                        s.GetFilterInc(), minArea, s.GetMinPeakWidth(), s.GetMaxPeakWidth(),
+                        s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
+                        m_bMassProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
+                        s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), finish, startX,
+                        endX, m_bGaussFit);
+    }
+  }
+
+  RestoreApexXOrder(*target);
+  target->RemoveDuplicatedPeaks();
+  // Marks the table as sorted by apex x; its apexes are now strictly increasing, so the
+  // order stays as it is.
+  target->SortPeakTable(0);
+  return static_cast<std::int32_t>(target->GetNumPeaks());
+}
+
+double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std::uint32_t n,
+                                           double dAreaScale) {
+  if (!UsableData(x, y, n) || !std::isfinite(dAreaScale)) return 0.0;
+  return LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x, y, n, dAreaScale,
+                          AutoNoise(m_bAutoSNCalc, y, n));
+}
+
+double QXPeakTableList::ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n,
+                                            double d1, double d2) {
+  if (m_arrDetectSettings.empty() || !UsableData(x, y, n) || !std::isfinite(d1) ||
+      !std::isfinite(d2)) {
+    return 0.0;
+  }
+  // The segment is chosen by the data's lowest point (the first of equals), not its highest:
+  // an odd choice, kept as it is.
+  const double lowX = x[std::min_element(y, y + n) - y];
+  auto segment = std::find_if(
+      m_arrDetectSettings.begin(), m_arrDetectSettings.end(), [lowX](const QXPeakDetectSetting& s) {
+        return s.GetRangeX1() <= lowX && lowX <= s.GetRangeX2();
+      });
+  if (segment == m_arrDetectSettings.end()) segment = m_arrDetectSettings.begin();
+  if (const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n)) {
+    segment->SetNoiseThreshold(*noise);
+  }
+
+  QXPeakTable trial;
+  if (TrialSearch(trial, x, y, n, d2, kBasePeakHeightFraction * d1, *segment, m_bMassProcessing,
+                  0.0, 0.0) <= 0) {
+    return 0.0;
+  }
+  trial.SortPeakTable(1);  // ascending apex intensity: the base peak comes last
+  return trial.GetPeak(-1)->m_dArea;
+}
+
+}  // namespace qxpkutil
