@@ -13,7 +13,7 @@ namespace {
 using U = QXDataExpUtils;
 constexpr std::uint32_t kNoStart = std::numeric_limits<std::uint32_t>::max();
 
-TEST(FindNearestIndex, KnownAnswers) {
+TEST(Search, KnownAnswers) {
   const double x[] = {1.0, 3.0};
   EXPECT_EQ(U::FindNearestIndex(x, 0, 2.0), 0);  // empty array
   EXPECT_EQ(U::FindNearestIndex(x, 2, 2.0), 0);  // a midpoint goes to the lower index
@@ -22,14 +22,10 @@ TEST(FindNearestIndex, KnownAnswers) {
   EXPECT_EQ(U::FindNearestIndex(x, 1, 9.0), 0);
   EXPECT_EQ(U::FindNearestIndex(static_cast<const double*>(nullptr), 2, 2.0), -1);
   EXPECT_EQ(U::FindNearestIndex(x, 2, std::nan("")), -1);
-}
-
-TEST(HuntIndex, FlatArrayCountsAsDescending) {
-  const double x[] = {2.0, 2.0, 2.0};
-  EXPECT_EQ(U::HuntIndex(x, 3, kNoStart, 3.0), -1);
-  EXPECT_EQ(U::HuntIndex(x, 3, 1, 1.0), 2);
-  EXPECT_EQ(U::HuntIndex(x, 0, kNoStart, 1.0), -1);
-  EXPECT_EQ(U::HuntIndex(static_cast<const float*>(nullptr), 3, 0, 1.0), -1);
+  const double flat[] = {2.0, 2.0, 2.0};  // equal ends count as descending
+  EXPECT_EQ(U::HuntIndex(flat, 3, kNoStart, 3.0), -1);
+  EXPECT_EQ(U::HuntIndex(flat, 3, 1, 1.0), 2);
+  EXPECT_EQ(U::HuntIndex(flat, 0, kNoStart, 1.0), -1);
 }
 
 // Linear-scan answers for a strictly monotonic array: nearest element (lower index on a
