@@ -83,29 +83,30 @@ void BM_SmoothDataInPlace(benchmark::State& state) {
 BENCHMARK(BM_SmoothDataInPlace)->Unit(benchmark::kMillisecond);
 
 // A million look-ups at random positions in a million-point x array.
-void BM_FindNearestIndex(benchmark::State& state) {
-  const std::vector<double>& x = Spectrum().x;
+template <class Search>
+void RandomLookUps(benchmark::State& state, Search search) {
+  const double* x = Spectrum().x.data();
   const std::vector<double>& values = RandomValues();
   for (auto _ : state) {
     std::int64_t total = 0;
-    for (double v : values) total += QXDataExpUtils::FindNearestIndex(x.data(), kPoints, v);
+    for (double v : values) total += search(x, v);
     benchmark::DoNotOptimize(total);
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * values.size()));
 }
+
+void BM_FindNearestIndex(benchmark::State& state) {
+  RandomLookUps(state, [](const double* x, double v) {
+    return QXDataExpUtils::FindNearestIndex(x, kPoints, v);
+  });
+}
 BENCHMARK(BM_FindNearestIndex)->Unit(benchmark::kMillisecond);
 
+// Without a remembered start the hunt is a plain bisection.
 void BM_HuntIndexCold(benchmark::State& state) {
-  const std::vector<double>& x = Spectrum().x;
-  const std::vector<double>& values = RandomValues();
-  for (auto _ : state) {
-    std::int64_t total = 0;
-    for (double v : values) {
-      total += QXDataExpUtils::HuntIndex(x.data(), kPoints, std::numeric_limits<std::uint32_t>::max(), v);
-    }
-    benchmark::DoNotOptimize(total);
-  }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * values.size()));
+  RandomLookUps(state, [](const double* x, double v) {
+    return QXDataExpUtils::HuntIndex(x, kPoints, std::numeric_limits<std::uint32_t>::max(), v);
+  });
 }
 BENCHMARK(BM_HuntIndexCold)->Unit(benchmark::kMillisecond);
 
