@@ -18,12 +18,15 @@
 // - Bounds. From the apex the integration bounds are the lowest points within one window
 //   width on each side (nearest to the apex among equals), looked for no further than the
 //   neighbouring candidates' apexes and no further than a point above the apex. Two close
-//   peaks thus share the valley between them. Candidates are taken in index order, one
-//   candidate late, so that the right-hand neighbour is known.
-// - Centroid and area: ComputeCentroid between the bounds. A candidate is taken unless its
-//   centroid x and apex intensity both agree to four decimals with the peak taken before it
-//   in this range; the first candidate is compared with an empty (all-zero) record, the way
-//   the established procedure compares it with a zero sentinel.
+//   peaks thus share the valley between them. A window about as wide as a peak's base
+//   suits best: on noisy data a bound sits on the lowest noise point within reach. With a
+//   Divisor of 0 the walk from the apex also ends at the first valley. Candidates are
+//   taken in index order, one candidate late, so that the right-hand neighbour is known.
+// - Centroid and area: ComputeCentroid between the bounds, which also gives the trapezoid
+//   area over x that integration method 2 keeps. A candidate is taken unless its centroid
+//   x and apex intensity both agree to four decimals with the peak taken before it in this
+//   range; the first candidate is compared with an empty (all-zero) record, the way the
+//   established procedure compares it with a zero sentinel.
 #include "qxpkutil/peaks/QXPeakTable.h"
 
 #include <algorithm>
@@ -102,6 +105,68 @@ std::int64_t Valley(const double* y, std::int64_t apex, std::int64_t limit, std:
   return low;
 }
 
+// Window widths trunc(s / divisor), at least 2 and at most `cap`, for window starts s that
+// never fall. A correctly rounded quotient never falls as s rises, so each width holds up to
+// a boundary: dividing only there keeps a division per window out of the walk.
+class DividedWidth {
+ public:
+  DividedWidth(double divisor, double cap) : m_divisor(divisor), m_cap(cap) {}
+
+  std::int64_t operator()(std::int64_t s) {
+    if (s >= m_next) Settle(s);
+    return m_width;
+  }
+
+ private:
+  std::int64_t Quotient(std::int64_t s) const {
+    return static_cast<std::int64_t>(std::min(static_cast<double>(s) / m_divisor, m_cap));
+  }
+
+  void Settle(std::int64_t s) {
+    const std::int64_t q = Quotient(s);
+    m_width = std::max<std::int64_t>(2, q);
+    // The first start with a larger quotient, from (q + 1) * divisor made exact; starts
+    // never pass 2^32, so a boundary beyond that is never met.
+    const double estimate = std::ceil(static_cast<double>(q + 1) * m_divisor);
+    if (q >= static_cast<std::int64_t>(m_cap) || !(estimate < 4294967296.0)) {
+      m_next = std::numeric_limits<std::int64_t>::max();
+      return;
+    }
+    std::int64_t next = std::max(s + 1, static_cast<std::int64_t>(estimate));
+    while (next > s + 1 && Quotient(next - 1) > q) --next;
+    while (Quotient(next) <= q) ++next;
+    m_next = next;
+  }
+
+  double m_divisor;
+  double m_cap;
+  std::int64_t m_width = 2;
+  std::int64_t m_next = std::numeric_limits<std::int64_t>::min();
+};
+
+// The highest point of from..last (from <= last), the first of equals; a NaN never counts
+// as the highest point, so a leading one is stepped over.
+std::int64_t HighestPoint(const double* y, std::int64_t from, std::int64_t last) {
+  std::int64_t best = from;
+  while (best < last && std::isnan(y[best])) ++best;
+  for (std::int64_t k = best + 1; k <= last; ++k) {
+    if (y[k] > y[best]) best = k;
+  }
+  return best;
+}
+
+// The first index of from..last whose intensity is above `threshold`, or last + 1.
+std::int64_t NextAbove(const double* y, std::int64_t from, std::int64_t last, double threshold) {
+  // Most of a spectrum lies below the threshold: blocks of eight are tested together.
+  for (; from + 8 <= last + 1; from += 8) {
+    bool any = false;
+    for (int k = 0; k < 8; ++k) any |= y[from + k] > threshold;
+    if (any) break;
+  }
+  while (from <= last && !(y[from] > threshold)) ++from;
+  return from;
+}
+
 }  // namespace
 
 int QXPeakTable::FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t from,
@@ -114,13 +179,7 @@ int QXPeakTable::FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t fr
   // Nothing past the array is read: `to` is cut back to the last point.
   const std::int64_t last = std::min<std::int64_t>(to, std::int64_t{n} - 1);
   if (bPlainMax) {
-    std::int64_t best = from;
-    // A NaN never counts as the highest point: a leading one is stepped over.
-    while (best < last && std::isnan(y[best])) ++best;
-    for (std::int64_t k = best + 1; k <= last; ++k) {
-      if (y[k] > y[best]) best = k;
-    }
-    index = static_cast<long>(best);
+    index = static_cast<long>(from <= last ? HighestPoint(y, from, last) : from);
     return 1;
   }
   index = -1;
@@ -213,14 +272,15 @@ long QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint3
     return -3;
   }
 
-  const double rangeLength = static_cast<double>(range.last - range.first + 1);
+  const std::int64_t rangeLength = range.last - range.first + 1;
   // Without a Divisor nothing tells how wide a peak is: its bounds are the first valleys
   // on either side, and the next window is as wide as the last peak measured.
   const bool adaptive = dDivisor == 0.0;
   std::int64_t lastSpan = 0;
-  const auto windowWidth = [&](std::int64_t s) -> std::int64_t {
-    const double w = adaptive ? static_cast<double>(lastSpan) : static_cast<double>(s) / dDivisor;
-    return std::max<std::int64_t>(2, static_cast<std::int64_t>(std::min(w, rangeLength)));
+  DividedWidth divided(dDivisor, static_cast<double>(rangeLength));
+  const auto windowWidth = [&](std::int64_t s) {
+    return adaptive ? std::clamp<std::int64_t>(lastSpan, 2, std::max<std::int64_t>(rangeLength, 2))
+                    : divided(s);
   };
 
   // The candidate waiting for its right-hand neighbour, and the apex before it.
@@ -265,16 +325,19 @@ long QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint3
     const double start = a - 0.5 * a / dDivisor;
     if (start > static_cast<double>(range.first)) s = static_cast<std::int64_t>(start);
   }
+  std::int64_t above = -1;  // the first point from s on above the threshold
   for (;;) {
     const std::int64_t width = windowWidth(s);
     const std::int64_t end = std::min(s + width - 1, range.last);
-    long apex = -1;
-    FindMaxIndex(y, n, static_cast<std::uint32_t>(s), static_cast<std::uint32_t>(end), 1, apex,
-                 dThreshold);
-    if (y[apex] > dThreshold && apex > pendingApex && IsLocalTop(y, n, apex, width / 2)) {
-      if (pendingApex >= 0) measure(pendingApex, pendingReach, apex);
-      pendingApex = apex;
-      pendingReach = adaptive ? std::int64_t{n} : width;
+    // A window without a point above the threshold holds no candidate: it is not read.
+    if (above < s) above = NextAbove(y, s, range.last, dThreshold);
+    if (above <= end) {
+      const std::int64_t apex = HighestPoint(y, s, end);
+      if (apex > pendingApex && IsLocalTop(y, n, apex, width / 2)) {
+        if (pendingApex >= 0) measure(pendingApex, pendingReach, apex);
+        pendingApex = apex;
+        pendingReach = adaptive ? std::int64_t{n} : width;
+      }
     }
     if (end >= range.last) break;
     s += width / 2;
