@@ -11,6 +11,7 @@
 #include "qxpkutil/numeric/QXDataExpUtils.h"
 #include "qxpkutil/numeric/QXMatrixAlloc.h"
 #include "qxpkutil/numeric/QXXYData.h"
+#include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/fitting/CTriangulationGrid.h"
 #include "qxpkutil/fitting/QXNonLinFit.h"
 #include "qxpkutil/labels/QXUserPkLabels.h"
