@@ -112,9 +112,9 @@ class QXPeakTable : public QXObject {
                  double dCentroidPct, int nIntegrationMethod);
 
   // ---- Peak finding: centroid-spectrum path ----
-  // Appends the peaks of the range dRangeStart..dRangeEnd ((0, 0): all of x, ascending or
-  // descending) found in windows of trunc(index / dDivisor) points (CentroidFindPeaks), and
-  // marks the table as sorted by apex x, sorting it when it is not. With bFinish it then
+  // Appends the peaks of the x range dRangeStart..dRangeEnd ((0, 0) for all of x, which may
+  // run either way) found in windows of trunc(index / dDivisor) points (CentroidFindPeaks),
+  // and marks the table as sorted by apex x, sorting it when it is not. With bFinish it then
   // recomputes every area as the summed region with nIntegrateMethod (1 line baseline, 2
   // keeps the trapezoid areas of the search, others a flat baseline), assigns charge states
   // and refines centroids by Gaussian fits, as switched. Returns the peak count; -1 for null
@@ -128,7 +128,8 @@ class QXPeakTable : public QXObject {
   // Centroided input: every point of the range with y >= dThreshold becomes one peak whose
   // apex, centroid, bounds and centroid region are the point itself and whose area is its
   // intensity. The table is then sorted by apex x and, with bFinish, given charge states.
-  // Returns the peak count (peaks of earlier ranges included); -1 for null arrays.
+  // Returns the peak count (peaks of earlier ranges included); -1 for null arrays or more
+  // than 2^31 - 1 points.
   long BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
                               double dThreshold, int nMaxCharge, int nMaxIsotope,
                               double dRelMinIntensity, double dRelMaxIntensity, int bFinish,

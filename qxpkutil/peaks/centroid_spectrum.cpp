@@ -332,7 +332,7 @@ long QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint3
     // A window without a point above the threshold holds no candidate: it is not read.
     if (above < s) above = NextAbove(y, s, range.last, dThreshold);
     if (above <= end) {
-      const std::int64_t apex = HighestPoint(y, s, end);
+      const std::int64_t apex = HighestPoint(y, s, end);  // at least as high as `above`
       if (apex > pendingApex && IsLocalTop(y, n, apex, width / 2)) {
         if (pendingApex >= 0) measure(pendingApex, pendingReach, apex);
         pendingApex = apex;

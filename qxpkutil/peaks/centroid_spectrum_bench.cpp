@@ -51,36 +51,38 @@ const testing::Signal& ProfileSpectrum() {
   return signal;
 }
 
-void BM_FindPeaksDivisor(benchmark::State& state) {
+// Runs `search(table, x, y, n, finish)` on a fresh table per iteration, finish taken from
+// the benchmark's argument: 0 the search alone, 1 with its finishing steps (summed areas,
+// charge states).
+template <class Search>
+void RunOnSpectrum(benchmark::State& state, Search search) {
   const testing::Signal& s = ProfileSpectrum();
   const int finish = static_cast<int>(state.range(0));
   long found = 0;
   for (auto _ : state) {
     QXPeakTable table;
-    found = table.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(kPoints), 200.0,
-                            kDivisor, 50.0, 1, finish, 3, 6, 0.05, 2.0, finish, 0.0, 0.0, 0);
+    found = search(table, s.x.data(), s.y.data(), static_cast<std::uint32_t>(kPoints), finish);
     benchmark::DoNotOptimize(found);
   }
   state.counters["peaks"] = static_cast<double>(found);
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kPoints));
 }
-// finish 0: the search alone; finish 1: plus summed areas and charge states.
+
+void BM_FindPeaksDivisor(benchmark::State& state) {
+  RunOnSpectrum(state, [](QXPeakTable& t, const double* x, const double* y, std::uint32_t n,
+                          int finish) {
+    return t.FindPeaks(x, y, n, 200.0, kDivisor, 50.0, 1, finish, 3, 6, 0.05, 2.0, finish, 0.0,
+                       0.0, 0);
+  });
+}
 BENCHMARK(BM_FindPeaksDivisor)->Arg(0)->Arg(1)->ArgName("finish")->Unit(benchmark::kMillisecond);
 
 // Every point above 2000 of the profile spectrum taken as a stick (about 13000 of them).
 void BM_BuildCentroidPeakTable(benchmark::State& state) {
-  const testing::Signal& s = ProfileSpectrum();
-  const int finish = static_cast<int>(state.range(0));
-  long found = 0;
-  for (auto _ : state) {
-    QXPeakTable table;
-    found = table.BuildCentroidPeakTable(s.x.data(), s.y.data(),
-                                         static_cast<std::uint32_t>(kPoints), 2000.0, 3, 6, 0.05,
-                                         2.0, finish, 0.0, 0.0);
-    benchmark::DoNotOptimize(found);
-  }
-  state.counters["peaks"] = static_cast<double>(found);
-  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kPoints));
+  RunOnSpectrum(state, [](QXPeakTable& t, const double* x, const double* y, std::uint32_t n,
+                          int finish) {
+    return t.BuildCentroidPeakTable(x, y, n, 2000.0, 3, 6, 0.05, 2.0, finish, 0.0, 0.0);
+  });
 }
 BENCHMARK(BM_BuildCentroidPeakTable)
     ->Arg(0)
