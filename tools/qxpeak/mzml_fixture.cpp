@@ -1,0 +1,129 @@
+#include "tools/qxpeak/mzml_fixture.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
+
+#include <zlib.h>
+
+#include "tools/qxpeak/base64.h"
+
+namespace qxpkutil::qxpeak::testing {
+
+namespace {
+
+std::string CvParam(const char* accession, const char* name, const std::string& value = "",
+                    const char* unit = nullptr) {
+  std::string s = std::string("<cvParam cvRef=\"MS\" accession=\"") + accession + "\" name=\"" +
+                  name + "\" value=\"" + value + "\"";
+  if (unit != nullptr) s += std::string(" unitCvRef=\"UO\" unitAccession=\"") + unit + "\"";
+  return s + "/>\n";
+}
+
+std::string BinaryArray(const std::vector<double>& values, const FixtureSpectrum& s,
+                        const char* typeAccession, const char* typeName) {
+  std::string out = "<binaryDataArray encodedLength=\"0\">\n";
+  out += s.bits == 32 ? CvParam("MS:1000521", "32-bit float") : CvParam("MS:1000523", "64-bit float");
+  out += s.zlib ? CvParam("MS:1000574", "zlib compression") : CvParam("MS:1000576", "no compression");
+  out += CvParam(typeAccession, typeName);
+  out += "<binary>" + EncodeArray(values, s.bits, s.zlib) + "</binary>\n</binaryDataArray>\n";
+  return out;
+}
+
+std::string Element(const FixtureSpectrum& s, std::size_t position, bool chromatogram) {
+  const std::string id = !s.id.empty() ? s.id
+                         : chromatogram ? "TIC"
+                                        : "scan=" + std::to_string(position + 1);
+  const std::uint64_t length = s.declaredLength.value_or(s.x.size());
+  std::string out = std::string(chromatogram ? "<chromatogram" : "<spectrum") + " index=\"" +
+                    std::to_string(position) + "\" id=\"" + id + "\" defaultArrayLength=\"" +
+                    std::to_string(length) + "\">\n";
+  if (!chromatogram) {
+    if (s.msLevel > 0) out += CvParam("MS:1000511", "ms level", std::to_string(s.msLevel));
+    out += s.centroided ? CvParam("MS:1000127", "centroid spectrum")
+                        : CvParam("MS:1000128", "profile spectrum");
+    if (s.rtMinutes >= 0.0) {
+      out += "<scanList count=\"1\">\n" + CvParam("MS:1000795", "no combination") + "<scan>\n" +
+             CvParam("MS:1000016", "scan start time", std::to_string(s.rtMinutes), "UO:0000031") +
+             "</scan>\n</scanList>\n";
+    }
+  }
+  out += "<binaryDataArrayList count=\"2\">\n";
+  out += chromatogram ? BinaryArray(s.x, s, "MS:1000595", "time array")
+                      : BinaryArray(s.x, s, "MS:1000514", "m/z array");
+  out += BinaryArray(s.y, s, "MS:1000515", "intensity array");
+  out += "</binaryDataArrayList>\n";
+  out += chromatogram ? "</chromatogram>\n" : "</spectrum>\n";
+  return out;
+}
+
+}  // namespace
+
+std::string EncodeArray(const std::vector<double>& values, int bits, bool zlib) {
+  std::vector<unsigned char> raw;
+  for (const double v : values) {
+    unsigned char bytes[8];
+    if (bits == 32) {
+      const float f = static_cast<float>(v);
+      std::memcpy(bytes, &f, 4);
+    } else {
+      std::memcpy(bytes, &v, 8);
+    }
+    raw.insert(raw.end(), bytes, bytes + bits / 8);
+  }
+  if (zlib) {
+    uLongf size = compressBound(static_cast<uLong>(raw.size()));
+    std::vector<unsigned char> packed(size);
+    compress(packed.data(), &size, raw.data(), static_cast<uLong>(raw.size()));
+    packed.resize(size);
+    raw.swap(packed);
+  }
+  return EncodeBase64(raw.data(), raw.size());
+}
+
+std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
+                     const std::vector<FixtureSpectrum>& chromatograms, bool indexed) {
+  std::string body =
+      "<mzML xmlns=\"http://psi.hupo.org/ms/mzml\" version=\"1.1.0\">\n"
+      "<cvList count=\"2\"><cv id=\"MS\" fullName=\"PSI-MS\" URI=\"psi-ms.obo\"/>"
+      "<cv id=\"UO\" fullName=\"Unit Ontology\" URI=\"unit.obo\"/></cvList>\n"
+      "<fileDescription><fileContent/></fileDescription>\n"
+      "<softwareList count=\"1\"><software id=\"fixture\" version=\"1\"/></softwareList>\n"
+      "<instrumentConfigurationList count=\"1\"><instrumentConfiguration id=\"IC\"/>"
+      "</instrumentConfigurationList>\n"
+      "<dataProcessingList count=\"1\"><dataProcessing id=\"dp\"><processingMethod order=\"1\" "
+      "softwareRef=\"fixture\"/></dataProcessing></dataProcessingList>\n"
+      "<run id=\"run\" defaultInstrumentConfigurationRef=\"IC\">\n";
+  if (!spectra.empty()) {
+    body += "<spectrumList count=\"" + std::to_string(spectra.size()) +
+            "\" defaultDataProcessingRef=\"dp\">\n";
+    for (std::size_t i = 0; i < spectra.size(); ++i) body += Element(spectra[i], i, false);
+    body += "</spectrumList>\n";
+  }
+  if (!chromatograms.empty()) {
+    body += "<chromatogramList count=\"" + std::to_string(chromatograms.size()) +
+            "\" defaultDataProcessingRef=\"dp\">\n";
+    for (std::size_t i = 0; i < chromatograms.size(); ++i) body += Element(chromatograms[i], i, true);
+    body += "</chromatogramList>\n";
+  }
+  body += "</run>\n</mzML>\n";
+  const std::string head = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+  if (!indexed) return head + body;
+  return head + "<indexedmzML xmlns=\"http://psi.hupo.org/ms/mzml\">\n" + body +
+         "<indexList count=\"1\"><index name=\"spectrum\"><offset idRef=\"scan=1\">0</offset>"
+         "</index></indexList>\n<indexListOffset>0</indexListOffset>\n"
+         "<fileChecksum>0</fileChecksum>\n</indexedmzML>\n";
+}
+
+std::string WriteTempFile(const std::string& name, const std::string& text) {
+  const std::filesystem::path dir =
+      std::filesystem::temp_directory_path() / ("qxpeak_test_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  const std::string path = (dir / name).string();
+  std::ofstream(path, std::ios::binary) << text;
+  return path;
+}
+
+}  // namespace qxpkutil::qxpeak::testing

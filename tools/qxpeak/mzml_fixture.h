@@ -1,0 +1,40 @@
+// Test-only mzML text builder: writes the variants a reader must handle (32/64-bit floats,
+// zlib or not, spectra and chromatograms, an indexedmzML wrapper, wrong declared lengths)
+// independently of the tool's own writer, so reader tests do not trust the code they test.
+//
+//   FixtureSpectrum s;  s.x = {100.0, 100.1};  s.y = {5.0, 7.0};  s.zlib = true;
+//   std::string text = MakeMzml({s}, {}, /*indexed=*/true);
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qxpkutil::qxpeak::testing {
+
+struct FixtureSpectrum {
+  std::vector<double> x;         // m/z, or time for a chromatogram
+  std::vector<double> y;
+  std::string id;                // empty: "scan=<position + 1>" ("TIC" for chromatograms)
+  int msLevel = 1;               // 0: no MS level parameter
+  bool centroided = false;
+  double rtMinutes = -1.0;       // negative: no scan start time
+  int bits = 64;                 // 32 or 64-bit floats for both arrays
+  bool zlib = false;
+  std::optional<std::uint64_t> declaredLength;  // defaultArrayLength; default x.size()
+};
+
+// An mzML 1.1 document holding `spectra` and `chromatograms`; `indexed` wraps it in
+// <indexedmzML> with an index whose offsets are not meant to be right.
+std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
+                     const std::vector<FixtureSpectrum>& chromatograms = {},
+                     bool indexed = false);
+
+// The base64 text of `values` as the fixture encodes them (for hand-made documents).
+std::string EncodeArray(const std::vector<double>& values, int bits, bool zlib);
+
+// Writes `text` to a fresh file under the test temporary folder; returns its path.
+std::string WriteTempFile(const std::string& name, const std::string& text);
+
+}  // namespace qxpkutil::qxpeak::testing
