@@ -1,0 +1,283 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <tuple>
+#include <vector>
+
+#include "qxpkutil/numeric/QXWaveletAnalysis.h"
+#include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestSignals.h"
+
+namespace qxpkutil {
+namespace {
+
+using testing::MakeSignal;
+using testing::Signal;
+
+// Isolated peaks of heights 1000, 470, 430 and 200 at x = 10, 30, 50 and 70, each centre a
+// sample, on a zero baseline.
+const Signal& Peaks() {
+  static const Signal s = MakeSignal(
+      2000, 0.0, 0.05,
+      {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.5}, {50.0, 430.0, 0.5}, {70.0, 200.0, 0.5}});
+  return s;
+}
+
+QXPeakDetectSetting Segment(double x1, double x2, double rel, double abs = 0.0,
+                            double pctArea = 0.0, double minArea = 0.0) {
+  QXPeakDetectSetting s;
+  s.SetDetectionRange(x1, x2);
+  s.SetRelThreshold(rel);
+  s.SetAbsThreshold(abs);
+  s.SetPctPeakArea(pctArea);
+  s.SetMinPeakArea(minArea);
+  return s;
+}
+
+QXPeakTableList MakeList(const std::vector<QXPeakDetectSetting>& segments, int tables = 1) {
+  QXPeakTableList list;
+  for (const QXPeakDetectSetting& s : segments) {
+    list.AddDetectionSetting(-1);
+    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
+  }
+  for (int t = 0; t < tables; ++t) list.AddPeakTableToList();
+  return list;
+}
+
+auto Fields(const QXPeakTableElement& p) {
+  return std::make_tuple(p.m_dApexX, p.m_dApexY, p.m_nLeftIndex, p.m_nRightIndex, p.m_dArea,
+                         p.m_dCentroidX, p.m_nCharge, p.m_dwFlags);
+}
+using PeakFields = decltype(Fields(QXPeakTableElement()));
+
+std::vector<PeakFields> TablePeaks(const QXPeakTable* table) {
+  std::vector<PeakFields> out;
+  for (long i = 0; i < table->GetNumPeaks(); ++i) out.push_back(Fields(*table->GetPeak(i)));
+  return out;
+}
+
+std::vector<double> ApexHeights(const QXPeakTable* table) {
+  std::vector<double> out;
+  for (long i = 0; i < table->GetNumPeaks(); ++i) out.push_back(std::round(table->GetPeak(i)->m_dApexY));
+  return out;
+}
+
+std::int32_t Detect(QXPeakTableList& list, const Signal& s, std::int32_t table = 0) {
+  return list.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), 1000.0,
+                        1.0, table);
+}
+
+TEST(DetectionDriver, UnusableInputFailsAndChangesNothing) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+  Signal bad = Peaks();
+  bad.y[500] = nan;
+  Signal badX = Peaks();
+  badX.x[7] = inf;
+  const Signal& s = Peaks();
+  const auto n = static_cast<std::uint32_t>(s.x.size());
+  struct Case {
+    const double* x;
+    const double* y;
+    std::uint32_t n;
+    double yMax;
+    double scale;
+    std::int32_t table;
+    int tables;
+  };
+  for (const Case& c : {Case{s.x.data(), s.y.data(), n, 1000.0, 1.0, 0, 0},
+                        Case{s.x.data(), s.y.data(), n, 1000.0, 1.0, 1, 1},
+                        Case{s.x.data(), s.y.data(), n, 1000.0, 1.0, -2, 1},
+                        Case{s.x.data(), s.y.data(), 0, 1000.0, 1.0, 0, 1},
+                        Case{nullptr, s.y.data(), n, 1000.0, 1.0, 0, 1},
+                        Case{s.x.data(), nullptr, n, 1000.0, 1.0, 0, 1},
+                        Case{s.x.data(), bad.y.data(), n, 1000.0, 1.0, 0, 1},
+                        Case{badX.x.data(), s.y.data(), n, 1000.0, 1.0, 0, 1},
+                        Case{s.x.data(), s.y.data(), n, nan, 1.0, 0, 1},
+                        Case{s.x.data(), s.y.data(), n, 1000.0, -inf, 0, 1}}) {
+    QXPeakTableList list = MakeList({Segment(0.0, 0.0, 1.0)}, c.tables);
+    list.SetAutoSNCalcOn(1);
+    if (c.tables > 0) list.GetPeakTableFromList(0)->AddPeak(QXPeakTableElement(1.0, 2.0));
+    EXPECT_EQ(list.FindPeaks(c.x, c.y, c.n, c.yMax, c.scale, c.table), -2);
+    EXPECT_EQ(list.GetNumPeaksFromList(0), c.tables > 0 ? 1 : -1);
+    EXPECT_EQ(list.SettingsChanged(), 1);
+    if (c.table == 0 && c.tables == 1 && std::isfinite(c.yMax)) {
+      EXPECT_EQ(list.ComputeMaxPeakArea(c.x, c.y, c.n, c.scale), 0.0);
+      EXPECT_EQ(list.ComputeBasePeakArea(c.x, c.y, c.n, c.yMax, c.scale), 0.0);
+    }
+    QXPeakDetectSetting after;
+    list.GetDetectionSetting(0, after);
+    EXPECT_EQ(after.GetNoiseThreshold(), 0.0);
+  }
+}
+
+// The two-segment search equals the union of two one-segment searches, whether the ranges
+// touch, overlap around a peak, or come in descending order.
+class SegmentUnion : public ::testing::TestWithParam<std::tuple<double, double, double, double>> {};
+
+TEST_P(SegmentUnion, TwoSegmentsFindTheUnionOfTheirSingleRuns) {
+  const auto [a1, a2, b1, b2] = GetParam();
+  QXPeakDetectSetting first = Segment(a1, a2, 5.0);
+  QXPeakDetectSetting second = Segment(b1, b2, 15.0);
+  second.SetFilterWidth(7);
+  QXPeakTableList both = MakeList({first, second});
+  QXPeakTableList onlyFirst = MakeList({first});
+  QXPeakTableList onlySecond = MakeList({second});
+  Detect(onlyFirst, Peaks());
+  Detect(onlySecond, Peaks());
+  // Where both find a peak, the later segment's copy stays.
+  std::vector<PeakFields> expected = TablePeaks(onlySecond.GetPeakTableFromList(0));
+  for (const PeakFields& p : TablePeaks(onlyFirst.GetPeakTableFromList(0))) {
+    if (std::none_of(expected.begin(), expected.end(),
+                     [&](const PeakFields& q) { return std::get<0>(q) == std::get<0>(p); }))
+      expected.push_back(p);
+  }
+  std::sort(expected.begin(), expected.end());
+  ASSERT_EQ(Detect(both, Peaks()), static_cast<std::int32_t>(expected.size()));
+  EXPECT_EQ(TablePeaks(both.GetPeakTableFromList(0)), expected);
+  EXPECT_EQ(expected.size(), 4u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, SegmentUnion,
+                         ::testing::Values(std::make_tuple(0.0, 40.0, 40.0, 100.0),
+                                           std::make_tuple(0.0, 60.0, 20.0, 100.0),
+                                           std::make_tuple(40.0, 100.0, 0.0, 40.0)));
+
+TEST(DetectionDriver, ThresholdsAndMinimumAreasPickThePeaks) {
+  QXPeakTableList probe = MakeList({Segment(0.0, 0.0, 1.0)});
+  const Signal& s = Peaks();
+  const double maxArea = probe.ComputeMaxPeakArea(s.x.data(), s.y.data(), 2000, 1.0);
+  ASSERT_GT(maxArea, 0.0);
+  struct Case {
+    int sticks;
+    QXPeakDetectSetting segment;
+    std::vector<double> kept;
+  };
+  // Scan thresholds count from 0; the sticks dip to -100, so their rel 50 % is 450. For
+  // sticks a minimum area above the threshold raises it, and the percentage is of yMax.
+  for (const Case& c : {Case{0, Segment(0, 0, 45.0), {1000, 470}},
+                        Case{0, Segment(0, 0, 45.0, 480.0), {1000}},
+                        Case{0, Segment(0, 0, 10.0), {1000, 470, 430, 200}},
+                        Case{0, Segment(0, 0, 10.0, 0.0, 30.0), {1000, 470, 430}},
+                        Case{0, Segment(0, 0, 10.0, 0.0, 0.0, 0.45 * maxArea), {1000, 470}},
+                        Case{1, Segment(0, 0, 50.0), {1000, 470}},
+                        Case{1, Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
+                        Case{1, Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}}) {
+    Signal data = s;
+    if (c.sticks) data = Signal{{10, 30, 50, 70, 90}, {1000, 470, 430, 200, -100}};
+    QXPeakTableList list = MakeList({c.segment});
+    list.SetCentroidSpecData(c.sticks);
+    Detect(list, data);
+    EXPECT_EQ(ApexHeights(list.GetPeakTableFromList(0)), c.kept);
+  }
+}
+
+// The driver's result equals the finder called with the segment's own values and the
+// derived threshold: 15 % of yMax above the lowest point, for the scan with a minimum area of
+// 30 % of the largest trial area, for the divisor search with no minimum area at all.
+TEST(DetectionDriver, EachPathPassesTheSegmentsOwnValues) {
+  const Signal s = MakeSignal(
+      2000, 0.0, 0.05, {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.7}, {50.0, 250.0, 0.4}},
+      {.noiseSigma = 2.0});
+  const auto n = static_cast<std::uint32_t>(s.x.size());
+  const double minY = *std::min_element(s.y.begin(), s.y.end());
+  const double threshold = 0.15 * (1000.0 - minY) + minY;
+  QXPeakTableList list = MakeList({Segment(0, 0, 0)});
+  list.SetMassProcessing(1);
+  list.SetDetectionSetting(0, 0, 0, 15.0, 0.0, 1, 5, 2, 0.0, 30.0, 4, 80, 0, 0.5, 0, 40.0, 3, 12,
+                           0.1, 0.9);
+  const double minArea = 0.3 * list.ComputeMaxPeakArea(s.x.data(), s.y.data(), n, 1.5);
+  QXPeakTable scan;
+  scan.FindPeaks(s.x.data(), s.y.data(), n, 1.5, threshold, 1, 5, 2, minArea, 4, 80, 0.5, 40.0, 0,
+                 1, 3, 12, 0.1, 0.9, 1, 0.0, 0.0, 0);
+  list.FindPeaks(s.x.data(), s.y.data(), n, 1000.0, 1.5, 0);
+  EXPECT_EQ(TablePeaks(list.GetPeakTableFromList(0)), TablePeaks(&scan));
+
+  // The 470 is wider than 80 points; the 250 has a fifth of the largest area.
+  EXPECT_EQ(scan.GetNumPeaks(), 1);
+
+  QXPeakDetectSetting seg;
+  list.GetDetectionSetting(0, seg);
+  seg.SetMinPeakArea(1e12);
+  list.SetDetectionSetting(0, seg);
+  list.SetDetectionSetting(0, 0, 0, 15.0, 40.0, 8.0, 1, 3, 12, 0.1, 0.9);
+  QXPeakTable divisor;
+  divisor.FindPeaks(s.x.data(), s.y.data(), n, threshold, 8.0, 40.0, 1, 1, 3, 12, 0.1, 0.9, 1, 0.0,
+                    0.0, 0);
+  list.FindPeaks(s.x.data(), s.y.data(), n, 1000.0, 1.5, 0);
+  EXPECT_EQ(TablePeaks(list.GetPeakTableFromList(0)), TablePeaks(&divisor));
+  EXPECT_GE(divisor.GetNumPeaks(), 3);
+}
+
+TEST(DetectionDriver, AutomaticNoiseOverwritesEverySegmentAndClearsTheChangeFlag) {
+  const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
+  const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
+  ASSERT_GT(noise, 1.0);
+  for (int sticks : {0, 1}) {
+    QXPeakTableList list = MakeList({Segment(0, 60, 5.0), Segment(60, 120, 5.0)});
+    list.SetDetectionSetting(1, 60.0, 120.0, 5.0, 50.0, 10.0, 1, 6, 40, 0.05, 0.99);
+    list.SetCentroidSpecData(sticks);
+    list.SetAutoSNCalcOn(1);
+    EXPECT_GE(Detect(list, s), 1);
+    EXPECT_EQ(list.SettingsChanged(), 0);
+    QXPeakDetectSetting seg;
+    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
+      EXPECT_EQ(seg.GetNoiseThreshold(), noise);
+  }
+}
+
+TEST(DetectionDriver, TablesAndRanges) {
+  QXPeakTableList list = MakeList({Segment(30.0, 30.0, 1.0), Segment(50.0, 50.0, 1.0)}, 2);
+  list.GetPeakTableFromList(1)->AddPeak(QXPeakTableElement(1.0, 2.0));
+  // An empty first range is the whole data; an empty later range adds nothing.
+  EXPECT_EQ(Detect(list, Peaks(), -1), 4);
+  EXPECT_EQ(ApexHeights(list.GetPeakTableFromList(1)), (std::vector<double>{1000, 470, 430, 200}));
+  EXPECT_EQ(list.GetNumPeaksFromList(0), 0);
+}
+
+TEST(DetectionDriver, TrialAreas) {
+  const Signal& s = Peaks();
+  QXPeakTable direct;
+  direct.FindPeaks(s.x.data(), s.y.data(), 2000, 2.0, 0.0, 0, 3, 1, 0.0, 3, 10000, 0.0, 50.0, 1, 0,
+                   6, 40, 0.05, 0.99, 0, 0.0, 0.0, 0);
+  ASSERT_EQ(direct.GetNumPeaks(), 4);
+  const double area1000 = direct.GetPeak(0)->m_dArea;
+  const double area470 = direct.GetPeak(1)->m_dArea;
+  // Only the absolute threshold counts; a width limit that rejects everything is retried
+  // without it; the largest area over all segments wins.
+  QXPeakTableList list = MakeList({Segment(20, 40, 100.0), Segment(0, 20, 100.0, 2000.0)});
+  EXPECT_DOUBLE_EQ(list.ComputeMaxPeakArea(s.x.data(), s.y.data(), 2000, 2.0), area470);
+  list.SetDetectionSetting(1, 0, 20, 100.0, 0.0, 0, 3, 1, 0.0, 0.0, 3, 2, 1, 0.0, 1, 50.0, 6, 40,
+                           0.05, 0.99);
+  EXPECT_DOUBLE_EQ(list.ComputeMaxPeakArea(s.x.data(), s.y.data(), 2000, 2.0), area1000);
+  // The base peak: the most intense of the peaks reaching 0.8 x d1, areas scaled by d2.
+  for (double d1 : {500.0, 1200.0}) {
+    EXPECT_NEAR(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 2000, d1, 2.0), area1000,
+                1e-9 * area1000);
+  }
+  EXPECT_EQ(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 2000, 1300.0, 2.0), 0.0);
+}
+
+TEST(DetectionDriver, BasePeakSegmentIsTheOneHoldingTheLowestPoint) {
+  const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
+  const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
+  const double lowX = s.x[std::min_element(s.y.begin(), s.y.end()) - s.y.begin()];
+  for (const auto& [holder, x1, x2] : {std::make_tuple(1, lowX, lowX + 1.0),
+                                       std::make_tuple(1, lowX - 1.0, lowX),
+                                       std::make_tuple(0, lowX + 1.0, lowX + 2.0)}) {
+    QXPeakTableList list = MakeList({Segment(500, 600, 1.0), Segment(x1, x2, 1.0)});
+    list.SetAutoSNCalcOn(1);
+    EXPECT_GT(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 4096, 1000.0, 1.0), 0.0);
+    QXPeakDetectSetting seg;
+    for (std::int32_t i = 0; i < 2; ++i) {
+      list.GetDetectionSetting(i, seg);
+      EXPECT_EQ(seg.GetNoiseThreshold(), i == holder ? noise : 0.0) << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace qxpkutil
