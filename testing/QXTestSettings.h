@@ -12,13 +12,12 @@ namespace qxpkutil::testing {
 
 // The fields in the order of QXPeakTableList::GetAllDetectionSettings.
 inline auto SettingFields(const QXPeakDetectSetting& s) {
-  return std::make_tuple(s.GetRangeX1(), s.GetRangeX2(), s.GetRelThreshold(),
-                         s.GetAbsThreshold(), s.GetFilterType(), s.GetFilterWidth(),
-                         s.GetFilterInc(), s.GetMinPeakArea(), s.GetPctPeakArea(),
-                         s.GetMinPeakWidth(), s.GetMaxPeakWidth(), s.GetAutoPeakWidth(),
-                         s.GetNoiseThreshold(), s.GetIntegratedMethod(), s.GetPctCentroid(),
-                         s.GetDivisor(), s.GetMaxCharge(), s.GetMaxIsotope(),
-                         s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity());
+  return std::make_tuple(
+      s.GetRangeX1(), s.GetRangeX2(), s.GetRelThreshold(), s.GetAbsThreshold(), s.GetFilterType(),
+      s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), s.GetPctPeakArea(),
+      s.GetMinPeakWidth(), s.GetMaxPeakWidth(), s.GetAutoPeakWidth(), s.GetNoiseThreshold(),
+      s.GetIntegratedMethod(), s.GetPctCentroid(), s.GetDivisor(), s.GetMaxCharge(),
+      s.GetMaxIsotope(), s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity());
 }
 
 }  // namespace qxpkutil::testing

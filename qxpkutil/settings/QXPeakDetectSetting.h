@@ -117,9 +117,9 @@ class QXPeakDetectSetting : public QXObject {
   // The subset that mass processing of centroided data uses.
   template <class Self>
   static auto MassFields(Self& s) {
-    return std::tie(s.m_dRangeX1, s.m_dRangeX2, s.m_dRelThreshold, s.m_dPctCentroid,
-                    s.m_dDivisor, s.m_nIntegratedMethod, s.m_nMaxCharge, s.m_nMaxIsotope,
-                    s.m_dRelMasMinIntensity, s.m_dRelMassMaxIntensity);
+    return std::tie(s.m_dRangeX1, s.m_dRangeX2, s.m_dRelThreshold, s.m_dPctCentroid, s.m_dDivisor,
+                    s.m_nIntegratedMethod, s.m_nMaxCharge, s.m_nMaxIsotope, s.m_dRelMasMinIntensity,
+                    s.m_dRelMassMaxIntensity);
   }
 
   double m_dRelThreshold = 1.0;

@@ -184,11 +184,10 @@ int QXPeakTableList::SetDetectionSetting(std::int32_t index, const QXPeakDetectS
 
 int QXPeakTableList::GetDetectionSetting(
     std::int32_t index, double& rangeX1, double& rangeX2, double& relThreshold,
-    double& absThreshold, int& filterType, int& filterWidth, int& filterInc,
-    double& minPeakArea, double& pctPeakArea, int& minPeakWidth, int& maxPeakWidth,
-    int& autoPeakWidth, double& noiseThreshold, int& integratedMethod, double& pctCentroid,
-    int& maxCharge, int& maxIsotope, double& relMasMinIntensity,
-    double& relMassMaxIntensity) const {
+    double& absThreshold, int& filterType, int& filterWidth, int& filterInc, double& minPeakArea,
+    double& pctPeakArea, int& minPeakWidth, int& maxPeakWidth, int& autoPeakWidth,
+    double& noiseThreshold, int& integratedMethod, double& pctCentroid, int& maxCharge,
+    int& maxIsotope, double& relMasMinIntensity, double& relMassMaxIntensity) const {
   const QXPeakDetectSetting* s = Segment(index);
   if (s == nullptr) return 0;
   std::tie(rangeX1, rangeX2, relThreshold, absThreshold, filterType, filterWidth, filterInc,
@@ -198,19 +197,20 @@ int QXPeakTableList::GetDetectionSetting(
   return 1;
 }
 
-int QXPeakTableList::SetDetectionSetting(
-    std::int32_t index, double rangeX1, double rangeX2, double relThreshold,
-    double absThreshold, int filterType, int filterWidth, int filterInc, double minPeakArea,
-    double pctPeakArea, int minPeakWidth, int maxPeakWidth, int autoPeakWidth,
-    double noiseThreshold, int integratedMethod, double pctCentroid, int maxCharge,
-    int maxIsotope, double relMasMinIntensity, double relMassMaxIntensity) {
+int QXPeakTableList::SetDetectionSetting(std::int32_t index, double rangeX1, double rangeX2,
+                                         double relThreshold, double absThreshold, int filterType,
+                                         int filterWidth, int filterInc, double minPeakArea,
+                                         double pctPeakArea, int minPeakWidth, int maxPeakWidth,
+                                         int autoPeakWidth, double noiseThreshold,
+                                         int integratedMethod, double pctCentroid, int maxCharge,
+                                         int maxIsotope, double relMasMinIntensity,
+                                         double relMassMaxIntensity) {
   QXPeakDetectSetting* s = Segment(index);
   if (s == nullptr) return 0;
-  const auto values =
-      std::tie(rangeX1, rangeX2, relThreshold, absThreshold, filterType, filterWidth,
-               filterInc, minPeakArea, pctPeakArea, minPeakWidth, maxPeakWidth, autoPeakWidth,
-               noiseThreshold, integratedMethod, pctCentroid, maxCharge, maxIsotope,
-               relMasMinIntensity, relMassMaxIntensity);
+  const auto values = std::tie(
+      rangeX1, rangeX2, relThreshold, absThreshold, filterType, filterWidth, filterInc, minPeakArea,
+      pctPeakArea, minPeakWidth, maxPeakWidth, autoPeakWidth, noiseThreshold, integratedMethod,
+      pctCentroid, maxCharge, maxIsotope, relMasMinIntensity, relMassMaxIntensity);
   auto fields = QXPeakDetectSetting::ValueFields(*s);
   if (fields != values) m_bSettingsChanged = 1;
   fields = values;
@@ -219,9 +219,9 @@ int QXPeakTableList::SetDetectionSetting(
 }
 
 int QXPeakTableList::GetDetectionSetting(std::int32_t index, double& rangeX1, double& rangeX2,
-                                         double& relThreshold, double& pctCentroid,
-                                         double& divisor, int& integratedMethod, int& maxCharge,
-                                         int& maxIsotope, double& relMasMinIntensity,
+                                         double& relThreshold, double& pctCentroid, double& divisor,
+                                         int& integratedMethod, int& maxCharge, int& maxIsotope,
+                                         double& relMasMinIntensity,
                                          double& relMassMaxIntensity) const {
   const QXPeakDetectSetting* s = Segment(index);
   if (s == nullptr) return 0;
@@ -232,15 +232,14 @@ int QXPeakTableList::GetDetectionSetting(std::int32_t index, double& rangeX1, do
 }
 
 int QXPeakTableList::SetDetectionSetting(std::int32_t index, double rangeX1, double rangeX2,
-                                         double relThreshold, double pctCentroid,
-                                         double divisor, int integratedMethod, int maxCharge,
-                                         int maxIsotope, double relMasMinIntensity,
-                                         double relMassMaxIntensity) {
+                                         double relThreshold, double pctCentroid, double divisor,
+                                         int integratedMethod, int maxCharge, int maxIsotope,
+                                         double relMasMinIntensity, double relMassMaxIntensity) {
   QXPeakDetectSetting* s = Segment(index);
   if (s == nullptr) return 0;
-  const auto values = std::tie(rangeX1, rangeX2, relThreshold, pctCentroid, divisor,
-                               integratedMethod, maxCharge, maxIsotope, relMasMinIntensity,
-                               relMassMaxIntensity);
+  const auto values =
+      std::tie(rangeX1, rangeX2, relThreshold, pctCentroid, divisor, integratedMethod, maxCharge,
+               maxIsotope, relMasMinIntensity, relMassMaxIntensity);
   auto fields = QXPeakDetectSetting::MassFields(*s);
   if (fields != values) m_bSettingsChanged = 1;
   fields = values;
@@ -257,10 +256,10 @@ int QXPeakTableList::SetDetectionSetting(std::int32_t index, double rangeX1, dou
 
 int QXPeakTableList::GetAllDetectionSettings(
     std::int32_t index, double& rangeX1, double& rangeX2, double& relThreshold,
-    double& absThreshold, int& filterType, int& filterWidth, int& filterInc,
-    double& minPeakArea, double& pctPeakArea, int& minPeakWidth, int& maxPeakWidth,
-    int& autoPeakWidth, double& noiseThreshold, int& integratedMethod, double& pctCentroid,
-    double& divisor, int& maxCharge, int& maxIsotope, double& relMasMinIntensity,
+    double& absThreshold, int& filterType, int& filterWidth, int& filterInc, double& minPeakArea,
+    double& pctPeakArea, int& minPeakWidth, int& maxPeakWidth, int& autoPeakWidth,
+    double& noiseThreshold, int& integratedMethod, double& pctCentroid, double& divisor,
+    int& maxCharge, int& maxIsotope, double& relMasMinIntensity,
     double& relMassMaxIntensity) const {
   const QXPeakDetectSetting* s = Segment(index);
   if (s == nullptr) return 0;
@@ -297,10 +296,9 @@ int QXPeakTableList::SetNoiseThreshold(double value, std::int32_t index) {
   return 1;
 }
 
-void QXPeakTableList::AddOneSegment(int index, double x1, double x2, int width,
-                                    double relThreshold, double absThreshold,
-                                    double minPeakArea, double pctPeakArea, int maxPeakWidth,
-                                    double noiseThreshold, int integratedMethod,
+void QXPeakTableList::AddOneSegment(int index, double x1, double x2, int width, double relThreshold,
+                                    double absThreshold, double minPeakArea, double pctPeakArea,
+                                    int maxPeakWidth, double noiseThreshold, int integratedMethod,
                                     double pctCentroid, int maxCharge, int maxIsotope,
                                     double relMassMin, double relMassMax) {
   AddDetectionSetting(index);
@@ -309,14 +307,12 @@ void QXPeakTableList::AddOneSegment(int index, double x1, double x2, int width,
                       pctCentroid, maxCharge, maxIsotope, relMassMin, relMassMax);
 }
 
-int QXPeakTableList::CreateDefaultSegment(double dt, double t1, double t2, double m1,
-                                          double m2, double R, double relThreshold,
-                                          double absThreshold, double minPeakArea,
-                                          double pctPeakArea, int maxPeakWidth,
+int QXPeakTableList::CreateDefaultSegment(double dt, double t1, double t2, double m1, double m2,
+                                          double R, double relThreshold, double absThreshold,
+                                          double minPeakArea, double pctPeakArea, int maxPeakWidth,
                                           double noiseThreshold, int integratedMethod,
                                           double pctCentroid, int maxCharge, int maxIsotope,
-                                          double relMasMinIntensity,
-                                          double relMassMaxIntensity) {
+                                          double relMasMinIntensity, double relMassMaxIntensity) {
   if (t2 <= 0.0) return 0;
   const double D = 2.0 * dt * R;
   const double q = std::max(3200.0 / dt, 5.0);
@@ -332,13 +328,11 @@ int QXPeakTableList::CreateDefaultSegment(double dt, double t1, double t2, doubl
   const int wEnd = std::max(OddWidth(t2 / D), 3);
   const auto add = [&](int k, double lo, double hi, int w, bool closing) {
     AddOneSegment(k, lo, hi, w, relThreshold, absThreshold, minPeakArea, pctPeakArea,
-                  closing ? kClosingMaxPeakWidth : maxPeakWidth, noiseThreshold,
-                  integratedMethod, pctCentroid, maxCharge, maxIsotope, relMasMinIntensity,
-                  relMassMaxIntensity);
+                  closing ? kClosingMaxPeakWidth : maxPeakWidth, noiseThreshold, integratedMethod,
+                  pctCentroid, maxCharge, maxIsotope, relMasMinIntensity, relMassMaxIntensity);
   };
   const bool closed = WalkWidths(
-      s, WidthStep(wStart, wEnd), wEnd + 2, t2, m2, m1, q,
-      [&](int w) { return 2.0 * w * dt * R; },
+      s, WidthStep(wStart, wEnd), wEnd + 2, t2, m2, m1, q, [&](int w) { return 2.0 * w * dt * R; },
       [&](double x) { return TimeToMass(x, t1, t2, m1, m2); }, add);
   // A walk that steps past t2 adds no closing segment yet counts one: intended.
   return closed ? s.k : s.k + 1;
@@ -350,15 +344,14 @@ int QXPeakTableList::CreateDefaultSegment(double resolution, double dx, double x
                                           double pctPeakArea, int maxPeakWidth,
                                           double noiseThreshold, int integratedMethod,
                                           double pctCentroid, int maxCharge, int maxIsotope,
-                                          double relMasMinIntensity,
-                                          double relMassMaxIntensity) {
+                                          double relMasMinIntensity, double relMassMaxIntensity) {
   if (x2 <= 0.0) return 0;
   // Low resolving powers mean a low-resolution instrument: one m/z unit at the top.
   const double R = resolution > 1000.0 ? resolution : x2;
   // Peaks at m are m / D points wide.
   const double D = R * dx;
-  if (!std::isfinite(x1) || !std::isfinite(x2) || !std::isfinite(D) || !(dx > 0.0) ||
-      !(D > 0.0) || x1 < 0.0 || x1 >= x2) {
+  if (!std::isfinite(x1) || !std::isfinite(x2) || !std::isfinite(D) || !(dx > 0.0) || !(D > 0.0) ||
+      x1 < 0.0 || x1 >= x2) {
     return 0;
   }
   DeleteAllDetectionSettings();
@@ -369,14 +362,14 @@ int QXPeakTableList::CreateDefaultSegment(double resolution, double dx, double x
   double threshold = relThreshold;
   const auto add = [&](int k, double lo, double hi, int w, bool closing) {
     AddOneSegment(k, lo, hi, w, threshold, absThreshold, minPeakArea, pctPeakArea,
-                  closing ? kClosingMaxPeakWidth : maxPeakWidth, noiseThreshold,
-                  integratedMethod, pctCentroid, maxCharge, maxIsotope, relMasMinIntensity,
-                  relMassMaxIntensity);
+                  closing ? kClosingMaxPeakWidth : maxPeakWidth, noiseThreshold, integratedMethod,
+                  pctCentroid, maxCharge, maxIsotope, relMasMinIntensity, relMassMaxIntensity);
   };
   constexpr double kOverlapPct = 5.0;
   WalkState s{0, x1, clampWidth(x1 / D)};
-  if (WalkWidths(s, WidthStep(s.w, clampWidth(x2 / D)), kMaxFilterWidth, x2, x2, x1,
-                 kOverlapPct, [&](int w) { return w * D; }, [](double x) { return x; }, add)) {
+  if (WalkWidths(
+          s, WidthStep(s.w, clampWidth(x2 / D)), kMaxFilterWidth, x2, x2, x1, kOverlapPct,
+          [&](int w) { return w * D; }, [](double x) { return x; }, add)) {
     return s.k;
   }
   // The walk stopped short of x2: its last step passed the cap. If peaks at x2 still fit a
@@ -401,18 +394,17 @@ double QXPeakTableList::TimeToMass(double t, double t1, double t2, double m1, do
 void QXPeakTableList::SetDefaults(double relThreshold, double absThreshold, int filterType,
                                   int filterWidth, int filterInc, double minPeakArea,
                                   double pctPeakArea, int minPeakWidth, int maxPeakWidth,
-                                  int autoPeakWidth, double noiseThreshold,
-                                  int integratedMethod, int defaultAutoSNCalc,
-                                  double pctCentroid, int defaultMassProcessing, int maxCharge,
-                                  int maxIsotope, double relMasMinIntensity,
-                                  double relMassMaxIntensity, double defaultResolution,
-                                  int defaultUseResolutionFlag, int defaultGaussFit) {
+                                  int autoPeakWidth, double noiseThreshold, int integratedMethod,
+                                  int defaultAutoSNCalc, double pctCentroid,
+                                  int defaultMassProcessing, int maxCharge, int maxIsotope,
+                                  double relMasMinIntensity, double relMassMaxIntensity,
+                                  double defaultResolution, int defaultUseResolutionFlag,
+                                  int defaultGaussFit) {
   QXPeakDetectSetting& d = m_DefaultSetting;
-  std::tie(d.m_dRelThreshold, d.m_dAbsThreshold, d.m_nFilterType, d.m_nFilterWidth,
-           d.m_nFilterInc, d.m_dMinPeakArea, d.m_dPctPeakArea, d.m_nMinPeakWidth,
-           d.m_nMaxPeakWidth, d.m_bAutoPeakWidth, d.m_dNoiseThreshold, d.m_nIntegratedMethod,
-           d.m_dPctCentroid, d.m_nMaxCharge, d.m_nMaxIsotope, d.m_dRelMasMinIntensity,
-           d.m_dRelMassMaxIntensity) =
+  std::tie(d.m_dRelThreshold, d.m_dAbsThreshold, d.m_nFilterType, d.m_nFilterWidth, d.m_nFilterInc,
+           d.m_dMinPeakArea, d.m_dPctPeakArea, d.m_nMinPeakWidth, d.m_nMaxPeakWidth,
+           d.m_bAutoPeakWidth, d.m_dNoiseThreshold, d.m_nIntegratedMethod, d.m_dPctCentroid,
+           d.m_nMaxCharge, d.m_nMaxIsotope, d.m_dRelMasMinIntensity, d.m_dRelMassMaxIntensity) =
       std::tie(relThreshold, absThreshold, filterType, filterWidth, filterInc, minPeakArea,
                pctPeakArea, minPeakWidth, maxPeakWidth, autoPeakWidth, noiseThreshold,
                integratedMethod, pctCentroid, maxCharge, maxIsotope, relMasMinIntensity,
@@ -504,7 +496,8 @@ void QXPeakTableList::Serialize(QXArchive& ar) {
   // Tables are read one by one: a hostile count ends at the first table that fails.
   std::vector<std::unique_ptr<QXPeakTable>> tables;
   for (std::uint32_t i = 0; i < count && !ar.Failed(); ++i) {
-    std::unique_ptr<QXObject> object = ar.ReadNewObject(&QXPeakTable::classQXPeakTable, NewPeakTable);
+    std::unique_ptr<QXObject> object =
+        ar.ReadNewObject(&QXPeakTable::classQXPeakTable, NewPeakTable);
     if (object == nullptr) {
       ar.SetFailed();  // a list never holds a null table
       break;

@@ -83,12 +83,11 @@ class QXPeakTableList : public QXObject {
                           double& relMasMinIntensity, double& relMassMaxIntensity) const;
   // Writes the nineteen values and resets Divisor to unset; sets settingsChanged when any
   // of the nineteen differs from the stored value (exact comparison). 0 for a bad index.
-  int SetDetectionSetting(std::int32_t index, double rangeX1, double rangeX2,
-                          double relThreshold, double absThreshold, int filterType,
-                          int filterWidth, int filterInc, double minPeakArea,
-                          double pctPeakArea, int minPeakWidth, int maxPeakWidth,
-                          int autoPeakWidth, double noiseThreshold, int integratedMethod,
-                          double pctCentroid, int maxCharge, int maxIsotope,
+  int SetDetectionSetting(std::int32_t index, double rangeX1, double rangeX2, double relThreshold,
+                          double absThreshold, int filterType, int filterWidth, int filterInc,
+                          double minPeakArea, double pctPeakArea, int minPeakWidth,
+                          int maxPeakWidth, int autoPeakWidth, double noiseThreshold,
+                          int integratedMethod, double pctCentroid, int maxCharge, int maxIsotope,
                           double relMasMinIntensity, double relMassMaxIntensity);
   // The mass-processing subset; outputs untouched on failure.
   int GetDetectionSetting(std::int32_t index, double& rangeX1, double& rangeX2,
@@ -99,19 +98,17 @@ class QXPeakTableList : public QXObject {
   // FilterWidth, FilterInc, MinPeakWidth, MaxPeakWidth and AbsThreshold: a segment set
   // this way carries no filter and no width limits. Sets settingsChanged when any of the
   // ten values differs. 0 for a bad index.
-  int SetDetectionSetting(std::int32_t index, double rangeX1, double rangeX2,
-                          double relThreshold, double pctCentroid, double divisor,
-                          int integratedMethod, int maxCharge, int maxIsotope,
-                          double relMasMinIntensity, double relMassMaxIntensity);
+  int SetDetectionSetting(std::int32_t index, double rangeX1, double rangeX2, double relThreshold,
+                          double pctCentroid, double divisor, int integratedMethod, int maxCharge,
+                          int maxIsotope, double relMasMinIntensity, double relMassMaxIntensity);
   // Every field: the value constructor's order with `divisor` right after `pctCentroid`.
   int GetAllDetectionSettings(std::int32_t index, double& rangeX1, double& rangeX2,
                               double& relThreshold, double& absThreshold, int& filterType,
                               int& filterWidth, int& filterInc, double& minPeakArea,
                               double& pctPeakArea, int& minPeakWidth, int& maxPeakWidth,
-                              int& autoPeakWidth, double& noiseThreshold,
-                              int& integratedMethod, double& pctCentroid, double& divisor,
-                              int& maxCharge, int& maxIsotope, double& relMasMinIntensity,
-                              double& relMassMaxIntensity) const;
+                              int& autoPeakWidth, double& noiseThreshold, int& integratedMethod,
+                              double& pctCentroid, double& divisor, int& maxCharge, int& maxIsotope,
+                              double& relMasMinIntensity, double& relMassMaxIntensity) const;
   int GetDetectionRange(std::int32_t index, double& x1, double& x2) const;
   // Sets the range; settingsChanged is set when either bound differs.
   int SetDetectionRange(std::int32_t index, double x1, double x2);
@@ -132,9 +129,8 @@ class QXPeakTableList : public QXObject {
   int CreateDefaultSegment(double dt, double t1, double t2, double m1, double m2, double R,
                            double relThreshold, double absThreshold, double minPeakArea,
                            double pctPeakArea, int maxPeakWidth, double noiseThreshold,
-                           int integratedMethod, double pctCentroid, int maxCharge,
-                           int maxIsotope, double relMasMinIntensity,
-                           double relMassMaxIntensity);
+                           int integratedMethod, double pctCentroid, int maxCharge, int maxIsotope,
+                           double relMasMinIntensity, double relMassMaxIntensity);
   // Rebuilds the segments for an m/z axis sampled every `dx` from `x1` to `x2` with a
   // constant resolving power, where a peak at m is m / R wide, i.e. m / (R dx) points.
   // R is `resolution` when that exceeds 1000.0; a lower figure means a low-resolution
@@ -149,12 +145,11 @@ class QXPeakTableList : public QXObject {
   // segment always ends at x2, with MaxPeakWidth 10000. Returns the number of segments
   // added, or 0 with nothing changed when x2 <= 0, when an axis value is not finite, dx is
   // not positive, x1 is negative or x1 >= x2.
-  int CreateDefaultSegment(double resolution, double dx, double x1, double x2,
-                           double relThreshold, double minRelThreshold, double absThreshold,
-                           double minPeakArea, double pctPeakArea, int maxPeakWidth,
-                           double noiseThreshold, int integratedMethod, double pctCentroid,
-                           int maxCharge, int maxIsotope, double relMasMinIntensity,
-                           double relMassMaxIntensity);
+  int CreateDefaultSegment(double resolution, double dx, double x1, double x2, double relThreshold,
+                           double minRelThreshold, double absThreshold, double minPeakArea,
+                           double pctPeakArea, int maxPeakWidth, double noiseThreshold,
+                           int integratedMethod, double pctCentroid, int maxCharge, int maxIsotope,
+                           double relMasMinIntensity, double relMassMaxIntensity);
   // Mass at flight time `t` from two calibration points, under t = t0 + k sqrt(m). 0.0
   // unless t2 > 0.01 and m2 > 0.01 and the points define a calibration (m1 >= 0, distinct
   // times and masses).
@@ -164,11 +159,11 @@ class QXPeakTableList : public QXObject {
   // restored settings fall back on; the live switches and the segments stay as they are.
   void SetDefaults(double relThreshold, double absThreshold, int filterType, int filterWidth,
                    int filterInc, double minPeakArea, double pctPeakArea, int minPeakWidth,
-                   int maxPeakWidth, int autoPeakWidth, double noiseThreshold,
-                   int integratedMethod, int defaultAutoSNCalc, double pctCentroid,
-                   int defaultMassProcessing, int maxCharge, int maxIsotope,
-                   double relMasMinIntensity, double relMassMaxIntensity,
-                   double defaultResolution, int defaultUseResolutionFlag, int defaultGaussFit);
+                   int maxPeakWidth, int autoPeakWidth, double noiseThreshold, int integratedMethod,
+                   int defaultAutoSNCalc, double pctCentroid, int defaultMassProcessing,
+                   int maxCharge, int maxIsotope, double relMasMinIntensity,
+                   double relMassMaxIntensity, double defaultResolution,
+                   int defaultUseResolutionFlag, int defaultGaussFit);
 
   // ---- Global switches ----
   int MassProcessingOn() const { return m_bMassProcessing; }
@@ -223,16 +218,15 @@ class QXPeakTableList : public QXObject {
   std::int32_t FindPeaks(const double* x, const double* y, std::uint32_t n, double yMax,
                          double dAreaScale, std::int32_t table);
   // The largest peak area that a trial search of every segment finds (0.0 for none).
-  double ComputeMaxPeakArea(const double* x, const double* y, std::uint32_t n,
-                            double dAreaScale);
+  double ComputeMaxPeakArea(const double* x, const double* y, std::uint32_t n, double dAreaScale);
   // The area of the base peak of a trial search with one segment (0.0 without segments
   // or data).
   double ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n, double d1,
                              double d2);
 
   // ---- Persistence through the application profile or key=value text ----
-  void PersistSettings(const char* appSection, std::int32_t trace,
-                       std::vector<std::string>* list, int toProfile);
+  void PersistSettings(const char* appSection, std::int32_t trace, std::vector<std::string>* list,
+                       int toProfile);
   void RestoreSettings(const char* appSection, std::int32_t trace, const char* text,
                        unsigned flags);
   void RestoreSettings(const char* appSection, const std::map<std::string, std::string>& map,
@@ -261,10 +255,9 @@ class QXPeakTableList : public QXObject {
   // Adds segment `index` with the given range and width (filter width and minimum peak
   // width alike), FilterType 0, FilterInc 1 and AutoPeakWidth 1.
   void AddOneSegment(int index, double x1, double x2, int width, double relThreshold,
-                     double absThreshold, double minPeakArea, double pctPeakArea,
-                     int maxPeakWidth, double noiseThreshold, int integratedMethod,
-                     double pctCentroid, int maxCharge, int maxIsotope, double relMassMin,
-                     double relMassMax);
+                     double absThreshold, double minPeakArea, double pctPeakArea, int maxPeakWidth,
+                     double noiseThreshold, int integratedMethod, double pctCentroid, int maxCharge,
+                     int maxIsotope, double relMassMin, double relMassMax);
   // Reads segment `index`, or null when the index is outside 0..count-1.
   const QXPeakDetectSetting* Segment(std::int32_t index) const;
   QXPeakDetectSetting* Segment(std::int32_t index);

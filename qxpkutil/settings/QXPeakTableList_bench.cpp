@@ -21,12 +21,12 @@ const QXPeakTableList& BigList() {
       QXPeakTable* table = l.GetPeakTableFromList(-1);
       for (int p = 0; p < kPeaksPerTable; ++p) {
         const double x = 100.0 + 0.1 * p;
-        table->AddPeak(QXPeakTableElement(x, 1000.0 + p % 97, 0, x - 0.02, 1.0, 0, x + 0.02,
-                                          1.0, 0, x, 25.0, x - 0.01, 500.0, x + 0.01, 500.0));
+        table->AddPeak(QXPeakTableElement(x, 1000.0 + p % 97, 0, x - 0.02, 1.0, 0, x + 0.02, 1.0, 0,
+                                          x, 25.0, x - 0.01, 500.0, x + 0.01, 500.0));
       }
     }
-    l.CreateDefaultSegment(1000.0, 5.5e6, 1e8, 12.1, 4000.0, 500.0, 0.5, 10.0, 1.0, 2.0, 400,
-                           3.0, 2, 40.0, 4, 20, 0.1, 0.9);
+    l.CreateDefaultSegment(1000.0, 5.5e6, 1e8, 12.1, 4000.0, 500.0, 0.5, 10.0, 1.0, 2.0, 400, 3.0,
+                           2, 40.0, 4, 20, 0.1, 0.9);
     return l;
   }();
   return list;
