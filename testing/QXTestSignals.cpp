@@ -21,14 +21,18 @@ Signal MakeSignal(std::size_t n, double x0, double dx, const std::vector<GaussPe
   s.y.resize(n);
   const std::vector<double> noise = MakeNoise(n, options.noiseSigma, options.seed);
   for (std::size_t i = 0; i < n; ++i) {
-    const double x = x0 + static_cast<double>(i) * dx;
-    double y = options.baseline + options.slope * (x - x0) + noise[i];
-    for (const GaussPeak& p : peaks) {
-      const double z = (x - p.centre) / p.sigma;
-      if (std::fabs(z) < 40.0) y += p.height * std::exp(-0.5 * z * z);
+    s.x[i] = x0 + static_cast<double>(i) * dx;
+    s.y[i] = options.baseline + options.slope * (s.x[i] - x0) + noise[i];
+  }
+  // Each peak is added only where it is not negligible (within 40 sigma).
+  for (const GaussPeak& p : peaks) {
+    const double reach = 40.0 * std::fabs(p.sigma);
+    const double from = std::max(0.0, std::floor((p.centre - reach - x0) / dx));
+    const double to = std::min(static_cast<double>(n), std::ceil((p.centre + reach - x0) / dx) + 1);
+    for (std::size_t i = static_cast<std::size_t>(from); i < static_cast<std::size_t>(to); ++i) {
+      const double z = (s.x[i] - p.centre) / p.sigma;
+      if (std::fabs(z) < 40.0) s.y[i] += p.height * std::exp(-0.5 * z * z);
     }
-    s.x[i] = x;
-    s.y[i] = y;
   }
   return s;
 }

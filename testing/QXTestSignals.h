@@ -34,7 +34,7 @@ struct CountSignal {
   std::vector<std::uint32_t> y;
 };
 
-// n points at x = x0 + i*dx carrying the given peaks, baseline and noise.
+// n points at x = x0 + i*dx (dx > 0) carrying the given peaks, baseline and noise.
 Signal MakeSignal(std::size_t n, double x0, double dx, const std::vector<GaussPeak>& peaks,
                   const SignalOptions& options = {});
 // Seeded white Gaussian noise of standard deviation `sigma`.
