@@ -338,27 +338,9 @@ void QXPeakTable::DumpToFile(const char* path) const {
 }
 
 void QXPeakTable::Serialize(QXArchive& ar) {
-  if (ar.IsStoring()) {
-    ar.WriteCount(static_cast<std::uint32_t>(m_arrPeaks.size()));
-    for (const auto& peak : m_arrPeaks) ar.WriteObject(peak.get());
-    return;
-  }
-  DeleteAllPeaks();
-  const std::uint32_t count = ar.ReadCount();
-  std::vector<std::unique_ptr<QXPeakTableElement>> loaded;
-  for (std::uint32_t i = 0; i < count && !ar.Failed(); ++i) {
-    std::unique_ptr<QXObject> object = ar.ReadNewObject(
-        &QXPeakTableElement::classQXPeakTableElement,
-        []() -> QXObject* { return new QXPeakTableElement(); });
-    if (!object) {
-      ar.SetFailed();  // a table's elements are never null
-      break;
-    }
-    loaded.emplace_back(static_cast<QXPeakTableElement*>(object.release()));
-  }
-  if (ar.Failed()) return;
-  m_arrPeaks = std::move(loaded);
-  m_nSortMethod = -1;
+  SerializeObjectArray(ar, m_arrPeaks, &QXPeakTableElement::classQXPeakTableElement);
+  // The order of loaded peaks is not known to the table.
+  if (ar.IsLoading()) m_nSortMethod = -1;
 }
 
 }  // namespace qxpkutil

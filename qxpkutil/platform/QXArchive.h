@@ -108,4 +108,30 @@ class QXArchive {
   std::uint32_t m_mapCount = 1;
 };
 
+// Stores `objects` as a count followed by each object's tagged reference, or loads them
+// back, creating each with `T`'s default constructor. A load that meets bad bytes or a null
+// reference leaves `objects` empty and the archive failed; objects are read one by one, so
+// a hostile count ends at the first object that fails.
+template <class T>
+void SerializeObjectArray(QXArchive& ar, std::vector<std::unique_ptr<T>>& objects,
+                          const QXRuntimeClass* cls) {
+  if (ar.IsStoring()) {
+    ar.WriteCount(static_cast<std::uint32_t>(objects.size()));
+    for (const auto& object : objects) ar.WriteObject(object.get());
+    return;
+  }
+  objects.clear();
+  const std::uint32_t count = ar.ReadCount();
+  std::vector<std::unique_ptr<T>> loaded;
+  for (std::uint32_t i = 0; i < count && !ar.Failed(); ++i) {
+    std::unique_ptr<QXObject> object = ar.ReadNewObject(cls, []() -> QXObject* { return new T(); });
+    if (object == nullptr) {
+      ar.SetFailed();  // arrays of the library never hold null references
+      break;
+    }
+    loaded.emplace_back(static_cast<T*>(object.release()));
+  }
+  if (!ar.Failed()) objects = std::move(loaded);
+}
+
 }  // namespace qxpkutil

@@ -76,9 +76,6 @@ void SetIfChanged(T& field, T value, int& changed) {
   changed = 1;
 }
 
-// A new empty table for archives that load tables.
-QXObject* NewPeakTable() { return new QXPeakTable; }
-
 }  // namespace
 
 // The list is not archived as an object of its own; its tables are.
@@ -486,25 +483,7 @@ void QXPeakTableList::CopyPeakTableList(const QXPeakTableList* source) {
 }
 
 void QXPeakTableList::Serialize(QXArchive& ar) {
-  if (ar.IsStoring()) {
-    ar.WriteCount(static_cast<std::uint32_t>(m_arrPeakTables.size()));
-    for (const auto& table : m_arrPeakTables) ar.WriteObject(table.get());
-    return;
-  }
-  DeleteAllPeakTables();
-  const std::uint32_t count = ar.ReadCount();
-  // Tables are read one by one: a hostile count ends at the first table that fails.
-  std::vector<std::unique_ptr<QXPeakTable>> tables;
-  for (std::uint32_t i = 0; i < count && !ar.Failed(); ++i) {
-    std::unique_ptr<QXObject> object =
-        ar.ReadNewObject(&QXPeakTable::classQXPeakTable, NewPeakTable);
-    if (object == nullptr) {
-      ar.SetFailed();  // a list never holds a null table
-      break;
-    }
-    tables.emplace_back(static_cast<QXPeakTable*>(object.release()));
-  }
-  if (!ar.Failed()) m_arrPeakTables = std::move(tables);
+  SerializeObjectArray(ar, m_arrPeakTables, &QXPeakTable::classQXPeakTable);
 }
 
 }  // namespace qxpkutil
