@@ -116,9 +116,10 @@ class QXWaveletAnalysis {
   // Replaces y with a smooth baseline running under its peaks (peaks point upwards).
   // `level` is the width in points of the narrowest structure that still counts as
   // baseline: the detail bands of depths 1 .. floor(log2(level)) (at most all depths) are
-  // dropped, so a few times the base width of the widest peak is a good choice. Peaks are then clipped away:
-  // samples more than twice CalcWhiteNoiseLevel(y, n) above the current baseline are lowered
-  // to it and the baseline recomputed, for at most 20 passes, until no sample is lowered.
+  // dropped, so a few times the base width of the widest peak is a good choice. Peaks are
+  // then clipped away: samples more than twice CalcWhiteNoiseLevel(y, n) above the current
+  // baseline are lowered to it and the baseline recomputed, for at most 20 passes, until no
+  // sample is lowered.
   // Daubechies 6 two-phase decomposition of y padded to a power of two >= 1.5 n with both
   // ends mirrored, so that neither end of a sloping baseline is pulled toward the other.
   // Nothing happens for a null `y`, n < 4, `level` < 2 or NaN, a sample that is not
