@@ -212,15 +212,36 @@ class QXPeakTableList : public QXObject {
   void Serialize(QXArchive& ar) override;
 
   // ---- Detection ----
-  // Searches every segment's range of (x, y) into table `table` (-1: the last) and returns
-  // its peak count after duplicates are removed; -2 without tables, with n = 0 or for a
-  // bad table index. Clears settingsChanged.
+  // Searches each segment's x range of (x, y), x ascending, into table `table` (-1: the
+  // last), which the first segment empties, and returns the table's peak count. -2, with
+  // the list untouched, without tables, for a bad table index, null arrays, n = 0, or an x,
+  // y, yMax or dAreaScale that is not finite.
+  // A segment's threshold is RelThreshold percent of yMax above the data's lowest point
+  // (0.0 unless the data dip below it), at least AbsThreshold; its minimum area is
+  // PctPeakArea percent of ComputeMaxPeakArea, at least MinPeakArea. For centroided data
+  // the percentage is of yMax and the minimum area, when larger, is the threshold too.
+  // A segment with a Divisor takes the divisor search, centroided data the stick builder,
+  // other segments the moving-mean scan; an empty range means the whole data for segment 0
+  // only. With the automatic noise threshold on, every segment's NoiseThreshold becomes
+  // 0.75 x QXWaveletAnalysis::CalcWhiteNoiseLevel(y, n) first. Afterwards the table is in
+  // apex-x order (peaks of overlapping or out-of-order segments are sorted back, stably)
+  // and of peaks sharing an apex x only the last stays. Clears settingsChanged, except
+  // that a list without segments searches nothing and leaves the flag as it is.
   std::int32_t FindPeaks(const double* x, const double* y, std::uint32_t n, double yMax,
                          double dAreaScale, std::int32_t table);
-  // The largest peak area that a trial search of every segment finds (0.0 for none).
+  // The largest area (times `dAreaScale`) that a trial search of each segment over its own
+  // range finds at the segment's AbsThreshold and MinPeakArea, with filter increment 1; a
+  // search that finds nothing is repeated with MaxPeakWidth 10000. 0.0 when no search finds
+  // a peak, and 0.0 with nothing changed for data that FindPeaks refuses. Sets the automatic
+  // noise thresholds as FindPeaks does.
   double ComputeMaxPeakArea(const double* x, const double* y, std::uint32_t n, double dAreaScale);
-  // The area of the base peak of a trial search with one segment (0.0 without segments
-  // or data).
+  // The area of the most intense peak that one trial search over the whole data finds:
+  // with the values of the first segment whose range holds the data's lowest point (the
+  // first of equal lows; segment 0 when none does), threshold 0.8 x `d1` (pass the data's
+  // height: only peaks reaching 80 % of it count) and areas times `d2`, otherwise as in
+  // ComputeMaxPeakArea. With the automatic noise threshold on, that segment's
+  // NoiseThreshold is set first. 0.0 when nothing is found, and 0.0 with nothing changed
+  // without segments or for data that FindPeaks refuses.
   double ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n, double d1,
                              double d2);
 

@@ -6,8 +6,6 @@
 // table: the moving-mean scan, the divisor search or the stick builder of QXPeakTable. The
 // peaks of all segments accumulate; the first segment clears the table and the last one runs
 // the finishing step (centroids, charge states, Gaussian fits).
-#include "qxpkutil/settings/QXPeakTableList.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -19,6 +17,7 @@
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXTypes.h"
+#include "qxpkutil/settings/QXPeakTableList.h"
 
 namespace qxpkutil {
 namespace {
@@ -52,12 +51,11 @@ long TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint
                  double areaScale, double threshold, const QXPeakDetectSetting& s,
                  int massProcessing, double startX, double endX) {
   const auto search = [&](int maxPeakWidth) {
-    return table.FindPeaks(x, y, n, areaScale, threshold, s.GetFilterType(), s.GetFilterWidth(), 1,
-                           s.GetMinPeakArea(), s.GetMinPeakWidth(), maxPeakWidth,
-                           s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
-                           massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
-                           s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), 0, startX, endX,
-                           0);
+    return table.FindPeaks(
+        x, y, n, areaScale, threshold, s.GetFilterType(), s.GetFilterWidth(), 1, s.GetMinPeakArea(),
+        s.GetMinPeakWidth(), maxPeakWidth, s.GetNoiseThreshold(), s.GetPctCentroid(),
+        s.GetIntegratedMethod(), massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
+        s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), 0, startX, endX, 0);
   };
   const long found = search(s.GetMaxPeakWidth());
   return found > 0 ? found : search(kTrialRetryMaxPeakWidth);
@@ -117,10 +115,9 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
       !m_bCentroidSpecData &&
       std::any_of(m_arrDetectSettings.begin(), m_arrDetectSettings.end(),
                   [](const QXPeakDetectSetting& s) { return s.GetDivisor() == kQXUnsetValue; });
-  const double maxArea =
-      scanSegment ? LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x, y, n, dAreaScale,
-                                     noise)
-                  : 0.0;
+  const double maxArea = scanSegment ? LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x,
+                                                        y, n, dAreaScale, noise)
+                                     : 0.0;
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
@@ -160,8 +157,8 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
                         s.GetFilterInc(), minArea, s.GetMinPeakWidth(), s.GetMaxPeakWidth(),
                         s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
                         m_bMassProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
-                        s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), finish, startX,
-                        endX, m_bGaussFit);
+                        s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), finish, startX, endX,
+                        m_bGaussFit);
     }
   }
 
@@ -189,10 +186,10 @@ double QXPeakTableList::ComputeBasePeakArea(const double* x, const double* y, st
   // The segment is chosen by the data's lowest point (the first of equals), not its highest:
   // an odd choice, kept as it is.
   const double lowX = x[std::min_element(y, y + n) - y];
-  auto segment = std::find_if(
-      m_arrDetectSettings.begin(), m_arrDetectSettings.end(), [lowX](const QXPeakDetectSetting& s) {
-        return s.GetRangeX1() <= lowX && lowX <= s.GetRangeX2();
-      });
+  auto segment = std::find_if(m_arrDetectSettings.begin(), m_arrDetectSettings.end(),
+                              [lowX](const QXPeakDetectSetting& s) {
+                                return s.GetRangeX1() <= lowX && lowX <= s.GetRangeX2();
+                              });
   if (segment == m_arrDetectSettings.end()) segment = m_arrDetectSettings.begin();
   if (const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n)) {
     segment->SetNoiseThreshold(*noise);

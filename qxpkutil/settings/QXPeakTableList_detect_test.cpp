@@ -20,9 +20,9 @@ using testing::Signal;
 // Isolated peaks of heights 1000, 470, 430 and 200 at x = 10, 30, 50 and 70, each centre a
 // sample, on a zero baseline.
 const Signal& Peaks() {
-  static const Signal s = MakeSignal(
-      2000, 0.0, 0.05,
-      {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.5}, {50.0, 430.0, 0.5}, {70.0, 200.0, 0.5}});
+  static const Signal s =
+      MakeSignal(2000, 0.0, 0.05,
+                 {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.5}, {50.0, 430.0, 0.5}, {70.0, 200.0, 0.5}});
   return s;
 }
 
@@ -61,13 +61,14 @@ std::vector<PeakFields> TablePeaks(const QXPeakTable* table) {
 
 std::vector<double> ApexHeights(const QXPeakTable* table) {
   std::vector<double> out;
-  for (long i = 0; i < table->GetNumPeaks(); ++i) out.push_back(std::round(table->GetPeak(i)->m_dApexY));
+  for (long i = 0; i < table->GetNumPeaks(); ++i)
+    out.push_back(std::round(table->GetPeak(i)->m_dApexY));
   return out;
 }
 
 std::int32_t Detect(QXPeakTableList& list, const Signal& s, std::int32_t table = 0) {
-  return list.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), 1000.0,
-                        1.0, table);
+  return list.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), 1000.0, 1.0,
+                        table);
 }
 
 TEST(DetectionDriver, UnusableInputFailsAndChangesNothing) {
@@ -158,14 +159,14 @@ TEST(DetectionDriver, ThresholdsAndMinimumAreasPickThePeaks) {
   };
   // Scan thresholds count from 0; the sticks dip to -100, so their rel 50 % is 450. For
   // sticks a minimum area above the threshold raises it, and the percentage is of yMax.
-  for (const Case& c : {Case{0, Segment(0, 0, 45.0), {1000, 470}},
-                        Case{0, Segment(0, 0, 45.0, 480.0), {1000}},
-                        Case{0, Segment(0, 0, 10.0), {1000, 470, 430, 200}},
-                        Case{0, Segment(0, 0, 10.0, 0.0, 30.0), {1000, 470, 430}},
-                        Case{0, Segment(0, 0, 10.0, 0.0, 0.0, 0.45 * maxArea), {1000, 470}},
-                        Case{1, Segment(0, 0, 50.0), {1000, 470}},
-                        Case{1, Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
-                        Case{1, Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}}) {
+  for (const Case& c :
+       {Case{0, Segment(0, 0, 45.0), {1000, 470}}, Case{0, Segment(0, 0, 45.0, 480.0), {1000}},
+        Case{0, Segment(0, 0, 10.0), {1000, 470, 430, 200}},
+        Case{0, Segment(0, 0, 10.0, 0.0, 30.0), {1000, 470, 430}},
+        Case{0, Segment(0, 0, 10.0, 0.0, 0.0, 0.45 * maxArea), {1000, 470}},
+        Case{1, Segment(0, 0, 50.0), {1000, 470}},
+        Case{1, Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
+        Case{1, Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}}) {
     Signal data = s;
     if (c.sticks) data = Signal{{10, 30, 50, 70, 90}, {1000, 470, 430, 200, -100}};
     QXPeakTableList list = MakeList({c.segment});
@@ -179,9 +180,9 @@ TEST(DetectionDriver, ThresholdsAndMinimumAreasPickThePeaks) {
 // derived threshold: 15 % of yMax above the lowest point, for the scan with a minimum area of
 // 30 % of the largest trial area, for the divisor search with no minimum area at all.
 TEST(DetectionDriver, EachPathPassesTheSegmentsOwnValues) {
-  const Signal s = MakeSignal(
-      2000, 0.0, 0.05, {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.7}, {50.0, 250.0, 0.4}},
-      {.noiseSigma = 2.0});
+  const Signal s =
+      MakeSignal(2000, 0.0, 0.05, {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.7}, {50.0, 250.0, 0.4}},
+                 {.noiseSigma = 2.0});
   const auto n = static_cast<std::uint32_t>(s.x.size());
   const double minY = *std::min_element(s.y.begin(), s.y.end());
   const double threshold = 0.15 * (1000.0 - minY) + minY;
@@ -265,9 +266,9 @@ TEST(DetectionDriver, BasePeakSegmentIsTheOneHoldingTheLowestPoint) {
   const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
   const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
   const double lowX = s.x[std::min_element(s.y.begin(), s.y.end()) - s.y.begin()];
-  for (const auto& [holder, x1, x2] : {std::make_tuple(1, lowX, lowX + 1.0),
-                                       std::make_tuple(1, lowX - 1.0, lowX),
-                                       std::make_tuple(0, lowX + 1.0, lowX + 2.0)}) {
+  for (const auto& [holder, x1, x2] :
+       {std::make_tuple(1, lowX, lowX + 1.0), std::make_tuple(1, lowX - 1.0, lowX),
+        std::make_tuple(0, lowX + 1.0, lowX + 2.0)}) {
     QXPeakTableList list = MakeList({Segment(500, 600, 1.0), Segment(x1, x2, 1.0)});
     list.SetAutoSNCalcOn(1);
     EXPECT_GT(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 4096, 1000.0, 1.0), 0.0);
