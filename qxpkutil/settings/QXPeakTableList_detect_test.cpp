@@ -79,40 +79,36 @@ TEST(DetectionDriver, UnusableInputFailsAndChangesNothing) {
   Signal badX = Peaks();
   badX.x[7] = inf;
   const Signal& s = Peaks();
-  const auto n = static_cast<std::uint32_t>(s.x.size());
-  struct Case {
-    const double* x;
-    const double* y;
-    std::uint32_t n;
-    double yMax;
-    double scale;
-    std::int32_t table;
-    int tables;
-  };
-  for (const Case& c : {Case{s.x.data(), s.y.data(), n, 1000.0, 1.0, 0, 0},
-                        Case{s.x.data(), s.y.data(), n, 1000.0, 1.0, 1, 1},
-                        Case{s.x.data(), s.y.data(), n, 1000.0, 1.0, -2, 1},
-                        Case{s.x.data(), s.y.data(), 0, 1000.0, 1.0, 0, 1},
-                        Case{nullptr, s.y.data(), n, 1000.0, 1.0, 0, 1},
-                        Case{s.x.data(), nullptr, n, 1000.0, 1.0, 0, 1},
-                        Case{s.x.data(), bad.y.data(), n, 1000.0, 1.0, 0, 1},
-                        Case{badX.x.data(), s.y.data(), n, 1000.0, 1.0, 0, 1},
-                        Case{s.x.data(), s.y.data(), n, nan, 1.0, 0, 1},
-                        Case{s.x.data(), s.y.data(), n, 1000.0, -inf, 0, 1}}) {
-    QXPeakTableList list = MakeList({Segment(0.0, 0.0, 1.0)}, c.tables);
+  const double* x = s.x.data();
+  const double* y = s.y.data();
+  const auto fails = [](const double* xs, const double* ys, std::uint32_t n, double yMax,
+                        double scale, std::int32_t table = 0, int tables = 1) {
+    SCOPED_TRACE(::testing::Message() << xs << ' ' << ys << ' ' << n << ' ' << yMax << ' ' << scale
+                                      << ' ' << table << ' ' << tables);
+    QXPeakTableList list = MakeList({Segment(0.0, 0.0, 1.0)}, tables);
     list.SetAutoSNCalcOn(1);
-    if (c.tables > 0) list.GetPeakTableFromList(0)->AddPeak(QXPeakTableElement(1.0, 2.0));
-    EXPECT_EQ(list.FindPeaks(c.x, c.y, c.n, c.yMax, c.scale, c.table), -2);
-    EXPECT_EQ(list.GetNumPeaksFromList(0), c.tables > 0 ? 1 : -1);
+    if (tables > 0) list.GetPeakTableFromList(0)->AddPeak(QXPeakTableElement(1.0, 2.0));
+    EXPECT_EQ(list.FindPeaks(xs, ys, n, yMax, scale, table), -2);
+    EXPECT_EQ(list.GetNumPeaksFromList(0), tables > 0 ? 1 : -1);
     EXPECT_EQ(list.SettingsChanged(), 1);
-    if (c.table == 0 && c.tables == 1 && std::isfinite(c.yMax)) {
-      EXPECT_EQ(list.ComputeMaxPeakArea(c.x, c.y, c.n, c.scale), 0.0);
-      EXPECT_EQ(list.ComputeBasePeakArea(c.x, c.y, c.n, c.yMax, c.scale), 0.0);
+    if (table == 0 && tables == 1 && std::isfinite(yMax)) {
+      EXPECT_EQ(list.ComputeMaxPeakArea(xs, ys, n, scale), 0.0);
+      EXPECT_EQ(list.ComputeBasePeakArea(xs, ys, n, yMax, scale), 0.0);
     }
     QXPeakDetectSetting after;
     list.GetDetectionSetting(0, after);
     EXPECT_EQ(after.GetNoiseThreshold(), 0.0);
-  }
+  };
+  fails(x, y, 2000, 1000.0, 1.0, 0, 0);
+  fails(x, y, 2000, 1000.0, 1.0, 1);
+  fails(x, y, 2000, 1000.0, 1.0, -2);
+  fails(x, y, 0, 1000.0, 1.0);
+  fails(nullptr, y, 2000, 1000.0, 1.0);
+  fails(x, nullptr, 2000, 1000.0, 1.0);
+  fails(x, bad.y.data(), 2000, 1000.0, 1.0);
+  fails(badX.x.data(), y, 2000, 1000.0, 1.0);
+  fails(x, y, 2000, nan, 1.0);
+  fails(x, y, 2000, 1000.0, -inf);
 }
 
 // The two-segment search equals the union of two one-segment searches, whether the ranges
@@ -194,11 +190,10 @@ TEST(DetectionDriver, EachPathPassesTheSegmentsOwnValues) {
   QXPeakTable scan;
   scan.FindPeaks(s.x.data(), s.y.data(), n, 1.5, threshold, 1, 5, 2, minArea, 4, 80, 0.5, 40.0, 0,
                  1, 3, 12, 0.1, 0.9, 1, 0.0, 0.0, 0);
-  list.FindPeaks(s.x.data(), s.y.data(), n, 1000.0, 1.5, 0);
-  EXPECT_EQ(TablePeaks(list.GetPeakTableFromList(0)), TablePeaks(&scan));
-
   // The 470 is wider than 80 points; the 250 has a fifth of the largest area.
   EXPECT_EQ(scan.GetNumPeaks(), 1);
+  list.FindPeaks(s.x.data(), s.y.data(), n, 1000.0, 1.5, 0);
+  EXPECT_EQ(TablePeaks(list.GetPeakTableFromList(0)), TablePeaks(&scan));
 
   QXPeakDetectSetting seg;
   list.GetDetectionSetting(0, seg);
@@ -211,23 +206,6 @@ TEST(DetectionDriver, EachPathPassesTheSegmentsOwnValues) {
   list.FindPeaks(s.x.data(), s.y.data(), n, 1000.0, 1.5, 0);
   EXPECT_EQ(TablePeaks(list.GetPeakTableFromList(0)), TablePeaks(&divisor));
   EXPECT_GE(divisor.GetNumPeaks(), 3);
-}
-
-TEST(DetectionDriver, AutomaticNoiseOverwritesEverySegmentAndClearsTheChangeFlag) {
-  const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
-  const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
-  ASSERT_GT(noise, 1.0);
-  for (int sticks : {0, 1}) {
-    QXPeakTableList list = MakeList({Segment(0, 60, 5.0), Segment(60, 120, 5.0)});
-    list.SetDetectionSetting(1, 60.0, 120.0, 5.0, 50.0, 10.0, 1, 6, 40, 0.05, 0.99);
-    list.SetCentroidSpecData(sticks);
-    list.SetAutoSNCalcOn(1);
-    EXPECT_GE(Detect(list, s), 1);
-    EXPECT_EQ(list.SettingsChanged(), 0);
-    QXPeakDetectSetting seg;
-    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
-      EXPECT_EQ(seg.GetNoiseThreshold(), noise);
-  }
 }
 
 TEST(DetectionDriver, TablesAndRanges) {
@@ -262,9 +240,23 @@ TEST(DetectionDriver, TrialAreas) {
   EXPECT_EQ(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 2000, 1300.0, 2.0), 0.0);
 }
 
-TEST(DetectionDriver, BasePeakSegmentIsTheOneHoldingTheLowestPoint) {
+// FindPeaks sets every segment's noise threshold, whatever path it takes; the base-peak
+// search only that of the segment whose range holds the lowest point, or of segment 0.
+TEST(DetectionDriver, AutomaticNoiseThreshold) {
   const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
   const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
+  ASSERT_GT(noise, 1.0);
+  QXPeakDetectSetting seg;
+  for (int sticks : {0, 1}) {
+    QXPeakTableList list = MakeList({Segment(0, 60, 5.0), Segment(60, 120, 5.0)});
+    list.SetDetectionSetting(1, 60.0, 120.0, 5.0, 50.0, 10.0, 1, 6, 40, 0.05, 0.99);
+    list.SetCentroidSpecData(sticks);
+    list.SetAutoSNCalcOn(1);
+    EXPECT_GE(Detect(list, s), 1);
+    EXPECT_EQ(list.SettingsChanged(), 0);
+    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
+      EXPECT_EQ(seg.GetNoiseThreshold(), noise);
+  }
   const double lowX = s.x[std::min_element(s.y.begin(), s.y.end()) - s.y.begin()];
   for (const auto& [holder, x1, x2] :
        {std::make_tuple(1, lowX, lowX + 1.0), std::make_tuple(1, lowX - 1.0, lowX),
@@ -272,11 +264,8 @@ TEST(DetectionDriver, BasePeakSegmentIsTheOneHoldingTheLowestPoint) {
     QXPeakTableList list = MakeList({Segment(500, 600, 1.0), Segment(x1, x2, 1.0)});
     list.SetAutoSNCalcOn(1);
     EXPECT_GT(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 4096, 1000.0, 1.0), 0.0);
-    QXPeakDetectSetting seg;
-    for (std::int32_t i = 0; i < 2; ++i) {
-      list.GetDetectionSetting(i, seg);
+    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
       EXPECT_EQ(seg.GetNoiseThreshold(), i == holder ? noise : 0.0) << i;
-    }
   }
 }
 
