@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include "qxpkutil/settings/QXPeakTableList.h"
 #include "testing/QXTestSignals.h"
@@ -20,22 +21,14 @@ constexpr double kStepX = 0.002;
 
 const testing::Signal& Spectrum() {
   static const testing::Signal s = [] {
-    testing::Signal out = testing::MakeSignal(kPoints, kStartX, kStepX, {},
-                                              {.baseline = 20.0, .noiseSigma = 4.0});
-    // One peak per m/z unit, each touching only the points within eight sigma of it.
+    // One peak per m/z unit, as wide as a resolving power of 60000 makes it.
+    std::vector<testing::GaussPeak> peaks;
     for (int k = 0; k < 2000; ++k) {
       const double centre = kStartX + 0.5 + k;
-      const double sigma = centre / 60000.0;
-      const double height = 200.0 + 5000.0 * std::fabs(std::sin(0.7 * k));
-      const auto lo = static_cast<std::uint32_t>((centre - 8 * sigma - kStartX) / kStepX);
-      const auto hi = std::min(kPoints - 1,
-                               static_cast<std::uint32_t>((centre + 8 * sigma - kStartX) / kStepX));
-      for (std::uint32_t i = lo; i <= hi; ++i) {
-        const double z = (out.x[i] - centre) / sigma;
-        out.y[i] += height * std::exp(-0.5 * z * z);
-      }
+      peaks.push_back({centre, 200.0 + 5000.0 * std::fabs(std::sin(0.7 * k)), centre / 60000.0});
     }
-    return out;
+    return testing::MakeSignal(kPoints, kStartX, kStepX, peaks,
+                               {.baseline = 20.0, .noiseSigma = 4.0});
   }();
   return s;
 }
@@ -47,8 +40,8 @@ QXPeakTableList MakeList(bool divisor) {
     list.AddDetectionSetting(-1);
     const int width = 5 + 2 * i;
     if (divisor) {
-      list.SetDetectionSetting(i, bounds[i], bounds[i + 1], 2.0, 50.0, 15000.0, 1, 6, 40,
-                               0.05, 0.99);
+      list.SetDetectionSetting(i, bounds[i], bounds[i + 1], 2.0, 50.0, 15000.0, 1, 6, 40, 0.05,
+                               0.99);
     } else {
       list.SetDetectionSetting(i, bounds[i], bounds[i + 1], 2.0, 0.0, 0, width, 1, 0.0, 1.0, width,
                                200, 1, 0.0, 1, 50.0, 6, 40, 0.05, 0.99);
