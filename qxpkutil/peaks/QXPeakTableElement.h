@@ -79,6 +79,17 @@ class QXPeakTableElement : public QXObject {
   // spare values are not archived and keep their values on loading.
   void Serialize(QXArchive& ar) override;
 
+  // ---- Calculators (see settings/PeakCalc.h) ----
+  // (apex y - baseline) / noise; apex y - baseline when `noise` is exactly 0.0.
+  double DoSigToNoiseOnPeak(double baseline, double noise) const;
+  // Resolving power: apex x over the peak's full width at `percent` of the apex intensity,
+  // the crossings interpolated linearly, truncated toward zero. `result` is -1 when the
+  // peak does not fall to that level inside its bounds, for null arrays, for an apex
+  // outside its bounds, or when the quotient is not a finite 32-bit number. Only the
+  // points from the left to the right bound index are read, so x and y must hold them.
+  void DoResCalcOnPeak(const double* x, const double* y, double percent,
+                       std::int32_t& result) const;
+
   double m_dApexX;
   double m_dApexY;
   std::uint32_t m_nApexIndex;

@@ -246,10 +246,28 @@ class QXPeakTableList : public QXObject {
                              double d2);
 
   // ---- Persistence through the application profile or key=value text ----
+  // All three use the application profile (QXGetAppProfile) and do nothing at all, not even
+  // write `list`, when none is set or `appSection` is null. The section is
+  // "<appSection>\PeakSettingsTrace-<trace>"; per-segment keys end in "-<segment>".
+  //
+  // Saves "NumDetectSegments", each segment's values ("DetectRangeX1-0", ...; the five mass
+  // keys only while mass processing is on), then "Mass-Processing-0", "Resolution-0",
+  // "UseResolutionForPkDetect", "GaussianFit" and "AutomaticNoiseThreshold": to the profile
+  // when `toProfile` is non-zero, and as "section\key=value\r\n" lines appended to `list`
+  // when it is not null. Doubles are written "%f", AbsoluteThreshold "%e".
   void PersistSettings(const char* appSection, std::int32_t trace, std::vector<std::string>* list,
                        int toProfile);
+  // Replaces the segments and switches with the saved ones, read from `text` or the
+  // profile as `flags` select (QXPersistUtils::GetParamSetting). Missing keys fall back on
+  // the default setting and default block (the range on 0.0..0.0, a missing segment count
+  // on 1); a default double passes through its saved text form ("%f" keeps six decimals).
+  // Without mass processing the segments get MaxCharge 6, MaxIsotope 40, relative
+  // intensities 0.05..0.99 and PctCentroid 50.0, whatever the store holds. A count below 1
+  // restores no segment; one above kMaxDetectionSettings restores that many. The switches
+  // are stored without the setters' change test.
   void RestoreSettings(const char* appSection, std::int32_t trace, const char* text,
                        unsigned flags);
+  // The same, with the text block replaced by the host's map of "section\key" to value.
   void RestoreSettings(const char* appSection, const std::map<std::string, std::string>& map,
                        std::int32_t trace, unsigned flags);
 
@@ -284,6 +302,10 @@ class QXPeakTableList : public QXObject {
   QXPeakDetectSetting* Segment(std::int32_t index);
   // Resolves -1 to the last table; -1 for a bad index.
   std::int32_t TableIndex(std::int32_t index) const;
+  // Both RestoreSettings forms; `Source` is the text block's entries or the map.
+  template <class Source>
+  void RestoreSettingsFrom(const char* appSection, std::int32_t trace, const Source& source,
+                           unsigned flags);
 };
 
 }  // namespace qxpkutil

@@ -1,0 +1,204 @@
+#include "qxpkutil/settings/PeakCalc.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qxpkutil/platform/QXProfile.h"
+#include "qxpkutil/settings/QXPersistUtils.h"
+
+namespace qxpkutil {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// The targets' masses, in list order.
+std::vector<double> Targets(const PeakCalcBaseList& list) {
+  std::vector<double> out;
+  for (std::int32_t i = 0; i < list.GetNumSettings(); ++i) {
+    double target = 0.0;
+    double delta = 0.0;
+    list.GetSetting(i)->GetPeakCalcSetting(target, delta);
+    out.push_back(target);
+  }
+  return out;
+}
+
+// Targets 1, 2, ..., count with half-width 0.5.
+template <class List>
+List WithTargets(int count) {
+  List list;
+  for (int i = 0; i < count; ++i) {
+    list.AddSetting(-1);
+    list.GetSetting(i)->SetPeakCalcSetting(i + 1, 0.5);
+  }
+  return list;
+}
+
+struct AddCase {
+  std::int32_t index;
+  int result;
+  std::vector<double> targets;  // 0 marks the new, default target
+};
+
+class AddSettingAt : public ::testing::TestWithParam<AddCase> {};
+
+TEST_P(AddSettingAt, InsertsBeforeAValidIndexElseAppends) {
+  auto list = WithTargets<PeakCalcBaseList>(3);
+  EXPECT_EQ(list.AddSetting(GetParam().index), GetParam().result);
+  EXPECT_EQ(Targets(list), GetParam().targets);
+}
+
+INSTANTIATE_TEST_SUITE_P(Indices, AddSettingAt,
+                         ::testing::Values(AddCase{-1, 1, {1, 2, 3, 0}}, AddCase{0, 1, {0, 1, 2, 3}},
+                                           AddCase{2, 1, {1, 2, 0, 3}}, AddCase{3, 1, {1, 2, 3, 0}},
+                                           AddCase{10, 1, {1, 2, 3, 0}},
+                                           AddCase{-2, 0, {1, 2, 3}}));
+
+TEST(PeakCalcBaseList, DeleteAndMoveCheckBothIndexes) {
+  auto list = WithTargets<PeakCalcBaseList>(3);
+  EXPECT_EQ(list.MoveSetting(0, 0), 1);
+  EXPECT_EQ(Targets(list), (std::vector<double>{1, 2, 3}));
+  EXPECT_EQ(list.MoveSetting(0, 2), 1);
+  EXPECT_EQ(Targets(list), (std::vector<double>{3, 2, 1}));
+  EXPECT_EQ(list.MoveSetting(0, 3), 0);
+  EXPECT_EQ(list.MoveSetting(-1, 1), 0);
+  EXPECT_EQ(list.DeleteSetting(3), 0);
+  EXPECT_EQ(list.DeleteSetting(-1), 0);
+  EXPECT_EQ(list.DeleteSetting(1), 1);
+  EXPECT_EQ(Targets(list), (std::vector<double>{3, 1}));
+  EXPECT_EQ(list.GetSetting(2), nullptr);
+  EXPECT_EQ(list.GetSetting(-1), nullptr);
+}
+
+TEST(PeakCalcBaseList, CopiesOwnTheirTargets) {
+  auto list = WithTargets<SNPeakCalc>(2);
+  list.SetBaselineX1(5.0);
+  SNPeakCalc copy(list);
+  copy.GetSetting(0)->SetPeakCalcSetting(9.0, 1.0);
+  EXPECT_EQ(Targets(list), (std::vector<double>{1, 2}));
+  EXPECT_EQ(copy.GetBaselineX1(), 5.0);
+  list = copy;
+  EXPECT_EQ(Targets(list), (std::vector<double>{9, 2}));
+  EXPECT_NE(list.GetSetting(0), copy.GetSetting(0));
+}
+
+TEST(PeakCalcBaseList, AddingStopsAtTheLimit) {
+  PeakCalcBaseList list;
+  for (std::int32_t i = 0; i < PeakCalcBaseList::kMaxSettings; ++i) ASSERT_EQ(list.AddSetting(-1), 1);
+  EXPECT_EQ(list.AddSetting(-1), 0);
+  EXPECT_EQ(list.AddSetting(0), 0);
+  EXPECT_EQ(list.GetNumSettings(), PeakCalcBaseList::kMaxSettings);
+}
+
+TEST(PeakCalc, ClassRecordsNamePeakCalcBaseAsTheCalculatorsBase) {
+  SNPeakCalc sn;
+  ResCalcPeakCalc res;
+  EXPECT_STREQ(sn.GetRuntimeClass()->m_lpszClassName, "SNPeakCalc");
+  EXPECT_STREQ(res.GetRuntimeClass()->m_lpszClassName, "ResCalcPeakCalc");
+  for (const QXObject* calc : {static_cast<const QXObject*>(&sn), static_cast<const QXObject*>(&res)}) {
+    EXPECT_TRUE(calc->IsKindOf(&PeakCalcBase::classPeakCalcBase));
+    EXPECT_FALSE(calc->IsKindOf(&PeakCalcBaseList::classPeakCalcBaseList));
+  }
+}
+
+class CalcPersist : public ::testing::Test {
+ protected:
+  void SetUp() override { QXSetAppProfile(&profile_); }
+  void TearDown() override { QXSetAppProfile(nullptr); }
+  QXMemoryProfile profile_;
+};
+
+TEST_F(CalcPersist, SignalToNoiseLinesAreExact) {
+  auto sn = WithTargets<SNPeakCalc>(2);
+  sn.SetBaselineX1(100.25);
+  sn.SetBaselineX2(-3.0);
+  Lines lines;
+  sn.PersistSNSettings("SN", 0, &lines, 0);
+  EXPECT_EQ(lines, (Lines{"SN\\SNBaselineX1=100.250000\r\n", "SN\\SNBaselineX2=-3.000000\r\n",
+                          "SN\\SNTargetMass-0=1.000000\r\n", "SN\\SNDeltaAMU-0=0.500000\r\n",
+                          "SN\\SNTargetMass-1=2.000000\r\n", "SN\\SNDeltaAMU-1=0.500000\r\n"}));
+  EXPECT_EQ(profile_.GetProfileString("SN", "SNBaselineX1", "unset"), "unset");
+}
+
+struct CountCase {
+  std::int32_t count;
+  std::size_t savedTargets;
+};
+
+class PersistCount : public CalcPersist, public ::testing::WithParamInterface<CountCase> {};
+
+TEST_P(PersistCount, CountsOutsideOneToTheTargetCountSaveEveryTarget) {
+  Lines sn;
+  WithTargets<SNPeakCalc>(3).PersistSNSettings("S", GetParam().count, &sn, 0);
+  EXPECT_EQ(sn.size(), 2 + 2 * GetParam().savedTargets);
+  Lines res;
+  WithTargets<ResCalcPeakCalc>(3).PersistResCalcSettings("S", GetParam().count, &res, 0);
+  EXPECT_EQ(res.size(), 2 + 2 * GetParam().savedTargets);
+}
+
+INSTANTIATE_TEST_SUITE_P(Counts, PersistCount,
+                         ::testing::Values(CountCase{0, 3}, CountCase{-1, 3}, CountCase{1, 1},
+                                           CountCase{3, 3}, CountCase{4, 3}));
+
+TEST_F(CalcPersist, SignalToNoiseRoundTripsThroughTextAndProfile) {
+  auto saved = WithTargets<SNPeakCalc>(3);
+  saved.SetBaselineX1(10.5);
+  saved.SetBaselineX2(20.5);
+  Lines lines;
+  saved.PersistSNSettings("SN", 0, &lines, 1);
+  std::string text;
+  QXPersistUtils::FormStringFromList(text, lines);
+
+  for (unsigned flags : {kQXPersistFromText, kQXPersistFromProfile}) {
+    SNPeakCalc restored;
+    restored.AddSetting(-1);
+    restored.GetSetting(0)->SetFoundX(7.0);
+    restored.GetSNSettings("SN", 3, 0.0, 0.0, 0.0, 0.0, text.c_str(), flags);
+    EXPECT_EQ(Targets(restored), (std::vector<double>{1, 2, 3}));
+    EXPECT_EQ(restored.GetBaselineX1(), 10.5);
+    EXPECT_EQ(restored.GetBaselineX2(), 20.5);
+    EXPECT_EQ(restored.GetSetting(0)->GetFoundX(), 0.0);
+  }
+}
+
+TEST_F(CalcPersist, ResolutionRestoresDefaultsForMissingKeysAndKeepsExtraTargets) {
+  auto res = WithTargets<ResCalcPeakCalc>(4);
+  const char* text = "R\\ResCalcPercent=10\r\nR\\ResCalcTargetMass-1=500.5\r\n";
+  res.GetResCalcSettings("R", 2, 50, 1000, 250.0, 0.25, text, kQXPersistFromText);
+  EXPECT_EQ(res.GetPercent(), 10);
+  EXPECT_EQ(res.GetMinIntensity(), 1000);
+  EXPECT_EQ(Targets(res), (std::vector<double>{250.0, 500.5, 3, 4}));
+  double target = 0.0;
+  double delta = 0.0;
+  res.GetSetting(1)->GetPeakCalcSetting(target, delta);
+  EXPECT_EQ(delta, 0.25);
+
+  Lines lines;
+  res.PersistResCalcSettings("R", 1, &lines, 0);
+  EXPECT_EQ(lines, (Lines{"R\\ResCalcPercent=10\r\n", "R\\ResCalcMinIntensity=1000\r\n",
+                          "R\\ResCalcTargetMass-0=250.000000\r\n",
+                          "R\\ResCalcDeltaAMU-0=0.250000\r\n"}));
+}
+
+TEST(CalcPersistWithoutProfile, NothingIsWrittenOrRead) {
+  QXSetAppProfile(nullptr);
+  auto sn = WithTargets<SNPeakCalc>(1);
+  auto res = WithTargets<ResCalcPeakCalc>(1);
+  Lines lines;
+  sn.PersistSNSettings("S", 0, &lines, 1);
+  res.PersistResCalcSettings("S", 0, &lines, 1);
+  EXPECT_TRUE(lines.empty());
+  sn.GetSNSettings("S", 3, 1.0, 2.0, 3.0, 4.0, "", 0);
+  res.GetResCalcSettings("S", 3, 1, 2, 3.0, 4.0, "", 0);
+  EXPECT_EQ(sn.GetNumSettings(), 1);
+  EXPECT_EQ(sn.GetBaselineX1(), 0.0);
+  EXPECT_EQ(res.GetNumSettings(), 1);
+  EXPECT_EQ(res.GetPercent(), 50);
+}
+
+}  // namespace
+}  // namespace qxpkutil

@@ -1,0 +1,258 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "qxpkutil/platform/QXProfile.h"
+#include "qxpkutil/settings/QXPeakTableList.h"
+#include "qxpkutil/settings/QXPersistUtils.h"
+#include "testing/QXTestSettings.h"
+
+namespace qxpkutil {
+namespace {
+
+using testing::SettingFields;
+using Lines = std::vector<std::string>;
+using Fields = decltype(SettingFields(QXPeakDetectSetting()));
+
+// Segment k: values that survive "%f" (six decimals) and "%e" (seven digits) exactly and
+// differ from every default and from the other segments'.
+QXPeakDetectSetting Segment(int k) {
+  const double d = k;
+  return QXPeakDetectSetting(100.0 * d, 100.0 * d + 99.5, 0.25 * d, 1024.0 * (1 << k), k, 2 * k + 1,
+                             k + 1, 10.5 * d, 0.5 * d, k + 2, 1000 * k, k % 2, 0.125 * d, k + 1,
+                             40.0 + d, k + 1, 10 + k, 0.015625 * d, 0.5 + 0.0625 * d);
+}
+
+// What restoring a saved segment gives: the same, with a new segment's mass values when
+// mass processing is off.
+Fields Restored(const QXPeakDetectSetting& s, bool mass) {
+  if (mass) return SettingFields(s);
+  const QXPeakDetectSetting fresh;
+  QXPeakDetectSetting r(s.GetRangeX1(), s.GetRangeX2(), s.GetRelThreshold(), s.GetAbsThreshold(),
+                        s.GetFilterType(), s.GetFilterWidth(), s.GetFilterInc(),
+                        s.GetMinPeakArea(), s.GetPctPeakArea(), s.GetMinPeakWidth(),
+                        s.GetMaxPeakWidth(), s.GetAutoPeakWidth(), s.GetNoiseThreshold(),
+                        s.GetIntegratedMethod(), fresh.GetPctCentroid(), fresh.GetMaxCharge(),
+                        fresh.GetMaxIsotope(), fresh.GetRelMasMinIntensity(),
+                        fresh.GetRelMassMaxIntensity());
+  return SettingFields(r);
+}
+
+std::vector<Fields> Segments(const QXPeakTableList& list) {
+  std::vector<Fields> out;
+  QXPeakDetectSetting s;
+  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
+  return out;
+}
+
+auto Switches(const QXPeakTableList& list) {
+  return std::make_tuple(list.MassProcessingOn(), list.GetResolution(),
+                         list.GetUseResolutionFlag(), list.IsGaussFitOn(), list.IsAutoSNCalcOn());
+}
+
+// A list with segments 1..count and every switch away from its default.
+QXPeakTableList SavedList(int count, int mass) {
+  QXPeakTableList list;
+  for (int k = 1; k <= count; ++k) {
+    list.AddDetectionSetting(-1);
+    list.SetDetectionSetting(k - 1, Segment(k));
+  }
+  list.SetMassProcessing(mass);
+  list.SetResolution(12345.5);
+  list.SetUseResolutionFlag(1);
+  list.SetGaussFit(1);
+  list.SetAutoSNCalcOn(1);
+  return list;
+}
+
+// "section\key=value\r\n" lines as the host's map of full key to value.
+std::map<std::string, std::string> AsMap(const Lines& lines) {
+  std::map<std::string, std::string> map;
+  for (const std::string& line : lines) {
+    const std::size_t eq = line.find('=');
+    map.emplace(line.substr(0, eq), line.substr(eq + 1, line.size() - eq - 3));
+  }
+  return map;
+}
+
+std::string AsText(const Lines& lines) {
+  std::string text;
+  QXPersistUtils::FormStringFromList(text, lines);
+  return text;
+}
+
+class ListPersist : public ::testing::Test {
+ protected:
+  void SetUp() override { QXSetAppProfile(&profile_); }
+  void TearDown() override { QXSetAppProfile(nullptr); }
+  QXMemoryProfile profile_;
+};
+
+enum class Route { kProfile, kText, kMap };
+
+class ListRoundTrip : public ListPersist,
+                      public ::testing::WithParamInterface<std::tuple<Route, int>> {};
+
+TEST_P(ListRoundTrip, RestoresEverySegmentAndSwitch) {
+  const auto [route, mass] = GetParam();
+  QXPeakTableList saved = SavedList(3, mass);
+  Lines lines;
+  saved.PersistSettings("App", 2, route == Route::kProfile ? nullptr : &lines,
+                        route == Route::kProfile ? 1 : 0);
+
+  QXPeakTableList restored = SavedList(5, 1 - mass);  // replaced, not merged
+  switch (route) {
+    case Route::kProfile:
+      restored.RestoreSettings("App", 2, nullptr, kQXPersistFromProfile);
+      break;
+    case Route::kText:
+      restored.RestoreSettings("App", 2, AsText(lines).c_str(), kQXPersistFromText);
+      break;
+    case Route::kMap:
+      restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
+      break;
+  }
+  std::vector<Fields> expected;
+  for (int k = 1; k <= 3; ++k) expected.push_back(Restored(Segment(k), mass != 0));
+  EXPECT_EQ(Segments(restored), expected);
+  EXPECT_EQ(Switches(restored), Switches(saved));
+}
+
+INSTANTIATE_TEST_SUITE_P(RoutesAndMassProcessing, ListRoundTrip,
+                         ::testing::Combine(::testing::Values(Route::kProfile, Route::kText,
+                                                              Route::kMap),
+                                            ::testing::Values(0, 1)));
+
+TEST_F(ListPersist, WritesExactLinesAndProfileEntries) {
+  QXPeakTableList list;
+  list.AddDetectionSetting(-1);
+  list.SetDetectionSetting(0, 100.5, 2000.25, 0.5, 1250.0, 2, 7, 1, 10.0, 1.5, 5, 400, 0, 3.0, 2,
+                           40.0, 4, 20, 0.1, 0.9);
+  list.SetMassProcessing(1);
+  list.SetGaussFit(1);
+  Lines lines{"kept"};
+  list.PersistSettings("App", 2, &lines, 1);
+
+  const std::string p = "App\\PeakSettingsTrace-2\\";
+  const Lines expected{"kept",
+                       p + "NumDetectSegments=1\r\n",
+                       p + "DetectRangeX1-0=100.500000\r\n",
+                       p + "DetectRangeX2-0=2000.250000\r\n",
+                       p + "PeakThresholdPct-0=0.500000\r\n",
+                       p + "AbsoluteThreshold-0=1.250000e+03\r\n",
+                       p + "PeakFilterType-0=2\r\n",
+                       p + "PeakFilterWidth-0=7\r\n",
+                       p + "PeakFilterIncrement-0=1\r\n",
+                       p + "MinPeakArea-0=10.000000\r\n",
+                       p + "PctPeakArea-0=1.500000\r\n",
+                       p + "MinPeakWidth-0=5\r\n",
+                       p + "MaxPeakWidth-0=400\r\n",
+                       p + "AutoPeakWidth-0=0\r\n",
+                       p + "PeakIntegrateMethod-0=2\r\n",
+                       p + "NoiseThreshold-0=3.000000\r\n",
+                       p + "PeakCentroidPct-0=40.000000\r\n",
+                       p + "MaxCharge-0=4\r\n",
+                       p + "MaxIsotope-0=20\r\n",
+                       p + "RelMinIntensity-0=0.100000\r\n",
+                       p + "RelMaxIntensity-0=0.900000\r\n",
+                       p + "Mass-Processing-0=1\r\n",
+                       p + "Resolution-0=2000.000000\r\n",
+                       p + "UseResolutionForPkDetect=0\r\n",
+                       p + "GaussianFit=1\r\n",
+                       p + "AutomaticNoiseThreshold=0\r\n"};
+  EXPECT_EQ(lines, expected);
+  const char* section = "App\\PeakSettingsTrace-2";
+  EXPECT_EQ(profile_.GetProfileString(section, "AbsoluteThreshold-0", ""), "1.250000e+03");
+  EXPECT_EQ(profile_.GetProfileInt(section, "MaxPeakWidth-0", 0), 400);
+  EXPECT_EQ(profile_.GetProfileInt(section, "Mass-Processing-0", 0), 1);
+}
+
+TEST_F(ListPersist, WithoutMassProcessingNoMassKeysAreSavedAndStoredOnesAreIgnored) {
+  QXPeakTableList list = SavedList(2, 0);
+  Lines lines;
+  list.PersistSettings("App", 0, &lines, 0);
+  for (const std::string& line : lines) {
+    for (const char* key : {"PeakCentroidPct", "MaxCharge", "MaxIsotope", "RelMinIntensity",
+                            "RelMaxIntensity"}) {
+      EXPECT_EQ(line.find(key), std::string::npos) << line;
+    }
+  }
+  lines.push_back("App\\PeakSettingsTrace-0\\MaxCharge-0=3\r\n");
+  lines.push_back("App\\PeakSettingsTrace-0\\PeakCentroidPct-1=20.0\r\n");
+  QXPeakTableList restored;
+  restored.SetMassProcessing(1);
+  restored.SetCentroidSpecData(1);
+  restored.RestoreSettings("App", 0, AsText(lines).c_str(), kQXPersistFromText);
+  EXPECT_EQ(Segments(restored),
+            (std::vector<Fields>{Restored(Segment(1), false), Restored(Segment(2), false)}));
+  EXPECT_EQ(restored.MassProcessingOn(), 0);
+  EXPECT_EQ(restored.CentroidSpecData(), 0);
+}
+
+class RestoreDefaults : public ListPersist, public ::testing::WithParamInterface<int> {};
+
+TEST_P(RestoreDefaults, MissingKeysGiveOneSegmentOfDefaultsInTheirSavedForm) {
+  const int defaultMass = GetParam();
+  QXPeakTableList list = SavedList(2, 1);
+  list.SetDefaults(0.1234567, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2, 1, 12.5, defaultMass, 3,
+                   9, 0.25, 0.75, 5000.0, 1, 1);
+  list.RestoreSettings("App", 0, "App\\Other=1\r\n", 0);
+
+  const QXPeakDetectSetting fresh;
+  // RelThreshold went through "%f": six decimals.
+  const QXPeakDetectSetting expected =
+      defaultMass != 0
+          ? QXPeakDetectSetting(0, 0, 0.123457, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2, 12.5, 3, 9,
+                                0.25, 0.75)
+          : QXPeakDetectSetting(0, 0, 0.123457, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2,
+                                fresh.GetPctCentroid(), fresh.GetMaxCharge(),
+                                fresh.GetMaxIsotope(), fresh.GetRelMasMinIntensity(),
+                                fresh.GetRelMassMaxIntensity());
+  EXPECT_EQ(Segments(list), std::vector<Fields>{SettingFields(expected)});
+  EXPECT_EQ(Switches(list), std::make_tuple(defaultMass, 5000.0, 1, 1, 1));
+}
+
+INSTANTIATE_TEST_SUITE_P(DefaultMassProcessing, RestoreDefaults, ::testing::Values(0, 1));
+
+TEST_F(ListPersist, SectionLookupIsASubstringSearchOfTheText) {
+  Lines lines;
+  SavedList(1, 1).PersistSettings("AB", 0, &lines, 0);
+  SavedList(2, 0).PersistSettings("B", 0, &lines, 0);
+  QXPeakTableList restored;
+  restored.RestoreSettings("B", 0, AsText(lines).c_str(), kQXPersistFromText);
+  // "B\PeakSettingsTrace-0\..." is found first inside AB's lines.
+  EXPECT_EQ(Segments(restored), std::vector<Fields>{Restored(Segment(1), true)});
+
+  restored.RestoreSettings("B", AsMap(lines), 0, kQXPersistFromText);
+  EXPECT_EQ(Segments(restored),
+            (std::vector<Fields>{Restored(Segment(1), false), Restored(Segment(2), false)}));
+}
+
+TEST_F(ListPersist, SegmentCountsOutsideTheListsRangeAreBounded) {
+  QXPeakTableList list = SavedList(2, 0);
+  const std::string key = "App\\PeakSettingsTrace-0\\NumDetectSegments";
+  list.RestoreSettings("App", {{key, "-3"}}, 0, kQXPersistFromText);
+  EXPECT_EQ(list.GetNumDetectionSettings(), 0);
+  list.RestoreSettings("App", {{key, "99999999999"}}, 0, kQXPersistFromText);
+  EXPECT_EQ(list.GetNumDetectionSettings(), QXPeakTableList::kMaxDetectionSettings);
+}
+
+TEST(ListPersistWithoutProfile, NothingIsWrittenOrRestored) {
+  QXSetAppProfile(nullptr);
+  QXPeakTableList list = SavedList(2, 1);
+  Lines lines;
+  list.PersistSettings("App", 0, &lines, 1);
+  EXPECT_TRUE(lines.empty());
+  list.RestoreSettings("App", 0, "App\\PeakSettingsTrace-0\\NumDetectSegments=5\r\n",
+                       kQXPersistFromText);
+  list.RestoreSettings("App", std::map<std::string, std::string>{}, 0, 0);
+  EXPECT_EQ(Segments(list), (std::vector<Fields>{SettingFields(Segment(1)), SettingFields(Segment(2))}));
+  EXPECT_EQ(Switches(list), Switches(SavedList(2, 1)));
+}
+
+}  // namespace
+}  // namespace qxpkutil
