@@ -1,0 +1,105 @@
+#include "qxpkutil/ui/QXDataExchange.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <string_view>
+#include <system_error>
+
+#include "qxpkutil/platform/QXMessages.h"
+#include "qxpkutil/platform/QXTypes.h"
+
+namespace qxpkutil {
+namespace {
+
+// String-table texts of the checks that QXMessages.h does not name.
+constexpr int kMsgFilterWidthOdd = 24712;
+constexpr int kMsgFilterWidthZeroOrOdd = 24713;
+constexpr int kMsgBelowMinimum = 24714;
+constexpr int kMsgEnterNumber = 24738;
+constexpr int kMsgWholeNumberInRange = 24739;
+
+constexpr std::string_view kBlanks = " \t\r\n\v\f";
+
+// Sign, 309 integer digits of the largest double, the point and every decimal.
+constexpr std::size_t kFixedTextCapacity =
+    1 + std::numeric_limits<double>::max_exponent10 + 2 + kQXMaxDisplayPrecision;
+
+// "%.*f" without printf: std::to_chars gives the same correctly rounded digits and never
+// depends on the C locale's decimal point.
+std::string FormatFixed(double value, std::int32_t precision) {
+  char text[kFixedTextCapacity];
+  const int decimals = std::clamp<std::int32_t>(precision, 0, kQXMaxDisplayPrecision);
+  const auto [end, ec] =
+      std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, decimals);
+  return ec == std::errc() ? std::string(text, end) : std::string();
+}
+
+bool Fail(int id, std::string& message) {
+  message = QXLoadString(id);
+  return false;
+}
+
+// An odd value within the limits; `evenId` names what an even one is told.
+bool CheckOddInRange(int value, int minValue, int maxValue, int evenId, std::string& message) {
+  if (value < minValue || value > maxValue) return Fail(kMsgWholeNumberInRange, message);
+  return value % 2 != 0 || Fail(evenId, message);
+}
+
+}  // namespace
+
+bool DDX_TextSpace(const std::string& text, double& value, std::string& message) {
+  std::string_view digits(text);
+  const std::size_t first = digits.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) {
+    value = kQXUnsetValue;
+    return true;
+  }
+  digits = digits.substr(first, digits.find_last_not_of(kBlanks) - first + 1);
+  // from_chars takes no '+'; a second sign after it must still fail.
+  if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
+  double parsed = 0.0;
+  const auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), parsed);
+  if (ec != std::errc() || end != digits.data() + digits.size() || !std::isfinite(parsed)) {
+    return Fail(kMsgEnterNumber, message);
+  }
+  value = parsed;
+  return true;
+}
+
+std::string DDX_TextSpace(double value, std::int32_t precision) {
+  // An empty field is how the unset value is shown.
+  if (value == kQXUnsetValue) return {};
+  return FormatFixed(value, precision);
+}
+
+double QXRoundToPrecision(double value, std::int32_t precision) {
+  if (!std::isfinite(value)) return value;
+  const std::string text = FormatFixed(value, precision);
+  double rounded = value;
+  std::from_chars(text.data(), text.data() + text.size(), rounded);
+  return rounded;
+}
+
+bool DDV_MinDouble(double value, double minValue, std::string& message) {
+  return value >= minValue || Fail(kMsgBelowMinimum, message);
+}
+
+bool DDV_OddMinMaxInt(int value, int minValue, int maxValue, std::string& message) {
+  return CheckOddInRange(value, minValue, maxValue, kMsgFilterWidthOdd, message);
+}
+
+bool DDV_ZeroOddMinMaxInt(int value, int minValue, int maxValue, std::string& message) {
+  return value == 0 ||
+         CheckOddInRange(value, minValue, maxValue, kMsgFilterWidthZeroOrOdd, message);
+}
+
+bool DDV_SegmentRange(double lo, double hi, std::string& message) {
+  const auto valid = [](double x) { return std::isfinite(x) && x >= 0.0; };
+  if (!valid(lo) || !valid(hi)) return Fail(kQXMsgRangeNegative, message);
+  if (lo > hi) return Fail(kQXMsgRangeReversed, message);
+  return lo < hi || Fail(kQXMsgLeftEdgeNotLeft, message);
+}
+
+}  // namespace qxpkutil
