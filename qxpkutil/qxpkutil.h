@@ -17,3 +17,6 @@
 #include "qxpkutil/labels/QXUserPkLabels.h"
 #include "qxpkutil/settings/QXPeakDetectSetting.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "qxpkutil/ui/CChroPkDetectSetupDlg.h"
+#include "qxpkutil/ui/QXDataExchange.h"
+#include "qxpkutil/ui/QXSegmentedPeakSetupDlg.h"
