@@ -86,8 +86,8 @@ void PeakCalcBaseList::PersistTargets(const char* section, std::int32_t count,
     double target = 0.0;
     double delta = 0.0;
     GetSetting(i)->GetPeakCalcSetting(target, delta);
-    WriteDoubleSetting(app, section, IndexedKey(targetKey, i).c_str(), target,
-                       DoubleFormat::kFixed, list, profile);
+    WriteDoubleSetting(app, section, IndexedKey(targetKey, i).c_str(), target, DoubleFormat::kFixed,
+                       list, profile);
     WriteDoubleSetting(app, section, IndexedKey(deltaKey, i).c_str(), delta, DoubleFormat::kFixed,
                        list, profile);
   }
@@ -129,8 +129,8 @@ void SNPeakCalc::GetSNSettings(const char* section, std::int32_t count, double b
                                    DoubleFormat::kFixed, text, flags);
   m_dBaselineX2 = GetDoubleSetting(app, section, "SNBaselineX2", baselineX2Default,
                                    DoubleFormat::kFixed, text, flags);
-  GetTargets(section, count, "SNTargetMass", "SNDeltaAMU", targetMassDefault, deltaAmuDefault,
-             text, flags);
+  GetTargets(section, count, "SNTargetMass", "SNDeltaAMU", targetMassDefault, deltaAmuDefault, text,
+             flags);
 }
 
 void ResCalcPeakCalc::PersistResCalcSettings(const char* section, std::int32_t count,
@@ -147,9 +147,8 @@ void ResCalcPeakCalc::PersistResCalcSettings(const char* section, std::int32_t c
 
 void ResCalcPeakCalc::GetResCalcSettings(const char* section, std::int32_t count,
                                          std::int32_t percentDefault,
-                                         std::int32_t minIntensityDefault,
-                                         double targetMassDefault, double deltaAmuDefault,
-                                         const char* text, unsigned flags) {
+                                         std::int32_t minIntensityDefault, double targetMassDefault,
+                                         double deltaAmuDefault, const char* text, unsigned flags) {
   QXProfile* app = QXGetAppProfile();
   if (app == nullptr) return;
   m_nPercent = GetIntSetting(app, section, "ResCalcPercent", percentDefault, text, flags);

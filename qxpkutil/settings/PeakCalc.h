@@ -88,8 +88,8 @@ class PeakCalcBaseList : public QXObject {
   // Appends default targets until there are at least `count` (at most kMaxSettings), then
   // reads targets 0..count-1 from those keys with the given defaults.
   void GetTargets(const char* section, std::int32_t count, const char* targetKey,
-                  const char* deltaKey, double targetDefault, double deltaDefault,
-                  const char* text, unsigned flags);
+                  const char* deltaKey, double targetDefault, double deltaDefault, const char* text,
+                  unsigned flags);
 
  private:
   std::vector<std::unique_ptr<PeakCalcBase>> m_arrSettings;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -38,25 +39,17 @@ List WithTargets(int count) {
   return list;
 }
 
-struct AddCase {
-  std::int32_t index;
-  int result;
-  std::vector<double> targets;  // 0 marks the new, default target
-};
-
-class AddSettingAt : public ::testing::TestWithParam<AddCase> {};
-
-TEST_P(AddSettingAt, InsertsBeforeAValidIndexElseAppends) {
-  auto list = WithTargets<PeakCalcBaseList>(3);
-  EXPECT_EQ(list.AddSetting(GetParam().index), GetParam().result);
-  EXPECT_EQ(Targets(list), GetParam().targets);
+TEST(PeakCalcBaseList, AddInsertsBeforeAValidIndexElseAppends) {
+  // 0 marks the new, default target.
+  const std::tuple<std::int32_t, int, std::vector<double>> cases[] = {
+      {-1, 1, {1, 2, 3, 0}}, {0, 1, {0, 1, 2, 3}},  {2, 1, {1, 2, 0, 3}},
+      {3, 1, {1, 2, 3, 0}},  {10, 1, {1, 2, 3, 0}}, {-2, 0, {1, 2, 3}}};
+  for (const auto& [index, result, targets] : cases) {
+    auto list = WithTargets<PeakCalcBaseList>(3);
+    EXPECT_EQ(list.AddSetting(index), result) << index;
+    EXPECT_EQ(Targets(list), targets) << index;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Indices, AddSettingAt,
-                         ::testing::Values(AddCase{-1, 1, {1, 2, 3, 0}}, AddCase{0, 1, {0, 1, 2, 3}},
-                                           AddCase{2, 1, {1, 2, 0, 3}}, AddCase{3, 1, {1, 2, 3, 0}},
-                                           AddCase{10, 1, {1, 2, 3, 0}},
-                                           AddCase{-2, 0, {1, 2, 3}}));
 
 TEST(PeakCalcBaseList, DeleteAndMoveCheckBothIndexes) {
   auto list = WithTargets<PeakCalcBaseList>(3);
@@ -88,7 +81,8 @@ TEST(PeakCalcBaseList, CopiesOwnTheirTargets) {
 
 TEST(PeakCalcBaseList, AddingStopsAtTheLimit) {
   PeakCalcBaseList list;
-  for (std::int32_t i = 0; i < PeakCalcBaseList::kMaxSettings; ++i) ASSERT_EQ(list.AddSetting(-1), 1);
+  for (std::int32_t i = 0; i < PeakCalcBaseList::kMaxSettings; ++i)
+    ASSERT_EQ(list.AddSetting(-1), 1);
   EXPECT_EQ(list.AddSetting(-1), 0);
   EXPECT_EQ(list.AddSetting(0), 0);
   EXPECT_EQ(list.GetNumSettings(), PeakCalcBaseList::kMaxSettings);
@@ -99,7 +93,8 @@ TEST(PeakCalc, ClassRecordsNamePeakCalcBaseAsTheCalculatorsBase) {
   ResCalcPeakCalc res;
   EXPECT_STREQ(sn.GetRuntimeClass()->m_lpszClassName, "SNPeakCalc");
   EXPECT_STREQ(res.GetRuntimeClass()->m_lpszClassName, "ResCalcPeakCalc");
-  for (const QXObject* calc : {static_cast<const QXObject*>(&sn), static_cast<const QXObject*>(&res)}) {
+  for (const QXObject* calc :
+       {static_cast<const QXObject*>(&sn), static_cast<const QXObject*>(&res)}) {
     EXPECT_TRUE(calc->IsKindOf(&PeakCalcBase::classPeakCalcBase));
     EXPECT_FALSE(calc->IsKindOf(&PeakCalcBaseList::classPeakCalcBaseList));
   }
@@ -112,56 +107,38 @@ class CalcPersist : public ::testing::Test {
   QXMemoryProfile profile_;
 };
 
-TEST_F(CalcPersist, SignalToNoiseLinesAreExact) {
-  auto sn = WithTargets<SNPeakCalc>(2);
-  sn.SetBaselineX1(100.25);
-  sn.SetBaselineX2(-3.0);
+TEST_F(CalcPersist, SignalToNoiseWritesExactLinesAndRoundTrips) {
+  auto saved = WithTargets<SNPeakCalc>(2);
+  saved.SetBaselineX1(100.25);
+  saved.SetBaselineX2(-3.0);
   Lines lines;
-  sn.PersistSNSettings("SN", 0, &lines, 0);
+  saved.PersistSNSettings("SN", 0, &lines, 1);
   EXPECT_EQ(lines, (Lines{"SN\\SNBaselineX1=100.250000\r\n", "SN\\SNBaselineX2=-3.000000\r\n",
                           "SN\\SNTargetMass-0=1.000000\r\n", "SN\\SNDeltaAMU-0=0.500000\r\n",
                           "SN\\SNTargetMass-1=2.000000\r\n", "SN\\SNDeltaAMU-1=0.500000\r\n"}));
-  EXPECT_EQ(profile_.GetProfileString("SN", "SNBaselineX1", "unset"), "unset");
-}
-
-struct CountCase {
-  std::int32_t count;
-  std::size_t savedTargets;
-};
-
-class PersistCount : public CalcPersist, public ::testing::WithParamInterface<CountCase> {};
-
-TEST_P(PersistCount, CountsOutsideOneToTheTargetCountSaveEveryTarget) {
-  Lines sn;
-  WithTargets<SNPeakCalc>(3).PersistSNSettings("S", GetParam().count, &sn, 0);
-  EXPECT_EQ(sn.size(), 2 + 2 * GetParam().savedTargets);
-  Lines res;
-  WithTargets<ResCalcPeakCalc>(3).PersistResCalcSettings("S", GetParam().count, &res, 0);
-  EXPECT_EQ(res.size(), 2 + 2 * GetParam().savedTargets);
-}
-
-INSTANTIATE_TEST_SUITE_P(Counts, PersistCount,
-                         ::testing::Values(CountCase{0, 3}, CountCase{-1, 3}, CountCase{1, 1},
-                                           CountCase{3, 3}, CountCase{4, 3}));
-
-TEST_F(CalcPersist, SignalToNoiseRoundTripsThroughTextAndProfile) {
-  auto saved = WithTargets<SNPeakCalc>(3);
-  saved.SetBaselineX1(10.5);
-  saved.SetBaselineX2(20.5);
-  Lines lines;
-  saved.PersistSNSettings("SN", 0, &lines, 1);
   std::string text;
   QXPersistUtils::FormStringFromList(text, lines);
-
   for (unsigned flags : {kQXPersistFromText, kQXPersistFromProfile}) {
     SNPeakCalc restored;
     restored.AddSetting(-1);
     restored.GetSetting(0)->SetFoundX(7.0);
-    restored.GetSNSettings("SN", 3, 0.0, 0.0, 0.0, 0.0, text.c_str(), flags);
-    EXPECT_EQ(Targets(restored), (std::vector<double>{1, 2, 3}));
-    EXPECT_EQ(restored.GetBaselineX1(), 10.5);
-    EXPECT_EQ(restored.GetBaselineX2(), 20.5);
+    restored.GetSNSettings("SN", 2, 0.0, 0.0, 0.0, 0.0, text.c_str(), flags);
+    EXPECT_EQ(Targets(restored), (std::vector<double>{1, 2}));
+    EXPECT_EQ(restored.GetBaselineX1(), 100.25);
+    EXPECT_EQ(restored.GetBaselineX2(), -3.0);
     EXPECT_EQ(restored.GetSetting(0)->GetFoundX(), 0.0);
+  }
+}
+
+TEST_F(CalcPersist, CountsOutsideOneToTheTargetCountSaveEveryTarget) {
+  const std::pair<std::int32_t, std::size_t> cases[] = {{0, 3}, {-1, 3}, {1, 1}, {3, 3}, {4, 3}};
+  for (const auto& [count, saved] : cases) {
+    Lines sn;
+    WithTargets<SNPeakCalc>(3).PersistSNSettings("S", count, &sn, 0);
+    EXPECT_EQ(sn.size(), 2 + 2 * saved) << count;
+    Lines res;
+    WithTargets<ResCalcPeakCalc>(3).PersistResCalcSettings("S", count, &res, 0);
+    EXPECT_EQ(res.size(), 2 + 2 * saved) << count;
   }
 }
 
@@ -179,9 +156,9 @@ TEST_F(CalcPersist, ResolutionRestoresDefaultsForMissingKeysAndKeepsExtraTargets
 
   Lines lines;
   res.PersistResCalcSettings("R", 1, &lines, 0);
-  EXPECT_EQ(lines, (Lines{"R\\ResCalcPercent=10\r\n", "R\\ResCalcMinIntensity=1000\r\n",
-                          "R\\ResCalcTargetMass-0=250.000000\r\n",
-                          "R\\ResCalcDeltaAMU-0=0.250000\r\n"}));
+  EXPECT_EQ(lines,
+            (Lines{"R\\ResCalcPercent=10\r\n", "R\\ResCalcMinIntensity=1000\r\n",
+                   "R\\ResCalcTargetMass-0=250.000000\r\n", "R\\ResCalcDeltaAMU-0=0.250000\r\n"}));
 }
 
 TEST(CalcPersistWithoutProfile, NothingIsWrittenOrRead) {

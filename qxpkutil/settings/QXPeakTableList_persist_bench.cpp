@@ -17,8 +17,8 @@ constexpr int kSegments = 16;
 
 QXPeakTableList SavedList() {
   QXPeakTableList list;
-  list.CreateDefaultSegment(1000.0, 5.5e6, 1e8, 12.1, 4000.0, 500.0, 0.5, 10.0, 1.0, 2.0, 400,
-                            3.0, 2, 40.0, 4, 20, 0.1, 0.9);
+  list.CreateDefaultSegment(1000.0, 5.5e6, 1e8, 12.1, 4000.0, 500.0, 0.5, 10.0, 1.0, 2.0, 400, 3.0,
+                            2, 40.0, 4, 20, 0.1, 0.9);
   while (list.GetNumDetectionSettings() < kSegments) list.AddDetectionSetting(-1);
   while (list.GetNumDetectionSettings() > kSegments) list.DeleteDetectionSetting(-1);
   list.SetMassProcessing(1);

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "qxpkutil/platform/QXProfile.h"
@@ -27,31 +29,36 @@ QXPeakDetectSetting Segment(int k) {
                              40.0 + d, k + 1, 10 + k, 0.015625 * d, 0.5 + 0.0625 * d);
 }
 
-// What restoring a saved segment gives: the same, with a new segment's mass values when
-// mass processing is off.
+// What restoring a saved segment gives: the same, with a new segment's PctCentroid (14)
+// and mass values (16..19) when mass processing is off.
 Fields Restored(const QXPeakDetectSetting& s, bool mass) {
-  if (mass) return SettingFields(s);
-  const QXPeakDetectSetting fresh;
-  QXPeakDetectSetting r(s.GetRangeX1(), s.GetRangeX2(), s.GetRelThreshold(), s.GetAbsThreshold(),
-                        s.GetFilterType(), s.GetFilterWidth(), s.GetFilterInc(),
-                        s.GetMinPeakArea(), s.GetPctPeakArea(), s.GetMinPeakWidth(),
-                        s.GetMaxPeakWidth(), s.GetAutoPeakWidth(), s.GetNoiseThreshold(),
-                        s.GetIntegratedMethod(), fresh.GetPctCentroid(), fresh.GetMaxCharge(),
-                        fresh.GetMaxIsotope(), fresh.GetRelMasMinIntensity(),
-                        fresh.GetRelMassMaxIntensity());
-  return SettingFields(r);
+  Fields f = SettingFields(s);
+  const Fields fresh = SettingFields(QXPeakDetectSetting());
+  if (!mass) {
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+      ((std::get<I>(f) = std::get<I>(fresh)), ...);
+    }
+    (std::index_sequence<14, 16, 17, 18, 19>{});
+  }
+  return f;
+}
+std::vector<Fields> Restored(std::initializer_list<int> segments, bool mass) {
+  std::vector<Fields> out;
+  for (int k : segments) out.push_back(Restored(Segment(k), mass));
+  return out;
 }
 
 std::vector<Fields> Segments(const QXPeakTableList& list) {
   std::vector<Fields> out;
   QXPeakDetectSetting s;
-  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
+  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i)
+    out.push_back(SettingFields(s));
   return out;
 }
 
 auto Switches(const QXPeakTableList& list) {
-  return std::make_tuple(list.MassProcessingOn(), list.GetResolution(),
-                         list.GetUseResolutionFlag(), list.IsGaussFitOn(), list.IsAutoSNCalcOn());
+  return std::make_tuple(list.MassProcessingOn(), list.GetResolution(), list.GetUseResolutionFlag(),
+                         list.IsGaussFitOn(), list.IsAutoSNCalcOn());
 }
 
 // A list with segments 1..count and every switch away from its default.
@@ -116,9 +123,7 @@ TEST_P(ListRoundTrip, RestoresEverySegmentAndSwitch) {
       restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
       break;
   }
-  std::vector<Fields> expected;
-  for (int k = 1; k <= 3; ++k) expected.push_back(Restored(Segment(k), mass != 0));
-  EXPECT_EQ(Segments(restored), expected);
+  EXPECT_EQ(Segments(restored), Restored({1, 2, 3}, mass != 0));
   EXPECT_EQ(Switches(restored), Switches(saved));
 }
 
@@ -137,33 +142,35 @@ TEST_F(ListPersist, WritesExactLinesAndProfileEntries) {
   Lines lines{"kept"};
   list.PersistSettings("App", 2, &lines, 1);
 
-  const std::string p = "App\\PeakSettingsTrace-2\\";
-  const Lines expected{"kept",
-                       p + "NumDetectSegments=1\r\n",
-                       p + "DetectRangeX1-0=100.500000\r\n",
-                       p + "DetectRangeX2-0=2000.250000\r\n",
-                       p + "PeakThresholdPct-0=0.500000\r\n",
-                       p + "AbsoluteThreshold-0=1.250000e+03\r\n",
-                       p + "PeakFilterType-0=2\r\n",
-                       p + "PeakFilterWidth-0=7\r\n",
-                       p + "PeakFilterIncrement-0=1\r\n",
-                       p + "MinPeakArea-0=10.000000\r\n",
-                       p + "PctPeakArea-0=1.500000\r\n",
-                       p + "MinPeakWidth-0=5\r\n",
-                       p + "MaxPeakWidth-0=400\r\n",
-                       p + "AutoPeakWidth-0=0\r\n",
-                       p + "PeakIntegrateMethod-0=2\r\n",
-                       p + "NoiseThreshold-0=3.000000\r\n",
-                       p + "PeakCentroidPct-0=40.000000\r\n",
-                       p + "MaxCharge-0=4\r\n",
-                       p + "MaxIsotope-0=20\r\n",
-                       p + "RelMinIntensity-0=0.100000\r\n",
-                       p + "RelMaxIntensity-0=0.900000\r\n",
-                       p + "Mass-Processing-0=1\r\n",
-                       p + "Resolution-0=2000.000000\r\n",
-                       p + "UseResolutionForPkDetect=0\r\n",
-                       p + "GaussianFit=1\r\n",
-                       p + "AutomaticNoiseThreshold=0\r\n"};
+  const char* entries[] = {"NumDetectSegments=1",
+                           "DetectRangeX1-0=100.500000",
+                           "DetectRangeX2-0=2000.250000",
+                           "PeakThresholdPct-0=0.500000",
+                           "AbsoluteThreshold-0=1.250000e+03",
+                           "PeakFilterType-0=2",
+                           "PeakFilterWidth-0=7",
+                           "PeakFilterIncrement-0=1",
+                           "MinPeakArea-0=10.000000",
+                           "PctPeakArea-0=1.500000",
+                           "MinPeakWidth-0=5",
+                           "MaxPeakWidth-0=400",
+                           "AutoPeakWidth-0=0",
+                           "PeakIntegrateMethod-0=2",
+                           "NoiseThreshold-0=3.000000",
+                           "PeakCentroidPct-0=40.000000",
+                           "MaxCharge-0=4",
+                           "MaxIsotope-0=20",
+                           "RelMinIntensity-0=0.100000",
+                           "RelMaxIntensity-0=0.900000",
+                           "Mass-Processing-0=1",
+                           "Resolution-0=2000.000000",
+                           "UseResolutionForPkDetect=0",
+                           "GaussianFit=1",
+                           "AutomaticNoiseThreshold=0"};
+  Lines expected{"kept"};
+  for (const char* entry : entries) {
+    expected.push_back(std::string("App\\PeakSettingsTrace-2\\") + entry + "\r\n");
+  }
   EXPECT_EQ(lines, expected);
   const char* section = "App\\PeakSettingsTrace-2";
   EXPECT_EQ(profile_.GetProfileString(section, "AbsoluteThreshold-0", ""), "1.250000e+03");
@@ -175,11 +182,10 @@ TEST_F(ListPersist, WithoutMassProcessingNoMassKeysAreSavedAndStoredOnesAreIgnor
   QXPeakTableList list = SavedList(2, 0);
   Lines lines;
   list.PersistSettings("App", 0, &lines, 0);
-  for (const std::string& line : lines) {
-    for (const char* key : {"PeakCentroidPct", "MaxCharge", "MaxIsotope", "RelMinIntensity",
-                            "RelMaxIntensity"}) {
-      EXPECT_EQ(line.find(key), std::string::npos) << line;
-    }
+  const std::string text = AsText(lines);
+  for (const char* key :
+       {"PeakCentroidPct", "MaxCharge", "MaxIsotope", "RelMinIntensity", "RelMaxIntensity"}) {
+    EXPECT_EQ(text.find(key), std::string::npos) << key;
   }
   lines.push_back("App\\PeakSettingsTrace-0\\MaxCharge-0=3\r\n");
   lines.push_back("App\\PeakSettingsTrace-0\\PeakCentroidPct-1=20.0\r\n");
@@ -187,8 +193,7 @@ TEST_F(ListPersist, WithoutMassProcessingNoMassKeysAreSavedAndStoredOnesAreIgnor
   restored.SetMassProcessing(1);
   restored.SetCentroidSpecData(1);
   restored.RestoreSettings("App", 0, AsText(lines).c_str(), kQXPersistFromText);
-  EXPECT_EQ(Segments(restored),
-            (std::vector<Fields>{Restored(Segment(1), false), Restored(Segment(2), false)}));
+  EXPECT_EQ(Segments(restored), Restored({1, 2}, false));
   EXPECT_EQ(restored.MassProcessingOn(), 0);
   EXPECT_EQ(restored.CentroidSpecData(), 0);
 }
@@ -198,21 +203,14 @@ class RestoreDefaults : public ListPersist, public ::testing::WithParamInterface
 TEST_P(RestoreDefaults, MissingKeysGiveOneSegmentOfDefaultsInTheirSavedForm) {
   const int defaultMass = GetParam();
   QXPeakTableList list = SavedList(2, 1);
-  list.SetDefaults(0.1234567, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2, 1, 12.5, defaultMass, 3,
-                   9, 0.25, 0.75, 5000.0, 1, 1);
+  list.SetDefaults(0.1234567, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2, 1, 12.5, defaultMass, 3, 9,
+                   0.25, 0.75, 5000.0, 1, 1);
   list.RestoreSettings("App", 0, "App\\Other=1\r\n", 0);
 
-  const QXPeakDetectSetting fresh;
   // RelThreshold went through "%f": six decimals.
-  const QXPeakDetectSetting expected =
-      defaultMass != 0
-          ? QXPeakDetectSetting(0, 0, 0.123457, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2, 12.5, 3, 9,
-                                0.25, 0.75)
-          : QXPeakDetectSetting(0, 0, 0.123457, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2,
-                                fresh.GetPctCentroid(), fresh.GetMaxCharge(),
-                                fresh.GetMaxIsotope(), fresh.GetRelMasMinIntensity(),
-                                fresh.GetRelMassMaxIntensity());
-  EXPECT_EQ(Segments(list), std::vector<Fields>{SettingFields(expected)});
+  const QXPeakDetectSetting expected(0, 0, 0.123457, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2,
+                                     12.5, 3, 9, 0.25, 0.75);
+  EXPECT_EQ(Segments(list), std::vector<Fields>{Restored(expected, defaultMass != 0)});
   EXPECT_EQ(Switches(list), std::make_tuple(defaultMass, 5000.0, 1, 1, 1));
 }
 
@@ -225,11 +223,10 @@ TEST_F(ListPersist, SectionLookupIsASubstringSearchOfTheText) {
   QXPeakTableList restored;
   restored.RestoreSettings("B", 0, AsText(lines).c_str(), kQXPersistFromText);
   // "B\PeakSettingsTrace-0\..." is found first inside AB's lines.
-  EXPECT_EQ(Segments(restored), std::vector<Fields>{Restored(Segment(1), true)});
+  EXPECT_EQ(Segments(restored), Restored({1}, true));
 
   restored.RestoreSettings("B", AsMap(lines), 0, kQXPersistFromText);
-  EXPECT_EQ(Segments(restored),
-            (std::vector<Fields>{Restored(Segment(1), false), Restored(Segment(2), false)}));
+  EXPECT_EQ(Segments(restored), Restored({1, 2}, false));
 }
 
 TEST_F(ListPersist, SegmentCountsOutsideTheListsRangeAreBounded) {
@@ -250,7 +247,7 @@ TEST(ListPersistWithoutProfile, NothingIsWrittenOrRestored) {
   list.RestoreSettings("App", 0, "App\\PeakSettingsTrace-0\\NumDetectSegments=5\r\n",
                        kQXPersistFromText);
   list.RestoreSettings("App", std::map<std::string, std::string>{}, 0, 0);
-  EXPECT_EQ(Segments(list), (std::vector<Fields>{SettingFields(Segment(1)), SettingFields(Segment(2))}));
+  EXPECT_EQ(Segments(list), Restored({1, 2}, true));
   EXPECT_EQ(Switches(list), Switches(SavedList(2, 1)));
 }
 

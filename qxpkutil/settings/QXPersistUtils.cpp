@@ -119,8 +119,8 @@ bool FindValue(const SectionEntries& entries, const char*, const char* key, std:
   return entries.Find(key, out);
 }
 
-bool FindValue(const std::map<std::string, std::string>& map, const char* section,
-               const char* key, std::string& out) {
+bool FindValue(const std::map<std::string, std::string>& map, const char* section, const char* key,
+               std::string& out) {
   const auto it = map.find(FullKey(section, key));
   if (it == map.end()) return false;
   out = it->second;
@@ -158,9 +158,8 @@ void QXPersistUtils::WriteParamSetting(QXProfile* app, const char* section, cons
   if (toProfile != 0 && app != nullptr) app->WriteProfileString(section, key, value);
 }
 
-std::uint32_t QXPersistUtils::GetParamSetting(QXProfile* app, const char* section,
-                                              const char* key, int def, const char* text,
-                                              unsigned flags) {
+std::uint32_t QXPersistUtils::GetParamSetting(QXProfile* app, const char* section, const char* key,
+                                              int def, const char* text, unsigned flags) {
   return persist_detail::ReadInt(app, section, key, def, text, flags);
 }
 
@@ -169,8 +168,8 @@ std::string QXPersistUtils::GetParamSetting(QXProfile* app, const char* section,
   return persist_detail::ReadText(app, section, key, def, text, flags);
 }
 
-std::uint32_t QXPersistUtils::GetParamSetting(QXProfile* app, const char* section,
-                                              const char* key, int def,
+std::uint32_t QXPersistUtils::GetParamSetting(QXProfile* app, const char* section, const char* key,
+                                              int def,
                                               const std::map<std::string, std::string>& map,
                                               unsigned flags) {
   return persist_detail::ReadInt(app, section, key, def, map, flags);

@@ -6,7 +6,8 @@
 //   std::vector<std::string> lines;
 //   QXPersistUtils::WriteParamSetting(nullptr, "Peaks", "MaxCharge", 4, &lines, 0);
 //   std::string text;  QXPersistUtils::FormStringFromList(text, lines);
-//   int charge = QXPersistUtils::GetParamSetting(nullptr, "Peaks", "MaxCharge", 6, text.c_str(), kQXPersistFromText);
+//   int charge = QXPersistUtils::GetParamSetting(nullptr, "Peaks", "MaxCharge", 6, text.c_str(),
+//                                                kQXPersistFromText);
 #pragma once
 
 #include <cstdint>

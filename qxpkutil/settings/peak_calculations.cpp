@@ -99,9 +99,8 @@ int QXPeakTable::DoSignalToNoiseOnList(const double* x, const double* y, std::ui
   } else {
     double baseline = 0.0;
     double noise = 0.0;
-    measured = QXDataExpUtils::ComputeBaseline(x, y, n, calc->GetBaselineX1(),
-                                               calc->GetBaselineX2(), kBaselineSigma, baseline,
-                                               noise);
+    measured = QXDataExpUtils::ComputeBaseline(
+        x, y, n, calc->GetBaselineX1(), calc->GetBaselineX2(), kBaselineSigma, baseline, noise);
     if (measured != 0) {
       calc->SetBaseline(baseline);
       calc->SetNoise(noise);

@@ -27,8 +27,8 @@ const Fixture& Spectrum() {
     for (int p = 0; p < kPeaks; ++p) {
       peaks.push_back({100.0 + (p + 0.5) * kSpacing * kDx, 1000.0 + p, 0.05});
     }
-    Fixture f{testing::MakeSignal(kPoints, 100.0, kDx, peaks, {.baseline = 10.0, .noiseSigma = 2.0}),
-              {}};
+    Fixture f{
+        testing::MakeSignal(kPoints, 100.0, kDx, peaks, {.baseline = 10.0, .noiseSigma = 2.0}), {}};
     for (int p = 0; p < kPeaks; ++p) {
       const std::uint32_t apex = p * kSpacing + kSpacing / 2;
       const std::uint32_t left = apex - 400;

@@ -20,7 +20,8 @@ using testing::Signal;
 
 // The peak of `s` whose apex is its highest point, bounded `halfWidth` points either side.
 QXPeakTableElement PeakAtMax(const Signal& s, std::uint32_t halfWidth) {
-  const auto apex = static_cast<std::uint32_t>(std::max_element(s.y.begin(), s.y.end()) - s.y.begin());
+  const auto apex =
+      static_cast<std::uint32_t>(std::max_element(s.y.begin(), s.y.end()) - s.y.begin());
   const std::uint32_t left = apex - halfWidth;
   const std::uint32_t right = apex + halfWidth;
   return QXPeakTableElement(s.x[apex], s.y[apex], apex, s.x[left], s.y[left], left, s.x[right],
@@ -69,41 +70,37 @@ TEST(DoResCalcOnPeak, TheLevelUsesTheSinglePrecisionPercentFactor) {
   EXPECT_EQ(result, 1999);
 }
 
-struct NoResultCase {
-  const char* name;
-  std::vector<double> x;
-  std::vector<double> y;
-  std::uint32_t apex, left, right;
-};
-
-class ResolutionWithoutResult : public ::testing::TestWithParam<NoResultCase> {};
-
-TEST_P(ResolutionWithoutResult, GivesMinusOneAndReadsOnlyInsideTheBounds) {
-  const NoResultCase& c = GetParam();
-  // Copies sized to the bounds, so that a read outside them is caught by the sanitizer.
-  const std::vector<double> x(c.x.begin(), c.x.begin() + c.right + 1);
-  const std::vector<double> y(c.y.begin(), c.y.begin() + c.right + 1);
-  const double apexY = c.apex < y.size() ? y[c.apex] : 10.0;
-  const QXPeakTableElement peak(3.0, apexY, c.apex, 0.0, 0.0, c.left, 0.0, 0.0, c.right);
+TEST(DoResCalcOnPeak, GivesMinusOneAndReadsOnlyInsideTheBounds) {
+  struct Case {
+    const char* name;
+    std::vector<double> x, y;
+    std::uint32_t apex, left, right;
+  };
+  const Case cases[] = {{"left side stays high", {1, 2, 3, 4, 5}, {0, 9, 10, 5, 0}, 2, 1, 4},
+                        {"high at index zero", {1, 2, 3}, {9, 10, 0}, 1, 0, 2},
+                        {"right side stays high", {1, 2, 3}, {0, 10, 9}, 1, 0, 2},
+                        {"apex beyond right bound", {1, 2, 3, 4, 5}, {0, 5, 10, 5, 0}, 4, 0, 3},
+                        {"zero width", {1, 1, 1}, {0, 10, 0}, 1, 0, 2},
+                        {"no rise above the level at the edge", {1, 2, 3}, {0, 0, 0}, 2, 0, 2}};
+  for (const Case& c : cases) {
+    // Copies sized to the bounds, so that a read outside them is caught by the sanitizer.
+    const std::vector<double> x(c.x.begin(), c.x.begin() + c.right + 1);
+    const std::vector<double> y(c.y.begin(), c.y.begin() + c.right + 1);
+    const double apexY = c.apex < y.size() ? y[c.apex] : 10.0;
+    const QXPeakTableElement peak(3.0, apexY, c.apex, 0.0, 0.0, c.left, 0.0, 0.0, c.right);
+    std::int32_t result = 0;
+    peak.DoResCalcOnPeak(x.data(), y.data(), 50.0, result);
+    EXPECT_EQ(result, -1) << c.name;
+  }
+  const QXPeakTableElement peak(3.0, 10.0, 1, 0.0, 0.0, 0, 0.0, 0.0, 2);
   std::int32_t result = 0;
-  peak.DoResCalcOnPeak(x.data(), y.data(), 50.0, result);
+  peak.DoResCalcOnPeak(nullptr, nullptr, 50.0, result);
   EXPECT_EQ(result, -1);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Peaks, ResolutionWithoutResult,
-    ::testing::Values(
-        NoResultCase{"left_side_stays_high", {1, 2, 3, 4, 5}, {0, 9, 10, 5, 0}, 2, 1, 4},
-        NoResultCase{"high_at_index_zero", {1, 2, 3}, {9, 10, 0}, 1, 0, 2},
-        NoResultCase{"right_side_stays_high", {1, 2, 3}, {0, 10, 9}, 1, 0, 2},
-        NoResultCase{"apex_beyond_right_bound", {1, 2, 3, 4, 5}, {0, 5, 10, 5, 0}, 4, 0, 3},
-        NoResultCase{"zero_width", {1, 1, 1}, {0, 10, 0}, 1, 0, 2},
-        NoResultCase{"no_rise_above_level_at_the_edge", {1, 2, 3}, {0, 0, 0}, 2, 0, 2}),
-    [](const auto& info) { return std::string(info.param.name); });
-
 TEST(DoResCalcOnList, RecordsFoundPeaksAndMeasuresOnlyThoseIntenseEnough) {
-  const Signal s = MakeSignal(3001, 99.0, 0.001, {GaussPeak{100.0, 1000.0, 0.05},
-                                                  GaussPeak{101.5, 40.0, 0.05}});
+  const Signal s =
+      MakeSignal(3001, 99.0, 0.001, {GaussPeak{100.0, 1000.0, 0.05}, GaussPeak{101.5, 40.0, 0.05}});
   QXPeakTable table;
   table.AddPeak(QXPeakTableElement(100.0, 1000.0, 1000, 99.6, 0.0, 600, 100.4, 0.0, 1400));
   table.AddPeak(QXPeakTableElement(101.5, 40.0, 2500, 101.1, 0.0, 2100, 101.9, 0.0, 2900));
@@ -166,6 +163,10 @@ TEST(DoSignalToNoiseOnList, EqualBaselineBoundsGiveTheRawApexIntensity) {
   EXPECT_EQ(calc.GetSetting(0)->GetResult(), 750.0);
   EXPECT_EQ(calc.GetBaseline(), 0.0);
   EXPECT_EQ(calc.GetNoise(), 1.0);
+
+  const QXPeakTableElement& peak = *table.GetPeak(0);
+  EXPECT_EQ(peak.DoSigToNoiseOnPeak(50.0, 0.0), 700.0);
+  EXPECT_EQ(peak.DoSigToNoiseOnPeak(50.0, 7.0), 100.0);
 }
 
 TEST(DoSignalToNoiseOnList, FailsWithoutPeaksOrMeasurementAndLeavesTheTargets) {
@@ -185,12 +186,6 @@ TEST(DoSignalToNoiseOnList, FailsWithoutPeaksOrMeasurementAndLeavesTheTargets) {
   EXPECT_EQ(table.DoSignalToNoiseOnList(s.x.data(), s.y.data(), 100, nullptr), 0);
   EXPECT_EQ(calc.GetSetting(0)->GetResult(), 123.0);
   EXPECT_EQ(calc.GetSetting(0)->GetFoundX(), 456.0);
-}
-
-TEST(DoSigToNoiseOnPeak, ZeroNoiseGivesTheHeightAboveTheBaseline) {
-  const QXPeakTableElement peak(10.0, 750.0, 3);
-  EXPECT_EQ(peak.DoSigToNoiseOnPeak(50.0, 0.0), 700.0);
-  EXPECT_EQ(peak.DoSigToNoiseOnPeak(50.0, 7.0), 100.0);
 }
 
 }  // namespace

@@ -52,8 +52,8 @@ class SectionEntries {
 bool FindValue(const char* text, const char* section, const char* key, std::string& out);
 bool FindValue(const SectionEntries& entries, const char* section, const char* key,
                std::string& out);
-bool FindValue(const std::map<std::string, std::string>& map, const char* section,
-               const char* key, std::string& out);
+bool FindValue(const std::map<std::string, std::string>& map, const char* section, const char* key,
+               std::string& out);
 
 // Where a read takes its value from; the text (or map) bit is tested first and wins.
 enum class Origin { kSource, kProfile, kDefault };
