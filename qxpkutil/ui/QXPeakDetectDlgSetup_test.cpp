@@ -1,0 +1,61 @@
+#include "qxpkutil/ui/QXPeakDetectDlgSetup.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "qxpkutil/platform/QXProfile.h"
+#include "qxpkutil/settings/QXPersistUtils.h"
+
+namespace qxpkutil {
+namespace {
+
+auto State(const QXPeakDetectDlgSetup& s) {
+  return std::make_tuple(s.GetWndPos().x, s.GetWndPos().y, s.GetYCursorMode(), s.GetCursorShow());
+}
+
+QXPeakDetectDlgSetup Moved() {
+  QXPeakDetectDlgSetup s;
+  s.SetWndPos(QXPoint{-120, 80});
+  s.SetYCursorMode(3);
+  s.SetCursorShow(1);
+  return s;
+}
+
+TEST(QXPeakDetectDlgSetup, SavesFourExactLinesAndRestoresThemFromAMap) {
+  std::vector<std::string> lines;
+  QXMemoryProfile profile;
+  Moved().SaveState(&profile, "Dlg", 0, &lines);
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       "Dlg\\PkDetectDlgX1=-120\r\n", "Dlg\\PkDetectDlgY1=80\r\n",
+                       "Dlg\\PkDetectDlgYCursorMode=3\r\n", "Dlg\\PeakDetectShowCursor=1\r\n"}));
+  EXPECT_EQ(profile.GetProfileInt("Dlg", "PkDetectDlgX1", 0), 0);  // toProfile was 0
+
+  std::map<std::string, std::string> map;
+  for (const std::string& line : lines) {
+    const std::size_t eq = line.find('=');
+    map[line.substr(0, eq)] = line.substr(eq + 1, line.size() - eq - 3);
+  }
+  QXPeakDetectDlgSetup restored;
+  restored.RestoreState(nullptr, "Dlg", kQXPersistFromText, map);
+  EXPECT_EQ(State(restored), State(Moved()));
+}
+
+TEST(QXPeakDetectDlgSetup, RoundTripsThroughTheProfileAndDefaultsMissingKeys) {
+  QXMemoryProfile profile;
+  Moved().SaveState(&profile, "Dlg", 1, nullptr);
+  QXPeakDetectDlgSetup restored;
+  restored.RestoreState(&profile, "Dlg", kQXPersistFromProfile, {});
+  EXPECT_EQ(State(restored), State(Moved()));
+
+  // Missing keys give the fixed defaults, not the values held before.
+  restored.RestoreState(&profile, "Other", kQXPersistFromProfile, {});
+  EXPECT_EQ(State(restored), State(QXPeakDetectDlgSetup()));
+  EXPECT_EQ(State(QXPeakDetectDlgSetup()), std::make_tuple(-1, -1, short{1}, 0));
+}
+
+}  // namespace
+}  // namespace qxpkutil
