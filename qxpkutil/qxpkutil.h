@@ -19,7 +19,7 @@
 #include "qxpkutil/settings/QXPeakTableList.h"
 #include "qxpkutil/settings/PeakCalc.h"
 #include "qxpkutil/settings/QXPersistUtils.h"
-#include "qxpkutil/ui/QXPeakDetectDlgSetup.h"
 #include "qxpkutil/ui/CChroPkDetectSetupDlg.h"
 #include "qxpkutil/ui/QXDataExchange.h"
+#include "qxpkutil/ui/QXPeakDetectDlgSetup.h"
 #include "qxpkutil/ui/QXSegmentedPeakSetupDlg.h"
