@@ -4,9 +4,12 @@
 //   EXPECT_EQ(qxpkutil::testing::SettingFields(a), qxpkutil::testing::SettingFields(b));
 #pragma once
 
+#include <cstdint>
 #include <tuple>
+#include <vector>
 
 #include "qxpkutil/settings/QXPeakDetectSetting.h"
+#include "qxpkutil/settings/QXPeakTableList.h"
 
 namespace qxpkutil::testing {
 
@@ -18,6 +21,16 @@ inline auto SettingFields(const QXPeakDetectSetting& s) {
       s.GetMinPeakWidth(), s.GetMaxPeakWidth(), s.GetAutoPeakWidth(), s.GetNoiseThreshold(),
       s.GetIntegratedMethod(), s.GetPctCentroid(), s.GetDivisor(), s.GetMaxCharge(),
       s.GetMaxIsotope(), s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity());
+}
+
+using SettingFieldsTuple = decltype(SettingFields(QXPeakDetectSetting()));
+
+// The fields of every segment of `list`, in segment order.
+inline std::vector<SettingFieldsTuple> SegmentFields(const QXPeakTableList& list) {
+  std::vector<SettingFieldsTuple> out;
+  QXPeakDetectSetting s;
+  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
+  return out;
 }
 
 }  // namespace qxpkutil::testing

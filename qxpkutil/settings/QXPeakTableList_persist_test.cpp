@@ -18,7 +18,8 @@ namespace {
 
 using testing::SettingFields;
 using Lines = std::vector<std::string>;
-using Fields = decltype(SettingFields(QXPeakDetectSetting()));
+using Fields = testing::SettingFieldsTuple;
+using testing::SegmentFields;
 
 // Segment k: values that survive "%f" (six decimals) and "%e" (seven digits) exactly and
 // differ from every default and from the other segments'.
@@ -45,14 +46,6 @@ Fields Restored(const QXPeakDetectSetting& s, bool mass) {
 std::vector<Fields> Restored(std::initializer_list<int> segments, bool mass) {
   std::vector<Fields> out;
   for (int k : segments) out.push_back(Restored(Segment(k), mass));
-  return out;
-}
-
-std::vector<Fields> Segments(const QXPeakTableList& list) {
-  std::vector<Fields> out;
-  QXPeakDetectSetting s;
-  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i)
-    out.push_back(SettingFields(s));
   return out;
 }
 
@@ -123,7 +116,7 @@ TEST_P(ListRoundTrip, RestoresEverySegmentAndSwitch) {
       restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
       break;
   }
-  EXPECT_EQ(Segments(restored), Restored({1, 2, 3}, mass != 0));
+  EXPECT_EQ(SegmentFields(restored), Restored({1, 2, 3}, mass != 0));
   EXPECT_EQ(Switches(restored), Switches(saved));
 }
 
@@ -193,7 +186,7 @@ TEST_F(ListPersist, WithoutMassProcessingNoMassKeysAreSavedAndStoredOnesAreIgnor
   restored.SetMassProcessing(1);
   restored.SetCentroidSpecData(1);
   restored.RestoreSettings("App", 0, AsText(lines).c_str(), kQXPersistFromText);
-  EXPECT_EQ(Segments(restored), Restored({1, 2}, false));
+  EXPECT_EQ(SegmentFields(restored), Restored({1, 2}, false));
   EXPECT_EQ(restored.MassProcessingOn(), 0);
   EXPECT_EQ(restored.CentroidSpecData(), 0);
 }
@@ -210,7 +203,7 @@ TEST_P(RestoreDefaults, MissingKeysGiveOneSegmentOfDefaultsInTheirSavedForm) {
   // RelThreshold went through "%f": six decimals.
   const QXPeakDetectSetting expected(0, 0, 0.123457, 2.5, 1, 5, 2, 3.0, 4.0, 7, 300, 0, 6.0, 2,
                                      12.5, 3, 9, 0.25, 0.75);
-  EXPECT_EQ(Segments(list), std::vector<Fields>{Restored(expected, defaultMass != 0)});
+  EXPECT_EQ(SegmentFields(list), std::vector<Fields>{Restored(expected, defaultMass != 0)});
   EXPECT_EQ(Switches(list), std::make_tuple(defaultMass, 5000.0, 1, 1, 1));
 }
 
@@ -223,10 +216,10 @@ TEST_F(ListPersist, SectionLookupIsASubstringSearchOfTheText) {
   QXPeakTableList restored;
   restored.RestoreSettings("B", 0, AsText(lines).c_str(), kQXPersistFromText);
   // "B\PeakSettingsTrace-0\..." is found first inside AB's lines.
-  EXPECT_EQ(Segments(restored), Restored({1}, true));
+  EXPECT_EQ(SegmentFields(restored), Restored({1}, true));
 
   restored.RestoreSettings("B", AsMap(lines), 0, kQXPersistFromText);
-  EXPECT_EQ(Segments(restored), Restored({1, 2}, false));
+  EXPECT_EQ(SegmentFields(restored), Restored({1, 2}, false));
 }
 
 TEST_F(ListPersist, SegmentCountsOutsideTheListsRangeAreBounded) {
@@ -247,7 +240,7 @@ TEST(ListPersistWithoutProfile, NothingIsWrittenOrRestored) {
   list.RestoreSettings("App", 0, "App\\PeakSettingsTrace-0\\NumDetectSegments=5\r\n",
                        kQXPersistFromText);
   list.RestoreSettings("App", std::map<std::string, std::string>{}, 0, 0);
-  EXPECT_EQ(Segments(list), Restored({1, 2}, true));
+  EXPECT_EQ(SegmentFields(list), Restored({1, 2}, true));
   EXPECT_EQ(Switches(list), Switches(SavedList(2, 1)));
 }
 
