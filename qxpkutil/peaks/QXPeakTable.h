@@ -135,8 +135,22 @@ class QXPeakTable : public QXObject {
                               double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
                               double dRangeStart, double dRangeEnd);
 
-  // ---- Calculators ----
+  // ---- Calculators (settings/PeakCalc.h) ----
+  // Each target takes the most intense peak whose apex x lies within target +- delta
+  // (GetPeakInRange with filter bit 0x01, which sorts the table by apex x); a target
+  // without one gets result -1 and found x 0.0. x and y are the data the table was built
+  // from.
+  //
+  // Measures baseline and noise over calc's baseline x1..x2 (ComputeBaseline, two-sigma
+  // band) into calc, or sets them to 0.0 and 1.0 when x1 == x2, so that the ratio is the
+  // raw apex intensity; then sets each target's result to its peak's DoSigToNoiseOnPeak.
+  // 1 on success; 0 with the targets untouched for a null calc, a failed measurement or a
+  // table without peaks.
   int DoSignalToNoiseOnList(const double* x, const double* y, std::uint32_t n, SNPeakCalc* calc);
+  // Sets each target's result to its peak's DoResCalcOnPeak at calc's percent when the
+  // apex reaches calc's minimum intensity (else -1, found x still set). 1 when some target
+  // found a peak; 0 otherwise, for a null calc, no targets or no peaks (targets untouched
+  // in the last three cases).
   int DoResCalcOnList(const double* x, const double* y, ResCalcPeakCalc* calc);
 
   // ---- User labels ----
