@@ -23,10 +23,16 @@ install(FILES ${PROJECT_BINARY_DIR}/qxpkutilConfig.cmake ${PROJECT_BINARY_DIR}/q
 # The consumer check: install into a scratch prefix, then configure, build and run a
 # separate project that finds the package.
 if(QXPKUTIL_BUILD_TESTS)
+  # A sanitized library needs its runtime in the consumer's link too.
+  set(consumer_flags "")
+  if(QXPKUTIL_SANITIZE)
+    set(consumer_flags "-fsanitize=address,undefined")
+  endif()
   add_test(NAME consumer_find_package
     COMMAND ${CMAKE_COMMAND}
       -DBUILD_DIR=${PROJECT_BINARY_DIR}
       -DSOURCE_DIR=${PROJECT_SOURCE_DIR}/tests/consumer
       -DWORK_DIR=${PROJECT_BINARY_DIR}/consumer_check
+      "-DCONSUMER_FLAGS=${consumer_flags}"
       -P ${PROJECT_SOURCE_DIR}/cmake/RunConsumerCheck.cmake)
 endif()
