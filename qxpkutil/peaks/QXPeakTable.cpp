@@ -2,39 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <string>
 #include <utility>
 
 #include "qxpkutil/platform/QXArchive.h"
 #include "qxpkutil/platform/QXAtomicFile.h"
+#include "qxpkutil/platform/QXFormat.h"
 #include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
-namespace {
-
-// printf-style append of any length (values near the double limit print 300+ digits).
-[[gnu::format(printf, 2, 3)]] void AppendFormatted(std::string& text, const char* format, ...) {
-  char small[512];
-  std::va_list args;
-  va_start(args, format);
-  std::va_list again;
-  va_copy(again, args);
-  const int length = std::vsnprintf(small, sizeof small, format, args);
-  va_end(args);
-  if (length >= static_cast<int>(sizeof small)) {
-    const std::size_t old = text.size();
-    text.resize(old + static_cast<std::size_t>(length) + 1);
-    std::vsnprintf(text.data() + old, static_cast<std::size_t>(length) + 1, format, again);
-    text.resize(old + static_cast<std::size_t>(length));
-  } else if (length > 0) {
-    text.append(small, static_cast<std::size_t>(length));
-  }
-  va_end(again);
-}
-
-}  // namespace
 
 const QXRuntimeClass QXPeakTable::classQXPeakTable{"QXPeakTable", kQXNoSchema,
                                                    &QXObject::classQXObject};
@@ -323,12 +299,12 @@ void QXPeakTable::RemoveDuplicatedPeaks() {
 void QXPeakTable::DumpToFile(const char* path) const {
   if (path == nullptr) return;
   std::string text;
-  AppendFormatted(text, "# Peaks\t%ld\n", GetNumPeaks());
+  QXAppendFormat(text, "# Peaks\t%ld\n", GetNumPeaks());
   text +=
       "Apex Mass\tIntensity\tLeftBound X\tLeftBound Y\tRightBound X\tRightBound Y\t Area\t"
       "Centroid Mass\tCentroidLeft X\tCentroid Left Y\tCentroid Right X\tCentroid Right Y\n";
   for (const auto& p : m_arrPeaks) {
-    AppendFormatted(text, "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\n",
+    QXAppendFormat(text, "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\n",
                     p->m_dApexX, p->m_dApexY, p->m_dLeftX, p->m_dLeftY, p->m_dRightX,
                     p->m_dRightY, p->m_dArea, p->m_dCentroidX, p->m_dCentroidLeftX,
                     p->m_dCentroidLeftY, p->m_dCentroidRightX, p->m_dCentroidRightY);

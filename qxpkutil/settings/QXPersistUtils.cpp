@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
+#include "qxpkutil/platform/QXFormat.h"
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/persist_internal.h"
 
@@ -54,14 +54,7 @@ int ParseInt(const char* text) {
 double ParseDouble(const char* text) { return std::strtod(text, nullptr); }
 
 std::string FormatDouble(double value, DoubleFormat format) {
-  const char* spec = format == DoubleFormat::kFixed ? "%f" : "%e";
-  // "%f" of a large double runs to hundreds of digits; size the text first.
-  const int size = std::snprintf(nullptr, 0, spec, value);
-  if (size <= 0) return {};
-  std::string text(static_cast<std::size_t>(size) + 1, '\0');
-  std::snprintf(text.data(), text.size(), spec, value);
-  text.resize(static_cast<std::size_t>(size));
-  return text;
+  return format == DoubleFormat::kFixed ? QXFormat("%f", value) : QXFormat("%e", value);
 }
 
 std::string IndexedKey(const char* name, std::int32_t index) {

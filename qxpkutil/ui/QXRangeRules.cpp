@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string>
 #include <utility>
 
+#include "qxpkutil/platform/QXFormat.h"
 #include "qxpkutil/platform/QXMessages.h"
 #include "qxpkutil/ui/QXDataExchange.h"
 
@@ -16,11 +16,8 @@ namespace {
 template <class... Args>
 std::string FormatMessage(int id, Args... args) {
   const std::string format = QXLoadString(id);
-  const int length = std::snprintf(nullptr, 0, format.c_str(), args...);
-  if (length <= 0) return format;
-  std::string text(static_cast<std::size_t>(length), '\0');
-  std::snprintf(text.data(), text.size() + 1, format.c_str(), args...);
-  return text;
+  std::string text = QXFormat(format.c_str(), args...);
+  return text.empty() ? format : text;
 }
 
 bool IsRange(const QXRangeSequence& ranges, std::int32_t index) {
