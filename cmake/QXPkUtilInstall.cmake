@@ -9,7 +9,9 @@ install(TARGETS qxpkutil EXPORT qxpkutilTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/qxpkutil/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qxpkutil
-  FILES_MATCHING PATTERN "*.h")
+  FILES_MATCHING PATTERN "*.h"
+  PATTERN "*_internal.h" EXCLUDE
+  PATTERN "QXRangeRules.h" EXCLUDE)
 install(EXPORT qxpkutilTargets NAMESPACE qxpkutil:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxpkutil)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/qxpkutilConfig.cmake.in
