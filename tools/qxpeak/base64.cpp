@@ -29,8 +29,8 @@ bool DecodeBase64(std::string_view text, std::size_t maxBytes, std::vector<std::
   out.resize(bound < maxBytes ? bound : maxBytes);
   std::size_t written = 0;
   std::uint32_t group = 0;
-  int filled = 0;        // sextets in `group`
-  int padsLeft = -1;     // '=' still expected once padding has begun; -1 before
+  int filled = 0;     // sextets in `group`
+  int padsLeft = -1;  // '=' still expected once padding has begun; -1 before
   for (const char ch : text) {
     const std::uint8_t v = kDecode[static_cast<unsigned char>(ch)];
     if (v == kSpace) continue;
@@ -72,8 +72,8 @@ void AppendBase64(const void* data, std::size_t size, std::string& out) {
   out.resize(pos + (size + 2) / 3 * 4);
   std::size_t i = 0;
   for (; i + 3 <= size; i += 3) {
-    const std::uint32_t g = (std::uint32_t{bytes[i]} << 16) | (std::uint32_t{bytes[i + 1]} << 8) |
-                            bytes[i + 2];
+    const std::uint32_t g =
+        (std::uint32_t{bytes[i]} << 16) | (std::uint32_t{bytes[i + 1]} << 8) | bytes[i + 2];
     out[pos++] = kAlphabet[g >> 18];
     out[pos++] = kAlphabet[(g >> 12) & 63];
     out[pos++] = kAlphabet[(g >> 6) & 63];
@@ -81,7 +81,8 @@ void AppendBase64(const void* data, std::size_t size, std::string& out) {
   }
   if (i < size) {
     const bool two = i + 1 < size;
-    const std::uint32_t g = (std::uint32_t{bytes[i]} << 16) | (two ? std::uint32_t{bytes[i + 1]} << 8 : 0);
+    const std::uint32_t g =
+        (std::uint32_t{bytes[i]} << 16) | (two ? std::uint32_t{bytes[i + 1]} << 8 : 0);
     out[pos++] = kAlphabet[g >> 18];
     out[pos++] = kAlphabet[(g >> 12) & 63];
     out[pos++] = two ? kAlphabet[(g >> 6) & 63] : '=';

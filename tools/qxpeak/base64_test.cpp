@@ -1,10 +1,10 @@
 #include "tools/qxpeak/base64.h"
 
+#include <gtest/gtest.h>
+
 #include <random>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace qxpkutil::qxpeak {
 namespace {
@@ -16,9 +16,13 @@ std::string Decoded(std::string_view text, std::size_t maxBytes = 1 << 20) {
 }
 
 TEST(Base64, KnownVectorsBothWays) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},       {"foo", "Zm9v"},
-      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
+  const std::pair<const char*, const char*> cases[] = {{"", ""},
+                                                       {"f", "Zg=="},
+                                                       {"fo", "Zm8="},
+                                                       {"foo", "Zm9v"},
+                                                       {"foob", "Zm9vYg=="},
+                                                       {"fooba", "Zm9vYmE="},
+                                                       {"foobar", "Zm9vYmFy"}};
   for (const auto& [plain, encoded] : cases) {
     EXPECT_EQ(EncodeBase64(plain, std::char_traits<char>::length(plain)), encoded);
     EXPECT_EQ(Decoded(encoded), plain) << encoded;
@@ -39,8 +43,8 @@ TEST(Base64, RandomBytesRoundTrip) {
 TEST(Base64, SkipsXmlWhitespace) { EXPECT_EQ(Decoded(" Zm9v\r\n\tYmE=\n "), "fooba"); }
 
 TEST(Base64, RejectsMalformedText) {
-  for (const char* bad : {"Zg=", "Z===", "Zm9v=", "Zg==Zg==", "Zg==x", "Zm9@", "Zg", "Zm9vY",
-                          "=Zm9", "Zm=v"}) {
+  for (const char* bad :
+       {"Zg=", "Z===", "Zm9v=", "Zg==Zg==", "Zg==x", "Zm9@", "Zg", "Zm9vY", "=Zm9", "Zm=v"}) {
     EXPECT_EQ(Decoded(bad), "<fail>") << bad;
   }
 }

@@ -1,12 +1,11 @@
 #include "tools/qxpeak/mzml_fixture.h"
 
+#include <unistd.h>
+#include <zlib.h>
+
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-
-#include <unistd.h>
-
-#include <zlib.h>
 
 #include "tools/qxpeak/base64.h"
 
@@ -25,15 +24,17 @@ std::string CvParam(const char* accession, const char* name, const std::string& 
 std::string BinaryArray(const std::vector<double>& values, const FixtureSpectrum& s,
                         const char* typeAccession, const char* typeName) {
   std::string out = "<binaryDataArray encodedLength=\"0\">\n";
-  out += s.bits == 32 ? CvParam("MS:1000521", "32-bit float") : CvParam("MS:1000523", "64-bit float");
-  out += s.zlib ? CvParam("MS:1000574", "zlib compression") : CvParam("MS:1000576", "no compression");
+  out +=
+      s.bits == 32 ? CvParam("MS:1000521", "32-bit float") : CvParam("MS:1000523", "64-bit float");
+  out +=
+      s.zlib ? CvParam("MS:1000574", "zlib compression") : CvParam("MS:1000576", "no compression");
   out += CvParam(typeAccession, typeName);
   out += "<binary>" + EncodeArray(values, s.bits, s.zlib) + "</binary>\n</binaryDataArray>\n";
   return out;
 }
 
 std::string Element(const FixtureSpectrum& s, std::size_t position, bool chromatogram) {
-  const std::string id = !s.id.empty() ? s.id
+  const std::string id = !s.id.empty()  ? s.id
                          : chromatogram ? "TIC"
                                         : "scan=" + std::to_string(position + 1);
   const std::uint64_t length = s.declaredLength.value_or(s.x.size());
@@ -105,7 +106,8 @@ std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
   if (!chromatograms.empty()) {
     body += "<chromatogramList count=\"" + std::to_string(chromatograms.size()) +
             "\" defaultDataProcessingRef=\"dp\">\n";
-    for (std::size_t i = 0; i < chromatograms.size(); ++i) body += Element(chromatograms[i], i, true);
+    for (std::size_t i = 0; i < chromatograms.size(); ++i)
+      body += Element(chromatograms[i], i, true);
     body += "</chromatogramList>\n";
   }
   body += "</run>\n</mzML>\n";
@@ -115,6 +117,18 @@ std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
          "<indexList count=\"1\"><index name=\"spectrum\"><offset idRef=\"scan=1\">0</offset>"
          "</index></indexList>\n<indexListOffset>0</indexListOffset>\n"
          "<fileChecksum>0</fileChecksum>\n</indexedmzML>\n";
+}
+
+TracePeaks PeaksAt(const std::vector<double>& apexX, const std::vector<double>& apexY) {
+  TracePeaks peaks;
+  for (std::size_t i = 0; i < apexX.size(); ++i) {
+    const auto index = static_cast<std::uint32_t>(10 * i + 5);
+    peaks.table.AddPeak(apexX[i], apexY[i], index, apexX[i] - 0.1, 1.0, index - 1, apexX[i] + 0.1,
+                        1.0, index + 1, apexX[i], 2.0 * apexY[i], apexX[i] - 0.05, apexY[i] / 2,
+                        apexX[i] + 0.05, apexY[i] / 2, 0);
+  }
+  peaks.centroids = true;
+  return peaks;
 }
 
 std::string WriteTempFile(const std::string& name, const std::string& text) {

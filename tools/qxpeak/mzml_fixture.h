@@ -1,6 +1,7 @@
 // Test-only mzML text builder: writes the variants a reader must handle (32/64-bit floats,
 // zlib or not, spectra and chromatograms, an indexedmzML wrapper, wrong declared lengths)
-// independently of the tool's own writer, so reader tests do not trust the code they test.
+// independently of the tool's own writer, so reader tests do not trust the code they test;
+// and small peak tables for the writers' tests.
 //
 //   FixtureSpectrum s;  s.x = {100.0, 100.1};  s.y = {5.0, 7.0};  s.zlib = true;
 //   std::string text = MakeMzml({s}, {}, /*indexed=*/true);
@@ -11,16 +12,18 @@
 #include <string>
 #include <vector>
 
+#include "tools/qxpeak/detection.h"
+
 namespace qxpkutil::qxpeak::testing {
 
 struct FixtureSpectrum {
-  std::vector<double> x;         // m/z, or time for a chromatogram
+  std::vector<double> x;  // m/z, or time for a chromatogram
   std::vector<double> y;
-  std::string id;                // empty: "scan=<position + 1>" ("TIC" for chromatograms)
-  int msLevel = 1;               // 0: no MS level parameter
+  std::string id;   // empty: "scan=<position + 1>" ("TIC" for chromatograms)
+  int msLevel = 1;  // 0: no MS level parameter
   bool centroided = false;
-  double rtMinutes = -1.0;       // negative: no scan start time
-  int bits = 64;                 // 32 or 64-bit floats for both arrays
+  double rtMinutes = -1.0;  // negative: no scan start time
+  int bits = 64;            // 32 or 64-bit floats for both arrays
   bool zlib = false;
   std::optional<std::uint64_t> declaredLength;  // defaultArrayLength; default x.size()
 };
@@ -28,11 +31,14 @@ struct FixtureSpectrum {
 // An mzML 1.1 document holding `spectra` and `chromatograms`; `indexed` wraps it in
 // <indexedmzML> with an index whose offsets are not meant to be right.
 std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
-                     const std::vector<FixtureSpectrum>& chromatograms = {},
-                     bool indexed = false);
+                     const std::vector<FixtureSpectrum>& chromatograms = {}, bool indexed = false);
 
 // The base64 text of `values` as the fixture encodes them (for hand-made documents).
 std::string EncodeArray(const std::vector<double>& values, int bits, bool zlib);
+
+// Peaks at the given apexes, each three points wide (bounds at apex index -+ 1), centroid at
+// the apex, area twice the height; no charge, mark 0x100.
+TracePeaks PeaksAt(const std::vector<double>& apexX, const std::vector<double>& apexY);
 
 // Writes `text` to a fresh file under the test temporary folder; returns its path.
 std::string WriteTempFile(const std::string& name, const std::string& text);

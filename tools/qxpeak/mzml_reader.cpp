@@ -1,5 +1,7 @@
 #include "tools/qxpeak/mzml_reader.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <bit>
 #include <charconv>
@@ -9,8 +11,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
-
-#include <zlib.h>
 
 #include "tools/qxpeak/base64.h"
 #include "tools/qxpeak/file_io.h"
@@ -71,8 +71,8 @@ std::int64_t ScanNumberOf(std::string_view id) {
 class ParamLookup {
  public:
   explicit ParamLookup(pugi::xml_node mzml) {
-    for (pugi::xml_node g : mzml.child("referenceableParamGroupList").children(
-             "referenceableParamGroup")) {
+    for (pugi::xml_node g :
+         mzml.child("referenceableParamGroupList").children("referenceableParamGroup")) {
       m_groups.emplace(g.attribute("id").value(), g);
     }
   }
@@ -104,7 +104,7 @@ class ParamLookup {
 struct ArrayDescription {
   enum class Role { kOther, kMz, kIntensity, kTime };
   Role role = Role::kOther;
-  int bytes = 0;          // 4 or 8; 0 when no known type was declared
+  int bytes = 0;  // 4 or 8; 0 when no known type was declared
   bool integer = false;
   bool zlib = false;
   std::string unsupported;  // name of a compression the reader does not know
@@ -114,14 +114,26 @@ ArrayDescription Describe(const ParamLookup& params, pugi::xml_node array) {
   ArrayDescription d;
   params.ForEach(array, [&](pugi::xml_node p) {
     const std::string_view acc = p.attribute("accession").value();
-    if (acc == kMzArray) d.role = ArrayDescription::Role::kMz;
-    else if (acc == kIntensityArray) d.role = ArrayDescription::Role::kIntensity;
-    else if (acc == kTimeArray) d.role = ArrayDescription::Role::kTime;
-    else if (acc == kFloat32) { d.bytes = 4; d.integer = false; }
-    else if (acc == kFloat64) { d.bytes = 8; d.integer = false; }
-    else if (acc == kInt32) { d.bytes = 4; d.integer = true; }
-    else if (acc == kInt64) { d.bytes = 8; d.integer = true; }
-    else if (acc == kZlib) d.zlib = true;
+    if (acc == kMzArray)
+      d.role = ArrayDescription::Role::kMz;
+    else if (acc == kIntensityArray)
+      d.role = ArrayDescription::Role::kIntensity;
+    else if (acc == kTimeArray)
+      d.role = ArrayDescription::Role::kTime;
+    else if (acc == kFloat32) {
+      d.bytes = 4;
+      d.integer = false;
+    } else if (acc == kFloat64) {
+      d.bytes = 8;
+      d.integer = false;
+    } else if (acc == kInt32) {
+      d.bytes = 4;
+      d.integer = true;
+    } else if (acc == kInt64) {
+      d.bytes = 8;
+      d.integer = true;
+    } else if (acc == kZlib)
+      d.zlib = true;
     else if (acc != kNoCompression &&
              std::string_view(p.attribute("name").value()).find("compression") !=
                  std::string_view::npos) {
@@ -228,9 +240,12 @@ class ArrayDecoder {
 
 const char* RoleName(ArrayDescription::Role role) {
   switch (role) {
-    case ArrayDescription::Role::kMz: return "m/z";
-    case ArrayDescription::Role::kTime: return "time";
-    default: return "intensity";
+    case ArrayDescription::Role::kMz:
+      return "m/z";
+    case ArrayDescription::Role::kTime:
+      return "time";
+    default:
+      return "intensity";
   }
 }
 
@@ -280,8 +295,8 @@ bool MzmlRun::Read(const std::string& path, const MzmlSelection& selection, std:
   return Parse(std::move(text), path, selection, error);
 }
 
-bool MzmlRun::Parse(std::vector<char> text, const std::string& name,
-                    const MzmlSelection& selection, std::string& error) {
+bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlSelection& selection,
+                    std::string& error) {
   m_traces.clear();
   m_nodes.clear();
   m_mzml = pugi::xml_node();
@@ -290,8 +305,8 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name,
   const pugi::xml_parse_result parsed =
       m_document.load_buffer_inplace(m_text.data(), m_text.size());
   if (!parsed) {
-    error = name + ": malformed or truncated XML at byte " + std::to_string(parsed.offset) +
-            ": " + parsed.description();
+    error = name + ": malformed or truncated XML at byte " + std::to_string(parsed.offset) + ": " +
+            parsed.description();
     return false;
   }
   pugi::xml_node mzml = m_document.child("indexedmzML").child("mzML");
@@ -356,7 +371,8 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name,
       const bool isY = d.role == ArrayDescription::Role::kIntensity && !haveY;
       if (!isX && !isY) continue;
       std::uint64_t count = declared;
-      if (pugi::xml_attribute a = array.attribute("arrayLength"); a && !ParseUnsigned(a.value(), count)) {
+      if (pugi::xml_attribute a = array.attribute("arrayLength");
+          a && !ParseUnsigned(a.value(), count)) {
         error = where + ": invalid arrayLength";
         return false;
       }

@@ -11,10 +11,9 @@
 
 #include <cstdint>
 #include <limits>
+#include <pugixml.hpp>
 #include <string>
 #include <vector>
-
-#include <pugixml.hpp>
 
 #include "tools/qxpeak/trace.h"
 

@@ -1,11 +1,11 @@
 #include "tools/qxpeak/mzml_reader.h"
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tools/qxpeak/mzml_fixture.h"
 
@@ -112,8 +112,8 @@ TEST(MzmlReader, SelectionFiltersCombine) {
   std::vector<FixtureSpectrum> spectra;
   for (int i = 0; i < 6; ++i) {
     FixtureSpectrum s = Ramp(8, 100.0);
-    s.msLevel = i % 2 + 1;          // 1, 2, 1, 2, 1, 2
-    s.rtMinutes = i;                // 0 .. 5 minutes
+    s.msLevel = i % 2 + 1;  // 1, 2, 1, 2, 1, 2
+    s.rtMinutes = i;        // 0 .. 5 minutes
     spectra.push_back(s);
   }
   const std::string text = MakeMzml(spectra);
@@ -123,10 +123,12 @@ TEST(MzmlReader, SelectionFiltersCombine) {
   };
   MzmlSelection byIndex, byScan, byRt, byLevel, combined;
   byIndex.indices = {{0, 1}, {4, 4}};
-  byScan.scans = {{3, 5}};                       // scan numbers are positions + 1
-  byRt.rtMin = 60.0;  byRt.rtMax = 180.0;        // minutes 1 to 3, in seconds
+  byScan.scans = {{3, 5}};  // scan numbers are positions + 1
+  byRt.rtMin = 60.0;
+  byRt.rtMax = 180.0;  // minutes 1 to 3, in seconds
   byLevel.msLevel = 2;
-  combined.msLevel = 1;  combined.rtMin = 60.0;
+  combined.msLevel = 1;
+  combined.rtMin = 60.0;
   const Case cases[] = {{{}, {0, 1, 2, 3, 4, 5}}, {byIndex, {0, 1, 4}}, {byScan, {2, 3, 4}},
                         {byRt, {1, 2, 3}},        {byLevel, {1, 3, 5}}, {combined, {2, 4}}};
   for (const Case& c : cases) {

@@ -15,14 +15,14 @@ namespace qxpkutil::qxpeak {
 struct Trace {
   enum class Kind { kSpectrum, kChromatogram };
   Kind kind = Kind::kSpectrum;
-  std::int32_t index = 0;         // position in the file's spectrum or chromatogram list
-  std::string id;                 // the file's id ("scan=12", "TIC"); empty for text input
-  std::int64_t scanNumber = -1;   // N of a "scan=N" id; -1 when there is none
-  int msLevel = 0;                // 0 when the file does not say
+  std::int32_t index = 0;        // position in the file's spectrum or chromatogram list
+  std::string id;                // the file's id ("scan=12", "TIC"); empty for text input
+  std::int64_t scanNumber = -1;  // N of a "scan=N" id; -1 when there is none
+  int msLevel = 0;               // 0 when the file does not say
   double retentionTime = std::numeric_limits<double>::quiet_NaN();  // seconds; NaN: unknown
-  bool centroided = false;        // the file declares the spectrum centroided
-  std::vector<double> x;          // m/z or time, non-decreasing, finite
-  std::vector<double> y;          // intensities, finite, as many as x
+  bool centroided = false;  // the file declares the spectrum centroided
+  std::vector<double> x;    // m/z or time, non-decreasing, finite
+  std::vector<double> y;    // intensities, finite, as many as x
 };
 
 }  // namespace qxpkutil::qxpeak
