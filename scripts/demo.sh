@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds, and runs the main job on its built-in input.
+# Installs what is needed, builds, and runs qxpeak on its built-in spectrum: a summary on
+# the terminal, the peak table and a plot in the folder given (default: out/ in the repo).
+#   scripts/demo.sh [folder]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 bash "$root/scripts/setup.sh"
 bash "$root/scripts/build.sh" "$root/build" >/dev/null
-"$root/build/examples/peak_table_demo"
+"$root/build/tools/qxpeak/qxpeak" demo -d "${1:-$root/out}"

@@ -1,0 +1,24 @@
+// qxpeak: finds, measures and labels the peaks of mass spectra and chromatograms from the
+// command line. Everything but the process boundary lives in the qxpeak_core units.
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include "tools/qxpeak/commands.h"
+#include "tools/qxpeak/options.h"
+
+int main(int argc, char** argv) {
+  using namespace qxpkutil::qxpeak;
+  try {
+    Options options;
+    if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {
+      return *done;
+    }
+    return RunCommand(options, std::cout, std::cerr);
+  } catch (const std::bad_alloc&) {
+    std::cerr << "qxpeak: not enough memory\n";
+  } catch (const std::exception& e) {
+    std::cerr << "qxpeak: " << e.what() << '\n';
+  }
+  return 1;
+}

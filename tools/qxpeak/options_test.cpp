@@ -1,0 +1,120 @@
+#include "tools/qxpeak/options.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace qxpkutil::qxpeak {
+namespace {
+
+struct Parsed {
+  std::optional<int> done;
+  Options options;
+  std::string out, err;
+};
+
+Parsed Parse(std::vector<const char*> args) {
+  args.insert(args.begin(), "qxpeak");
+  Parsed p;
+  std::ostringstream out, err;
+  p.done = ParseOptions(static_cast<int>(args.size()), args.data(), p.options, out, err);
+  p.out = out.str();
+  p.err = err.str();
+  return p;
+}
+
+TEST(Options, ReadsEveryKindOfValue) {
+  const Parsed p =
+      Parse({"a.mzML",      "b.txt",       "--spectra",    "0,3-5",   "--scans",      "12",
+             "--rt",        "1.5min:",     "--ms-level",   "1",       "--centroided", "no",
+             "--threshold", "2.5",         "--filter",     "mean",    "--baseline",   "flat",
+             "--no-mass",   "--gauss-fit", "--segment",    "400:900", "--segment",    "880:2000",
+             "--sn",        "10:20",       "--resolution", "50",      "-f",           "svg,tsv,svg",
+             "-d",          "out",         "-j",           "3"});
+  ASSERT_FALSE(p.done) << p.err;
+  const Options& o = p.options;
+  EXPECT_EQ(o.command, Options::Command::kFind);
+  EXPECT_EQ(o.inputs, (std::vector<std::string>{"a.mzML", "b.txt"}));
+  ASSERT_EQ(o.selection.indices.size(), 2u);
+  EXPECT_EQ(o.selection.indices[1].first, 3);
+  EXPECT_EQ(o.selection.indices[1].last, 5);
+  EXPECT_EQ(o.selection.scans[0].first, 12);
+  EXPECT_EQ(o.selection.rtMin, 90.0);
+  EXPECT_TRUE(std::isinf(o.selection.rtMax));
+  EXPECT_EQ(o.selection.msLevel, 1);
+  EXPECT_EQ(o.centroided, CentroidedInput::kNo);
+  EXPECT_EQ(o.overrides.threshold, 2.5);
+  EXPECT_EQ(o.overrides.filterType, 1);
+  EXPECT_EQ(o.overrides.integration, 0);
+  EXPECT_EQ(o.overrides.massProcessing, false);
+  EXPECT_EQ(o.overrides.gaussFit, true);
+  EXPECT_FALSE(o.overrides.autoNoise);
+  EXPECT_FALSE(o.overrides.maxCharge);
+  EXPECT_EQ(o.overrides.segments.size(), 2u);
+  EXPECT_EQ(o.noiseRegion, (std::pair<double, double>{10.0, 20.0}));
+  EXPECT_EQ(o.resolutionPercent, 50);
+  EXPECT_EQ(o.formats, (std::vector<std::string>{"svg", "tsv"}));
+  EXPECT_EQ(o.outDir, "out");
+  EXPECT_EQ(o.threads, 3);
+}
+
+TEST(Options, CommandsTakeTheSharedOptions) {
+  const Parsed settings = Parse({"settings", "--mass", "--max-charge", "3"});
+  ASSERT_FALSE(settings.done) << settings.err;
+  EXPECT_EQ(settings.options.command, Options::Command::kSettings);
+  EXPECT_EQ(settings.options.overrides.maxCharge, 3);
+  const Parsed demo = Parse({"demo", "-d", "/tmp/x"});
+  ASSERT_FALSE(demo.done) << demo.err;
+  EXPECT_EQ(demo.options.command, Options::Command::kDemo);
+  EXPECT_EQ(demo.options.formats, (std::vector<std::string>{"tsv", "svg"}));
+}
+
+TEST(Options, MistakesGiveOneLineAndStatusTwo) {
+  const std::vector<std::vector<const char*>> cases = {
+      {},
+      {"--bogus", "a"},
+      {"a", "--threshold", "abc"},
+      {"a", "--threshold", "101"},
+      {"a", "--filter", "median"},
+      {"a", "-f", "xml"},
+      {"a", "--spectra", "5-2"},
+      {"a", "--scans", "x"},
+      {"a", "--rt", "5:1"},
+      {"a", "--rt", ":"},
+      {"a", "--sn", "20:10"},
+      {"a", "--segment", "1"},
+      {"a", "b", "-o", "x.tsv"},
+      {"a", "-f", "tsv,json", "-o", "x"},
+      {"a", "-o", "x", "-d", "y"},
+      {"settings", "a.mzML"},
+  };
+  for (const auto& args : cases) {
+    const Parsed p = Parse(args);
+    EXPECT_EQ(p.done, 2) << (args.empty() ? "" : args.back());
+    EXPECT_EQ(p.err.rfind("qxpeak: ", 0), 0u) << p.err;
+    EXPECT_EQ(p.err.find('\n'), p.err.size() - 1) << p.err;
+  }
+}
+
+TEST(Options, HelpGivesAnExampleForEveryOption) {
+  const Parsed p = Parse({"--help"});
+  EXPECT_EQ(p.done, 0);
+  std::istringstream lines(p.out);
+  int options = 0, examples = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("  -", 0) == 0 && line.find("--help") == std::string::npos &&
+        line.find("--version") == std::string::npos) {
+      ++options;
+    }
+    if (line.find("Example:") != std::string::npos) ++examples;
+  }
+  EXPECT_GT(options, 30);
+  EXPECT_GE(examples, options);
+  EXPECT_EQ(Parse({"--version"}).done, 0);
+}
+
+}  // namespace
+}  // namespace qxpkutil::qxpeak
