@@ -128,8 +128,11 @@ bool LoadInput(const std::string& path, const MzmlSelection& selection, LoadedIn
   if (LooksLikeXml(bytes)) {
     input.mzml = std::make_unique<MzmlRun>();
     if (!input.mzml->Parse(std::move(bytes), name, selection, error)) return false;
-    if (input.mzml->Traces().empty()) {
-      error = name + ": no spectrum or chromatogram matches the selection";
+    const MzmlRun& run = *input.mzml;
+    if (run.Traces().empty()) {
+      error = run.ListSize() == 0 ? name + ": holds no spectrum or chromatogram"
+                                  : name + ": none of its " + std::to_string(run.ListSize()) + " " +
+                                        run.ListElement() + " elements matches the selection";
       return false;
     }
     return true;

@@ -6,19 +6,17 @@
 #include <vector>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
-#include "testing/QXTestSignals.h"
+#include "tools/qxpeak/mzml_fixture.h"
 
 namespace qxpkutil::qxpeak {
 namespace {
 
-// Three Gaussian peaks (sigma 0.02) on a noisy baseline, m/z 400 to 420.
+// Peaks at 405, 410 and 415 (sigma 0.02) on a baseline with noise of sigma 1.
 Trace ThreePeaks() {
-  const auto s = qxpkutil::testing::MakeSignal(
-      4001, 400.0, 0.005, {{405.0, 1000.0, 0.02}, {410.0, 3000.0, 0.02}, {415.0, 2000.0, 0.02}},
-      {.baseline = 50.0, .noiseSigma = 2.0});
+  const testing::FixtureSpectrum f = testing::ThreePeaks(405.0, 5.0, 0.005, 0.02);
   Trace t;
-  t.x = s.x;
-  t.y = s.y;
+  t.x = f.x;
+  t.y = f.y;
   return t;
 }
 
@@ -65,7 +63,7 @@ TEST(Detection, LabelsAndMeasurements) {
   labels->AddUserLabel(QXUserPeakLabelItem(410.0, 0.01, "main", 0), -1);
   labels->SetLabelsChanged(1);
   config.labels = labels;
-  config.noiseRegion = {{400.0, 403.0}};
+  config.noiseRegion = {{402.5, 404.0}};
   config.resolutionPercent = 50;
   config.resolutionMinIntensity = 1500;
   const TracePeaks peaks = DetectPeaks(ThreePeaks(), config);
@@ -73,13 +71,13 @@ TEST(Detection, LabelsAndMeasurements) {
   EXPECT_EQ(peaks.table.GetPeak(1)->m_strLabel, "main");
   EXPECT_EQ(labels->LabelsChanged(), 1) << "the shared list is not touched";
   ASSERT_EQ(peaks.signalToNoise.size(), 3u);
-  EXPECT_NEAR(peaks.signalToNoise[1], 3000.0 / 2.0, 300.0);  // noise sigma 2
+  EXPECT_NEAR(peaks.signalToNoise[1], 3000.0, 300.0);  // noise sigma 1
   // Resolution: 410 over the width at half height, 2.3548 sigma.
   ASSERT_EQ(peaks.resolution.size(), 3u);
   EXPECT_EQ(peaks.resolution[0], -1) << "below the minimum intensity";
   EXPECT_NEAR(peaks.resolution[1], 410.0 / (2.3548 * 0.02), 300.0);
 
-  config.noiseRegion = {{400.0, 400.001}};  // one point: nothing to measure
+  config.noiseRegion = {{402.5, 402.501}};  // one point: nothing to measure
   const TracePeaks unmeasured = DetectPeaks(ThreePeaks(), config);
   EXPECT_TRUE(std::isnan(unmeasured.signalToNoise[1]));
 }

@@ -3,10 +3,12 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 
+#include "testing/QXTestSignals.h"
 #include "tools/qxpeak/base64.h"
 
 namespace qxpkutil::qxpeak::testing {
@@ -82,6 +84,19 @@ std::string EncodeArray(const std::vector<double>& values, int bits, bool zlib) 
     raw.swap(packed);
   }
   return EncodeBase64(raw.data(), raw.size());
+}
+
+FixtureSpectrum ThreePeaks(double first, double spacing, double step, double sigma) {
+  const auto n = static_cast<std::size_t>(std::llround(3.0 * spacing / step)) + 1;
+  const auto signal = qxpkutil::testing::MakeSignal(n, first - spacing / 2.0, step,
+                                                    {{first, 1000.0, sigma},
+                                                     {first + spacing, 3000.0, sigma},
+                                                     {first + 2 * spacing, 2000.0, sigma}},
+                                                    {.baseline = 20.0, .noiseSigma = 1.0});
+  FixtureSpectrum f;
+  f.x = signal.x;
+  f.y = signal.y;
+  return f;
 }
 
 std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,

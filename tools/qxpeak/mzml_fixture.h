@@ -28,6 +28,11 @@ struct FixtureSpectrum {
   std::optional<std::uint64_t> declaredLength;  // defaultArrayLength; default x.size()
 };
 
+// A profile signal with peaks of heights 1000, 3000 and 2000 at `first`, `first + spacing`
+// and `first + 2 spacing` (Gaussians of width `sigma`) on a baseline of 20 with white noise
+// of sigma 1, sampled every `step` from `first - spacing / 2` to `first + 2.5 spacing`.
+FixtureSpectrum ThreePeaks(double first, double spacing, double step, double sigma);
+
 // An mzML 1.1 document holding `spectra` and `chromatograms`; `indexed` wraps it in
 // <indexedmzML> with an index whose offsets are not meant to be right.
 std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,

@@ -299,6 +299,7 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
                     std::string& error) {
   m_traces.clear();
   m_nodes.clear();
+  m_listSize = 0;
   m_mzml = pugi::xml_node();
   m_document.reset();
   m_text = std::move(text);
@@ -405,6 +406,8 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
     nodes.push_back(node);
   }
   m_mzml = mzml;
+  m_listSize = static_cast<std::size_t>(position);
+  m_listElement = element;
   m_traces = std::move(traces);
   m_nodes = std::move(nodes);
   return true;

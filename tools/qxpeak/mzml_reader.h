@@ -61,6 +61,10 @@ class MzmlRun {
   [[nodiscard]] bool Parse(std::vector<char> text, const std::string& name,
                            const MzmlSelection& selection, std::string& error);
 
+  // How many elements the list that was read holds (selected or not), and their name.
+  std::size_t ListSize() const { return m_listSize; }
+  const char* ListElement() const { return m_listElement; }
+
   std::vector<Trace>& Traces() { return m_traces; }
   const std::vector<Trace>& Traces() const { return m_traces; }
   // The spectrum or chromatogram element of each trace, in the order of Traces().
@@ -74,6 +78,8 @@ class MzmlRun {
   pugi::xml_node m_mzml;
   std::vector<Trace> m_traces;
   std::vector<pugi::xml_node> m_nodes;
+  std::size_t m_listSize = 0;
+  const char* m_listElement = "spectrum";
 };
 
 }  // namespace qxpkutil::qxpeak

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "testing/QXTestSignals.h"
 #include "tools/qxpeak/mzml_fixture.h"
 
 namespace qxpkutil::qxpeak {
@@ -61,15 +60,7 @@ class QxpeakRun : public ::testing::Test {
 };
 
 // A profile spectrum with peaks at 500, 520 and 540 on a noisy baseline.
-FixtureSpectrum Spectrum() {
-  const auto s = qxpkutil::testing::MakeSignal(
-      6001, 490.0, 0.01, {{500.0, 1000.0, 0.03}, {520.0, 3000.0, 0.03}, {540.0, 2000.0, 0.03}},
-      {.baseline = 20.0, .noiseSigma = 1.0});
-  FixtureSpectrum f;
-  f.x = s.x;
-  f.y = s.y;
-  return f;
-}
+FixtureSpectrum Spectrum() { return testing::ThreePeaks(500.0, 20.0, 0.01, 0.03); }
 
 // The apex x column of a TSV table.
 std::vector<double> ApexX(const std::string& tsv) {
@@ -129,6 +120,8 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
   Write("cut.mzML", good.substr(0, good.size() / 2));
   Write("cut.peaks.tsv", "old results\n");
   Write("junk.txt", "this is not\na signal\n");
+  Write("empty.mzML", testing::MakeMzml({}));
+  Write("one.mzML", good);
   Write("bad.ini", "[qxpeak\\PeakSettingsTrace-0]\nPeakFilterWidth-0=wide\n");
   const struct {
     std::string args;
@@ -138,6 +131,8 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
       {"cut.mzML", 1, "malformed or truncated XML"},
       {"junk.txt", 1, "junk.txt: line 2"},
       {"nothing.mzML", 1, "nothing.mzML: cannot open"},
+      {"empty.mzML", 1, "empty.mzML: holds no spectrum or chromatogram"},
+      {"one.mzML --ms-level 2", 1, "none of its 1 spectrum elements matches the selection"},
       {"cut.mzML --no-such-option", 2, "--no-such-option"},
       {"junk.txt --settings bad.ini", 1, "PeakFilterWidth-0=wide is not a whole number"},
       {"junk.txt --labels missing.lbs", 1, "missing.lbs: cannot open"},
