@@ -1,10 +1,10 @@
 #include "tools/qxpeak/base64.h"
 
-#include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace qxpkutil::qxpeak {
 namespace {

@@ -1,7 +1,5 @@
 #include "tools/qxpeak/batch.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -12,6 +10,8 @@
 #include <ostream>
 #include <set>
 #include <thread>
+
+#include <unistd.h>
 
 #include "tools/qxpeak/file_io.h"
 #include "tools/qxpeak/mzml_writer.h"

@@ -1,9 +1,9 @@
 #include "tools/qxpeak/detection.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "tools/qxpeak/mzml_fixture.h"

@@ -1,11 +1,11 @@
 #include "tools/qxpeak/file_io.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include <sys/stat.h>
 
 #include "qxpkutil/platform/QXAtomicFile.h"
 

@@ -1,12 +1,12 @@
 #include "tools/qxpeak/mzml_fixture.h"
 
-#include <unistd.h>
-#include <zlib.h>
-
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+
+#include <unistd.h>
+#include <zlib.h>
 
 #include "testing/QXTestSignals.h"
 #include "tools/qxpeak/base64.h"

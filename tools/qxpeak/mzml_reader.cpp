@@ -1,7 +1,5 @@
 #include "tools/qxpeak/mzml_reader.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <bit>
 #include <charconv>
@@ -11,6 +9,8 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+
+#include <zlib.h>
 
 #include "tools/qxpeak/base64.h"
 #include "tools/qxpeak/file_io.h"
@@ -52,6 +52,16 @@ bool ParseDouble(std::string_view text, double& value) {
   const char* end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, value);
   return result.ec == std::errc() && result.ptr == end && !text.empty();
+}
+
+// `text` for a one-line message: control characters become '?', and a long text is cut.
+std::string Printable(std::string text) {
+  constexpr std::size_t kLongest = 80;
+  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+  }
+  return text;
 }
 
 // The N of a "scan=N" token in a native id such as "controllerType=0 scan=12"; -1 if none.
@@ -356,7 +366,7 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
     }
     if (!selection.Accepts(t)) continue;
     const std::string where = name + ": " + element + " " + std::to_string(t.index) +
-                              (t.id.empty() ? "" : " (" + t.id + ")");
+                              (t.id.empty() ? "" : " (" + Printable(t.id) + ")");
 
     std::uint64_t declared = 0;
     if (!ParseUnsigned(node.attribute("defaultArrayLength").value(), declared)) {

@@ -11,9 +11,10 @@
 
 #include <cstdint>
 #include <limits>
-#include <pugixml.hpp>
 #include <string>
 #include <vector>
+
+#include <pugixml.hpp>
 
 #include "tools/qxpeak/trace.h"
 

@@ -1,14 +1,15 @@
 // Reading a one-million-point profile spectrum from mzML (64-bit, plain and zlib) and from
 // text, and reading plus searching it with the library's default settings.
-#include <benchmark/benchmark.h>
+#include "tools/qxpeak/mzml_reader.h"
 
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
 #include "testing/QXTestSignals.h"
 #include "tools/qxpeak/batch.h"
 #include "tools/qxpeak/mzml_fixture.h"
-#include "tools/qxpeak/mzml_reader.h"
 #include "tools/qxpeak/text_reader.h"
 
 namespace qxpkutil::qxpeak {

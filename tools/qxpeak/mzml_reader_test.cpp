@@ -1,11 +1,11 @@
 #include "tools/qxpeak/mzml_reader.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tools/qxpeak/mzml_fixture.h"
 

@@ -1,9 +1,11 @@
 #include "tools/qxpeak/mzml_writer.h"
 
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "tools/qxpeak/base64.h"
@@ -117,7 +119,7 @@ pugi::xml_node FindRoleParam(pugi::xml_node oldList, const char* accession) {
 void AppendArray(pugi::xml_node list, const std::vector<double>& values, pugi::xml_node role,
                  const char* accession, const char* name) {
   std::string text;
-  // mzML arrays are little-endian; the values are widened byte by byte on big-endian hosts.
+  // mzML arrays are little-endian: the bytes are laid out in that order whatever the host's.
   std::vector<unsigned char> bytes(values.size() * 8);
   for (std::size_t i = 0; i < values.size(); ++i) {
     std::uint64_t bits;

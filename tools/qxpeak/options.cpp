@@ -1,12 +1,13 @@
 #include "tools/qxpeak/options.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <map>
 #include <ostream>
+
+#include <CLI/CLI.hpp>
 
 namespace qxpkutil::qxpeak {
 

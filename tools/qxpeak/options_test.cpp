@@ -1,11 +1,11 @@
 #include "tools/qxpeak/options.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace qxpkutil::qxpeak {
 namespace {

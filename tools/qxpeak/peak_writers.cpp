@@ -1,13 +1,13 @@
 #include "tools/qxpeak/peak_writers.h"
 
-#include <unistd.h>
-
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXTypes.h"

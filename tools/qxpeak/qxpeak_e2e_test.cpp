@@ -1,15 +1,15 @@
 // End-to-end tests: run the built qxpeak binary on files written here and check what it
 // prints and writes.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <pugixml.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
+#include <sys/wait.h>
 
 #include "tools/qxpeak/mzml_fixture.h"
 

@@ -49,7 +49,7 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
 
 bool IsNumber(std::string_view text, bool integer) {
   if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
-  if (text.empty()) return false;
+  if (text.empty() || text.front() == '+' || text.front() == '-') return false;
   const char* end = text.data() + text.size();
   if (integer) {
     std::int64_t v = 0;
@@ -251,12 +251,11 @@ void ApplyOverrides(const SettingOverrides& o, QXPeakTableList& list) {
 }
 
 std::string FormatSettingsIni(QXPeakTableList& list, const std::string& section, int trace) {
-  std::string text =
-      "; qxpeak detection settings. Edit the values and search with: qxpeak --settings FILE "
-      "...\n[" +
-      TraceSection(section, trace) + "]\n";
-  for (const auto& [key, value] : SettingsPairs(list, section, trace))
+  std::string text = "; qxpeak detection settings; edit them and search with --settings FILE\n[" +
+                     TraceSection(section, trace) + "]\n";
+  for (const auto& [key, value] : SettingsPairs(list, section, trace)) {
     text += key + "=" + value + "\n";
+  }
   return text;
 }
 

@@ -1,12 +1,12 @@
 #include "tools/qxpeak/svg_plot.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdlib>
-#include <pugixml.hpp>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <pugixml.hpp>
 
 #include "tools/qxpeak/mzml_fixture.h"
 

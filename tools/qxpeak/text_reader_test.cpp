@@ -1,9 +1,9 @@
 #include "tools/qxpeak/text_reader.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "tools/qxpeak/mzml_fixture.h"
 
