@@ -147,10 +147,18 @@ TracePeaks PeaksAt(const std::vector<double>& apexX, const std::vector<double>& 
 }
 
 std::string WriteTempFile(const std::string& name, const std::string& text) {
-  const std::filesystem::path dir =
-      std::filesystem::temp_directory_path() / ("qxpeak_test_" + std::to_string(::getpid()));
-  std::filesystem::create_directories(dir);
-  const std::string path = (dir / name).string();
+  // One folder per process, removed when the process ends.
+  struct Folder {
+    std::filesystem::path path = std::filesystem::temp_directory_path() /
+                                 ("qxpeak_test_" + std::to_string(::getpid()));
+    Folder() { std::filesystem::create_directories(path); }
+    ~Folder() {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  };
+  static const Folder folder;
+  const std::string path = (folder.path / name).string();
   std::ofstream(path, std::ios::binary) << text;
   return path;
 }

@@ -45,7 +45,8 @@ std::string EncodeArray(const std::vector<double>& values, int bits, bool zlib);
 // the apex, area twice the height; no charge, mark 0x100.
 TracePeaks PeaksAt(const std::vector<double>& apexX, const std::vector<double>& apexY);
 
-// Writes `text` to a fresh file under the test temporary folder; returns its path.
+// Writes `text` to a file under a temporary folder of this process (removed when it ends);
+// returns its path.
 std::string WriteTempFile(const std::string& name, const std::string& text);
 
 }  // namespace qxpkutil::qxpeak::testing
