@@ -5,8 +5,9 @@
 // keeps a person informed during long runs.
 //
 //   BatchContext context{config, selection, "settings text"};
-//   std::vector<Job> jobs = PlanJobs(options.inputs, {"tsv"}, "", "out", error);
-//   BatchSummary s = RunBatch(jobs, context, 4, std::cerr, /*quiet=*/false);
+//   std::vector<Job> jobs;  std::string error;
+//   if (PlanJobs(options.inputs, {"tsv"}, "", "out", jobs, error))
+//     BatchSummary s = RunBatch(jobs, context, 4, std::cerr, /*quiet=*/false);
 #pragma once
 
 #include <cstddef>

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,7 +27,14 @@ inline constexpr std::size_t kMaxInputBytes = std::size_t{4} << 30;
 
 // Writes `content` to `path` in one step ("-" is standard output). False, with a message in
 // `error`, when it cannot be written; a previous file at `path` is then left as it was.
+// Safe to call from several threads at once.
 [[nodiscard]] bool WriteOutput(const std::string& path, std::string_view content,
                                std::string& error);
+
+// Held around every call into the library that writes a file (QXWriteFileAtomically and
+// what uses it, such as QXPeakTable::DumpToFile): to learn the file-creation mask it sets the
+// process-wide mask to 0 and back, so two such calls at once could leave it at 0 and create
+// files anyone may write. One writer at a time keeps the workers of a batch apart.
+std::mutex& LibraryFileWriteMutex();
 
 }  // namespace qxpkutil::qxpeak

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
 
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -205,7 +206,10 @@ bool FormatDump(const std::vector<TracePeaks>& peaks, std::string& out, std::str
   bool ok = true;
   std::vector<char> bytes;
   for (const TracePeaks& p : peaks) {
-    p.table.DumpToFile(path.c_str());
+    {
+      const std::lock_guard<std::mutex> lock(LibraryFileWriteMutex());
+      p.table.DumpToFile(path.c_str());
+    }
     if (!ReadWholeFile(path, kMaxInputBytes, bytes, error)) {
       ok = false;
       break;

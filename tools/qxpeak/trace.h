@@ -2,7 +2,7 @@
 // by the demo), with what the file says about it. Readers fill it, the detection step and
 // every writer read it.
 //
-//   Trace t;  t.x = {400.0, 400.01};  t.y = {10.0, 12.0};   // x ascending, y >= anything
+//   Trace t;  t.x = {400.0, 400.01};  t.y = {10.0, 12.0};   // x ascending, all finite
 #pragma once
 
 #include <cstdint>
