@@ -15,17 +15,9 @@
 namespace qxpkutil {
 namespace {
 
-// Reaches the protected sorting primitives.
-class SortableTable : public QXPeakTable {
- public:
-  using QXPeakTable::QuickSort;
-  using QXPeakTable::Sort3Peaks;
-};
-
 // A table whose peaks have the given apex x values; apex y defaults to 10 * (index + 1).
-template <class Table = QXPeakTable>
-Table MakeTable(const std::vector<double>& xs, std::vector<double> ys = {}) {
-  Table t;
+QXPeakTable MakeTable(const std::vector<double>& xs, std::vector<double> ys = {}) {
+  QXPeakTable t;
   for (std::size_t i = 0; i < xs.size(); ++i) {
     const double y = i < ys.size() ? ys[i] : 10.0 * static_cast<double>(i + 1);
     t.AddPeak(QXPeakTableElement(xs[i], y, static_cast<std::uint32_t>(i)));
@@ -83,7 +75,7 @@ TEST(QXPeakTable, Sort3PeaksKeepsEqualKeysInTheirOrder) {
                         {{3, 2, 1}, {2, 1, 0}}, {{2, 3, 1}, {2, 0, 1}}, {{1, 3, 2}, {0, 2, 1}},
                         {{2, 1, 3}, {1, 0, 2}}, {{3, 1, 2}, {1, 2, 0}}, {{1, 2, 2}, {0, 1, 2}}};
   for (const Case& c : cases) {
-    SortableTable t = MakeTable<SortableTable>(c.keys);
+    QXPeakTable t = MakeTable(c.keys);
     t.SortPeakTable(0);
     EXPECT_EQ(ApexIndices(t), c.order) << c.keys[0] << c.keys[1] << c.keys[2];
   }
@@ -274,12 +266,8 @@ TEST(QXPeakTable, ArchiveRoundTripAndTruncation) {
     loaded.Serialize(ar);
     EXPECT_FALSE(ar.Failed());
   }
+  // Stored again, the loaded peaks give the same bytes: every archived value came back.
   ASSERT_EQ(loaded.GetNumPeaks(), 3);
-  for (long i = 0; i < 3; ++i) {
-    EXPECT_EQ(loaded.GetPeak(i)->m_dApexX, t.GetPeak(i)->m_dApexX);
-    EXPECT_EQ(loaded.GetPeak(i)->m_dApexY, t.GetPeak(i)->m_dApexY);
-    EXPECT_EQ(loaded.GetPeak(i)->m_dArea, t.GetPeak(i)->m_dArea);
-  }
   EXPECT_EQ(StoreTable(loaded), bytes);
 
   for (std::size_t cut = 0; cut < bytes.size(); ++cut) {

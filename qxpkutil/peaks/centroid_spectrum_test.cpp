@@ -10,6 +10,7 @@
 #include "qxpkutil/numeric/QXDataExpUtils.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/platform/QXTypes.h"
+#include "testing/QXTestPeaks.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -17,6 +18,7 @@ namespace {
 
 using testing::GaussPeak;
 using testing::MakeSignal;
+using testing::RecordValues;
 using testing::Signal;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -75,6 +77,7 @@ TEST(FindMaxIndex, PlainAndThresholdForms) {
 struct Measured {
   long result;
   double centroid = -7, area = -7, leftX = -7, leftY = -7, rightX = -7, rightY = -7;
+  std::vector<double> Outputs() const { return {centroid, area, leftX, leftY, rightX, rightY}; }
 };
 
 Measured Measure(const std::vector<double>& x, const std::vector<double>& y, double pct,
@@ -137,10 +140,7 @@ TEST(ComputeCentroid, FailsWithoutTouchingOutputs) {
   for (const auto& c : cases) {
     const Measured m = Measure(kX, c.y, c.pct, c.left, c.right);
     EXPECT_EQ(m.result, 0) << c.left << ".." << c.right;
-    EXPECT_EQ(m.centroid, -7);
-    EXPECT_EQ(m.area, -7);
-    EXPECT_EQ(m.leftX, -7);
-    EXPECT_EQ(m.rightY, -7);
+    EXPECT_EQ(m.Outputs(), std::vector<double>(6, -7.0));
   }
 }
 
@@ -149,7 +149,8 @@ TEST(ComputeCentroid, FailsWithoutTouchingOutputs) {
 // sigma wide, so each peak's bounds reach its foot and its area is the whole Gaussian.
 constexpr double kDx = 0.01;
 constexpr double kDivisor = 83.0;
-const std::vector<GaussPeak> kPeaks{{10.0, 1000.0, 0.02}, {20.0, 2000.0, 0.04}, {30.0, 2500.0, 0.06}};
+const std::vector<GaussPeak> kPeaks{
+    {10.0, 1000.0, 0.02}, {20.0, 2000.0, 0.04}, {30.0, 2500.0, 0.06}};
 
 Signal Spectrum(const testing::SignalOptions& options = {}) {
   return MakeSignal(4000, 0.0, kDx, kPeaks, options);
@@ -393,15 +394,8 @@ TEST(FindPeaksDivisor, AgreesWithTheStraightforwardSearch) {
       const std::vector<QXPeakTableElement> expected = StraightforwardSearch(t, s, 120.0, d);
       ASSERT_EQ(t.Find(s, 120.0, d, 2, 0), static_cast<long>(expected.size())) << d;
       for (long i = 0; i < t.GetNumPeaks(); ++i) {
-        const QXPeakTableElement& p = t[i];
-        const QXPeakTableElement& e = expected[static_cast<std::size_t>(i)];
-        EXPECT_EQ(p.m_nApexIndex, e.m_nApexIndex) << d << " peak " << i;
-        EXPECT_EQ(p.m_nLeftIndex, e.m_nLeftIndex);
-        EXPECT_EQ(p.m_nRightIndex, e.m_nRightIndex);
-        EXPECT_EQ(p.m_dCentroidX, e.m_dCentroidX);
-        EXPECT_EQ(p.m_dArea, e.m_dArea);
-        EXPECT_EQ(p.m_dCentroidLeftX, e.m_dCentroidLeftX);
-        EXPECT_EQ(p.m_dCentroidRightY, e.m_dCentroidRightY);
+        EXPECT_EQ(RecordValues(t[i]), RecordValues(expected[static_cast<std::size_t>(i)]))
+            << d << " peak " << i;
       }
     }
   }
@@ -413,22 +407,12 @@ TEST(BuildCentroidPeakTable, EachStickAtTheThresholdIsOnePeak) {
   Table t;
   ASSERT_EQ(t.BuildCentroidPeakTable(x.data(), y.data(), 5, 5.0, 2, 3, 0.1, 1.0, 0, 0, 0), 3);
   EXPECT_EQ(t.GetSortMethod(), 0);
-  const std::uint32_t indices[] = {0, 1, 3};
-  for (long i = 0; i < 3; ++i) {
-    const QXPeakTableElement& p = t[i];
-    const std::uint32_t k = indices[i];
-    EXPECT_EQ(p.m_nApexIndex, k);
-    EXPECT_EQ(p.m_nLeftIndex, k);
-    EXPECT_EQ(p.m_nRightIndex, k);
-    for (double v : {p.m_dApexX, p.m_dCentroidX, p.m_dLeftX, p.m_dRightX, p.m_dCentroidLeftX,
-                     p.m_dCentroidRightX}) {
-      EXPECT_EQ(v, x[k]);
-    }
-    for (double v : {p.m_dApexY, p.m_dArea, p.m_dLeftY, p.m_dRightY, p.m_dCentroidLeftY,
-                     p.m_dCentroidRightY}) {
-      EXPECT_EQ(v, y[k]);
-    }
-  }
+  // A stick is its own apex, bounds, centroid and centroid region; its area is its intensity.
+  const std::vector<double> sticks[] = {
+      {100, 5, 0, 100, 5, 0, 100, 5, 0, 100, 5, 100, 5, 100, 5, 0, 0, 0, 0, 0},
+      {101, 50, 1, 101, 50, 1, 101, 50, 1, 101, 50, 101, 50, 101, 50, 0, 0, 0, 0, 0},
+      {103, 50, 3, 103, 50, 3, 103, 50, 3, 103, 50, 103, 50, 103, 50, 0, 0, 0, 0, 0}};
+  for (long i = 0; i < 3; ++i) EXPECT_EQ(RecordValues(t[i]), sticks[i]);
   EXPECT_EQ(t.BuildCentroidPeakTable(nullptr, y.data(), 5, 5.0, 2, 3, 0.1, 1.0, 0, 0, 0), -1);
 }
 

@@ -14,6 +14,8 @@ using testing::GaussPeak;
 using testing::MakeSignal;
 using testing::Signal;
 
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
 struct ScanArgs {
   double threshold = 50.0;
   int filterType = 0;
@@ -30,38 +32,37 @@ struct ScanArgs {
   double endX = 0.0;
 };
 
-long Scan(QXPeakTable& t, const Signal& s, const ScanArgs& a) {
-  return t.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), 1.0,
-                     a.threshold, a.filterType, a.filterWidth, a.filterInc, a.minArea, 0,
-                     a.maxPeakWidth, a.noiseThreshold, a.centroidPct, a.integration,
+long Scan(QXPeakTable& t, const double* x, const double* y, std::uint32_t n,
+          const ScanArgs& a = {}) {
+  return t.FindPeaks(x, y, n, 1.0, a.threshold, a.filterType, a.filterWidth, a.filterInc,
+                     a.minArea, 0, a.maxPeakWidth, a.noiseThreshold, a.centroidPct, a.integration,
                      a.massProcessing, 3, 4, 0.05, 2.0, a.finish, a.startX, a.endX, 0);
 }
 
-// Three separated peaks (x = 0..99.9, dx = 0.1) on a flat baseline of 10.
-Signal ThreePeaks() {
-  return MakeSignal(1000, 0.0, 0.1, {{20.0, 1000.0, 0.4}, {50.0, 600.0, 0.5}, {80.0, 300.0, 0.3}},
-                    {.baseline = 10.0});
+long Scan(QXPeakTable& t, const Signal& s, const ScanArgs& a = {}) {
+  return Scan(t, s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), a);
 }
+
+// Three separated peaks (x = 0..99.9, dx = 0.1) on a flat baseline of 10.
+const std::vector<GaussPeak> kThree{{20.0, 1000.0, 0.4}, {50.0, 600.0, 0.5}, {80.0, 300.0, 0.3}};
+Signal ThreePeaks() { return MakeSignal(1000, 0.0, 0.1, kThree, {.baseline = 10.0}); }
 
 TEST(MovingMeanScan, FindsSeparatedPeaksWithTheirApexBoundsAndAreas) {
   const Signal s = ThreePeaks();
-  const GaussPeak truth[] = {{20.0, 1000.0, 0.4}, {50.0, 600.0, 0.5}, {80.0, 300.0, 0.3}};
   for (int filterType : {0, 1}) {
     QXPeakTable plain;
-    ScanArgs a;
-    a.filterType = filterType;
-    ASSERT_EQ(Scan(plain, s, a), 3) << filterType;
-    // A noise threshold moves each bound to where the window mean first moves by that much.
     QXPeakTable tight;
-    a.noiseThreshold = 5.0;
-    ASSERT_EQ(Scan(tight, s, a), 3) << filterType;
+    ASSERT_EQ(Scan(plain, s, {.filterType = filterType}), 3) << filterType;
+    // A noise threshold moves each bound to where the window mean first moves by that much.
+    ASSERT_EQ(Scan(tight, s, {.filterType = filterType, .noiseThreshold = 5.0}), 3);
     for (int k = 0; k < 3; ++k) {
       const QXPeakTableElement& p = *plain.GetPeak(k);
-      EXPECT_NEAR(p.m_dApexX, truth[k].centre, 1e-9);
-      EXPECT_NEAR(p.m_dApexY, truth[k].height + 10.0, 1e-9);
+      const GaussPeak& g = kThree[static_cast<std::size_t>(k)];
+      EXPECT_NEAR(p.m_dApexX, g.centre, 1e-9);
+      EXPECT_NEAR(p.m_dApexY, g.height + 10.0, 1e-9);
       // Without a noise threshold the bounds reach down to the baseline, so the summed area
       // is the Gaussian's integral over the point spacing: height * sigma * sqrt(2 pi) / dx.
-      const double expected = truth[k].height * truth[k].sigma * std::sqrt(2 * M_PI) / 0.1;
+      const double expected = g.height * g.sigma * std::sqrt(2 * M_PI) / 0.1;
       EXPECT_NEAR(p.m_dArea, expected, 1e-3 * expected) << k;
       EXPECT_NEAR(p.m_dLeftY, 10.0, 1e-6);
       EXPECT_NEAR(p.m_dRightY, 10.0, 1e-6);
@@ -81,25 +82,16 @@ TEST(MovingMeanScan, FindsSeparatedPeaksWithTheirApexBoundsAndAreas) {
 
 TEST(MovingMeanScan, AcceptanceLimitsAreInclusive) {
   const Signal s = ThreePeaks();
-  QXPeakTable reference;
-  Scan(reference, s, {});
-  const QXPeakTableElement first = *reference.GetPeak(0);
+  QXPeakTable reference, atWidth, belowWidth, atArea;
+  Scan(reference, s);
+  const QXPeakTableElement& first = *reference.GetPeak(0);
   const int width = static_cast<int>(first.m_nRightIndex - first.m_nLeftIndex) - 1;
-
-  ScanArgs a;
-  a.maxPeakWidth = width;
-  QXPeakTable t;
-  Scan(t, s, a);
-  EXPECT_EQ(t.GetPeak(0)->m_dApexX, first.m_dApexX);  // width equal to the limit: kept
-  a.maxPeakWidth = width - 1;
-  t.DeleteAllPeaks();
-  Scan(t, s, a);
-  EXPECT_NE(t.GetPeak(0)->m_dApexX, first.m_dApexX);
-
-  a = {};
-  a.minArea = reference.GetPeak(2)->m_dArea;  // area equal to the minimum: kept
-  t.DeleteAllPeaks();
-  EXPECT_EQ(Scan(t, s, a), 3);
+  Scan(atWidth, s, {.maxPeakWidth = width});
+  EXPECT_EQ(atWidth.GetPeak(0)->m_dApexX, first.m_dApexX);  // width equal to the limit: kept
+  Scan(belowWidth, s, {.maxPeakWidth = width - 1});
+  EXPECT_NE(belowWidth.GetPeak(0)->m_dApexX, first.m_dApexX);
+  // Area equal to the minimum: kept.
+  EXPECT_EQ(Scan(atArea, s, {.minArea = reference.GetPeak(2)->m_dArea}), 3);
 }
 
 TEST(MovingMeanScan, ARiseFromTheFirstPointIsNeverReported) {
@@ -107,24 +99,17 @@ TEST(MovingMeanScan, ARiseFromTheFirstPointIsNeverReported) {
   const Signal s = MakeSignal(400, 0.0, 0.1, {{0.2, 800.0, 0.15}, {25.0, 800.0, 0.3}},
                               {.baseline = 0.0});
   QXPeakTable t;
-  ASSERT_EQ(Scan(t, s, {}), 1);
+  ASSERT_EQ(Scan(t, s), 1);
   EXPECT_NEAR(t.GetPeak(0)->m_dApexX, 25.0, 1e-9);
 }
 
 TEST(MovingMeanScan, RangesAccumulateOnOneTable) {
   const Signal s = ThreePeaks();
-  QXPeakTable whole;
-  Scan(whole, s, {});
-  ScanArgs a;
-  a.finish = 0;
-  a.startX = 0.0;
-  a.endX = 35.0;
-  QXPeakTable t;
-  EXPECT_EQ(Scan(t, s, a), 1);
+  QXPeakTable whole, t;
+  Scan(whole, s);
+  EXPECT_EQ(Scan(t, s, {.finish = 0, .startX = 0.0, .endX = 35.0}), 1);
   EXPECT_EQ(t.GetPeak(0)->m_dCentroidX, 0.0);  // no finishing step, no centroid
-  a.startX = 35.0;
-  a.endX = 99.9;
-  EXPECT_EQ(Scan(t, s, a), 3);
+  EXPECT_EQ(Scan(t, s, {.finish = 0, .startX = 35.0, .endX = 99.9}), 3);
   for (long k = 0; k < 3; ++k) EXPECT_EQ(t.GetPeak(k)->m_dApexX, whole.GetPeak(k)->m_dApexX);
 }
 
@@ -134,11 +119,9 @@ TEST(MovingMeanScan, FinishingStepCentroidsAndChargesIsotopeSeries) {
   std::vector<GaussPeak> peaks;
   for (int k = 0; k < 4; ++k) peaks.push_back({500.0 + k * step, 1000.0 * std::pow(0.6, k), 0.02});
   const Signal s = MakeSignal(4000, 499.0, 0.001, peaks, {.baseline = 5.0});
-  ScanArgs a;
-  a.massProcessing = 1;
-  a.maxPeakWidth = 4000;  // on a noise-free baseline the last right bound runs to the end
+  // On a noise-free baseline the last right bound runs to the end: no width limit.
   QXPeakTable t;
-  ASSERT_EQ(Scan(t, s, a), 4);
+  ASSERT_EQ(Scan(t, s, {.maxPeakWidth = 4000, .massProcessing = 1}), 4);
   for (long k = 0; k < 4; ++k) {
     const QXPeakTableElement& p = *t.GetPeak(k);
     EXPECT_NEAR(p.m_dCentroidX, peaks[k].centre, 2e-4) << k;
@@ -157,10 +140,7 @@ TEST(MovingMeanScan, CountFamilyAgreesWithTheDoubleFamilyOnIntegerData) {
   const Signal widened = testing::FromCountFamily(counts);
   for (int filterType : {0, 1}) {
     for (double noise : {0.0, 20.0}) {
-      ScanArgs a;
-      a.filterType = filterType;
-      a.noiseThreshold = noise;
-      a.threshold = 300.0;
+      const ScanArgs a{.threshold = 300.0, .filterType = filterType, .noiseThreshold = noise};
       QXPeakTable wide;
       Scan(wide, widened, a);
       QXPeakTable narrow;
@@ -181,35 +161,20 @@ TEST(MovingMeanScan, CountFamilyAgreesWithTheDoubleFamilyOnIntegerData) {
 TEST(MovingMeanScan, HostileInputFailsCleanly) {
   QXPeakTable t;
   const Signal s = ThreePeaks();
-  EXPECT_EQ(t.FindPeaks(static_cast<const double*>(nullptr), s.y.data(), 10, 1, 0, 0, 5, 1, 0,
-                        0, 100, 0, 50, 1, 0, 1, 1, 0, 1, 1, 0, 0, 0),
-            -1);
-  EXPECT_EQ(t.FindPeaks(s.x.data(), s.y.data(), 0, 1, 0, 0, 5, 1, 0, 0, 100, 0, 50, 1, 0, 1, 1,
-                        0, 1, 1, 0, 0, 0),
-            -1);
-  ScanArgs a;
-  for (int inc : {0, -3}) {  // a step that would never advance finds nothing
-    a.filterInc = inc;
+  EXPECT_EQ(Scan(t, nullptr, s.y.data(), 10), -1);
+  EXPECT_EQ(Scan(t, s.x.data(), s.y.data(), 0), -1);
+  // Steps that would never advance, a window wider than the data, a NaN range: nothing found.
+  for (const ScanArgs& a : {ScanArgs{.filterInc = 0}, ScanArgs{.filterInc = -3},
+                            ScanArgs{.filterWidth = 5000}, ScanArgs{.startX = kNaN}}) {
     EXPECT_EQ(Scan(t, s, a), 0);
   }
-  a = {};
-  a.filterWidth = 5000;  // wider than the data
-  EXPECT_EQ(Scan(t, s, a), 0);
-  a = {};
-  a.startX = std::numeric_limits<double>::quiet_NaN();
-  EXPECT_EQ(Scan(t, s, a), 0);
 
   Signal bad = ThreePeaks();
-  for (std::size_t i = 0; i < bad.y.size(); i += 37) {
-    bad.y[i] = std::numeric_limits<double>::quiet_NaN();
-  }
+  for (std::size_t i = 0; i < bad.y.size(); i += 37) bad.y[i] = kNaN;
   bad.y[500] = std::numeric_limits<double>::infinity();
   for (int filterType : {0, 1, 2}) {
-    a = {};
-    a.filterType = filterType;
-    a.massProcessing = 1;
     QXPeakTable u;
-    EXPECT_GE(Scan(u, bad, a), 0);
+    EXPECT_GE(Scan(u, bad, {.filterType = filterType, .massProcessing = 1}), 0);
   }
 }
 
