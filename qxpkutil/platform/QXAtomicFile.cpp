@@ -1,11 +1,13 @@
 #include "qxpkutil/platform/QXAtomicFile.h"
 
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <random>
 #include <system_error>
 
-#include <stdlib.h>
-#include <sys/stat.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace qxpkutil {
@@ -16,6 +18,16 @@ bool WriteAll(std::FILE* file, std::string_view content) {
     return false;
   }
   return std::fflush(file) == 0;
+}
+
+// A name part no other writer in this process or another one picks at the same time.
+std::string UniqueSuffix() {
+  static std::atomic<unsigned long> counter{0};
+  thread_local std::mt19937_64 rng(std::random_device{}());
+  char text[64];
+  std::snprintf(text, sizeof text, "%ld-%lu-%06llx", static_cast<long>(::getpid()),
+                counter.fetch_add(1), static_cast<unsigned long long>(rng() & 0xFFFFFF));
+  return text;
 }
 
 }  // namespace
@@ -40,8 +52,16 @@ bool QXWriteFileAtomically(const std::string& path, std::string_view content) {
     return std::fclose(file) == 0 && written;
   }
 
-  std::string temp = target + ".tmp-XXXXXX";
-  const int fd = ::mkstemp(temp.data());
+  // The temporary file is created exclusively with the usual mode of a new file, so the
+  // process's file-creation mask applies as it would to any file (and is never touched,
+  // which keeps the routine safe to call from several threads).
+  int fd = -1;
+  std::string temp;
+  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+    temp = target + ".tmp-" + UniqueSuffix();
+    fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0 && errno != EEXIST) return false;
+  }
   if (fd < 0) return false;
   std::FILE* file = ::fdopen(fd, "w");
   if (file == nullptr) {
@@ -52,10 +72,6 @@ bool QXWriteFileAtomically(const std::string& path, std::string_view content) {
   bool ok = WriteAll(file, content) && ::fsync(fd) == 0;
   ok = (std::fclose(file) == 0) && ok;
   if (ok) {
-    // mkstemp creates the file private to its owner; give it the usual mode of a new file.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    fs::permissions(temp, static_cast<fs::perms>(0666 & ~mask), ec);
     fs::rename(temp, target, ec);
     ok = !ec;
   }
