@@ -209,8 +209,7 @@ TEST(FindPeaksDivisor, ClosePeaksShareAValleyAndASplitTopStaysOnePeak) {
   EXPECT_EQ(t[1].m_nLeftIndex, 1006u);
 
   // A top of 100 with a dip and a second, lower top two points on.
-  Signal split{std::vector<double>(200), std::vector<double>(200, 1.0)};
-  for (std::size_t i = 0; i < 200; ++i) split.x[i] = static_cast<double>(i);
+  Signal split = MakeSignal(200, 0.0, 1.0, {}, {.baseline = 1.0});
   const std::vector<double> top{5, 20, 60, 100, 80, 95, 50, 15, 4};
   std::copy(top.begin(), top.end(), split.y.begin() + 96);
   Table u;
