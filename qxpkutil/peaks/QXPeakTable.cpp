@@ -296,8 +296,7 @@ void QXPeakTable::RemoveDuplicatedPeaks() {
   std::erase(m_arrPeaks, nullptr);
 }
 
-void QXPeakTable::DumpToFile(const char* path) const {
-  if (path == nullptr) return;
+std::string QXPeakTable::DumpToText() const {
   std::string text;
   QXAppendFormat(text, "# Peaks\t%ld\n", GetNumPeaks());
   text +=
@@ -305,12 +304,17 @@ void QXPeakTable::DumpToFile(const char* path) const {
       "Centroid Mass\tCentroidLeft X\tCentroid Left Y\tCentroid Right X\tCentroid Right Y\n";
   for (const auto& p : m_arrPeaks) {
     QXAppendFormat(text, "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\n",
-                    p->m_dApexX, p->m_dApexY, p->m_dLeftX, p->m_dLeftY, p->m_dRightX,
-                    p->m_dRightY, p->m_dArea, p->m_dCentroidX, p->m_dCentroidLeftX,
-                    p->m_dCentroidLeftY, p->m_dCentroidRightX, p->m_dCentroidRightY);
+                   p->m_dApexX, p->m_dApexY, p->m_dLeftX, p->m_dLeftY, p->m_dRightX,
+                   p->m_dRightY, p->m_dArea, p->m_dCentroidX, p->m_dCentroidLeftX,
+                   p->m_dCentroidLeftY, p->m_dCentroidRightX, p->m_dCentroidRightY);
   }
+  return text;
+}
+
+void QXPeakTable::DumpToFile(const char* path) const {
+  if (path == nullptr) return;
   // No error is reported: a dump that cannot be written leaves the old file as it was.
-  (void)QXWriteFileAtomically(path, text);
+  (void)QXWriteFileAtomically(path, DumpToText());
 }
 
 void QXPeakTable::Serialize(QXArchive& ar) {

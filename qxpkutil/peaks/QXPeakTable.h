@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
@@ -94,6 +95,8 @@ class QXPeakTable : public QXObject {
   // Writes the "# Peaks" count line, the header and one tab-separated line per peak;
   // returns silently when `path` cannot be opened.
   void DumpToFile(const char* path) const;
+  // The text DumpToFile writes, for callers that want it in memory.
+  std::string DumpToText() const;
   // The count in the archive's count encoding, then each element as a tagged object
   // with its 96-byte body. Loading creates the elements; bad bytes leave the table empty
   // and the archive failed.

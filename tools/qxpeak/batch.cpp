@@ -195,7 +195,7 @@ bool FormatOutput(const std::string& format, const std::string& name, LoadedInpu
   } else if (format == "json") {
     text = FormatJson(name, traces, peaks);
   } else if (format == "dump") {
-    return FormatDump(peaks, text, error);
+    text = FormatDump(peaks);
   } else if (format == "svg") {
     text = FormatSvg(name, traces, peaks);
   } else {

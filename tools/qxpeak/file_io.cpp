@@ -74,7 +74,6 @@ bool WriteOutput(const std::string& path, std::string_view content, std::string&
     }
     return true;
   }
-  const std::lock_guard<std::mutex> lock(LibraryFileWriteMutex());
   errno = 0;
   if (!QXWriteFileAtomically(path, content)) {
     error = path + ": cannot write";
@@ -82,11 +81,6 @@ bool WriteOutput(const std::string& path, std::string_view content, std::string&
     return false;
   }
   return true;
-}
-
-std::mutex& LibraryFileWriteMutex() {
-  static std::mutex mutex;
-  return mutex;
 }
 
 }  // namespace qxpkutil::qxpeak

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,10 +30,5 @@ inline constexpr std::size_t kMaxInputBytes = std::size_t{4} << 30;
 [[nodiscard]] bool WriteOutput(const std::string& path, std::string_view content,
                                std::string& error);
 
-// Held around every call into the library that writes a file (QXWriteFileAtomically and
-// what uses it, such as QXPeakTable::DumpToFile): to learn the file-creation mask it sets the
-// process-wide mask to 0 and back, so two such calls at once could leave it at 0 and create
-// files anyone may write. One writer at a time keeps the workers of a batch apart.
-std::mutex& LibraryFileWriteMutex();
 
 }  // namespace qxpkutil::qxpeak

@@ -4,15 +4,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <mutex>
 
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXTypes.h"
-#include "tools/qxpeak/file_io.h"
 
 namespace qxpkutil::qxpeak {
 
@@ -193,31 +189,10 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
   return root.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-bool FormatDump(const std::vector<TracePeaks>& peaks, std::string& out, std::string& error) {
-  std::string path = (std::filesystem::temp_directory_path() / "qxpeak-dump-XXXXXX").string();
-  const int fd = ::mkstemp(path.data());
-  if (fd < 0) {
-    error = "cannot create a temporary file for the dump in " +
-            std::filesystem::temp_directory_path().string();
-    return false;
-  }
-  ::close(fd);
-  out.clear();
-  bool ok = true;
-  std::vector<char> bytes;
-  for (const TracePeaks& p : peaks) {
-    {
-      const std::lock_guard<std::mutex> lock(LibraryFileWriteMutex());
-      p.table.DumpToFile(path.c_str());
-    }
-    if (!ReadWholeFile(path, kMaxInputBytes, bytes, error)) {
-      ok = false;
-      break;
-    }
-    out.append(bytes.data(), bytes.size());
-  }
-  std::remove(path.c_str());
-  return ok;
+std::string FormatDump(const std::vector<TracePeaks>& peaks) {
+  std::string out;
+  for (const TracePeaks& p : peaks) out += p.table.DumpToText();
+  return out;
 }
 
 }  // namespace qxpkutil::qxpeak

@@ -4,7 +4,7 @@
 //
 //   std::string tsv = FormatTsv(traces, peaks);
 //   std::string json = FormatJson("run.mzML", traces, peaks);
-//   std::string dump;  if (!FormatDump(peaks, dump, error)) { ... }
+//   std::string dump = FormatDump(peaks);
 #pragma once
 
 #include <string>
@@ -37,8 +37,7 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
 
 // The library's dump of each trace's table (count line, header, one line per peak), one
 // after the other; each dump starts with its "# Peaks" count line, so the traces can be
-// told apart. False with a message when the dump cannot be made (no temporary file).
-[[nodiscard]] bool FormatDump(const std::vector<TracePeaks>& peaks, std::string& out,
-                              std::string& error);
+// told apart.
+std::string FormatDump(const std::vector<TracePeaks>& peaks);
 
 }  // namespace qxpkutil::qxpeak

@@ -115,8 +115,7 @@ TEST(PeakWriters, JsonCarriesTheSameValues) {
 
 TEST(PeakWriters, DumpIsTheLibraryFormatOncePerTrace) {
   Sample s;
-  std::string dump, error;
-  ASSERT_TRUE(FormatDump(s.peaks, dump, error)) << error;
+  const std::string dump = FormatDump(s.peaks);
   const auto rows = Rows(dump);
   ASSERT_EQ(rows.size(), 6u);  // count, header, two peaks; count, header
   EXPECT_EQ(rows[0], (std::vector<std::string>{"# Peaks", "2"}));
