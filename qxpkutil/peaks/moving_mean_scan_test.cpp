@@ -80,6 +80,32 @@ TEST(MovingMeanScan, FindsSeparatedPeaksWithTheirApexBoundsAndAreas) {
   }
 }
 
+TEST(MovingMeanScan, RangeEndsAreaScaleAndFilterTypeRules) {
+  const Signal s = ThreePeaks();
+  QXPeakTable t;
+  // An end of 0 alone searches up to the last point.
+  EXPECT_EQ(Scan(t, s, {.startX = 35.0}), 2);
+  EXPECT_NEAR(t.GetPeak(0)->m_dApexX, 50.0, 1e-9);
+  // A range that ends two points after an apex still closes that peak, inside the range.
+  t.DeleteAllPeaks();
+  ASSERT_EQ(Scan(t, s, {.startX = 35.0, .endX = 50.2}), 1);
+  EXPECT_EQ(t.GetPeak(0)->m_nApexIndex, 500u);
+  EXPECT_LE(t.GetPeak(0)->m_nRightIndex, 502u);
+  // A filter type without a window mean sees no rise after the first window.
+  t.DeleteAllPeaks();
+  EXPECT_EQ(Scan(t, s, {.filterType = 2}), 0);
+  // The area scale multiplies every stored area.
+  QXPeakTable plain;
+  QXPeakTable scaled;
+  Scan(plain, s);
+  scaled.FindPeaks(s.x.data(), s.y.data(), 1000, 2.5, 50.0, 0, 7, 1, 0.0, 0, 1000, 0.0, 50.0, 1,
+                   0, 3, 4, 0.05, 2.0, 1, 0.0, 0.0, 0);
+  ASSERT_EQ(scaled.GetNumPeaks(), 3);
+  for (long k = 0; k < 3; ++k) {
+    EXPECT_DOUBLE_EQ(scaled.GetPeak(k)->m_dArea, 2.5 * plain.GetPeak(k)->m_dArea);
+  }
+}
+
 TEST(MovingMeanScan, AcceptanceLimitsAreInclusive) {
   const Signal s = ThreePeaks();
   QXPeakTable reference, atWidth, belowWidth, atArea;
@@ -143,9 +169,11 @@ TEST(MovingMeanScan, CountFamilyAgreesWithTheDoubleFamilyOnIntegerData) {
       const ScanArgs a{.threshold = 300.0, .filterType = filterType, .noiseThreshold = noise};
       QXPeakTable wide;
       Scan(wide, widened, a);
+      // This family centroids on every call unless the percentage is negative.
+      const double centroidPct = noise == 0.0 ? -1.0 : 50.0;
       QXPeakTable narrow;
       narrow.FindPeaks(counts.x.data(), counts.y.data(), 3000, 1.0, a.threshold, filterType,
-                       a.filterWidth, a.filterInc, 0.0, 0, a.maxPeakWidth, noise, -1.0, 1);
+                       a.filterWidth, a.filterInc, 0.0, 0, a.maxPeakWidth, noise, centroidPct, 1);
       ASSERT_EQ(narrow.GetNumPeaks(), wide.GetNumPeaks());
       EXPECT_GE(wide.GetNumPeaks(), 3);
       for (long k = 0; k < wide.GetNumPeaks(); ++k) {
@@ -153,6 +181,13 @@ TEST(MovingMeanScan, CountFamilyAgreesWithTheDoubleFamilyOnIntegerData) {
         EXPECT_EQ(narrow.GetPeak(k)->m_nLeftIndex, wide.GetPeak(k)->m_nLeftIndex);
         EXPECT_EQ(narrow.GetPeak(k)->m_nRightIndex, wide.GetPeak(k)->m_nRightIndex);
         EXPECT_DOUBLE_EQ(narrow.GetPeak(k)->m_dArea, wide.GetPeak(k)->m_dArea);
+        const QXPeakTableElement& p = *narrow.GetPeak(k);
+        if (centroidPct < 0.0) {
+          EXPECT_EQ(p.m_dCentroidX, 0.0);
+        } else {
+          EXPECT_GT(p.m_dCentroidX, p.m_dLeftX);
+          EXPECT_LT(p.m_dCentroidX, p.m_dRightX);
+        }
       }
     }
   }
