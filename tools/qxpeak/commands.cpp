@@ -12,7 +12,7 @@
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "tools/qxpeak/batch.h"
-#include "tools/qxpeak/demo_spectrum.h"
+#include "tools/qxpeak/demo_signal.h"
 #include "tools/qxpeak/file_io.h"
 #include "tools/qxpeak/peak_writers.h"
 #include "tools/qxpeak/settings_file.h"
