@@ -3,31 +3,27 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
+
+#include "testing/QXTestFiles.h"
 
 namespace qxpkutil {
 namespace {
 
-namespace fs = std::filesystem;
-
-struct IntCase {
-  const char* stored;
-  int expected;
-};
+using testing::ReadText;
+using testing::WriteText;
 
 TEST(QXMemoryProfile, IntegersReadLikeAtoiButNoDigitsGiveTheDefault) {
-  const IntCase cases[] = {{"42", 42},         {"  -7 apples", -7}, {"+3", 3},
+  const std::pair<const char*, int> cases[] = {{"42", 42},         {"  -7 apples", -7}, {"+3", 3},
                            {"\t0012", 12},     {"abc", 99},         {"", 99},
                            {"-", 99},          {"- 5", 99},         {"99999999999", INT_MAX},
                            {"-2147483648", INT_MIN}, {"-99999999999", INT_MIN}};
   QXMemoryProfile profile;
-  for (const IntCase& c : cases) {
-    ASSERT_TRUE(profile.WriteProfileString("Sec", "Key", c.stored));
-    EXPECT_EQ(profile.GetProfileInt("Sec", "Key", 99), c.expected) << '"' << c.stored << '"';
+  for (const auto& [stored, expected] : cases) {
+    ASSERT_TRUE(profile.WriteProfileString("Sec", "Key", stored));
+    EXPECT_EQ(profile.GetProfileInt("Sec", "Key", 99), expected) << '"' << stored << '"';
   }
   EXPECT_EQ(profile.GetProfileInt("Sec", "Missing", 99), 99);
 }
@@ -59,30 +55,9 @@ TEST(QXMemoryProfile, NullArgumentsAndRemoval) {
 
 class QXIniProfileTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    m_dir = fs::temp_directory_path() / ("qxini-" + std::to_string(std::random_device{}()));
-    fs::create_directories(m_dir);
-    m_path = (m_dir / "settings.ini").string();
-  }
-  void TearDown() override {
-    std::error_code ec;
-    fs::permissions(m_dir, fs::perms::owner_all, ec);
-    fs::remove_all(m_dir, ec);
-  }
-  static void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-  }
-  static std::string ReadFile(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-  }
-  std::size_t FilesInDir() const {
-    return static_cast<std::size_t>(std::distance(fs::directory_iterator(m_dir), fs::directory_iterator()));
-  }
-
-  fs::path m_dir;
-  std::string m_path;
+  testing::ScratchDir m_dir;
+  const std::string m_path = m_dir.PathOf("settings.ini");
+  const std::string m_original = "[Sec]\nKey=old\n";
 };
 
 struct IniVariant {
@@ -95,7 +70,7 @@ class QXIniProfileParse : public QXIniProfileTest,
                           public ::testing::WithParamInterface<IniVariant> {};
 
 TEST_P(QXIniProfileParse, ReadsHandEditedFiles) {
-  WriteFile(m_path, GetParam().text);
+  WriteText(m_path, GetParam().text);
   QXIniProfile profile(m_path);
   EXPECT_EQ(profile.GetProfileString("Sec", "Key", "<missing>"), GetParam().expected);
 }
@@ -125,58 +100,42 @@ TEST_F(QXIniProfileTest, WritesThroughInFirstWrittenOrderAndReloads) {
   ASSERT_TRUE(profile.WriteProfileString("b", "K2", "v2b"));  // keeps spelling and place
   ASSERT_TRUE(profile.WriteProfileString("C", "gone", "1"));
   ASSERT_TRUE(profile.WriteProfileString("C", "gone", nullptr));
-  EXPECT_EQ(ReadFile(m_path), "[B]\nk2=v2b\nk1= padded \n\n[A]\nx=-5\n");
+  EXPECT_EQ(ReadText(m_path), "[B]\nk2=v2b\nk1= padded \n\n[A]\nx=-5\n");
 
   QXIniProfile reloaded(m_path);
   EXPECT_EQ(reloaded.GetProfileString("B", "K2", ""), "v2b");
   EXPECT_EQ(reloaded.GetProfileString("B", "k1", ""), "padded");
   EXPECT_EQ(reloaded.GetProfileInt("a", "X", 0), -5);
-  EXPECT_EQ(FilesInDir(), 1u);
+  EXPECT_EQ(m_dir.FileCount(), 1u);
 }
 
 TEST_F(QXIniProfileTest, RejectsTextAnIniLineCannotHoldAndKeepsTheFile) {
-  const std::string original = "[Sec]\nKey=old\n";
-  WriteFile(m_path, original);
+  WriteText(m_path, m_original);
   QXIniProfile profile(m_path);
-  struct Bad {
-    const char* section;
-    const char* key;
-    const char* value;
-  };
-  const Bad bad[] = {{"Sec", "Key", "two\nlines"}, {"Sec", "Key", "cr\r"},   {"Sec", "a=b", "v"},
-                     {"Sec", "; note", "v"},       {"Sec", "[x", "v"},       {"Sec", "  ", "v"},
-                     {"S]ec", "Key", "v"},         {"Se\nc", "Key", "v"},    {"Se\nc", nullptr, nullptr}};
-  for (const Bad& b : bad) {
-    EXPECT_FALSE(profile.WriteProfileString(b.section, b.key, b.value)) << b.section << '/' << (b.key ? b.key : "null");
+  const std::tuple<const char*, const char*, const char*> bad[] = {
+      {"Sec", "Key", "two\nlines"}, {"Sec", "Key", "cr\r"}, {"Sec", "a=b", "v"},
+      {"Sec", "; note", "v"},       {"Sec", "[x", "v"},     {"Sec", "  ", "v"},
+      {"S]ec", "Key", "v"},         {"Se\nc", "Key", "v"}, {"Se\nc", nullptr, nullptr}};
+  for (const auto& [section, key, value] : bad) {
+    EXPECT_FALSE(profile.WriteProfileString(section, key, value)) << section << '/' << (key ? key : "null");
   }
   EXPECT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
-  EXPECT_EQ(ReadFile(m_path), original);
+  EXPECT_EQ(ReadText(m_path), m_original);
 }
 
 // The temporary file's name is longer than the file system allows, so the save fails
 // with the old file present, whoever runs the test.
 TEST_F(QXIniProfileTest, FailedSaveLeavesFileAndProfileAsTheyWere) {
-  const std::string path = (m_dir / (std::string(250, 'p') + ".ini")).string();
-  const std::string original = "[Sec]\nKey=old\n";
-  WriteFile(path, original);
+  const std::string path = m_dir.PathOf(std::string(250, 'p') + ".ini");
+  WriteText(path, m_original);
   QXIniProfile profile(path);
   ASSERT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
   EXPECT_FALSE(profile.WriteProfileString("Sec", "Key", "new"));
   EXPECT_FALSE(profile.WriteProfileInt("Sec", "Other", 1));
   EXPECT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
   EXPECT_EQ(profile.GetProfileString("Sec", "Other", "none"), "none");
-  EXPECT_EQ(ReadFile(path), original);
-  EXPECT_EQ(FilesInDir(), 1u);
-}
-
-TEST_F(QXIniProfileTest, UnwritableFolderLeavesTheOldFile) {
-  const std::string original = "[Sec]\nKey=old\n";
-  WriteFile(m_path, original);
-  QXIniProfile profile(m_path);
-  fs::permissions(m_dir, fs::perms::owner_read | fs::perms::owner_exec);
-  if (std::ofstream((m_dir / "probe").string())) GTEST_SKIP() << "folder permissions do not bind here";
-  EXPECT_FALSE(profile.WriteProfileString("Sec", "Key", "new"));
-  EXPECT_EQ(ReadFile(m_path), original);
+  EXPECT_EQ(ReadText(path), m_original);
+  EXPECT_EQ(m_dir.FileCount(), 1u);
 }
 
 }  // namespace
