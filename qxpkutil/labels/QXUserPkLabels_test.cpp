@@ -1,8 +1,6 @@
 #include "qxpkutil/labels/QXUserPkLabels.h"
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <functional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -10,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "qxpkutil/platform/QXMessages.h"
+#include "testing/QXTestFiles.h"
 
 namespace qxpkutil {
 namespace {
@@ -119,27 +118,12 @@ class RecordingSink : public QXMessageSink {
 
 class LabelFiles : public ::testing::Test {
  protected:
-  void SetUp() override {
-    QXSetMessageSink(&sink_);
-    std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    for (char& c : name) c = c == '/' ? '_' : c;
-    dir_ = std::filesystem::temp_directory_path() / ("qxpkutil_labels_" + name);
-    std::filesystem::remove_all(dir_);
-    std::filesystem::create_directories(dir_);
-  }
-  void TearDown() override {
-    QXSetMessageSink(nullptr);
-    std::filesystem::remove_all(dir_);
-  }
-  std::string PathOf(const char* file) const { return (dir_ / file).string(); }
-  static std::string ReadAll(const std::string& path) {
-    std::ostringstream out;
-    out << std::ifstream(path).rdbuf();
-    return out.str();
-  }
+  void SetUp() override { QXSetMessageSink(&sink_); }
+  void TearDown() override { QXSetMessageSink(nullptr); }
+  std::string PathOf(const char* file) const { return dir_.PathOf(file); }
 
   RecordingSink sink_;
-  std::filesystem::path dir_;
+  testing::ScratchDir dir_;
 };
 
 // (to a file, with a charge column, use charge state, difference list)
@@ -184,11 +168,12 @@ TEST_F(LabelFiles, WritesTheTextAndFileFormsExactly) {
   EXPECT_EQ(text, header + "\n;A\t2.500000\t0.125000\t-2\n;B\t1000000.000000\t1.000000\t0\n;");
   const std::string path = PathOf("list.lbc");
   ASSERT_EQ(list.SaveLabelsToFile(1, path.c_str(), 0, text), 1);
-  EXPECT_EQ(ReadAll(path), header + "A\t2.500000\t0.125000\t-2\nB\t1000000.000000\t1.000000\t0\n");
+  EXPECT_EQ(testing::ReadText(path),
+            header + "A\t2.500000\t0.125000\t-2\nB\t1000000.000000\t1.000000\t0\n");
 
   QXUserPkLabels empty;  // writes its header, but reports that no label was written
   EXPECT_EQ(empty.SaveLabelsToFile(0, path.c_str(), 1, text), 0);
-  EXPECT_EQ(ReadAll(path), "Label\tX Value\tDelta X\n");
+  EXPECT_EQ(testing::ReadText(path), "Label\tX Value\tDelta X\n");
 }
 
 class LabelLineParser
@@ -231,7 +216,7 @@ TEST_F(LabelFiles, FailuresLeaveTheListAndShowTheirMessageOnlyWhenAsked) {
   std::string text;
   const std::string missing = PathOf("no/dir/x.lbs");
   const std::string empty = PathOf("empty.lbs");
-  std::ofstream(empty).close();
+  testing::WriteText(empty, "");
   const std::vector<std::pair<int, std::function<int(int)>>> cases = {
       {24707, [&](int show) { return list.LoadLabelsFromFile(nullptr, show, "no piece"); }},
       {24707, [&](int show) { return list.LoadLabelsFromFile(empty.c_str(), show, ""); }},

@@ -49,12 +49,10 @@ using Labels = std::vector<std::string>;
 TEST(MatchUserPeakLabels, MassListMarksTheMostIntensePeakInEachWindow) {
   QXPeakTable table = MakeTable({{100.0, 5, 0}, {100.5, 9, 0}, {200.0, 1, 0}, {300.0, 1, 0}});
   table.GetPeak(3)->m_strLabel = "own";
-  QXUserPkLabels labels = MakeLabels(
-      0, 0,
-      {QXUserPeakLabelItem(100.25, 0.5, "pair", 0), QXUserPeakLabelItem(200.0, 0.0, "exact", 0),
-       QXUserPeakLabelItem(250.0, 10.0, "none", 0), QXUserPeakLabelItem(100.5, 0.1, "again", 0),
-       QXUserPeakLabelItem(std::nan(""), 1e9, "nan", 0),
-       QXUserPeakLabelItem(-std::numeric_limits<double>::max(), 0.0, "sentinel", 0)});
+  QXUserPkLabels labels = MakeLabels(0, 0, {{100.25, 0.5, "pair", 0}, {200.0, 0.0, "exact", 0},
+                                            {250.0, 10.0, "none", 0}, {100.5, 0.1, "again", 0},
+                                            {std::nan(""), 1e9, "nan", 0},
+                                            {-std::numeric_limits<double>::max(), 0.0, "sentinel", 0}});
   table.MatchUserPeakLabels(&labels, 1, 0, nullptr);
   EXPECT_EQ(PeakLabels(table), (Labels{"", "*pair,again", "*exact", "own"}));
   EXPECT_EQ(labels.LabelsChanged(), 0);
@@ -77,10 +75,8 @@ const std::vector<Peak> kSeries = {
 
 TEST(MatchUserPeakLabels, DifferenceListMarksTheLeftPeakOfEachMatchingPair) {
   QXPeakTable table = MakeTable(kSeries);
-  QXUserPkLabels labels = MakeLabels(
-      1, 0,
-      {QXUserPeakLabelItem(1.0, 0.25, "step", 0), QXUserPeakLabelItem(1.125, 0.001, "w", 0),
-       QXUserPeakLabelItem(2.125, 0.01, "skip", 0)});
+  QXUserPkLabels labels =
+      MakeLabels(1, 0, {{1.0, 0.25, "step", 0}, {1.125, 0.001, "w", 0}, {2.125, 0.01, "skip", 0}});
   table.MatchUserPeakLabels(&labels, 1, kQXFilterAll, nullptr);
   EXPECT_EQ(PeakLabels(table), (Labels{"*step", "*step,w", "", "*step", ""}));
   EXPECT_EQ(labels.LabelsChanged(), 0);
@@ -97,18 +93,14 @@ TEST(MatchUserPeakLabels, ChargedLabelsMatchOnlyPeaksOfThatChargeWhenSwitchedOn)
   for (int useCharge : {0, 1}) {
     QXPeakTable masses = MakeTable(kSeries);
     QXUserPkLabels byMass = MakeLabels(
-        0, useCharge,
-        {QXUserPeakLabelItem(500.0, 0.1, "z2", 2), QXUserPeakLabelItem(501.0, 0.1, "z2", 2),
-         QXUserPeakLabelItem(501.0, 0.1, "any", 0)});
+        0, useCharge, {{500.0, 0.1, "z2", 2}, {501.0, 0.1, "z2", 2}, {501.0, 0.1, "any", 0}});
     masses.MatchUserPeakLabels(&byMass, 0, kQXFilterAll, nullptr);
     EXPECT_EQ(PeakLabels(masses), (useCharge ? Labels{"", "*z2,any", "", "", ""}
                                              : Labels{"*z2", "*z2,any", "", "", ""}));
 
     // A difference label tests the charge of the pair's left peak.
     QXPeakTable steps = MakeTable(kSeries);
-    QXUserPkLabels bySteps = MakeLabels(
-        1, useCharge,
-        {QXUserPeakLabelItem(1.0, 0.25, "z2", 2), QXUserPeakLabelItem(1.0, 0.25, "any", 0)});
+    QXUserPkLabels bySteps = MakeLabels(1, useCharge, {{1.0, 0.25, "z2", 2}, {1.0, 0.25, "any", 0}});
     steps.MatchUserPeakLabels(&bySteps, 0, kQXFilterAll, nullptr);
     EXPECT_EQ(PeakLabels(steps), (useCharge ? Labels{"*any", "*z2,any", "", "*any", ""}
                                             : Labels{"*z2,any", "*z2,any", "", "*z2,any", ""}));
