@@ -1,13 +1,17 @@
 // Detection settings for tests: every field of a QXPeakDetectSetting as one tuple that
-// gtest compares and prints, so a test can say "equal to a default setting" in one line.
+// gtest compares and prints, so a test can say "equal to a default setting" in one line;
+// and a fixture that gives persistence tests an empty in-memory application profile.
 //
 //   EXPECT_EQ(qxpkutil::testing::SettingFields(a), qxpkutil::testing::SettingFields(b));
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <tuple>
 #include <vector>
 
+#include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/QXPeakDetectSetting.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 
@@ -32,5 +36,13 @@ inline std::vector<SettingFieldsTuple> SegmentFields(const QXPeakTableList& list
   for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
   return out;
 }
+
+// A test fixture whose application profile is an empty QXMemoryProfile, unset afterwards.
+class AppProfileTest : public ::testing::Test {
+ protected:
+  void SetUp() override { QXSetAppProfile(&profile_); }
+  void TearDown() override { QXSetAppProfile(nullptr); }
+  QXMemoryProfile profile_;
+};
 
 }  // namespace qxpkutil::testing
