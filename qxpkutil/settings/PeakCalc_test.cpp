@@ -10,6 +10,7 @@
 
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/QXPersistUtils.h"
+#include "testing/QXTestSettings.h"
 
 namespace qxpkutil {
 namespace {
@@ -54,17 +55,15 @@ TEST(PeakCalcBaseList, AddInsertsBeforeAValidIndexElseAppends) {
 TEST(PeakCalcBaseList, DeleteAndMoveCheckBothIndexes) {
   auto list = WithTargets<PeakCalcBaseList>(3);
   EXPECT_EQ(list.MoveSetting(0, 0), 1);
-  EXPECT_EQ(Targets(list), (std::vector<double>{1, 2, 3}));
   EXPECT_EQ(list.MoveSetting(0, 2), 1);
   EXPECT_EQ(Targets(list), (std::vector<double>{3, 2, 1}));
-  EXPECT_EQ(list.MoveSetting(0, 3), 0);
-  EXPECT_EQ(list.MoveSetting(-1, 1), 0);
-  EXPECT_EQ(list.DeleteSetting(3), 0);
-  EXPECT_EQ(list.DeleteSetting(-1), 0);
+  EXPECT_EQ(std::make_tuple(list.MoveSetting(0, 3), list.MoveSetting(-1, 1), list.DeleteSetting(3),
+                            list.DeleteSetting(-1)),
+            std::make_tuple(0, 0, 0, 0));
   EXPECT_EQ(list.DeleteSetting(1), 1);
   EXPECT_EQ(Targets(list), (std::vector<double>{3, 1}));
-  EXPECT_EQ(list.GetSetting(2), nullptr);
-  EXPECT_EQ(list.GetSetting(-1), nullptr);
+  EXPECT_EQ(std::make_tuple(list.GetSetting(2), list.GetSetting(-1)),
+            std::make_tuple(nullptr, nullptr));
 }
 
 TEST(PeakCalcBaseList, CopiesOwnTheirTargets) {
@@ -100,12 +99,7 @@ TEST(PeakCalc, ClassRecordsNamePeakCalcBaseAsTheCalculatorsBase) {
   }
 }
 
-class CalcPersist : public ::testing::Test {
- protected:
-  void SetUp() override { QXSetAppProfile(&profile_); }
-  void TearDown() override { QXSetAppProfile(nullptr); }
-  QXMemoryProfile profile_;
-};
+using CalcPersist = testing::AppProfileTest;
 
 TEST_F(CalcPersist, SignalToNoiseWritesExactLinesAndRoundTrips) {
   auto saved = WithTargets<SNPeakCalc>(2);
@@ -124,9 +118,9 @@ TEST_F(CalcPersist, SignalToNoiseWritesExactLinesAndRoundTrips) {
     restored.GetSetting(0)->SetFoundX(7.0);
     restored.GetSNSettings("SN", 2, 0.0, 0.0, 0.0, 0.0, text.c_str(), flags);
     EXPECT_EQ(Targets(restored), (std::vector<double>{1, 2}));
-    EXPECT_EQ(restored.GetBaselineX1(), 100.25);
-    EXPECT_EQ(restored.GetBaselineX2(), -3.0);
-    EXPECT_EQ(restored.GetSetting(0)->GetFoundX(), 0.0);
+    EXPECT_EQ(std::make_tuple(restored.GetBaselineX1(), restored.GetBaselineX2(),
+                              restored.GetSetting(0)->GetFoundX()),
+              std::make_tuple(100.25, -3.0, 0.0));
   }
 }
 
@@ -146,8 +140,7 @@ TEST_F(CalcPersist, ResolutionRestoresDefaultsForMissingKeysAndKeepsExtraTargets
   auto res = WithTargets<ResCalcPeakCalc>(4);
   const char* text = "R\\ResCalcPercent=10\r\nR\\ResCalcTargetMass-1=500.5\r\n";
   res.GetResCalcSettings("R", 2, 50, 1000, 250.0, 0.25, text, kQXPersistFromText);
-  EXPECT_EQ(res.GetPercent(), 10);
-  EXPECT_EQ(res.GetMinIntensity(), 1000);
+  EXPECT_EQ(std::make_pair(res.GetPercent(), res.GetMinIntensity()), std::make_pair(10, 1000));
   EXPECT_EQ(Targets(res), (std::vector<double>{250.0, 500.5, 3, 4}));
   double target = 0.0;
   double delta = 0.0;
@@ -171,10 +164,9 @@ TEST(CalcPersistWithoutProfile, NothingIsWrittenOrRead) {
   EXPECT_TRUE(lines.empty());
   sn.GetSNSettings("S", 3, 1.0, 2.0, 3.0, 4.0, "", 0);
   res.GetResCalcSettings("S", 3, 1, 2, 3.0, 4.0, "", 0);
-  EXPECT_EQ(sn.GetNumSettings(), 1);
-  EXPECT_EQ(sn.GetBaselineX1(), 0.0);
-  EXPECT_EQ(res.GetNumSettings(), 1);
-  EXPECT_EQ(res.GetPercent(), 50);
+  EXPECT_EQ(std::make_tuple(sn.GetNumSettings(), sn.GetBaselineX1(), res.GetNumSettings(),
+                            res.GetPercent()),
+            std::make_tuple(1, 0.0, 1, 50));
 }
 
 }  // namespace

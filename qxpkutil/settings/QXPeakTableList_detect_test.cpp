@@ -148,27 +148,24 @@ TEST(DetectionDriver, ThresholdsAndMinimumAreasPickThePeaks) {
   const Signal& s = Peaks();
   const double maxArea = probe.ComputeMaxPeakArea(s.x.data(), s.y.data(), 2000, 1.0);
   ASSERT_GT(maxArea, 0.0);
-  struct Case {
-    int sticks;
-    QXPeakDetectSetting segment;
-    std::vector<double> kept;
-  };
   // Scan thresholds count from 0; the sticks dip to -100, so their rel 50 % is 450. For
   // sticks a minimum area above the threshold raises it, and the percentage is of yMax.
-  for (const Case& c :
-       {Case{0, Segment(0, 0, 45.0), {1000, 470}}, Case{0, Segment(0, 0, 45.0, 480.0), {1000}},
-        Case{0, Segment(0, 0, 10.0), {1000, 470, 430, 200}},
-        Case{0, Segment(0, 0, 10.0, 0.0, 30.0), {1000, 470, 430}},
-        Case{0, Segment(0, 0, 10.0, 0.0, 0.0, 0.45 * maxArea), {1000, 470}},
-        Case{1, Segment(0, 0, 50.0), {1000, 470}},
-        Case{1, Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
-        Case{1, Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}}) {
+  const std::tuple<int, QXPeakDetectSetting, std::vector<double>> cases[] = {
+      {0, Segment(0, 0, 45.0), {1000, 470}},
+      {0, Segment(0, 0, 45.0, 480.0), {1000}},
+      {0, Segment(0, 0, 10.0), {1000, 470, 430, 200}},
+      {0, Segment(0, 0, 10.0, 0.0, 30.0), {1000, 470, 430}},
+      {0, Segment(0, 0, 10.0, 0.0, 0.0, 0.45 * maxArea), {1000, 470}},
+      {1, Segment(0, 0, 50.0), {1000, 470}},
+      {1, Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
+      {1, Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}};
+  for (const auto& [sticks, segment, kept] : cases) {
     Signal data = s;
-    if (c.sticks) data = Signal{{10, 30, 50, 70, 90}, {1000, 470, 430, 200, -100}};
-    QXPeakTableList list = MakeList({c.segment});
-    list.SetCentroidSpecData(c.sticks);
+    if (sticks) data = Signal{{10, 30, 50, 70, 90}, {1000, 470, 430, 200, -100}};
+    QXPeakTableList list = MakeList({segment});
+    list.SetCentroidSpecData(sticks);
     Detect(list, data);
-    EXPECT_EQ(ApexHeights(list.GetPeakTableFromList(0)), c.kept);
+    EXPECT_EQ(ApexHeights(list.GetPeakTableFromList(0)), kept);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <map>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -85,12 +86,7 @@ std::string AsText(const Lines& lines) {
   return text;
 }
 
-class ListPersist : public ::testing::Test {
- protected:
-  void SetUp() override { QXSetAppProfile(&profile_); }
-  void TearDown() override { QXSetAppProfile(nullptr); }
-  QXMemoryProfile profile_;
-};
+using ListPersist = testing::AppProfileTest;
 
 enum class Route { kProfile, kText, kMap };
 
@@ -105,16 +101,13 @@ TEST_P(ListRoundTrip, RestoresEverySegmentAndSwitch) {
                         route == Route::kProfile ? 1 : 0);
 
   QXPeakTableList restored = SavedList(5, 1 - mass);  // replaced, not merged
-  switch (route) {
-    case Route::kProfile:
-      restored.RestoreSettings("App", 2, nullptr, kQXPersistFromProfile);
-      break;
-    case Route::kText:
-      restored.RestoreSettings("App", 2, AsText(lines).c_str(), kQXPersistFromText);
-      break;
-    case Route::kMap:
-      restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
-      break;
+  const std::string text = AsText(lines);
+  if (route == Route::kMap) {
+    restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
+  } else {
+    const bool profile = route == Route::kProfile;
+    restored.RestoreSettings("App", 2, profile ? nullptr : text.c_str(),
+                             profile ? kQXPersistFromProfile : kQXPersistFromText);
   }
   EXPECT_EQ(SegmentFields(restored), Restored({1, 2, 3}, mass != 0));
   EXPECT_EQ(Switches(restored), Switches(saved));
@@ -135,34 +128,18 @@ TEST_F(ListPersist, WritesExactLinesAndProfileEntries) {
   Lines lines{"kept"};
   list.PersistSettings("App", 2, &lines, 1);
 
-  const char* entries[] = {"NumDetectSegments=1",
-                           "DetectRangeX1-0=100.500000",
-                           "DetectRangeX2-0=2000.250000",
-                           "PeakThresholdPct-0=0.500000",
-                           "AbsoluteThreshold-0=1.250000e+03",
-                           "PeakFilterType-0=2",
-                           "PeakFilterWidth-0=7",
-                           "PeakFilterIncrement-0=1",
-                           "MinPeakArea-0=10.000000",
-                           "PctPeakArea-0=1.500000",
-                           "MinPeakWidth-0=5",
-                           "MaxPeakWidth-0=400",
-                           "AutoPeakWidth-0=0",
-                           "PeakIntegrateMethod-0=2",
-                           "NoiseThreshold-0=3.000000",
-                           "PeakCentroidPct-0=40.000000",
-                           "MaxCharge-0=4",
-                           "MaxIsotope-0=20",
-                           "RelMinIntensity-0=0.100000",
-                           "RelMaxIntensity-0=0.900000",
-                           "Mass-Processing-0=1",
-                           "Resolution-0=2000.000000",
-                           "UseResolutionForPkDetect=0",
-                           "GaussianFit=1",
-                           "AutomaticNoiseThreshold=0"};
+  std::istringstream entries(
+      "NumDetectSegments=1 DetectRangeX1-0=100.500000 DetectRangeX2-0=2000.250000 "
+      "PeakThresholdPct-0=0.500000 AbsoluteThreshold-0=1.250000e+03 PeakFilterType-0=2 "
+      "PeakFilterWidth-0=7 PeakFilterIncrement-0=1 MinPeakArea-0=10.000000 "
+      "PctPeakArea-0=1.500000 MinPeakWidth-0=5 MaxPeakWidth-0=400 AutoPeakWidth-0=0 "
+      "PeakIntegrateMethod-0=2 NoiseThreshold-0=3.000000 PeakCentroidPct-0=40.000000 "
+      "MaxCharge-0=4 MaxIsotope-0=20 RelMinIntensity-0=0.100000 RelMaxIntensity-0=0.900000 "
+      "Mass-Processing-0=1 Resolution-0=2000.000000 UseResolutionForPkDetect=0 GaussianFit=1 "
+      "AutomaticNoiseThreshold=0");
   Lines expected{"kept"};
-  for (const char* entry : entries) {
-    expected.push_back(std::string("App\\PeakSettingsTrace-2\\") + entry + "\r\n");
+  for (std::string entry; entries >> entry;) {
+    expected.push_back("App\\PeakSettingsTrace-2\\" + entry + "\r\n");
   }
   EXPECT_EQ(lines, expected);
   const char* section = "App\\PeakSettingsTrace-2";

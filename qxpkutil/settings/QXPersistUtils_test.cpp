@@ -41,14 +41,9 @@ TEST(QXPersistUtils, WriteFormsExactLinesAndTouchesTheProfileOnlyWhenAsked) {
             (Lines{"kept", "App\\Peaks\\MaxCharge=-12", "App\\Peaks\\Name=a b=c", "S\\Empty="}));
 }
 
-struct EntryCase {
-  const char* text;
-  const char* key;
-  const char* value;  // null when the key is not found
-};
-
 TEST(QXPersistUtils, GetEntryReadsTheRestOfTheLineAfterTheFirstMatch) {
-  const EntryCase cases[] = {
+  // text, key, value (null when the key is not found)
+  const std::tuple<const char*, const char*, const char*> cases[] = {
       {"S\\A=1\r\n\r\nS\\K=5.5\r\n\r\n", "S\\K", "5.5"},
       {"S\\K=a b\nS\\L=2", "S\\K", "a b"},
       {"S\\K=abc", "S\\K", "abc"},
@@ -61,10 +56,10 @@ TEST(QXPersistUtils, GetEntryReadsTheRestOfTheLineAfterTheFirstMatch) {
       {"S\\K 1\r\nS\\L=1", "S\\K", nullptr},
       {nullptr, "S\\K", nullptr},
       {"S\\K=1", nullptr, nullptr}};
-  for (const EntryCase& c : cases) {
+  for (const auto& [text, key, value] : cases) {
     std::string out = "untouched";
-    EXPECT_EQ(QXPersistUtils::GetEntry(c.text, c.key, out), c.value != nullptr ? 1 : 0) << c.text;
-    EXPECT_EQ(out, c.value != nullptr ? c.value : "untouched");
+    EXPECT_EQ(QXPersistUtils::GetEntry(text, key, out), value != nullptr ? 1 : 0) << text;
+    EXPECT_EQ(out, value != nullptr ? value : "untouched");
   }
 
   const std::string longKey = "Section\\" + std::string(300, 'k');

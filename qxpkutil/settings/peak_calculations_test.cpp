@@ -1,9 +1,13 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "qxpkutil/peaks/QXPeakTable.h"
@@ -14,8 +18,12 @@
 namespace qxpkutil {
 namespace {
 
+using ::testing::DoubleNear;
+using ::testing::ElementsAre;
 using testing::GaussPeak;
+using ::testing::Gt;
 using testing::MakeSignal;
+using ::testing::Pair;
 using testing::Signal;
 
 // The peak of `s` whose apex is its highest point, bounded `halfWidth` points either side.
@@ -28,14 +36,28 @@ QXPeakTableElement PeakAtMax(const Signal& s, std::uint32_t halfWidth) {
                             s.y[right], right);
 }
 
-// One target at `target` +- `delta`, with stale values that a calculation must replace.
+// A calculator with a target at each of `targets` +- `delta`, every one holding a stale
+// result (123) and found x (456) that a calculation must replace.
 template <class Calc>
-void AddTarget(Calc& calc, double target, double delta) {
-  calc.AddSetting(-1);
-  PeakCalcBase* setting = calc.GetSetting(calc.GetNumSettings() - 1);
-  setting->SetPeakCalcSetting(target, delta);
-  setting->SetResult(123.0);
-  setting->SetFoundX(456.0);
+Calc WithTargets(std::initializer_list<double> targets, double delta) {
+  Calc calc;
+  for (double target : targets) {
+    calc.AddSetting(-1);
+    PeakCalcBase* setting = calc.GetSetting(calc.GetNumSettings() - 1);
+    setting->SetPeakCalcSetting(target, delta);
+    setting->SetResult(123.0);
+    setting->SetFoundX(456.0);
+  }
+  return calc;
+}
+
+// Each target's result and found x.
+std::vector<std::pair<double, double>> Outcomes(const PeakCalcBaseList& calc) {
+  std::vector<std::pair<double, double>> out;
+  for (std::int32_t i = 0; i < calc.GetNumSettings(); ++i) {
+    out.emplace_back(calc.GetSetting(i)->GetResult(), calc.GetSetting(i)->GetFoundX());
+  }
+  return out;
 }
 
 class GaussianResolution : public ::testing::TestWithParam<int> {};
@@ -46,51 +68,42 @@ TEST_P(GaussianResolution, MatchesTheWidthAtThePercentOfTheHeight) {
   const Signal s = MakeSignal(2001, 499.0, 0.001, {GaussPeak{500.0, 1000.0, sigma}});
   QXPeakTable table;
   table.AddPeak(PeakAtMax(s, 400));
-  ResCalcPeakCalc calc;
+  auto calc = WithTargets<ResCalcPeakCalc>({500.0}, 0.5);
   calc.SetPercent(percent);
-  AddTarget(calc, 500.0, 0.5);
-
   ASSERT_EQ(table.DoResCalcOnList(s.x.data(), s.y.data(), &calc), 1);
   // A Gaussian falls to p % of its height at sigma * sqrt(2 ln(100 / p)) from its centre.
-  const double width = 2.0 * sigma * std::sqrt(2.0 * std::log(100.0 / percent));
-  EXPECT_NEAR(calc.GetSetting(0)->GetResult(), 500.0 / width, 0.001 * 500.0 / width);
-  EXPECT_EQ(calc.GetSetting(0)->GetFoundX(), 500.0);
+  const double resolution = 500.0 / (2.0 * sigma * std::sqrt(2.0 * std::log(100.0 / percent)));
+  EXPECT_THAT(Outcomes(calc), ElementsAre(Pair(DoubleNear(resolution, 0.001 * resolution), 500.0)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Percents, GaussianResolution, ::testing::Values(10, 50, 90));
 
-TEST(DoResCalcOnPeak, TheLevelUsesTheSinglePrecisionPercentFactor) {
-  // Exactly 0.01 would put the crossings at 999.75 and 1000.25: resolution 2000. The
-  // single-precision factor lowers the level a little, widens the peak and gives 1999.
-  const double x[] = {999.5, 1000.0, 1000.5};
-  const double y[] = {0.0, 1.0, 0.0};
-  const QXPeakTableElement peak(1000.0, 1.0, 1, 999.5, 0.0, 0, 1000.5, 0.0, 2);
-  std::int32_t result = 0;
-  peak.DoResCalcOnPeak(x, y, 50.0, result);
-  EXPECT_EQ(result, 1999);
-}
-
-TEST(DoResCalcOnPeak, GivesMinusOneAndReadsOnlyInsideTheBounds) {
+TEST(DoResCalcOnPeak, KnownWidthOrMinusOneReadingOnlyInsideTheBounds) {
   struct Case {
     const char* name;
     std::vector<double> x, y;
     std::uint32_t apex, left, right;
+    std::int32_t result;
   };
-  const Case cases[] = {{"left side stays high", {1, 2, 3, 4, 5}, {0, 9, 10, 5, 0}, 2, 1, 4},
-                        {"high at index zero", {1, 2, 3}, {9, 10, 0}, 1, 0, 2},
-                        {"right side stays high", {1, 2, 3}, {0, 10, 9}, 1, 0, 2},
-                        {"apex beyond right bound", {1, 2, 3, 4, 5}, {0, 5, 10, 5, 0}, 4, 0, 3},
-                        {"zero width", {1, 1, 1}, {0, 10, 0}, 1, 0, 2},
-                        {"no rise above the level at the edge", {1, 2, 3}, {0, 0, 0}, 2, 0, 2}};
+  // Exactly 0.01 as the percent factor would put the first case's crossings at 999.75 and
+  // 1000.25: resolution 2000. The single-precision factor lowers the level a little, widens
+  // the peak and gives 1999.
+  const Case cases[] = {{"single-precision level", {999.5, 1000, 1000.5}, {0, 1, 0}, 1, 0, 2, 1999},
+                        {"left side stays high", {1, 2, 3, 4, 5}, {0, 9, 10, 5, 0}, 2, 1, 4, -1},
+                        {"high at index zero", {1, 2, 3}, {9, 10, 0}, 1, 0, 2, -1},
+                        {"right side stays high", {1, 2, 3}, {0, 10, 9}, 1, 0, 2, -1},
+                        {"apex beyond right bound", {1, 2, 3, 4, 5}, {0, 5, 10, 5, 0}, 4, 0, 3, -1},
+                        {"zero width", {1, 1, 1}, {0, 10, 0}, 1, 0, 2, -1},
+                        {"no rise above the level at the edge", {1, 2, 3}, {0, 0, 0}, 2, 0, 2, -1}};
   for (const Case& c : cases) {
     // Copies sized to the bounds, so that a read outside them is caught by the sanitizer.
     const std::vector<double> x(c.x.begin(), c.x.begin() + c.right + 1);
     const std::vector<double> y(c.y.begin(), c.y.begin() + c.right + 1);
     const double apexY = c.apex < y.size() ? y[c.apex] : 10.0;
-    const QXPeakTableElement peak(3.0, apexY, c.apex, 0.0, 0.0, c.left, 0.0, 0.0, c.right);
+    const QXPeakTableElement peak(1000.0, apexY, c.apex, 0.0, 0.0, c.left, 0.0, 0.0, c.right);
     std::int32_t result = 0;
     peak.DoResCalcOnPeak(x.data(), y.data(), 50.0, result);
-    EXPECT_EQ(result, -1) << c.name;
+    EXPECT_EQ(result, c.result) << c.name;
   }
   const QXPeakTableElement peak(3.0, 10.0, 1, 0.0, 0.0, 0, 0.0, 0.0, 2);
   std::int32_t result = 0;
@@ -104,21 +117,12 @@ TEST(DoResCalcOnList, RecordsFoundPeaksAndMeasuresOnlyThoseIntenseEnough) {
   QXPeakTable table;
   table.AddPeak(QXPeakTableElement(100.0, 1000.0, 1000, 99.6, 0.0, 600, 100.4, 0.0, 1400));
   table.AddPeak(QXPeakTableElement(101.5, 40.0, 2500, 101.1, 0.0, 2100, 101.9, 0.0, 2900));
-  ResCalcPeakCalc calc;  // minimum intensity 50
-  AddTarget(calc, 100.0, 0.2);
-  AddTarget(calc, 101.5, 0.2);
-  AddTarget(calc, 103.0, 0.2);
-
+  auto calc = WithTargets<ResCalcPeakCalc>({100.0, 101.5, 103.0}, 0.2);  // minimum apex 50
   EXPECT_EQ(table.DoResCalcOnList(s.x.data(), s.y.data(), &calc), 1);
-  EXPECT_GT(calc.GetSetting(0)->GetResult(), 0.0);
-  EXPECT_EQ(calc.GetSetting(0)->GetFoundX(), 100.0);
-  EXPECT_EQ(calc.GetSetting(1)->GetResult(), -1.0);
-  EXPECT_EQ(calc.GetSetting(1)->GetFoundX(), 101.5);
-  EXPECT_EQ(calc.GetSetting(2)->GetResult(), -1.0);
-  EXPECT_EQ(calc.GetSetting(2)->GetFoundX(), 0.0);
+  EXPECT_THAT(Outcomes(calc),
+              ElementsAre(Pair(Gt(0.0), 100.0), Pair(-1.0, 101.5), Pair(-1.0, 0.0)));
 
-  ResCalcPeakCalc missing;
-  AddTarget(missing, 50.0, 1.0);
+  auto missing = WithTargets<ResCalcPeakCalc>({50.0}, 1.0);
   EXPECT_EQ(table.DoResCalcOnList(s.x.data(), s.y.data(), &missing), 0);
   EXPECT_EQ(missing.GetSetting(0)->GetResult(), -1.0);
   ResCalcPeakCalc empty;
@@ -135,45 +139,35 @@ TEST(DoSignalToNoiseOnList, MatchesThePeakHeightOverTheBaselineNoise) {
                               {.baseline = 100.0, .noiseSigma = noise, .seed = 7});
   QXPeakTable table;
   table.AddPeak(PeakAtMax(s, 20));
-  SNPeakCalc calc;
+  auto calc = WithTargets<SNPeakCalc>({75.0, 20.0}, 1.0);
   calc.SetBaselineX1(5.0);
   calc.SetBaselineX2(55.0);
-  AddTarget(calc, 75.0, 1.0);
-  AddTarget(calc, 20.0, 1.0);
-
   ASSERT_EQ(table.DoSignalToNoiseOnList(s.x.data(), s.y.data(), 2000, &calc), 1);
   EXPECT_NEAR(calc.GetBaseline(), 100.0, 1.0);
   EXPECT_NEAR(calc.GetNoise(), noise, 0.5);
-  EXPECT_NEAR(calc.GetSetting(0)->GetResult(), height / noise, 0.1 * height / noise);
-  EXPECT_NEAR(calc.GetSetting(0)->GetFoundX(), 75.0, 0.1);
-  EXPECT_EQ(calc.GetSetting(1)->GetResult(), -1.0);
-  EXPECT_EQ(calc.GetSetting(1)->GetFoundX(), 0.0);
+  EXPECT_THAT(Outcomes(calc), ElementsAre(Pair(DoubleNear(height / noise, 0.1 * height / noise),
+                                               DoubleNear(75.0, 0.1)),
+                                          Pair(-1.0, 0.0)));
 }
 
 TEST(DoSignalToNoiseOnList, EqualBaselineBoundsGiveTheRawApexIntensity) {
   QXPeakTable table;
   table.AddPeak(QXPeakTableElement(10.0, 750.0, 3));
-  SNPeakCalc calc;
+  auto calc = WithTargets<SNPeakCalc>({10.0}, 1.0);
   calc.SetBaselineX1(4.0);
   calc.SetBaselineX2(4.0);
   calc.SetNoise(9.0);
-  AddTarget(calc, 10.0, 1.0);
   // No measurement happens, so no data is needed.
   EXPECT_EQ(table.DoSignalToNoiseOnList(nullptr, nullptr, 0, &calc), 1);
-  EXPECT_EQ(calc.GetSetting(0)->GetResult(), 750.0);
-  EXPECT_EQ(calc.GetBaseline(), 0.0);
-  EXPECT_EQ(calc.GetNoise(), 1.0);
-
-  const QXPeakTableElement& peak = *table.GetPeak(0);
-  EXPECT_EQ(peak.DoSigToNoiseOnPeak(50.0, 0.0), 700.0);
-  EXPECT_EQ(peak.DoSigToNoiseOnPeak(50.0, 7.0), 100.0);
+  EXPECT_EQ(std::make_tuple(calc.GetSetting(0)->GetResult(), calc.GetBaseline(), calc.GetNoise()),
+            std::make_tuple(750.0, 0.0, 1.0));
+  EXPECT_EQ(table.GetPeak(0)->DoSigToNoiseOnPeak(50.0, 0.0), 700.0);
+  EXPECT_EQ(table.GetPeak(0)->DoSigToNoiseOnPeak(50.0, 7.0), 100.0);
 }
 
 TEST(DoSignalToNoiseOnList, FailsWithoutPeaksOrMeasurementAndLeavesTheTargets) {
   const Signal s = MakeSignal(100, 0.0, 1.0, {}, {.baseline = 10.0, .noiseSigma = 1.0});
-  SNPeakCalc calc;
-  AddTarget(calc, 10.0, 1.0);
-  calc.SetBaselineX1(0.0);
+  auto calc = WithTargets<SNPeakCalc>({10.0}, 1.0);
   calc.SetBaselineX2(50.0);
   QXPeakTable noPeaks;
   EXPECT_EQ(noPeaks.DoSignalToNoiseOnList(s.x.data(), s.y.data(), 100, &calc), 0);
@@ -184,8 +178,7 @@ TEST(DoSignalToNoiseOnList, FailsWithoutPeaksOrMeasurementAndLeavesTheTargets) {
   calc.SetBaselineX1(std::numeric_limits<double>::quiet_NaN());
   EXPECT_EQ(table.DoSignalToNoiseOnList(s.x.data(), s.y.data(), 100, &calc), 0);
   EXPECT_EQ(table.DoSignalToNoiseOnList(s.x.data(), s.y.data(), 100, nullptr), 0);
-  EXPECT_EQ(calc.GetSetting(0)->GetResult(), 123.0);
-  EXPECT_EQ(calc.GetSetting(0)->GetFoundX(), 456.0);
+  EXPECT_THAT(Outcomes(calc), ElementsAre(Pair(123.0, 456.0)));
 }
 
 }  // namespace
