@@ -27,6 +27,8 @@
 
 #include "qxpkutil/labels/QXUserPkLabels.h"
 
+#include "qxpkutil/detect/PeakDetection.h"
+
 #include "qxpkutil/ui/CChroPkDetectSetupDlg.h"
 #include "qxpkutil/ui/QXDataExchange.h"
 #include "qxpkutil/ui/QXPeakDetectDlgSetup.h"
