@@ -103,7 +103,7 @@ class MatchedFilter {
   double At(std::int32_t i, const Region& r) {
     double& value = memo_[static_cast<std::size_t>(i)];
     if (!std::isnan(value)) return value;
-    const std::vector<double>& g = Kernel(m_.PointsPerFwhm(i, x_[i]));
+    const std::vector<double>& g = KernelAt(i);
     const auto half = static_cast<std::int32_t>(g.size() / 2);
     double num = 0.0, den = 0.0;
     const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
@@ -118,13 +118,20 @@ class MatchedFilter {
   }
   // The standard deviation of At(i) for white noise of `sigma`.
   double Spread(std::int32_t i, double sigma) {
-    const std::vector<double>& g = Kernel(m_.PointsPerFwhm(i, x_[i]));
+    const std::vector<double>& g = KernelAt(i);
     double den = 0.0;
     for (double w : g) den += w * w;
     return sigma / std::sqrt(den);
   }
 
  private:
+  // One kernel per block of the model, chosen on first use.
+  const std::vector<double>& KernelAt(std::int32_t i) {
+    const auto b = static_cast<std::size_t>(i / m_.block);
+    if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
+    if (blockKernel_[b] == nullptr) blockKernel_[b] = &Kernel(m_.ppf_[b]);
+    return *blockKernel_[b];
+  }
   const std::vector<double>& Kernel(double ppf) {
     const int key = static_cast<int>(std::lround(std::min(ppf, 4000.0) * 4.0));
     auto found = kernels_.find(key);
@@ -142,7 +149,8 @@ class MatchedFilter {
   const SignalModel& m_;
   const std::vector<double>& baseline_;
   std::vector<double> memo_;
-  std::unordered_map<int, std::vector<double>> kernels_;
+  std::unordered_map<int, std::vector<double>> kernels_;  // node-based: pointers stay valid
+  std::vector<const std::vector<double>*> blockKernel_;
 };
 
 struct Found {
@@ -379,13 +387,15 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     for (std::int32_t seed : seeds) {
       std::size_t region = 0;
       const Region* r = RegionOf(model.regions, seed, region);
-      if (r == nullptr) continue;
+      // A seed whose own point is not clearly above the baseline is noise: no peak of
+      // the wanted S/N has its highest point that low.
+      if (r == nullptr || y[seed] - baseline[seed] < 0.5 * options.snr * model.NoiseAt(seed)) continue;
       const std::int32_t top = Climb(first, *r, seed);
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
       tops.push_back(top);
       if (strength < options.snr * noise) continue;
-      const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top, x[top])));
+      const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top)));
       const std::int32_t lo = Bound(first, *r, top, -1, limit), hi = Bound(first, *r, top, +1, limit);
       std::fill(exclude.begin() + lo, exclude.begin() + hi + 1, std::uint8_t{1});
     }
@@ -430,7 +440,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   for (std::size_t k = 0; k < peaks.size(); ++k) {
     Found& f = peaks[k];
     const Region& r = model.regions[f.region];
-    const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(f.top, x[f.top])));
+    const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(f.top)));
     f.left = Bound(mf, r, f.top, -1, limit);
     f.right = Bound(mf, r, f.top, +1, limit);
   }
@@ -456,7 +466,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       if (!model.missing[i] && y[i] - baseline[i] > y[apex] - baseline[apex]) apex = i;
     }
     // The raw top near the filter's top: the highest point within a third of a width.
-    const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top, x[f.top]) / 3.0));
+    const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
     std::int32_t top = f.top;
     for (std::int32_t i = std::max(f.left, f.top - near); i <= std::min(f.right, f.top + near); ++i) {
       if (y[i] > y[top]) top = i;
