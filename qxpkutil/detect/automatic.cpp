@@ -92,13 +92,14 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
-// Least-squares height of a Gaussian of the local width centred on point i, over the
-// region; memoised, since neighbouring seeds ask for the same points.
+// Least-squares height of a Gaussian of `scale` times the local width centred on point i,
+// over the region; memoised, since neighbouring seeds ask for the same points. At scale 1
+// it is the matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
 class MatchedFilter {
  public:
   MatchedFilter(std::span<const double> x, std::span<const double> y, const SignalModel& m,
-                const std::vector<double>& baseline)
-      : x_(x), y_(y), m_(m), baseline_(baseline), memo_(x.size(), std::nan("")) {}
+                const std::vector<double>& baseline, double scale = 1.0)
+      : x_(x), y_(y), m_(m), baseline_(baseline), scale_(scale), memo_(x.size(), std::nan("")) {}
 
   double At(std::int32_t i, const Region& r) {
     double& value = memo_[static_cast<std::size_t>(i)];
@@ -113,6 +114,9 @@ class MatchedFilter {
       num += w * (y_[j] - baseline_[j]);
       den += w * w;
     }
+    // Thresholded data: the absent points were below the threshold, near the baseline, so
+    // they count in the fit as baseline points.
+    if (m_.thresholded) den = full_[&g];
     value = den > 0.0 ? num / den : 0.0;
     return value;
   }
@@ -129,7 +133,7 @@ class MatchedFilter {
   const std::vector<double>& KernelAt(std::int32_t i) {
     const auto b = static_cast<std::size_t>(i / m_.block);
     if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
-    if (blockKernel_[b] == nullptr) blockKernel_[b] = &Kernel(m_.ppf_[b]);
+    if (blockKernel_[b] == nullptr) blockKernel_[b] = &Kernel(m_.ppf_[b] * scale_);
     return *blockKernel_[b];
   }
   const std::vector<double>& Kernel(double ppf) {
@@ -142,22 +146,28 @@ class MatchedFilter {
     for (std::int32_t k = -half; k <= half; ++k) {
       g[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
     }
-    return kernels_.emplace(key, std::move(g)).first->second;
+    const std::vector<double>& kept = kernels_.emplace(key, std::move(g)).first->second;
+    double full = 0.0;
+    for (double w : kept) full += w * w;
+    full_[&kept] = full;
+    return kept;
   }
 
   std::span<const double> x_, y_;
   const SignalModel& m_;
   const std::vector<double>& baseline_;
+  double scale_;
   std::vector<double> memo_;
   std::unordered_map<int, std::vector<double>> kernels_;  // node-based: pointers stay valid
   std::vector<const std::vector<double>*> blockKernel_;
+  std::unordered_map<const std::vector<double>*, double> full_;  // sum of squares per kernel
 };
 
 struct Found {
-  std::int32_t top;      // local maximum of the matched filter
+  std::int32_t top;      // local maximum of the narrow (shape) filter
   std::int32_t left, right;
   std::size_t region;
-  double strength;       // matched-filter height at the top
+  double strength;       // matched-filter height near the top
   double noise;
 };
 
@@ -404,12 +414,16 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     seeds.swap(tops);
   }
   MatchedFilter mf(x, y, model, baseline);
+  MatchedFilter shape(x, y, model, baseline, 0.5);
   for (std::int32_t seed : seeds) {
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
-    const std::int32_t top = Climb(mf, *r, seed);
+    const std::int32_t top = Climb(shape, *r, Climb(mf, *r, seed));
+    // The strength is the matched filter's own top, if it lies near the shape's top.
+    std::int32_t strongest = Climb(mf, *r, top);
+    if (std::abs(strongest - top) > model.PointsPerFwhm(top) / 2.0) strongest = top;
     const double noise = model.NoiseAt(top);
-    const double strength = mf.At(top, *r);
+    const double strength = mf.At(strongest, *r);
     if (strength < options.snr * noise) continue;
     found.push_back({top, top, top, region, strength, noise});
   }
@@ -418,17 +432,17 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                           [](const Found& a, const Found& b) { return a.top == b.top; }),
               found.end());
 
-  // Neighbouring tops without a real valley between them are one peak.
+  // Neighbouring tops without a real valley between them in the shape filter are one peak.
   std::vector<Found> peaks;
   for (const Found& f : found) {
     if (!peaks.empty() && peaks.back().region == f.region) {
       Found& prev = peaks.back();
       const Region& r = model.regions[f.region];
       double valley = INFINITY;
-      for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, mf.At(i, r));
-      const double lower = std::min(prev.strength, f.strength);
+      for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
+      const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
       const double depth = lower - valley;
-      if (depth < 3.0 * mf.Spread(f.top, f.noise) + 0.05 * lower) {
+      if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
         if (f.strength > prev.strength) prev = f;
         continue;
       }
@@ -451,7 +465,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     const Region& r = model.regions[b.region];
     std::int32_t valley = a.top;
     for (std::int32_t i = a.top; i <= b.top; ++i) {
-      if (mf.At(i, r) < mf.At(valley, r)) valley = i;
+      if (shape.At(i, r) < shape.At(valley, r)) valley = i;
     }
     a.right = std::min(a.right, valley);
     b.left = std::max(b.left, valley);

@@ -39,6 +39,10 @@ class SignalModel {
 
   std::vector<Region> regions;
   std::vector<std::uint8_t> missing;  // 1 for a zero-filled point that carries no signal
+  // Most of the sampling grid is absent (zeros or x gaps): the instrument stored only the
+  // points above a threshold. The baseline is then 0 and the noise comes from how often
+  // the noise alone crosses the threshold.
+  bool thresholded = false;
   double fwhm_ref = 0.0;
   double x_ref = 1.0;
   double exponent = 0.0;
