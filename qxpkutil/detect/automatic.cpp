@@ -205,6 +205,45 @@ std::int32_t Bound(MatchedFilter& mf, const Region& r, std::int32_t top, int ste
   return i;
 }
 
+// A top of a filtered signal with the valleys either side. Wiggles smaller than
+// `tolerance` do not end a flank, so noise on a broad top does not split it.
+struct Hill {
+  std::int32_t top, left, right;
+  bool leftRises = false, rightRises = false;  // the flank ends where the signal rises again
+};
+
+std::int32_t Valley(MatchedFilter& f, const Region& r, std::int32_t top, int step,
+                    double tolerance, std::int32_t limit, bool& rises) {
+  std::int32_t lowest = top;
+  rises = false;
+  for (std::int32_t i = top + step, k = 0; i >= r.begin && i < r.end && k < limit; i += step, ++k) {
+    const double v = f.At(i, r);
+    if (v < f.At(lowest, r)) lowest = i;
+    if (v <= 0.0) break;
+    if (v > f.At(lowest, r) + tolerance) {
+      rises = true;
+      break;
+    }
+  }
+  return lowest;
+}
+
+Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tolerance,
+               std::int32_t limit) {
+  Hill hill{Climb(f, r, seed), seed, seed};
+  for (int round = 0; round < 8; ++round) {
+    hill.left = Valley(f, r, hill.top, -1, tolerance, limit, hill.leftRises);
+    hill.right = Valley(f, r, hill.top, +1, tolerance, limit, hill.rightRises);
+    std::int32_t highest = hill.top;
+    for (std::int32_t i = hill.left; i <= hill.right; ++i) {
+      if (f.At(i, r) > f.At(highest, r)) highest = i;
+    }
+    if (highest == hill.top) break;
+    hill.top = highest;
+  }
+  return hill;
+}
+
 void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
   for (long k = 0; k < table.GetNumPeaks(); ++k) {
     seeds.push_back(static_cast<std::int32_t>(table.GetPeak(k)->m_nApexIndex));
@@ -403,7 +442,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       const std::int32_t top = Climb(first, *r, seed);
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
-      tops.push_back(top);
+      tops.push_back(seed);
       if (strength < options.snr * noise) continue;
       const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top)));
       const std::int32_t lo = Bound(first, *r, top, -1, limit), hi = Bound(first, *r, top, +1, limit);
@@ -418,14 +457,22 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   for (std::int32_t seed : seeds) {
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
-    const std::int32_t top = Climb(shape, *r, Climb(mf, *r, seed));
-    // The strength is the matched filter's own top, if it lies near the shape's top.
-    std::int32_t strongest = Climb(mf, *r, top);
-    if (std::abs(strongest - top) > model.PointsPerFwhm(top) / 2.0) strongest = top;
-    const double noise = model.NoiseAt(top);
-    const double strength = mf.At(strongest, *r);
+    const double noise = model.NoiseAt(seed);
+    const double ppf = model.PointsPerFwhm(seed);
+    const Hill hill = ClimbHill(shape, *r, seed, 3.0 * shape.Spread(seed, noise),
+                                static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
+    // The strength is the matched filter near the shape's top, above the lower of the two
+    // valleys: a peak on the tail of a larger one counts by its own height.
+    std::int32_t strongest = Climb(mf, *r, hill.top);
+    if (std::abs(strongest - hill.top) > ppf / 2.0) strongest = hill.top;
+    auto side = [&](std::int32_t valley, bool rises) {
+      const double v = mf.At(valley, *r);
+      return rises && v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
+    };
+    const double floor = std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
+    const double strength = mf.At(strongest, *r) - floor;
     if (strength < options.snr * noise) continue;
-    found.push_back({top, top, top, region, strength, noise});
+    found.push_back({hill.top, hill.top, hill.top, region, strength, noise});
   }
   std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
   found.erase(std::unique(found.begin(), found.end(),
@@ -442,6 +489,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
       const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
       const double depth = lower - valley;
+      if (getenv("QX_DEBUG") && std::fabs(x[f.top] - atof(getenv("QX_DEBUG"))) < 30) fprintf(stderr, "pair %.2f %.2f depth %.1f lower %.1f spread %.1f\n", x[prev.top], x[f.top], depth, lower, shape.Spread(f.top, f.noise));
       if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
         if (f.strength > prev.strength) prev = f;
         continue;
