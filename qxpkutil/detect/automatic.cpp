@@ -454,13 +454,21 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   }
   MatchedFilter mf(x, y, model, baseline);
   MatchedFilter shape(x, y, model, baseline, 0.5);
-  for (std::int32_t seed : seeds) {
+  // Every hill that passes also sends seeds over its valleys, so a neighbour the scan did
+  // not report as a peak of its own (a shoulder, a peak on a tail) is still climbed.
+  std::vector<std::uint8_t> visited(static_cast<std::size_t>(n), 0);
+  while (!seeds.empty()) {
+    const std::int32_t seed = seeds.back();
+    seeds.pop_back();
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
+    if (r == nullptr) continue;
     const double noise = model.NoiseAt(seed);
     const double ppf = model.PointsPerFwhm(seed);
     const Hill hill = ClimbHill(shape, *r, seed, 3.0 * shape.Spread(seed, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
+    if (visited[hill.top]) continue;
+    visited[hill.top] = 1;
     // The strength is the matched filter near the shape's top, above the lower of the two
     // valleys: a peak on the tail of a larger one counts by its own height.
     std::int32_t strongest = Climb(mf, *r, hill.top);
@@ -472,7 +480,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     const double floor = std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
     const double strength = mf.At(strongest, *r) - floor;
     if (strength < options.snr * noise) continue;
-    found.push_back({hill.top, hill.top, hill.top, region, strength, noise});
+    found.push_back({hill.top, hill.left, hill.right, region, strength, noise});
+    if (hill.leftRises && hill.left > r->begin) seeds.push_back(hill.left - 1);
+    if (hill.rightRises && hill.right + 1 < r->end) seeds.push_back(hill.right + 1);
   }
   std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
   found.erase(std::unique(found.begin(), found.end(),
@@ -491,21 +501,17 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       const double depth = lower - valley;
       if (getenv("QX_DEBUG") && std::fabs(x[f.top] - atof(getenv("QX_DEBUG"))) < 30) fprintf(stderr, "pair %.2f %.2f depth %.1f lower %.1f spread %.1f\n", x[prev.top], x[f.top], depth, lower, shape.Spread(f.top, f.noise));
       if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
+        const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
         if (f.strength > prev.strength) prev = f;
+        prev.left = left;
+        prev.right = right;
         continue;
       }
     }
     peaks.push_back(f);
   }
 
-  // Bounds: down the flanks of the filtered signal, meeting at the valley between peaks.
-  for (std::size_t k = 0; k < peaks.size(); ++k) {
-    Found& f = peaks[k];
-    const Region& r = model.regions[f.region];
-    const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(f.top)));
-    f.left = Bound(mf, r, f.top, -1, limit);
-    f.right = Bound(mf, r, f.top, +1, limit);
-  }
+  // Bounds: the hills' valleys, meeting at the lowest point between neighbours.
   for (std::size_t k = 1; k < peaks.size(); ++k) {
     Found& a = peaks[k - 1];
     Found& b = peaks[k];
