@@ -166,6 +166,7 @@ class MatchedFilter {
 struct Found {
   std::int32_t top;      // local maximum of the narrow (shape) filter
   std::int32_t left, right;
+  std::int32_t strongest;  // the matched filter's top near it
   std::size_t region;
   double strength;       // matched-filter height near the top
   double noise;
@@ -250,7 +251,7 @@ void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
   }
 }
 
-// Weighted least-squares parabola through ln(y - b) of the points above 60 % of the top:
+// Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
 bool FitLogParabola(std::span<const double> x, std::span<const double> y,
                     const std::vector<double>& b, std::int32_t top, std::int32_t lo,
@@ -258,8 +259,8 @@ bool FitLogParabola(std::span<const double> x, std::span<const double> y,
   const double peak = y[top] - b[top];
   if (!(peak > 0.0)) return false;
   std::int32_t l = top, h = top;
-  while (l > lo && y[l - 1] - b[l - 1] >= 0.6 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && y[h + 1] - b[h + 1] >= 0.6 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && y[l - 1] - b[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && y[h + 1] - b[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
@@ -480,7 +481,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     const double floor = std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
     const double strength = mf.At(strongest, *r) - floor;
     if (strength < options.snr * noise) continue;
-    found.push_back({hill.top, hill.left, hill.right, region, strength, noise});
+    found.push_back({hill.top, hill.left, hill.right, strongest, region, strength, noise});
     if (hill.leftRises && hill.left > r->begin) seeds.push_back(hill.left - 1);
     if (hill.rightRises && hill.right + 1 < r->end) seeds.push_back(hill.right + 1);
   }
@@ -556,9 +557,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       p.height = height;
       p.fwhm = fwhm;
     } else {
-      // Gaussian interpolation of the filtered signal around its top.
+      // Gaussian interpolation of the matched filter around its own top.
       const Region& r = model.regions[f.region];
-      const std::int32_t t = f.top;
+      const std::int32_t t = f.strongest;
       p.centroid_x = x[t];
       if (t > r.begin && t + 1 < r.end) {
         const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
