@@ -4,7 +4,6 @@
 // every peak in physical terms (S/N, FWHM, centroid), then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <unordered_map>
 
@@ -500,7 +499,6 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
       const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
       const double depth = lower - valley;
-      if (getenv("QX_DEBUG") && std::fabs(x[f.top] - atof(getenv("QX_DEBUG"))) < 30) fprintf(stderr, "pair %.2f %.2f depth %.1f lower %.1f spread %.1f\n", x[prev.top], x[f.top], depth, lower, shape.Spread(f.top, f.noise));
       if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
         const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
         if (f.strength > prev.strength) prev = f;
