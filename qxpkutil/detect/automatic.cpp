@@ -438,7 +438,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       const Region* r = RegionOf(model.regions, seed, region);
       // A seed whose own point is not clearly above the baseline is noise: no peak of
       // the wanted S/N has its highest point that low.
-      if (r == nullptr || y[seed] - baseline[seed] < 0.5 * options.snr * model.NoiseAt(seed)) continue;
+      if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
       const std::int32_t top = Climb(first, *r, seed);
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
