@@ -220,7 +220,7 @@ bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const Sc
 
 }  // namespace
 
-long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
+std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
                             double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
                             double dMinArea, int /*nReserved*/, int nMaxPeakWidth,
                             double dNoiseThreshold, double dCentroidPct, int nIntegrationMethod,
@@ -252,7 +252,7 @@ long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, d
   return GetNumPeaks();
 }
 
-long QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n,
+std::int32_t QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n,
                             double dAreaScale, double dThreshold, int nFilterType,
                             int nFilterWidth, int nFilterInc, double dMinArea, int /*nReserved*/,
                             int nMaxPeakWidth, double dNoiseThreshold, double dCentroidPct,

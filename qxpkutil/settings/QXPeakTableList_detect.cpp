@@ -47,7 +47,7 @@ std::optional<double> AutoNoise(int autoSNCalc, const double* y, std::uint32_t n
 // One trial search of segment `s` into `table` with filter increment 1, no finishing step and
 // no Gaussian fit; when it finds nothing it runs again with the widest peak-width limit.
 // Returns the table's peak count.
-long TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint32_t n,
+std::int32_t TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint32_t n,
                  double areaScale, double threshold, const QXPeakDetectSetting& s,
                  int massProcessing, double startX, double endX) {
   const auto search = [&](int maxPeakWidth) {
@@ -57,7 +57,7 @@ long TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint
         s.GetIntegratedMethod(), massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
         s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), 0, startX, endX, 0);
   };
-  const long found = search(s.GetMaxPeakWidth());
+  const std::int32_t found = search(s.GetMaxPeakWidth());
   return found > 0 ? found : search(kTrialRetryMaxPeakWidth);
 }
 
@@ -72,9 +72,9 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, int massProc
   for (QXPeakDetectSetting& s : segments) {
     trial.DeleteAllPeaks();
     if (noise) s.SetNoiseThreshold(*noise);
-    const long found = TrialSearch(trial, x, y, n, areaScale, s.GetAbsThreshold(), s,
+    const std::int32_t found = TrialSearch(trial, x, y, n, areaScale, s.GetAbsThreshold(), s,
                                    massProcessing, s.GetRangeX1(), s.GetRangeX2());
-    for (long i = 0; i < found; ++i) largest = std::max(largest, trial.GetPeak(i)->m_dArea);
+    for (std::int32_t i = 0; i < found; ++i) largest = std::max(largest, trial.GetPeak(i)->m_dArea);
   }
   return largest;
 }
@@ -84,9 +84,9 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, int massProc
 // found by two segments has its copies side by side and the later segment's copy is the one
 // that duplicate removal keeps.
 void RestoreApexXOrder(QXPeakTable& table) {
-  const long count = table.GetNumPeaks();
+  const std::int32_t count = table.GetNumPeaks();
   bool ordered = true;
-  for (long i = 1; i < count && ordered; ++i) {
+  for (std::int32_t i = 1; i < count && ordered; ++i) {
     ordered = !(table.GetPeak(i)->m_dApexX < table.GetPeak(i - 1)->m_dApexX);
   }
   if (ordered) return;
