@@ -16,6 +16,7 @@
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/peaks/scan_internal.h"
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 
@@ -63,20 +64,34 @@ std::int32_t TrialSearch(QXPeakTable& table, const double* x, const double* y, s
 
 // The largest area that a trial search of each segment over its own range finds, at the
 // segment's absolute threshold and minimum area; 0.0 when none finds a peak. `noise`, when
-// set, first becomes every segment's NoiseThreshold.
-double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, int massProcessing,
-                        const double* x, const double* y, std::uint32_t n, double areaScale,
+// set, first becomes every segment's NoiseThreshold. The trial's peaks are only counted
+// and their areas compared, never stored: a trial without finishing step leaves nothing
+// else behind, so this is what searching into a scratch table would give.
+double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double* x,
+                        const double* y, std::uint32_t n, double areaScale,
                         std::optional<double> noise) {
   double largest = 0.0;
-  QXPeakTable trial;
   for (QXPeakDetectSetting& s : segments) {
-    trial.DeleteAllPeaks();
     if (noise) s.SetNoiseThreshold(*noise);
-    const std::int32_t found = TrialSearch(trial, x, y, n, areaScale, s.GetAbsThreshold(), s,
-                                   massProcessing, s.GetRangeX1(), s.GetRangeX2());
-    for (std::int32_t i = 0; i < found; ++i) largest = std::max(largest, trial.GetPeak(i)->m_dArea);
+    const auto summarise = [&](int maxPeakWidth) {
+      return peaks_detail::SummariseScan(
+          x, y, n, areaScale, s.GetAbsThreshold(), s.GetFilterType(), s.GetFilterWidth(), 1,
+          s.GetMinPeakArea(), maxPeakWidth, s.GetNoiseThreshold(), s.GetIntegratedMethod(),
+          s.GetRangeX1(), s.GetRangeX2());
+    };
+    peaks_detail::ScanSummary trial = summarise(s.GetMaxPeakWidth());
+    if (trial.found <= 0) trial = summarise(kTrialRetryMaxPeakWidth);
+    largest = std::max(largest, trial.largestArea);
   }
   return largest;
+}
+
+// True when no area of a trial search can overflow to infinity: every area is a sum of at
+// most n intensities less a baseline that stays within the intensities, scaled.
+bool AreasStayFinite(const double* y, std::uint32_t n, double areaScale) {
+  const auto [lo, hi] = std::minmax_element(y, y + n);
+  const double largest = std::max(std::fabs(*lo), std::fabs(*hi));
+  return 2.0 * static_cast<double>(n) * largest * std::fabs(areaScale) < 1e300;
 }
 
 // Segments that overlap or come out of x order leave the table out of apex-x order although
@@ -109,15 +124,22 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
   // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
   const double minY = std::min(0.0, *std::min_element(y, y + n));
   const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
-  // Only scan segments take a minimum area derived from the largest trial area; without
-  // one the trial searches would change nothing but the noise thresholds set below anyway.
-  const bool scanSegment =
+  // The trial searches and the real ones run the same windows over the same data.
+  const peaks_detail::SharedWindowMeans sharedMeans(y, n);
+  // Only scan segments take a minimum area derived from the largest trial area, and only
+  // through a non-zero area percentage (a finite largest area times 0 is 0). Without such
+  // a segment the trial searches would change nothing but the noise thresholds, which are
+  // set below anyway.
+  const bool areaMatters =
       !m_bCentroidSpecData &&
       std::any_of(m_arrDetectSettings.begin(), m_arrDetectSettings.end(),
-                  [](const QXPeakDetectSetting& s) { return s.GetDivisor() == kQXUnsetValue; });
-  const double maxArea = scanSegment ? LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x,
-                                                        y, n, dAreaScale, noise)
-                                     : 0.0;
+                  [](const QXPeakDetectSetting& s) {
+                    return s.GetDivisor() == kQXUnsetValue && !(s.GetPctPeakArea() == 0.0);
+                  });
+  const double maxArea =
+      areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(y, n, dAreaScale))
+          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise)
+          : 0.0;
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
@@ -173,7 +195,8 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
 double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std::uint32_t n,
                                            double dAreaScale) {
   if (!UsableData(x, y, n) || !std::isfinite(dAreaScale)) return 0.0;
-  return LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x, y, n, dAreaScale,
+  const peaks_detail::SharedWindowMeans sharedMeans(y, n);
+  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale,
                           AutoNoise(m_bAutoSNCalc, y, n));
 }
 
