@@ -35,6 +35,28 @@ bool AllFinite(const double* v, std::uint32_t n) {
   return std::all_of(v, v + n, [](double d) { return std::isfinite(d); });
 }
 
+// The lowest of n >= 1 values, or nothing when one is not finite: one pass that keeps four
+// running minima (which the compiler can vectorise). Which of two equal zeros comes out
+// does not matter to the callers, which compare it with 0.0.
+std::optional<double> LowestIfFinite(const double* v, std::uint32_t n) {
+  double lo[4] = {v[0], v[0], v[0], v[0]};
+  bool finite = true;
+  std::uint32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    for (int k = 0; k < 4; ++k) lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
+    // x - x is 0 for finite x and NaN otherwise, so the sum is 0 only when all four are.
+    finite &= (v[i] - v[i]) + (v[i + 1] - v[i + 1]) + (v[i + 2] - v[i + 2]) +
+                  (v[i + 3] - v[i + 3]) ==
+              0.0;
+  }
+  for (; i < n; ++i) {
+    lo[0] = v[i] < lo[0] ? v[i] : lo[0];
+    finite &= std::isfinite(v[i]);
+  }
+  if (!finite || !std::isfinite(lo[0])) return std::nullopt;
+  return std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3]));
+}
+
 // Data a search can run on: both arrays present, at least one point, every value finite.
 bool UsableData(const double* x, const double* y, std::uint32_t n) {
   return x != nullptr && y != nullptr && n > 0 && AllFinite(x, n) && AllFinite(y, n);
@@ -117,12 +139,14 @@ void RestoreApexXOrder(QXPeakTable& table) {
 std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::uint32_t n,
                                         double yMax, double dAreaScale, std::int32_t table) {
   QXPeakTable* target = GetPeakTableFromList(table);
-  if (target == nullptr || !UsableData(x, y, n) || !std::isfinite(yMax) ||
-      !std::isfinite(dAreaScale)) {
+  if (target == nullptr || x == nullptr || y == nullptr || n == 0 || !AllFinite(x, n) ||
+      !std::isfinite(yMax) || !std::isfinite(dAreaScale)) {
     return kNoSearch;
   }
   // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
-  const double minY = std::min(0.0, *std::min_element(y, y + n));
+  const std::optional<double> lowest = LowestIfFinite(y, n);
+  if (!lowest) return kNoSearch;
+  const double minY = std::min(0.0, *lowest);
   const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
   // The trial searches and the real ones run the same windows over the same data.
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
