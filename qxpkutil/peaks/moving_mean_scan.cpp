@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <new>
 #include <type_traits>
 #include <vector>
@@ -42,7 +43,7 @@ struct MeanBlock {
   int width = 0;
   std::int64_t lo = 0;
   std::int64_t hi = 0;
-  std::vector<double> means;  // means[i - lo]
+  std::unique_ptr<double[]> means;  // means[i - lo], filled as the block widens
 };
 
 template <class YValue>
@@ -63,19 +64,17 @@ bool CoverRange(MeanBlock& block, const YValue* y, std::int64_t lo, std::int64_t
   if (block.hi > block.lo && block.lo <= lo && hi <= block.hi) return true;
   const std::int64_t newLo = block.hi > block.lo ? std::min(lo, block.lo) : lo;
   const std::int64_t newHi = block.hi > block.lo ? std::max(hi, block.hi) : hi;
-  std::vector<double> means;
-  try {
-    means.resize(static_cast<std::size_t>(newHi - newLo));
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
+  // Left uninitialised: every slot is written below, and zeroing megabytes costs time.
+  const auto count = static_cast<std::size_t>(newHi - newLo);
+  std::unique_ptr<double[]> means(new (std::nothrow) double[count]);
+  if (!means) return false;
   if (block.hi > block.lo) {
-    std::copy(block.means.begin(), block.means.end(), means.begin() + (block.lo - newLo));
-    ComputeMeans(y, block.kind, block.width, newLo, block.lo, means.data());
-    ComputeMeans(y, block.kind, block.width, block.hi, newHi,
-                 means.data() + (block.hi - newLo));
+    std::copy(block.means.get(), block.means.get() + (block.hi - block.lo),
+              means.get() + (block.lo - newLo));
+    ComputeMeans(y, block.kind, block.width, newLo, block.lo, means.get());
+    ComputeMeans(y, block.kind, block.width, block.hi, newHi, means.get() + (block.hi - newLo));
   } else {
-    ComputeMeans(y, block.kind, block.width, newLo, newHi, means.data());
+    ComputeMeans(y, block.kind, block.width, newLo, newHi, means.get());
   }
   block.lo = newLo;
   block.hi = newHi;
@@ -129,7 +128,7 @@ const MeanBlock* CoveredMeans(const YValue* y, std::uint32_t n, int kind, int wi
       }
       if (block == nullptr && fill) {
         try {
-          store->blocks.push_back({kind, width, 0, 0, {}});
+          store->blocks.push_back({kind, width, 0, 0, nullptr});
         } catch (const std::bad_alloc&) {
           return nullptr;
         }
@@ -277,7 +276,7 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
   const int kind = m_s.filterType == 0 ? 0 : 1;
   if (const MeanBlock* block = CoveredMeans(m_y, m_n, kind, m_s.filterWidth, first,
                                             last - width + 1, inc == 1, m_localMeans)) {
-    m_means = block->means.data();
+    m_means = block->means.get();
     m_meansLo = block->lo;
     m_meansHi = block->hi;
   }
