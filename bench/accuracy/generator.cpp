@@ -442,7 +442,8 @@ void Threshold(Trace& t, const std::function<double(double)>& threshold, bool ze
   for (std::size_t i = 0; i < n; ++i) keep[i] = t.y[i] > threshold(t.x[i]);
   std::vector<double> x, y;
   for (std::size_t i = 0; i < n; ++i) {
-    const bool edge = zeroFill && !keep[i] && ((i > 0 && keep[i - 1]) || (i + 1 < n && keep[i + 1]));
+    const bool edge =
+        zeroFill && !keep[i] && ((i > 0 && keep[i - 1]) || (i + 1 < n && keep[i + 1]));
     if (keep[i] || edge) {
       x.push_back(t.x[i]);
       y.push_back(keep[i] ? t.y[i] : 0.0);

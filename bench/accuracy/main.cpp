@@ -138,7 +138,9 @@ int main(int argc, char** argv) {
       const std::vector<Detection> found = ToDetections(result.peaks);
       const Matching matching = MatchPeaks(trace.truth, found);
       s.Add(trace.truth, found, matching);
-      if (verbose) std::cout << ListMistakes(set.name + '/' + trace.name, trace.truth, found, matching);
+      if (verbose) {
+        std::cout << ListMistakes(set.name + '/' + trace.name, trace.truth, found, matching);
+      }
     }
     scores.push_back(std::move(s));
   }

@@ -214,7 +214,8 @@ std::string ListMistakes(const std::string& trace, const std::vector<TruthPeak>&
     for (const TruthPeak& p : truth) {
       if (!near || std::fabs(d.x - p.x) < std::fabs(d.x - near->x)) near = &p;
     }
-    out += Line("%s\tfalse\tx %.6f\tS/N %.1f", trace.c_str(), d.x, d.snr);
+    out += Line("%s\tfalse\tx %.6f\tS/N %.1f\theight %.4g", trace.c_str(), d.x, d.snr,
+                d.height);
     out += near ? Line("\tnearest true x %.6f (%+.2f FWHM, S/N %.1f%s)\n", near->x,
                        (d.x - near->x) / near->fwhm, near->snr, near->optional ? ", optional" : "")
                 : std::string("\tno true peak\n");
