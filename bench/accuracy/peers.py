@@ -5,15 +5,20 @@
     python3 bench/accuracy/peers.py out/accuracy --accuracy build/bench/accuracy/qxpkutil_accuracy
 
 Peers (each skipped when it is not installed):
-  scipy    scipy.signal.find_peaks (Debian python3-scipy) on the raw trace, keeping peaks whose
-           prominence exceeds K times a local robust noise (MAD of first differences over
-           blocks of points) and whose half-prominence width is at least 2 points; the
+  scipy    scipy.signal.find_peaks (Debian python3-scipy): peaks whose prominence exceeds
+           --scipy-snr (3) times a local robust noise (MAD of first differences over blocks
+           of 1000 points) and whose half-prominence width is at least 2 points; the
            position is the midpoint of the half-prominence crossings
-  openms   OpenMS PeakPickerHiRes (Debian topp) with its median S/N estimator at S/N >= K, fed
-           with one profile mzML per set (chromatograms as spectra with x in seconds)
+  openms   OpenMS PeakPickerHiRes (Debian topp) with its median S/N estimator at
+           --openms-snr (2), fed with one profile mzML per set (chromatograms as spectra
+           with x in seconds)
   qxpeak   this project's tool with no options, when --qxpeak names its binary
-K is --snr (default 3, as asked of qxpkutil). Each peer's peak table goes beside the trace as
-TRACE.PEER.tsv; then qxpkutil_accuracy --score prints the table and the targets.
+  qxpkutil DetectPeaks's own tables, written by --dump (nothing is run: a check that --score
+           agrees with the program's table)
+scipy and OpenMS both see the trace after a Gaussian filter of SD --smooth (2) points. These
+three values were the best of a small sweep on seed 1, so the two stand as hand-tuned peers.
+Each peer's peak table goes beside the trace as TRACE.PEER.tsv; then qxpkutil_accuracy
+--score prints its table and the targets.
 """
 import argparse
 import base64
@@ -184,7 +189,7 @@ def main():
     parser.add_argument("--accuracy", default="build/bench/accuracy/qxpkutil_accuracy",
                         help="the qxpkutil_accuracy binary (for --score)")
     parser.add_argument("--qxpeak", help="the qxpeak binary; scored when given")
-    parser.add_argument("--peers", default="scipy,openms,qxpeak",
+    parser.add_argument("--peers", default="scipy,openms,qxpeak,qxpkutil",
                         help="comma-separated peers to run")
     parser.add_argument("--smooth", type=float, default=2.0,
                         help="Gaussian smoothing before scipy and OpenMS, SD in points")
@@ -199,8 +204,17 @@ def main():
     if "openms" in peers and not shutil.which("PeakPickerHiRes"):
         print("openms: PeakPickerHiRes not found (Debian package topp); skipped", file=sys.stderr)
         peers.remove("openms")
+    if "scipy" in peers:
+        try:
+            import scipy.signal  # noqa: F401
+        except ImportError:
+            print("scipy: not installed (Debian python3-scipy); skipped", file=sys.stderr)
+            peers.remove("scipy")
     if "qxpeak" in peers and not args.qxpeak:
         peers.remove("qxpeak")
+    first = traces[sets[0]][0] if sets and traces[sets[0]] else ""
+    if "qxpkutil" in peers and not os.path.exists(first + ".qxpkutil.tsv"):
+        peers.remove("qxpkutil")
     scratch = os.path.join(args.dump, "mzml")
     os.makedirs(scratch, exist_ok=True)
     for peer in peers:
