@@ -49,6 +49,8 @@ std::vector<Detection> ToDetections(const std::vector<Peak>& peaks) {
     d.area = p.area;
     d.height = p.height;
     d.snr = p.snr;
+    d.left = p.left_x;
+    d.right = p.right_x;
     d.charge = p.charge;
     found.push_back(d);
   }
