@@ -4,7 +4,6 @@
 // every peak in physical terms (S/N, FWHM, centroid), then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <unordered_map>
 
@@ -166,6 +165,7 @@ class MatchedFilter {
 struct Found {
   std::int32_t top;      // local maximum of the narrow (shape) filter
   std::int32_t left, right;
+  std::int32_t strongest;  // the matched filter's top near it
   std::size_t region;
   double strength;       // matched-filter height near the top
   double noise;
@@ -250,7 +250,7 @@ void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
   }
 }
 
-// Weighted least-squares parabola through ln(y - b) of the points above 60 % of the top:
+// Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
 bool FitLogParabola(std::span<const double> x, std::span<const double> y,
                     const std::vector<double>& b, std::int32_t top, std::int32_t lo,
@@ -258,8 +258,8 @@ bool FitLogParabola(std::span<const double> x, std::span<const double> y,
   const double peak = y[top] - b[top];
   if (!(peak > 0.0)) return false;
   std::int32_t l = top, h = top;
-  while (l > lo && y[l - 1] - b[l - 1] >= 0.6 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && y[h + 1] - b[h + 1] >= 0.6 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && y[l - 1] - b[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && y[h + 1] - b[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
@@ -438,7 +438,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       const Region* r = RegionOf(model.regions, seed, region);
       // A seed whose own point is not clearly above the baseline is noise: no peak of
       // the wanted S/N has its highest point that low.
-      if (r == nullptr || y[seed] - baseline[seed] < 0.5 * options.snr * model.NoiseAt(seed)) continue;
+      if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
       const std::int32_t top = Climb(first, *r, seed);
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
@@ -454,13 +454,21 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   }
   MatchedFilter mf(x, y, model, baseline);
   MatchedFilter shape(x, y, model, baseline, 0.5);
-  for (std::int32_t seed : seeds) {
+  // Every hill that passes also sends seeds over its valleys, so a neighbour the scan did
+  // not report as a peak of its own (a shoulder, a peak on a tail) is still climbed.
+  std::vector<std::uint8_t> visited(static_cast<std::size_t>(n), 0);
+  while (!seeds.empty()) {
+    const std::int32_t seed = seeds.back();
+    seeds.pop_back();
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
+    if (r == nullptr) continue;
     const double noise = model.NoiseAt(seed);
     const double ppf = model.PointsPerFwhm(seed);
     const Hill hill = ClimbHill(shape, *r, seed, 3.0 * shape.Spread(seed, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
+    if (visited[hill.top]) continue;
+    visited[hill.top] = 1;
     // The strength is the matched filter near the shape's top, above the lower of the two
     // valleys: a peak on the tail of a larger one counts by its own height.
     std::int32_t strongest = Climb(mf, *r, hill.top);
@@ -472,7 +480,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     const double floor = std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
     const double strength = mf.At(strongest, *r) - floor;
     if (strength < options.snr * noise) continue;
-    found.push_back({hill.top, hill.top, hill.top, region, strength, noise});
+    found.push_back({hill.top, hill.left, hill.right, strongest, region, strength, noise});
+    if (hill.leftRises && hill.left > r->begin) seeds.push_back(hill.left - 1);
+    if (hill.rightRises && hill.right + 1 < r->end) seeds.push_back(hill.right + 1);
   }
   std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
   found.erase(std::unique(found.begin(), found.end(),
@@ -489,23 +499,18 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
       const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
       const double depth = lower - valley;
-      if (getenv("QX_DEBUG") && std::fabs(x[f.top] - atof(getenv("QX_DEBUG"))) < 30) fprintf(stderr, "pair %.2f %.2f depth %.1f lower %.1f spread %.1f\n", x[prev.top], x[f.top], depth, lower, shape.Spread(f.top, f.noise));
       if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
+        const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
         if (f.strength > prev.strength) prev = f;
+        prev.left = left;
+        prev.right = right;
         continue;
       }
     }
     peaks.push_back(f);
   }
 
-  // Bounds: down the flanks of the filtered signal, meeting at the valley between peaks.
-  for (std::size_t k = 0; k < peaks.size(); ++k) {
-    Found& f = peaks[k];
-    const Region& r = model.regions[f.region];
-    const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(f.top)));
-    f.left = Bound(mf, r, f.top, -1, limit);
-    f.right = Bound(mf, r, f.top, +1, limit);
-  }
+  // Bounds: the hills' valleys, meeting at the lowest point between neighbours.
   for (std::size_t k = 1; k < peaks.size(); ++k) {
     Found& a = peaks[k - 1];
     Found& b = peaks[k];
@@ -550,9 +555,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       p.height = height;
       p.fwhm = fwhm;
     } else {
-      // Gaussian interpolation of the filtered signal around its top.
+      // Gaussian interpolation of the matched filter around its own top.
       const Region& r = model.regions[f.region];
-      const std::int32_t t = f.top;
+      const std::int32_t t = f.strongest;
       p.centroid_x = x[t];
       if (t > r.begin && t + 1 < r.end) {
         const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);

@@ -62,13 +62,14 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   }
   width = std::min(width, n % 2 ? n : n - 1);
   if (width < 3) return;
+  // Near the ends the window shrinks symmetrically, so a trend is followed to the edge.
   std::vector<double> out(v), w(width);
-  const std::size_t half = width / 2;
   for (std::size_t i = 0; i < n; ++i) {
-    const std::size_t lo = i < half ? 0 : std::min(i - half, n - width);
-    std::copy(v.begin() + static_cast<std::ptrdiff_t>(lo),
-              v.begin() + static_cast<std::ptrdiff_t>(lo + width), w.begin());
-    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), w.end());
+    const std::size_t half = std::min({width / 2, i, n - 1 - i});
+    std::copy(v.begin() + static_cast<std::ptrdiff_t>(i - half),
+              v.begin() + static_cast<std::ptrdiff_t>(i + half + 1), w.begin());
+    const auto end = w.begin() + static_cast<std::ptrdiff_t>(2 * half + 1);
+    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), end);
     out[i] = w[half];
   }
   v.swap(out);
