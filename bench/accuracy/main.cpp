@@ -1,6 +1,7 @@
 // qxpkutil_accuracy: scores DetectPeaks, with its default options, on seeded traces whose
 // true peaks are known, and prints a Markdown table with the targets. It can also write the
 // traces out for other programs and score their results the same way.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -95,9 +96,11 @@ int Score(const std::vector<std::string>& files, bool verbose) {
     const std::filesystem::path truthPath(files[i]);
     std::string set = truthPath.parent_path().filename().string();
     if (set.empty()) set = "scored";
-    if (sets.empty() || sets.back().name != set) sets.emplace_back(set);
+    auto score = std::find_if(sets.begin(), sets.end(),
+                              [&](const SetScore& s) { return s.name == set; });
+    if (score == sets.end()) score = sets.insert(sets.end(), SetScore(set));
     const Matching matching = MatchPeaks(truth, found);
-    sets.back().Add(truth, found, matching);
+    score->Add(truth, found, matching);
     if (verbose) std::cout << ListMistakes(files[i + 1], truth, found, matching);
   }
   std::cout << FormatTable(sets);
@@ -151,7 +154,11 @@ int main(int argc, char** argv) {
   std::chrono::steady_clock::duration spent{};
   for (std::uint64_t k = 0; k < seeds; ++k) {
     const std::vector<TraceSet> sets = MakeSets(seed + k, only);
-    if (sets.empty()) return Fail("no set named " + only);
+    if (sets.empty()) {
+      std::string names;
+      for (const std::string& name : SetNames()) names += " " + name;
+      return Fail("no set named " + only + "; the sets are" + names);
+    }
     std::string error;
     if (!dump.empty() && !WriteSetList(dump, sets, error)) return Fail(error);
     for (std::size_t i = 0; i < sets.size(); ++i) {
