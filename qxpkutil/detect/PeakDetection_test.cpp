@@ -151,6 +151,17 @@ TEST(DetectPeaks, AssignsChargesFromIsotopeSpacing) {
     EXPECT_TRUE(p.marks & kQXPeakChargeAssigned);
     EXPECT_EQ((p.marks & kQXPeakSeriesLow) != 0, i % 4 == 0);
   }
+  // The same centroids as a centroided spectrum get the same charges.
+  std::vector<double> cx, cy;
+  for (const Peak& p : found.peaks) {
+    cx.push_back(p.centroid_x);
+    cy.push_back(p.height);
+  }
+  DetectOptions centroided;
+  centroided.centroided = true;
+  const PeakList sticks = DetectPeaks(cx, cy, centroided);
+  ASSERT_EQ(sticks.peaks.size(), found.peaks.size());
+  for (std::size_t i = 0; i < cx.size(); ++i) EXPECT_EQ(sticks.peaks[i].charge, found.peaks[i].charge);
   DetectOptions chromatogram;
   chromatogram.kind = SignalKind::kChromatogram;
   for (const Peak& p : DetectPeaks(s.x, s.y, chromatogram).peaks) EXPECT_EQ(p.charge, 0);

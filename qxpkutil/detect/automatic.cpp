@@ -319,7 +319,10 @@ double HalfHeightWidth(std::span<const double> x, std::span<const double> y,
   return cross(h - 1, h) - cross(l + 1, l);
 }
 
-void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge) {
+// Links peaks whose centroids lie 1.00336 / z apart (within `tolerance(x)`), highest z
+// first, and marks each linked series.
+template <typename Tolerance>
+void AssignCharges(std::vector<Peak>& peaks, const Tolerance& tolerance, int maxCharge) {
   const std::size_t count = peaks.size();
   std::vector<std::size_t> parent(count);
   std::iota(parent.begin(), parent.end(), 0);
@@ -332,13 +335,13 @@ void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge
     for (std::size_t i = 0; i < count; ++i) {
       if (peaks[i].charge != 0 && peaks[i].charge != z) continue;
       const double c = peaks[i].centroid_x;
-      const double tolerance = 0.25 * m.FwhmAt(c) + 2e-6 * c;
+      const double slack = tolerance(c);
       // Peaks are in x order: find the first at or past the expected neighbour.
       auto it = std::lower_bound(peaks.begin() + static_cast<std::ptrdiff_t>(i + 1), peaks.end(),
-                                 c + spacing - tolerance,
+                                 c + spacing - slack,
                                  [](const Peak& p, double v) { return p.centroid_x < v; });
       std::size_t best = count;
-      for (; it != peaks.end() && it->centroid_x <= c + spacing + tolerance; ++it) {
+      for (; it != peaks.end() && it->centroid_x <= c + spacing + slack; ++it) {
         const auto j = static_cast<std::size_t>(it - peaks.begin());
         if (it->charge != 0 && it->charge != z) continue;
         if (best == count || std::fabs(it->centroid_x - c - spacing) <
@@ -399,10 +402,50 @@ QXPeakTableList BuildAutomaticSegments(std::span<const double> x, std::span<cons
   return SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
 }
 
+namespace {
+
+// Centroided input: every point above zero is a peak; charges from the spacings, within a
+// few ppm or a quarter of the FWHM the options give.
+void DetectCentroided(std::span<const double> x, std::span<const double> y,
+                      const DetectOptions& options, PeakList& result) {
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    if (!(y[i] > 0.0)) continue;
+    Peak p;
+    p.apex_x = p.centroid_x = p.left_x = p.right_x = x[i];
+    p.apex_y = p.area = p.height = y[i];
+    p.apex_index = p.left_index = p.right_index = static_cast<std::int32_t>(i);
+    p.baseline = 0.0;
+    p.marks = kQXPeakNormal;
+    result.peaks.push_back(std::move(p));
+  }
+  if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
+    // The width law of the options (constant resolving power when unnamed), if any width.
+    SignalModel law;
+    law.exponent = options.width_law == WidthLaw::kAuto ? 1.0 : WidthExponent(options.width_law);
+    if (options.fwhm > 0.0) {
+      law.fwhm_ref = options.fwhm;
+      law.x_ref = options.fwhm_at > 0.0 ? options.fwhm_at : 1.0;
+      if (options.fwhm_at <= 0.0) law.exponent = 0.0;
+    } else if (options.resolution > 0.0) {
+      law.fwhm_ref = options.resolution_at / options.resolution;
+      law.x_ref = options.resolution_at;
+    }
+    AssignCharges(result.peaks, [&](double c) { return 0.25 * law.FwhmAt(c) + 5e-6 * c; },
+                  options.max_charge);
+  }
+  FinishPeaks(x, y, options, result.peaks);
+}
+
+}  // namespace
+
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options) {
   PeakList result = CheckOptions(options);
   if (!result.ok() || x.empty()) return result;
+  if (options.centroided) {
+    DetectCentroided(x, y, options, result);
+    return result;
+  }
   const auto n = static_cast<std::int32_t>(x.size());
   SignalModel model = EstimateSignalModel(x, y, options);
   std::vector<Region> shortRegions;
@@ -581,7 +624,8 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     result.peaks.push_back(std::move(p));
   }
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
-    AssignCharges(result.peaks, model, options.max_charge);
+    AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
+                  options.max_charge);
   }
   FinishPeaks(x, y, options, result.peaks);
 

@@ -35,15 +35,6 @@ double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vect
   return Median(scratch);
 }
 
-double Exponent(WidthLaw law) {
-  switch (law) {
-    case WidthLaw::kTof: return 1.0;
-    case WidthLaw::kOrbitrap: return 1.5;
-    case WidthLaw::kFtIcr: return 2.0;
-    default: return 0.0;
-  }
-}
-
 // Replaces NaN entries by their nearest finite neighbour, then takes a running median of
 // five so that one block swamped by a wide peak does not move the curve.
 void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 5) {
@@ -274,7 +265,7 @@ void FitWidthLaw(const std::vector<WidthSample>& samples, bool chromatogram, Sig
   double bestCost = INFINITY;
   for (WidthLaw law : kLaws) {
     if (chromatogram && law != WidthLaw::kConstant) break;
-    const double p = Exponent(law);
+    const double p = WidthExponent(law);
     residual.clear();
     for (const WidthSample& s : samples) {
       residual.push_back(std::log(s.fwhm) - p * std::log(std::max(s.x, 1e-300)));
@@ -302,7 +293,7 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
       law = o.fwhm > 0.0 && o.fwhm_at <= 0.0 ? WidthLaw::kConstant : WidthLaw::kTof;
     }
     m.law = law;
-    m.exponent = Exponent(law);
+    m.exponent = WidthExponent(law);
     if (o.fwhm > 0.0) {
       m.fwhm_ref = o.fwhm;
       m.x_ref = o.fwhm_at > 0.0 ? o.fwhm_at : 1.0;
@@ -318,9 +309,9 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
       FitWidthLaw(samples, chromatogram, m);
     } else {
       std::vector<double> ref;
-      for (const WidthSample& s : samples) ref.push_back(s.fwhm / std::pow(s.x, Exponent(law)));
+      for (const WidthSample& s : samples) ref.push_back(s.fwhm / std::pow(s.x, WidthExponent(law)));
       m.law = law;
-      m.exponent = Exponent(law);
+      m.exponent = WidthExponent(law);
       m.x_ref = 1.0;
       m.fwhm_ref = Median(ref);
     }
@@ -359,6 +350,15 @@ double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model) {
   EstimateLevels(x, y, model, &exclude);
+}
+
+double WidthExponent(WidthLaw law) {
+  switch (law) {
+    case WidthLaw::kTof: return 1.0;
+    case WidthLaw::kOrbitrap: return 1.5;
+    case WidthLaw::kFtIcr: return 2.0;
+    default: return 0.0;
+  }
 }
 
 void SignalModel::TabulateWidths(std::span<const double> x) {

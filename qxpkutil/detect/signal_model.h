@@ -59,6 +59,9 @@ class SignalModel {
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model);
 
+// How FWHM grows with x under a law: FWHM ~ x^exponent (kAuto and kConstant: 0).
+double WidthExponent(WidthLaw law);
+
 // Learns the model of a validated, non-empty trace. The width comes from the options when
 // they give one, else from the cleanest strong peaks of the data.
 SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,

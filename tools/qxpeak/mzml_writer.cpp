@@ -144,7 +144,7 @@ void ReplaceArrays(pugi::xml_node node, const TracePeaks& peaks, bool chromatogr
   std::vector<double> x(static_cast<std::size_t>(table.GetNumPeaks()));
   std::vector<double> y(x.size());
   for (std::size_t i = 0; i < x.size(); ++i) {
-    const QXPeakTableElement* p = table.GetPeak(static_cast<long>(i));
+    const QXPeakTableElement* p = table.GetPeak(static_cast<std::int32_t>(i));
     x[i] = p->GetXVal(peaks.centroids ? 1 : 0);
     y[i] = p->m_dApexY;
   }
