@@ -316,8 +316,9 @@ void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, dou
 
 bool Same(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
-// Empty when the tables agree bit for bit, else what differs first.
-std::string Difference(const QXPeakTable& a, const QXPeakTable& b) {
+// Empty when the tables agree bit for bit, else what differs first. The filtered-iteration
+// cursors must agree too (read by moving them: the next peak they give).
+std::string Difference(QXPeakTable& a, QXPeakTable& b) {
   if (a.GetNumPeaks() != b.GetNumPeaks()) {
     return "peak counts " + std::to_string(a.GetNumPeaks()) + " and " +
            std::to_string(b.GetNumPeaks());
@@ -343,6 +344,12 @@ std::string Difference(const QXPeakTable& a, const QXPeakTable& b) {
                 p.m_nCharge == q.m_nCharge && p.m_dwFlags == q.m_dwFlags &&
                 p.m_strLabel == q.m_strLabel;
     if (!same) return "peak " + std::to_string(i) + " at apex " + std::to_string(p.m_nApexIndex);
+  }
+  const QXPeakTableElement* nextA = a.GetNextFilteredPeak(kQXFilterAll, nullptr);
+  const QXPeakTableElement* nextB = b.GetNextFilteredPeak(kQXFilterAll, nullptr);
+  if ((nextA == nullptr) != (nextB == nullptr) ||
+      (nextA != nullptr && nextA->m_nApexIndex != nextB->m_nApexIndex)) {
+    return "cursors differ";
   }
   return {};
 }
