@@ -13,6 +13,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qxpkutil/fitting/QXNonLinFit.h"
@@ -484,6 +485,50 @@ TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
       ASSERT_TRUE(Same(after.GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
     }
   }
+}
+
+// Two threads search different signals with different large windows (the per-thread kernel
+// cache) at once, each through the driver and its shared window means: each gets the table
+// a lone search gives.
+TEST(ClassicDetection, ThreadsKeepTheirOwnMeansAndKernels) {
+  std::mt19937 rng(99);
+  struct Job {
+    testing::Signal signal;
+    QXPeakTableList list;
+    std::unique_ptr<QXPeakTable> alone;
+    std::string difference;
+  };
+  Job jobs[2];
+  for (int k = 0; k < 2; ++k) {
+    Job& job = jobs[k];
+    job.signal = testing::MakeSignal(6000, 0.0, 0.05, {{60.0, 900.0, 2.0}, {200.0, 500.0, 3.0}},
+                                     {.baseline = 10.0, .noiseSigma = 3.0, .seed = 5u + k});
+    QXPeakDetectSetting s(0.0, 0.0, 1.0, 0.0, 0, 230 + 20 * k, 1, 0.0, 1.0, 1, 3000, 0, 0.0, 1,
+                          50.0, 4, 6, 0.05, 2.0);
+    job.list.AddDetectionSetting(-1);
+    job.list.SetDetectionSetting(0, s);
+    job.list.SetMassProcessing(1);
+    job.list.AddPeakTableToList();
+    const auto n = static_cast<std::uint32_t>(job.signal.x.size());
+    job.list.FindPeaks(job.signal.x.data(), job.signal.y.data(), n, 1000.0, 1.0, 0);
+    job.alone = std::make_unique<QXPeakTable>(*job.list.GetPeakTableFromList(0));
+    ASSERT_GT(job.alone->GetNumPeaks(), 0);
+  }
+  const auto work = [](Job& job) {
+    const auto n = static_cast<std::uint32_t>(job.signal.x.size());
+    for (int round = 0; round < 10 && job.difference.empty(); ++round) {
+      job.list.FindPeaks(job.signal.x.data(), job.signal.y.data(), n, 1000.0, 1.0, 0);
+      // Copies start their cursors afresh, so only the peaks are compared here.
+      QXPeakTable got(*job.list.GetPeakTableFromList(0));
+      QXPeakTable want(*job.alone);
+      job.difference = Difference(got, want);
+    }
+  };
+  std::thread other(work, std::ref(jobs[1]));
+  work(jobs[0]);
+  other.join();
+  EXPECT_EQ(jobs[0].difference, "");
+  EXPECT_EQ(jobs[1].difference, "");
 }
 
 }  // namespace
