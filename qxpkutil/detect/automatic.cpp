@@ -191,20 +191,6 @@ std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
   }
 }
 
-// Walks from the top while the matched filter keeps falling and stays above the baseline.
-std::int32_t Bound(MatchedFilter& mf, const Region& r, std::int32_t top, int step,
-                   std::int32_t limit) {
-  std::int32_t i = top;
-  for (std::int32_t k = 0; k < limit; ++k) {
-    const std::int32_t next = i + step;
-    if (next < r.begin || next >= r.end) break;
-    const double now = mf.At(i, r), after = mf.At(next, r);
-    i = next;
-    if (after > now || after <= 0.0) break;
-  }
-  return i;
-}
-
 // A top of a filtered signal with the valleys either side. Wiggles smaller than
 // `tolerance` do not end a flank, so noise on a broad top does not split it.
 struct Hill {
@@ -466,9 +452,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
   }
 
-  // Each seed climbs the matched filter to its top. A first pass finds the clear peaks,
-  // whose flanks are then left out of a second baseline and noise estimate; the second
-  // pass decides on every top of the first.
+  // A first pass keeps the seeds whose matched-filter top is at least half the wanted
+  // S/N and measures the baseline and noise again without the clear peaks; the second
+  // pass decides on those seeds.
   std::vector<double> baseline(static_cast<std::size_t>(n));
   for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
   std::vector<Found> found;
@@ -486,10 +472,19 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
       tops.push_back(seed);
-      if (strength < options.snr * noise) continue;
-      const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top)));
-      const std::int32_t lo = Bound(first, *r, top, -1, limit), hi = Bound(first, *r, top, +1, limit);
-      std::fill(exclude.begin() + lo, exclude.begin() + hi + 1, std::uint8_t{1});
+    }
+    // Points clearly above the baseline, widened by a peak width, are left out.
+    for (std::int32_t i = 0; i < n;) {
+      if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
+        ++i;
+        continue;
+      }
+      const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
+      std::int32_t j = i;
+      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+      std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
+                std::uint8_t{1});
+      i = j + 1;
     }
     RefineLevels(x, y, exclude, model);
     for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);

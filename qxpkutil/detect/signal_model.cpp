@@ -164,7 +164,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
     steps.clear();
-    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 512)) {
+    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
     m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
@@ -182,17 +182,17 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       continue;
     }
     // One clipping round: the points more than three spreads above the median (peaks)
-    // leave, and the median and spread of the rest are the block's baseline and noise.
+    // leave; the median of the rest is the block's baseline, and the curvature of the rest
+    // its noise (second differences ignore a slope of the baseline).
     kept = values;
     double centre = Median(kept);
-    double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
+    const double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
     if (spread > 0.0) {
       kept.clear();
       for (double v : values) {
         if (v <= centre + 3.0 * spread) kept.push_back(v);
       }
       centre = Median(kept);
-      spread = kMadToSigma * MedianAbsDeviation(kept, centre, scratch);
     }
     const double ceiling = centre + 3.0 * spread;
     curvature.clear();
