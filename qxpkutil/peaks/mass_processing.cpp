@@ -68,12 +68,11 @@ struct WalkTable {
     std::int32_t lo = -1;
     std::int32_t hi = count;
     while (hi - lo != 1) {
+      // The same halving, written for conditional moves: which half holds x is a coin toss.
       const std::int32_t mid = (lo + hi) / 2;
-      if (x < apexX[mid]) {
-        hi = mid;
-      } else {
-        lo = mid;
-      }
+      const bool below = x < apexX[mid];
+      hi = below ? mid : hi;
+      lo = below ? lo : mid;
     }
     if (lo < 0) lo = 0;
     if (lo == count - 1) return lo;
