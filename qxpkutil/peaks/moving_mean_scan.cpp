@@ -479,22 +479,24 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(
   return summary;
 }
 
-std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
-                            double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
-                            double dMinArea, int /*nReserved*/, int nMaxPeakWidth,
-                            double dNoiseThreshold, double dCentroidPct, int nIntegrationMethod,
-                            int bMassProcessing, int nMaxCharge, int nMaxIsotopes,
-                            double dMinRatio, double dMaxRatio, int bFinish, double dStartX,
-                            double dEndX, int bGaussFit) {
+std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n,
+                                    double dAreaScale, double dThreshold, int nFilterType,
+                                    int nFilterWidth, int nFilterInc, double dMinArea,
+                                    int /*nReserved*/, int nMaxPeakWidth, double dNoiseThreshold,
+                                    double dCentroidPct, int nIntegrationMethod,
+                                    int bMassProcessing, int nMaxCharge, int nMaxIsotopes,
+                                    double dMinRatio, double dMaxRatio, int bFinish, double dStartX,
+                                    double dEndX, int bGaussFit) {
   if (x == nullptr || y == nullptr || n == 0) return -1;
   std::int64_t first = 0;
   std::int64_t last = 0;
   ScanRange(x, n, dStartX, dEndX, first, last);
-  const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
-                              nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
-                              nIntegrationMethod};
+  const ScanSettings settings{dAreaScale,    dThreshold,      nFilterType,
+                              nFilterWidth,  nFilterInc,      dMinArea,
+                              nMaxPeakWidth, dNoiseThreshold, nIntegrationMethod};
   if (ScanCanRun(first, last, n, settings)) {
-    MovingMeanScan<double, double>(x, y, n, settings).Run(first, last, kAlwaysWorth, TableAppender(*this, x, y));
+    MovingMeanScan<double, double>(x, y, n, settings)
+        .Run(first, last, kAlwaysWorth, TableAppender(*this, x, y));
   }
   m_nSortMethod = 0;  // peaks were appended in increasing x
 
@@ -519,7 +521,8 @@ std::int32_t QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std:
                               nIntegrationMethod};
   const std::int64_t last = static_cast<std::int64_t>(n) - 1;
   if (ScanCanRun(0, last, n, settings)) {
-    MovingMeanScan<float, std::uint32_t>(x, y, n, settings).Run(0, last, kAlwaysWorth, TableAppender(*this, x, y));
+    MovingMeanScan<float, std::uint32_t>(x, y, n, settings)
+        .Run(0, last, kAlwaysWorth, TableAppender(*this, x, y));
   }
   m_nSortMethod = 0;
   // This family always centroids, and never runs mass processing or Gaussian fits.

@@ -213,10 +213,10 @@ class ReferenceTable : public QXPeakTable {
       first = QXDataExpUtils::FindNearestIndex(x, n, startX);
       if (endX != 0.0) last = QXDataExpUtils::FindNearestIndex(x, n, endX);
     }
-    const ScanSettings s{areaScale, threshold,      filterType,       filterWidth,
-                         filterInc, minArea,        maxPeakWidth,     noiseThreshold,
-                         integrationMethod};
-    if (ScanCanRun(first, last, n, s)) ReferenceScan<double, double>(x, y, n, s).Run(*this, first, last);
+    const ScanSettings s{areaScale, threshold,    filterType,     filterWidth,      filterInc,
+                         minArea,   maxPeakWidth, noiseThreshold, integrationMethod};
+    if (ScanCanRun(first, last, n, s))
+      ReferenceScan<double, double>(x, y, n, s).Run(*this, first, last);
     m_nSortMethod = 0;
     if (finish) {
       if (massProcessing) {
@@ -233,11 +233,11 @@ class ReferenceTable : public QXPeakTable {
                     double minArea, int maxPeakWidth, double noiseThreshold, double centroidPct,
                     int integrationMethod) {
     if (x == nullptr || y == nullptr || n == 0) return -1;
-    const ScanSettings s{areaScale, threshold,      filterType,       filterWidth,
-                         filterInc, minArea,        maxPeakWidth,     noiseThreshold,
-                         integrationMethod};
+    const ScanSettings s{areaScale, threshold,    filterType,     filterWidth,      filterInc,
+                         minArea,   maxPeakWidth, noiseThreshold, integrationMethod};
     const std::int64_t last = static_cast<std::int64_t>(n) - 1;
-    if (ScanCanRun(0, last, n, s)) ReferenceScan<float, std::uint32_t>(x, y, n, s).Run(*this, 0, last);
+    if (ScanCanRun(0, last, n, s))
+      ReferenceScan<float, std::uint32_t>(x, y, n, s).Run(*this, 0, last);
     m_nSortMethod = 0;
     if (centroidPct >= 0.0) CentroidPeaks(x, y, n, centroidPct);
     return GetNumPeaks();
@@ -373,9 +373,10 @@ testing::Signal RandomSignal(std::mt19937& rng) {
     const double sigma = kind == 2 ? centre / 40000.0 : real(0.5, 6.0) * dx;
     peaks.push_back({centre, real(20.0, 5000.0), sigma});
   }
-  testing::Signal s = testing::MakeSignal(
-      n, x0, dx, peaks,
-      {.baseline = real(0.0, 50.0), .noiseSigma = real(0.0, 10.0), .seed = static_cast<unsigned>(rng())});
+  testing::Signal s = testing::MakeSignal(n, x0, dx, peaks,
+                                          {.baseline = real(0.0, 50.0),
+                                           .noiseSigma = real(0.0, 10.0),
+                                           .seed = static_cast<unsigned>(rng())});
   if (kind == 1) {
     for (double& v : s.y) v = std::round(std::max(v, 0.0));
   }
