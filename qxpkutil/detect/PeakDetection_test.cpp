@@ -62,6 +62,22 @@ TEST(SignalModel, RecoversNoiseAndWidth) {
   }
 }
 
+// Noise averaged over five points (as filtered profiles have) is not mistaken for a
+// quieter signal: the second differences at longer lags show its full size.
+TEST(SignalModel, SeesNoiseCorrelatedOverAFewPoints) {
+  for (const double ppf : {10.0, 30.0}) {
+    SCOPED_TRACE(ppf);
+    Signal s = Ladder(ppf, 0.02, 0.0, {500.0});
+    const std::vector<double> white = testing::MakeNoise(s.y.size() + 4, 10.0, 3);
+    for (std::size_t i = 0; i < s.y.size(); ++i) {
+      s.y[i] += (white[i] + white[i + 1] + white[i + 2] + white[i + 3] + white[i + 4]) / std::sqrt(5.0);
+    }
+    const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+    EXPECT_NEAR(m.NoiseAt(static_cast<std::int32_t>(s.x.size() / 2)), 10.0, 2.0);
+    EXPECT_LT(DetectPeaks(s.x, s.y).peaks.size(), 70u);
+  }
+}
+
 // A width that grows in proportion to x is recognised as a constant resolving power.
 TEST(SignalModel, RecognisesTheWidthLaw) {
   std::vector<GaussPeak> peaks;

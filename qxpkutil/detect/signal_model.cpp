@@ -157,10 +157,20 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block - 1) / m.block;
+  // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
+  // read before the tables below are reset).
+  const double halfWidth =
+      m.fwhm_ref > 0.0 ? 0.5 * m.PointsPerFwhm(n / 2, x[static_cast<std::size_t>(n / 2)]) : 1.0;
+  std::vector<std::int32_t> lags{m.noise_lag > 0 ? m.noise_lag : 1};
+  while (m.noise_lag == 0 && lags.size() < 6 && 2.0 * lags.back() <= halfWidth) {
+    lags.push_back(2 * lags.back());
+  }
   m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature, steps;
+  std::vector<std::vector<double>> noiseAtLag(lags.size(),
+                                              std::vector<double>(static_cast<std::size_t>(blocks), std::nan("")));
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
     steps.clear();
@@ -195,16 +205,31 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       centre = Median(kept);
     }
     const double ceiling = centre + 3.0 * spread;
-    curvature.clear();
-    for (std::int32_t i = std::max(lo, 1); i + 1 < std::min(hi + 1, n); i += stride) {
-      if (skip(i - 1) || skip(i) || skip(i + 1)) continue;
-      if (y[i - 1] > ceiling || y[i] > ceiling || y[i + 1] > ceiling) continue;
-      curvature.push_back(std::fabs(y[i - 1] - 2.0 * y[i] + y[i + 1]));
-    }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
-    m.noise_[static_cast<std::size_t>(b)] =
-        curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0) : spread;
+    for (std::size_t k = 0; k < lags.size(); ++k) {
+      const std::int32_t lag = lags[k];
+      curvature.clear();
+      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+        if (skip(i - lag) || skip(i) || skip(i + lag)) continue;
+        if (y[i - lag] > ceiling || y[i] > ceiling || y[i + lag] > ceiling) continue;
+        curvature.push_back(std::fabs(y[i - lag] - 2.0 * y[i] + y[i + lag]));
+      }
+      noiseAtLag[k][static_cast<std::size_t>(b)] =
+          curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0) : spread;
+    }
   }
+  // White noise has the same second difference at every lag. Noise correlated over a few
+  // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
+  // doubles while the figure still grows clearly, up to half a peak width.
+  std::size_t chosen = 0;
+  for (std::size_t k = 0; k + 1 < lags.size() && !m.thresholded; ++k) {
+    std::vector<double> shorter(noiseAtLag[k]), longer(noiseAtLag[k + 1]);
+    const double a = Median(shorter), c = Median(longer);
+    if (!(c > 1.2 * a)) break;
+    chosen = k + 1;
+  }
+  if (!m.thresholded) m.noise_ = noiseAtLag[chosen];
+  if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
   double largest = 0.0;
   for (double v : y) largest = std::max(largest, std::fabs(v));
   FillAndSmooth(m.baseline_, 0.0);
@@ -376,7 +401,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const auto n = static_cast<std::int32_t>(x.size());
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
-  m.block = std::clamp<std::int32_t>(n / 8, 16, 1024);
+  m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
   EstimateLevels(x, y, m);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
