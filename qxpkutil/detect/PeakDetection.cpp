@@ -92,8 +92,8 @@ void RegionSignalToNoise(std::span<const double> x, std::span<const double> y,
   if (peaks.empty() || table.DoSignalToNoiseOnList(x.data(), y.data(), n, &sn) == 0) return;
   for (std::size_t i = 0; i < peaks.size(); ++i) {
     peaks[i].noise = sn.GetNoise();
-    peaks[i].snr = table.GetPeak(static_cast<std::int32_t>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(),
-                                                                           sn.GetNoise());
+    peaks[i].snr = table.GetPeak(static_cast<std::int32_t>(i))
+                       ->DoSigToNoiseOnPeak(sn.GetBaseline(), sn.GetNoise());
   }
 }
 

@@ -104,15 +104,15 @@ class QXPeakTable : public QXObject {
 
   // ---- Peak finding: moving-mean scan ----
   std::int32_t FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
-                 double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
-                 double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
-                 double dCentroidPct, int nIntegrationMethod, int bMassProcessing,
-                 int nMaxCharge, int nMaxIsotopes, double dMinRatio, double dMaxRatio,
-                 int bFinish, double dStartX, double dEndX, int bGaussFit);
+                         double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
+                         double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
+                         double dCentroidPct, int nIntegrationMethod, int bMassProcessing,
+                         int nMaxCharge, int nMaxIsotopes, double dMinRatio, double dMaxRatio,
+                         int bFinish, double dStartX, double dEndX, int bGaussFit);
   std::int32_t FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n, double dAreaScale,
-                 double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
-                 double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
-                 double dCentroidPct, int nIntegrationMethod);
+                         double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
+                         double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
+                         double dCentroidPct, int nIntegrationMethod);
 
   // ---- Peak finding: centroid-spectrum path ----
   // Appends the peaks of the x range dRangeStart..dRangeEnd ((0, 0) for all of x, which may
@@ -124,19 +124,19 @@ class QXPeakTable : public QXObject {
   // arrays, a dDivisor that is negative, NaN or infinite (kQXUnsetValue included), or a range
   // with no point at or above dThreshold, with the table unchanged.
   std::int32_t FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
-                 double dDivisor, double dPctCentroid, int nIntegrateMethod, int bMassProcessing,
-                 int nMaxCharge, int nMaxIsotope, double dRelMinIntensity,
-                 double dRelMaxIntensity, int bFinish, double dRangeStart, double dRangeEnd,
-                 int bGaussFit);
+                         double dDivisor, double dPctCentroid, int nIntegrateMethod,
+                         int bMassProcessing, int nMaxCharge, int nMaxIsotope,
+                         double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
+                         double dRangeStart, double dRangeEnd, int bGaussFit);
   // Centroided input: every point of the range with y >= dThreshold becomes one peak whose
   // apex, centroid, bounds and centroid region are the point itself and whose area is its
   // intensity. The table is then sorted by apex x and, with bFinish, given charge states.
   // Returns the peak count (peaks of earlier ranges included); -1 for null arrays or more
   // than 2^31 - 1 points.
   std::int32_t BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
-                              double dThreshold, int nMaxCharge, int nMaxIsotope,
-                              double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
-                              double dRangeStart, double dRangeEnd);
+                                      double dThreshold, int nMaxCharge, int nMaxIsotope,
+                                      double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
+                                      double dRangeStart, double dRangeEnd);
 
   // ---- Calculators (settings/PeakCalc.h) ----
   // Each target takes the most intense peak whose apex x lies within target +- delta

@@ -192,10 +192,11 @@ int QXPeakTable::FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t fr
   return 1;
 }
 
-std::int32_t QXPeakTable::ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct,
-                                  std::int32_t left, std::int32_t right, double& centroidX, double& area,
-                                  double& centroidLeftX, double& centroidLeftY,
-                                  double& centroidRightX, double& centroidRightY) const {
+std::int32_t QXPeakTable::ComputeCentroid(const double* x, const double* y, std::uint32_t n,
+                                          double dPct, std::int32_t left, std::int32_t right,
+                                          double& centroidX, double& area, double& centroidLeftX,
+                                          double& centroidLeftY, double& centroidRightX,
+                                          double& centroidRightY) const {
   if (x == nullptr || y == nullptr || left < 0 || left > right ||
       right >= static_cast<std::int32_t>(n)) {
     return 0;
@@ -258,8 +259,8 @@ std::int32_t QXPeakTable::ComputeCentroid(const double* x, const double* y, std:
 }
 
 std::int32_t QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint32_t n,
-                                    double dRangeStart, double dRangeEnd, double dThreshold,
-                                    double dDivisor, double dPctCentroid) {
+                                            double dRangeStart, double dRangeEnd, double dThreshold,
+                                            double dDivisor, double dPctCentroid) {
   if (x == nullptr || y == nullptr || n > kMaxPoints || !(dDivisor >= 0.0) ||
       std::isinf(dDivisor)) {
     return -1;
@@ -302,8 +303,9 @@ std::int32_t QXPeakTable::CentroidFindPeaks(const double* x, const double* y, st
     double cLeftY = 0.0;
     double cRightX = 0.0;
     double cRightY = 0.0;
-    if (ComputeCentroid(x, y, n, dPctCentroid, static_cast<std::int32_t>(left), static_cast<std::int32_t>(right),
-                        centroid, area, cLeftX, cLeftY, cRightX, cRightY) != 1) {
+    if (ComputeCentroid(x, y, n, dPctCentroid, static_cast<std::int32_t>(left),
+                        static_cast<std::int32_t>(right), centroid, area, cLeftX, cLeftY, cRightX,
+                        cRightY) != 1) {
       return;
     }
     if (QXDataExpUtils::dCompare(centroid, takenCentroid, kRepeatPrecision) &&
@@ -359,11 +361,12 @@ void QXPeakTable::MarkApexXOrder() {
   SortPeakTable(0);
 }
 
-std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
-                            double dDivisor, double dPctCentroid, int nIntegrateMethod,
-                            int bMassProcessing, int nMaxCharge, int nMaxIsotope,
-                            double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
-                            double dRangeStart, double dRangeEnd, int bGaussFit) {
+std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n,
+                                    double dThreshold, double dDivisor, double dPctCentroid,
+                                    int nIntegrateMethod, int bMassProcessing, int nMaxCharge,
+                                    int nMaxIsotope, double dRelMinIntensity,
+                                    double dRelMaxIntensity, int bFinish, double dRangeStart,
+                                    double dRangeEnd, int bGaussFit) {
   if (x == nullptr || y == nullptr) return -1;
   if (CentroidFindPeaks(x, y, n, dRangeStart, dRangeEnd, dThreshold, dDivisor, dPctCentroid) < 1) {
     return -1;
@@ -392,9 +395,10 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
 }
 
 std::int32_t QXPeakTable::BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
-                                         double dThreshold, int nMaxCharge, int nMaxIsotope,
-                                         double dRelMinIntensity, double dRelMaxIntensity,
-                                         int bFinish, double dRangeStart, double dRangeEnd) {
+                                                 double dThreshold, int nMaxCharge, int nMaxIsotope,
+                                                 double dRelMinIntensity, double dRelMaxIntensity,
+                                                 int bFinish, double dRangeStart,
+                                                 double dRangeEnd) {
   if (x == nullptr || y == nullptr || n > kMaxPoints) return -1;
   if (n > 0) {
     const IndexRange range = RangeToIndices(x, n, dRangeStart, dRangeEnd);

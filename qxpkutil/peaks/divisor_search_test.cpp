@@ -30,8 +30,8 @@ class Table : public QXPeakTable {
   using QXPeakTable::ComputeCentroid;
   using QXPeakTable::FindMaxIndex;
 
-  std::int32_t Find(const Signal& s, double threshold, double divisor, int method = 0, int finish = 1,
-            double start = 0.0, double end = 0.0, double pct = 50.0) {
+  std::int32_t Find(const Signal& s, double threshold, double divisor, int method = 0,
+                    int finish = 1, double start = 0.0, double end = 0.0, double pct = 50.0) {
     return FindPeaks(s.x.data(), s.y.data(), N(s), threshold, divisor, pct, method, 0, 0, 0, 0.0,
                      0.0, finish, start, end, 0);
   }

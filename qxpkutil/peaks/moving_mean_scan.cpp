@@ -347,11 +347,10 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
         const std::int64_t peakWidth = right - left - 1;
         if (right > apex && peakWidth >= width / 2 && peakWidth <= m_s.maxPeakWidth &&
             Y(apex) >= m_s.threshold && worth(left, right)) {
-          const double area =
-              QXDataExpUtils::IntegrateSummedRegion(m_x, m_y, static_cast<std::int32_t>(left),
-                                                    static_cast<std::int32_t>(right),
-                                                    m_s.integrationMethod) *
-              m_s.areaScale;
+          const double area = QXDataExpUtils::IntegrateSummedRegion(
+                                  m_x, m_y, static_cast<std::int32_t>(left),
+                                  static_cast<std::int32_t>(right), m_s.integrationMethod) *
+                              m_s.areaScale;
           if (area >= m_s.minArea) accept(apex, left, right, area);
         }
         valley = right;
@@ -511,10 +510,10 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
 }
 
 std::int32_t QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n,
-                            double dAreaScale, double dThreshold, int nFilterType,
-                            int nFilterWidth, int nFilterInc, double dMinArea, int /*nReserved*/,
-                            int nMaxPeakWidth, double dNoiseThreshold, double dCentroidPct,
-                            int nIntegrationMethod) {
+                                    double dAreaScale, double dThreshold, int nFilterType,
+                                    int nFilterWidth, int nFilterInc, double dMinArea,
+                                    int /*nReserved*/, int nMaxPeakWidth, double dNoiseThreshold,
+                                    double dCentroidPct, int nIntegrationMethod) {
   if (x == nullptr || y == nullptr || n == 0) return -1;
   const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
                               nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,

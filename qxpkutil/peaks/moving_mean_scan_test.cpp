@@ -33,7 +33,7 @@ struct ScanArgs {
 };
 
 std::int32_t Scan(QXPeakTable& t, const double* x, const double* y, std::uint32_t n,
-          const ScanArgs& a = {}) {
+                  const ScanArgs& a = {}) {
   return t.FindPeaks(x, y, n, 1.0, a.threshold, a.filterType, a.filterWidth, a.filterInc,
                      a.minArea, 0, a.maxPeakWidth, a.noiseThreshold, a.centroidPct, a.integration,
                      a.massProcessing, 3, 4, 0.05, 2.0, a.finish, a.startX, a.endX, 0);
@@ -136,7 +136,8 @@ TEST(MovingMeanScan, RangesAccumulateOnOneTable) {
   EXPECT_EQ(Scan(t, s, {.finish = 0, .startX = 0.0, .endX = 35.0}), 1);
   EXPECT_EQ(t.GetPeak(0)->m_dCentroidX, 0.0);  // no finishing step, no centroid
   EXPECT_EQ(Scan(t, s, {.finish = 0, .startX = 35.0, .endX = 99.9}), 3);
-  for (std::int32_t k = 0; k < 3; ++k) EXPECT_EQ(t.GetPeak(k)->m_dApexX, whole.GetPeak(k)->m_dApexX);
+  for (std::int32_t k = 0; k < 3; ++k)
+    EXPECT_EQ(t.GetPeak(k)->m_dApexX, whole.GetPeak(k)->m_dApexX);
 }
 
 TEST(MovingMeanScan, FinishingStepCentroidsAndChargesIsotopeSeries) {

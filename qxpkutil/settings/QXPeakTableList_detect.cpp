@@ -78,8 +78,8 @@ std::optional<double> AutoNoise(int autoSNCalc, const double* y, std::uint32_t n
 // no Gaussian fit; when it finds nothing it runs again with the widest peak-width limit.
 // Returns the table's peak count.
 std::int32_t TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint32_t n,
-                 double areaScale, double threshold, const QXPeakDetectSetting& s,
-                 int massProcessing, double startX, double endX) {
+                         double areaScale, double threshold, const QXPeakDetectSetting& s,
+                         int massProcessing, double startX, double endX) {
   const auto search = [&](int maxPeakWidth) {
     return table.FindPeaks(
         x, y, n, areaScale, threshold, s.GetFilterType(), s.GetFilterWidth(), 1, s.GetMinPeakArea(),

@@ -92,7 +92,7 @@ std::vector<std::vector<Peak>> CentroidsOf(const std::vector<TracePeaks>& peaks)
     const QXPeakTable& table = peaks[t].table;
     out[t].resize(static_cast<std::size_t>(table.GetNumPeaks()));
     for (std::size_t i = 0; i < out[t].size(); ++i) {
-      const QXPeakTableElement* e = table.GetPeak(static_cast<long>(i));
+      const QXPeakTableElement* e = table.GetPeak(static_cast<std::int32_t>(i));
       out[t][i].apex_x = e->m_dApexX;
       out[t][i].apex_y = e->m_dApexY;
       if (peaks[t].centroids) out[t][i].centroid_x = e->m_dCentroidX;

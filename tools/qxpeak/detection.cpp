@@ -41,8 +41,8 @@ TracePeaks DetectPeaks(const Trace& trace, const DetectionConfig& config) {
         count > 0 && table.DoSignalToNoiseOnList(trace.x.data(), trace.y.data(), n, &sn) != 0;
     result.signalToNoise.assign(count, std::numeric_limits<double>::quiet_NaN());
     for (std::size_t i = 0; measured && i < count; ++i) {
-      result.signalToNoise[i] =
-          table.GetPeak(static_cast<std::int32_t>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(), sn.GetNoise());
+      result.signalToNoise[i] = table.GetPeak(static_cast<std::int32_t>(i))
+                                    ->DoSigToNoiseOnPeak(sn.GetBaseline(), sn.GetNoise());
     }
   }
   if (config.resolutionPercent) {
