@@ -70,6 +70,31 @@ std::shared_ptr<QXUserPkLabels> LoadLabels(const std::string& path) {
   return labels;
 }
 
+// Labels travel to Dask workers as their items and switches.
+py::tuple LabelsState(const QXUserPkLabels& labels) {
+  py::list items;
+  for (std::int32_t i = 0; i < labels.GetNumUserLabels(); ++i) {
+    std::string name;
+    double x = 0.0, delta = 0.0;
+    int charge = 0;
+    labels.GetUserLabel(i, name, x, delta, charge);
+    items.append(py::make_tuple(name, x, delta, charge));
+  }
+  return py::make_tuple(items, labels.GetUserLabelType(), labels.GetUseChargeState());
+}
+
+std::shared_ptr<QXUserPkLabels> LabelsFromState(const py::tuple& state) {
+  if (state.size() != 3) throw py::value_error("not a pickled label list");
+  auto labels = std::make_shared<QXUserPkLabels>();
+  for (py::handle item : state[0].cast<py::list>()) {
+    const auto [name, x, delta, charge] = item.cast<std::tuple<std::string, double, double, int>>();
+    labels->AddUserLabel(QXUserPeakLabelItem(x, delta, name.c_str(), charge), -1);
+  }
+  labels->SetUserLabelType(state[1].cast<int>());
+  labels->SetUseChargeState(state[2].cast<int>());
+  return labels;
+}
+
 // The classic segments and switches saved in the INI layout QXPeakTableList persists
 // ("[<section>\PeakSettingsTrace-<trace>]"), as `qxpeak settings` writes them.
 void LoadSettings(DetectOptions& options, const std::string& path, const std::string& section,
@@ -249,6 +274,7 @@ void BindDetection(py::module_& m) {
       .def_static("load", &LoadLabels, py::arg("path"),
                   "Reads a label file (.lbs/.lbc); ValueError when it holds no label.")
       .def("__len__", &QXUserPkLabels::GetNumUserLabels)
+      .def(py::pickle(&LabelsState, &LabelsFromState))
       .def(
           "__getitem__",
           [](const QXUserPkLabels& l, std::int32_t i) {
