@@ -26,6 +26,8 @@ from ._core import (
 )
 from ._table import PeakTable
 
+__version__ = _core.__version__
+
 __all__ = [
     "find_peaks",
     "detect_options",

@@ -17,6 +17,7 @@ std::uint32_t Count(std::size_t n, const char* what) {
 
 PYBIND11_MODULE(_core, m) {
   m.doc() = "Compiled core of qxpkutil: detection, readers and the numeric toolkit.";
+  m.attr("__version__") = QXPKUTIL_VERSION;
   qxpkutil::python::BindDetection(m);
   qxpkutil::python::BindReaders(m);
   qxpkutil::python::BindToolkit(m);
