@@ -20,6 +20,15 @@ double Median(std::vector<double>& v) {
   return *mid;
 }
 
+// The typical step: a low quantile, so that in data with many gaps the steps inside the
+// stored runs count, not the jumps between them.
+double TypicalStep(std::vector<double>& steps) {
+  if (steps.empty()) return std::nan("");
+  const auto q = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 5);
+  std::nth_element(steps.begin(), q, steps.end());
+  return *q;
+}
+
 double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
   scratch.clear();
   for (double value : v) scratch.push_back(std::fabs(value - centre));
@@ -73,10 +82,11 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   std::vector<double> steps;
   for (std::int32_t b = 0; b < blocks; ++b) {
     steps.clear();
-    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); ++i) {
+    // Every fourth step is plenty for a typical figure.
+    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); i += 4) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
-    spacing[static_cast<std::size_t>(b)] = Median(steps);
+    spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
   std::vector<std::uint8_t> gapAfter(static_cast<std::size_t>(n), 0);
@@ -92,6 +102,14 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     const bool atGap = (i > 0 && gapAfter[i - 1]) || (i + 1 < n && gapAfter[i]);
     m.missing[i] = zeroLeft || zeroRight || atGap;
   }
+  double absent = 0.0;
+  for (std::int32_t i = 0; i + 1 < n; ++i) {
+    if (m.missing[i]) absent += 1.0;
+    if (gapAfter[i]) {
+      absent += (x[i + 1] - x[i]) / spacing[static_cast<std::size_t>(i / kSpacingBlock)] - 1.0;
+    }
+  }
+  m.thresholded = absent > n;
   m.regions.clear();
   std::int32_t begin = 0;
   for (std::int32_t i = 0; i < n; ++i) {
@@ -102,6 +120,42 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     if (carriesSignal) m.regions.push_back({begin, i + 1});
     begin = i + 1;
   }
+}
+
+// The z above which a standard normal value lies with probability p.
+double UpperQuantile(double p) {
+  double lo = 0.0, hi = 40.0;
+  for (int k = 0; k < 60; ++k) {
+    const double mid = 0.5 * (lo + hi);
+    (0.5 * std::erfc(mid / std::sqrt(2.0)) > p ? lo : hi) = mid;
+  }
+  return 0.5 * (lo + hi);
+}
+
+// Noise of thresholded data: the threshold T is about the lowest stored value, and noise
+// alone crosses it as often as the short runs of stored points show, so T = sigma *
+// z(p) where p is that rate over the whole sampling grid of the block.
+double ThresholdNoise(std::span<const double> x, std::span<const double> y, const SignalModel& m,
+                      std::int32_t lo, std::int32_t hi, double spacing, std::vector<double>& values) {
+  const auto fifth = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 20);
+  std::nth_element(values.begin(), fifth, values.end());
+  const double threshold = *fifth;
+  double crossings = 0.0;
+  std::int32_t run = 0;
+  for (std::int32_t i = lo; i <= hi; ++i) {
+    const bool stored = i < hi && !m.missing[i] && y[i] > 0.0;
+    const bool joined = stored && run > 0 && x[i] - x[i - 1] < kGapFactor * spacing;
+    if (stored && (run == 0 || joined)) {
+      ++run;
+      continue;
+    }
+    if (run > 0 && run <= 2) crossings += run;
+    run = stored ? 1 : 0;
+  }
+  const double grid = spacing > 0.0 ? (x[hi - 1] - x[lo]) / spacing + 1.0 : hi - lo;
+  const double rate = crossings / std::max(grid, 1.0);
+  if (!(threshold > 0.0) || rate <= 1e-5 || rate >= 0.3) return threshold > 0.0 ? threshold / 2.0 : std::nan("");
+  return threshold / UpperQuantile(rate);
 }
 
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
@@ -118,33 +172,39 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
     steps.clear();
-    for (std::int32_t i = lo; i + 1 < hi; ++i) {
+    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 512)) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
-    m.spacing_[static_cast<std::size_t>(b)] = Median(steps);
+    m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
+    // About 128 points per block are enough for its figures.
+    const std::int32_t stride = std::max<std::int32_t>(1, (hi - lo) / 128);
     values.clear();
-    for (std::int32_t i = lo; i < hi; ++i) {
+    for (std::int32_t i = lo; i < hi; i += stride) {
       if (!skip(i)) values.push_back(y[i]);
     }
     if (values.size() < 8) continue;
+    if (m.thresholded) {
+      m.baseline_[static_cast<std::size_t>(b)] = 0.0;
+      m.noise_[static_cast<std::size_t>(b)] =
+          ThresholdNoise(x, y, m, lo, hi, m.spacing_[static_cast<std::size_t>(b)], values);
+      continue;
+    }
+    // One clipping round: the points more than three spreads above the median (peaks)
+    // leave, and the median and spread of the rest are the block's baseline and noise.
     kept = values;
     double centre = Median(kept);
     double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
-    for (int pass = 0; pass < 3 && spread > 0.0; ++pass) {
+    if (spread > 0.0) {
       kept.clear();
       for (double v : values) {
         if (v <= centre + 3.0 * spread) kept.push_back(v);
       }
       centre = Median(kept);
       spread = kMadToSigma * MedianAbsDeviation(kept, centre, scratch);
-      kept.clear();
-      for (double v : values) {
-        if (v <= centre + 3.0 * spread) kept.push_back(v);
-      }
     }
     const double ceiling = centre + 3.0 * spread;
     curvature.clear();
-    for (std::int32_t i = std::max(lo, 1); i + 1 < std::min(hi + 1, n); ++i) {
+    for (std::int32_t i = std::max(lo, 1); i + 1 < std::min(hi + 1, n); i += stride) {
       if (skip(i - 1) || skip(i) || skip(i + 1)) continue;
       if (y[i - 1] > ceiling || y[i] > ceiling || y[i + 1] > ceiling) continue;
       curvature.push_back(std::fabs(y[i - 1] - 2.0 * y[i] + y[i + 1]));
@@ -188,6 +248,11 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
       const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
       const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
       const double fwhm = xh - xl;
+      // A clean peak has fallen to a quarter of its height one half-width past each
+      // crossing; a neighbour overlapping it would widen the measurement.
+      const std::int32_t farLeft = 2 * l - i, farRight = 2 * h - i;
+      if (farLeft < r.begin || farRight >= r.end) continue;
+      if (y[farLeft] - base > 0.25 * height || y[farRight] - base > 0.25 * height) continue;
       if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
     }
   }
@@ -295,13 +360,22 @@ void RefineLevels(std::span<const double> x, std::span<const double> y,
   EstimateLevels(x, y, model, &exclude);
 }
 
+void SignalModel::TabulateWidths(std::span<const double> x) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  ppf_.resize(spacing_.size());
+  for (std::size_t b = 0; b < ppf_.size(); ++b) {
+    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block + block / 2);
+    ppf_[b] = PointsPerFwhm(mid, x[mid]);
+  }
+}
+
 SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,
                                 const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
-  m.block = std::clamp<std::int32_t>(n / 8, 16, 256);
+  m.block = std::clamp<std::int32_t>(n / 8, 16, 1024);
   EstimateLevels(x, y, m);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
@@ -314,6 +388,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
   m.block = std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096);
   EstimateLevels(x, y, m);
+  m.TabulateWidths(x);
   return m;
 }
 
