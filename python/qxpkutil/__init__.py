@@ -83,7 +83,7 @@ def detect_options(
     settings: Optional[PathLike] = None,
 ) -> _core.DetectOptions:
     """The library's DetectOptions from find_peaks' keywords (see find_peaks); an option
-    left at None keeps the library's default. Unknown keywords raise TypeError."""
+    left at None keeps the library's default."""
     o = _core.DetectOptions()
     if kind is not None:
         o.kind = _choice("kind", kind, _KINDS)
@@ -116,14 +116,30 @@ def detect_options(
     return o
 
 
-def find_peaks(x, y, **options) -> PeakTable:
+def find_peaks(
+    x,
+    y,
+    *,
+    kind: Optional[str] = None,
+    snr: Optional[float] = None,
+    fwhm: Union[float, str, None] = None,
+    resolution: Optional[float] = None,
+    resolution_at: Optional[float] = None,
+    width_law: Optional[str] = None,
+    analyzer: Optional[str] = None,
+    max_charge: Optional[int] = None,
+    gauss_refine: Optional[bool] = None,
+    labels: Union[Labels, PathLike, None] = None,
+    noise_region: Optional[Tuple[float, float]] = None,
+    settings: Optional[PathLike] = None,
+) -> PeakTable:
     """Finds the peaks of one trace and returns them as a PeakTable.
 
     ``x`` ascending and finite, ``y`` finite and as long: float64 arrays (anything numpy
     converts), or float32 ``x`` with uint32 ``y`` (the count family, read in place when
     contiguous). The GIL is released while the search runs, so threads run in parallel.
 
-    Options (keywords; left out, the library's default holds, the same as ``qxpeak FILE``):
+    Options (keywords; None keeps the library's default, the same as ``qxpeak FILE``):
       kind          "spectrum" (default) or "chromatogram" (no charges, width in time)
       snr           minimum signal-to-noise of a peak (3)
       fwhm          peak width: a number in x units, or text such as "0.01@400", "4s", "20ppm"
@@ -140,11 +156,11 @@ def find_peaks(x, y, **options) -> PeakTable:
     Raises ValueError with the library's message for bad input (lengths differ, NaN,
     unsorted x, an option out of range) and TypeError for an unknown option.
     """
-    try:
-        chosen = detect_options(**options)
-    except TypeError as e:
-        raise TypeError(str(e).replace("detect_options()", "find_peaks()")) from None
-    return PeakTable(_core.detect(x, y, chosen))
+    options = detect_options(
+        kind=kind, snr=snr, fwhm=fwhm, resolution=resolution, resolution_at=resolution_at,
+        width_law=width_law, analyzer=analyzer, max_charge=max_charge,
+        gauss_refine=gauss_refine, labels=labels, noise_region=noise_region, settings=settings)
+    return PeakTable(_core.detect(x, y, options))
 
 
 def read_mzml(

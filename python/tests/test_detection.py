@@ -82,6 +82,8 @@ def test_bad_input_raises_the_library_message(x, y, message):
     (dict(bogus=1), TypeError),
     (dict(width_law="tof", analyzer="tof"), TypeError),
     (dict(kind="image"), ValueError),
+    (dict(snr=-1), ValueError),
+    (dict(max_charge=-3), ValueError),
     (dict(fwhm="wide"), ValueError),
     (dict(labels="/nonexistent.lbs"), ValueError),
     (dict(settings="/nonexistent.ini"), ValueError),
