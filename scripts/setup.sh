@@ -4,6 +4,7 @@
 set -euo pipefail
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev
   libpugixml-dev zlib1g-dev libcli11-dev nlohmann-json3-dev librsvg2-bin
+  topp  # OpenMS FileInfo: the test that validates written mzML
   pybind11-dev python3-dev python3-numpy python3-pandas python3-pytest python3-dask
   python3-distributed)
 missing=()

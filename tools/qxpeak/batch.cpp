@@ -24,16 +24,6 @@ namespace qxpkutil::qxpeak {
 
 namespace {
 
-bool LooksLikeXml(const std::vector<char>& bytes) {
-  std::size_t i = 0;
-  if (bytes.size() >= 3 && bytes[0] == '\xEF' && bytes[1] == '\xBB' && bytes[2] == '\xBF') i = 3;
-  while (i < bytes.size() &&
-         (bytes[i] == ' ' || bytes[i] == '\t' || bytes[i] == '\r' || bytes[i] == '\n')) {
-    ++i;
-  }
-  return i < bytes.size() && bytes[i] == '<';
-}
-
 std::string Extension(const std::string& format) {
   if (format == "tsv") return ".peaks.tsv";
   if (format == "json") return ".peaks.json";
@@ -139,24 +129,50 @@ void ParallelFor(std::size_t count, unsigned threads, const std::function<void(s
 
 bool LoadInput(const std::string& path, const MzmlSelection& selection, LoadedInput& input,
                std::string& error) {
-  std::vector<char> bytes;
-  if (!ReadWholeFile(path, kMaxInputBytes, bytes, error)) return false;
   const std::string name = path == "-" ? "standard input" : path;
-  if (LooksLikeXml(bytes)) {
-    input.mzml = std::make_unique<MzmlRun>();
-    if (!input.mzml->Parse(std::move(bytes), name, selection, error)) return false;
-    const MzmlRun& run = *input.mzml;
-    if (run.Traces().empty()) {
+  auto reader = std::make_unique<TraceReader>();
+  MzmlReadOptions options;
+  options.selection = selection;
+  options.keep_elements = true;
+  if (!reader->Open(path, options, error)) return false;
+  input = LoadedInput();
+  std::size_t selected = 0;
+  for (Trace t; reader->Next(t);) {
+    if (!t.note.empty()) input.messages.push_back(name + ": " + t.note);
+    if (t.selected) ++selected;
+    if (t.selected && !t.problem.empty()) {
+      input.messages.push_back(name + ": skipped " + t.problem);
+    }
+    if (!reader->IsMzml()) {
+      input.text.push_back(std::move(t));
+      continue;
+    }
+    if (t.selected && t.problem.empty()) {
+      Trace points = t;
+      points.element.clear();
+      input.text.push_back(std::move(points));
+      t.x.clear();
+      t.y.clear();
+    }
+    input.elements.push_back(std::move(t));
+  }
+  if (!reader->Error().empty()) {
+    error = reader->Error();
+    return false;
+  }
+  if (reader->IsMzml()) {
+    const MzmlReader& run = reader->Mzml();
+    if (input.text.empty()) {
       error = run.ListSize() == 0 ? name + ": holds no spectrum or chromatogram"
-                                  : name + ": none of its " + std::to_string(run.ListSize()) + " " +
-                                        run.ListElement() + " elements matches the selection";
+              : selected == 0     ? name + ": none of its " + std::to_string(run.ListSize()) +
+                                    " " + run.ListElement() + " elements matches the selection"
+                                  : name + ": every selected " + run.ListElement() +
+                                        " was skipped";
       return false;
     }
-    return true;
   }
-  input.mzml.reset();
-  input.text.assign(1, Trace{});
-  return ParseTextSignal(std::string_view(bytes.data(), bytes.size()), name, input.text[0], error);
+  input.source = std::move(reader);
+  return true;
 }
 
 std::string OutputPath(const std::string& input, const std::string& format,
@@ -204,7 +220,7 @@ std::vector<TracePeaks> SearchTraces(const std::vector<Trace>& traces,
 }
 
 bool FormatOutput(const std::string& format, const std::string& name, LoadedInput& input,
-                  const std::vector<TracePeaks>& peaks, const std::string& settingsSummary,
+                  const std::vector<TracePeaks>& peaks, const std::string& /*settingsSummary*/,
                   std::string& text, std::string& error) {
   const std::vector<Trace>& traces = input.Traces();
   if (format == "tsv") {
@@ -216,12 +232,45 @@ bool FormatOutput(const std::string& format, const std::string& name, LoadedInpu
   } else if (format == "svg") {
     text = FormatSvg(name, traces, peaks);
   } else {
-    const ProcessingRecord record{kVersion, settingsSummary};
-    const std::vector<std::vector<Peak>> centroids = CentroidsOf(peaks);
-    return input.mzml ? FormatCentroidedMzml(*input.mzml, centroids, record, text, error)
-                      : FormatCentroidedMzml(name, traces, centroids, record, text, error);
+    error = "internal error: format " + format + " is not a text output";
+    return false;
   }
   return true;
+}
+
+bool WriteFormat(const std::string& format, const std::string& name, const std::string& path,
+                 LoadedInput& input, const std::vector<TracePeaks>& peaks,
+                 const std::string& settingsSummary, std::string& error) {
+  if (format != "mzml") {
+    std::string text;
+    return FormatOutput(format, name, input, peaks, settingsSummary, text, error) &&
+           WriteOutput(path, text, error);
+  }
+  MzmlWriteOptions options;
+  options.software_version = kVersion;
+  options.settings = settingsSummary;
+  options.source_name = name;
+  const std::vector<std::vector<Peak>> centroids = CentroidsOf(peaks);
+  MzmlWriter writer;
+  if (!input.IsMzml()) {
+    std::size_t spectra = 0;
+    for (const Trace& t : input.text) spectra += t.kind == Trace::Kind::kSpectrum;
+    if (!writer.Open(path, spectra, input.text.size() - spectra, options, error)) return false;
+    for (std::size_t i = 0; i < input.text.size(); ++i) {
+      if (!writer.Add(input.text[i], centroids[i], error)) return false;
+    }
+    return writer.Finish(error);
+  }
+  if (!writer.Open(path, input.source->Mzml(), options, error)) return false;
+  std::size_t searched = 0;
+  for (const Trace& t : input.elements) {
+    const bool hasPeaks = t.selected && t.problem.empty();
+    const std::span<const Peak> found =
+        hasPeaks ? std::span<const Peak>(centroids[searched]) : std::span<const Peak>();
+    if (!writer.Add(t, found, error)) return false;
+    searched += hasPeaks;
+  }
+  return writer.Finish(error);
 }
 
 BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context, unsigned threads,
@@ -248,10 +297,9 @@ BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context,
             SearchTraces(input.Traces(), context.config, inner, [&bar] { bar.TraceDone(); });
         traces = peaks.size();
         for (const TracePeaks& p : peaks) found += static_cast<std::size_t>(p.table.GetNumPeaks());
+        for (const std::string& line : input.messages) bar.Message("qxpeak: " + line);
         for (const auto& [format, path] : job.outputs) {
-          std::string text;
-          ok = FormatOutput(format, name, input, peaks, context.settingsSummary, text, error) &&
-               WriteOutput(path, text, error);
+          ok = WriteFormat(format, name, path, input, peaks, context.settingsSummary, error);
           if (!ok) break;
         }
       }

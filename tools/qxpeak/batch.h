@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "qxpkutil/io/MzmlReader.h"
+#include "qxpkutil/io/TraceReader.h"
 #include "qxpkutil/io/Trace.h"
 #include "tools/qxpeak/detection.h"
 
@@ -44,16 +45,21 @@ struct BatchSummary {
   std::size_t peaks = 0;
 };
 
-// An input read into memory: the mzML run it came from, or traces read from text.
+// An input read into memory: the traces to search and, for mzML, every element of the file
+// (points moved out to `text`) so that the centroided-mzML writer can copy the document.
 struct LoadedInput {
-  std::unique_ptr<MzmlRun> mzml;  // null for text input
-  std::vector<Trace> text;
-  std::vector<Trace>& Traces() { return mzml ? mzml->Traces() : text; }
+  std::unique_ptr<TraceReader> source;  // read to its end; the writer copies its header
+  std::vector<Trace> elements;       // mzML: every element in order, without points
+  std::vector<Trace> text;           // the selected, usable traces, with points
+  std::vector<std::string> messages;  // traces skipped or changed, one line each
+  std::vector<Trace>& Traces() { return text; }
+  bool IsMzml() const { return source && source->IsMzml(); }
 };
 
-// Reads `path` ("-" is standard input): mzML when its first character (after blanks and a
-// byte order mark) is '<', else two-column text. False with one line in `error` when the
-// input cannot be read, is malformed, or has no trace that `selection` accepts.
+// Reads `path` ("-" is standard input; gzip or not): mzML when its first character (after
+// blanks and a byte order mark) is '<', else two-column text. False with one line in `error`
+// when the input cannot be read, is malformed, or has no usable trace that `selection`
+// accepts.
 [[nodiscard]] bool LoadInput(const std::string& path, const MzmlSelection& selection,
                              LoadedInput& input, std::string& error);
 
@@ -76,13 +82,18 @@ std::vector<TracePeaks> SearchTraces(const std::vector<Trace>& traces,
                                      const DetectionConfig& config, unsigned threads,
                                      const std::function<void()>& traceDone = {});
 
-// The text of output `format` ("tsv", "json", "dump", "mzml" or "svg") for `input`, named
-// `name` in the output. Formatting centroided mzML changes the input's document. False with
-// a message when the output cannot be made.
+// The text of output `format` ("tsv", "json", "dump" or "svg") for `input`, named `name` in
+// the output. False with a message when the output cannot be made.
 [[nodiscard]] bool FormatOutput(const std::string& format, const std::string& name,
                                 LoadedInput& input, const std::vector<TracePeaks>& peaks,
                                 const std::string& settingsSummary, std::string& text,
                                 std::string& error);
+
+// Writes output `format` (the above, or "mzml": centroided mzML, streamed) to `path`.
+[[nodiscard]] bool WriteFormat(const std::string& format, const std::string& name,
+                               const std::string& path, LoadedInput& input,
+                               const std::vector<TracePeaks>& peaks,
+                               const std::string& settingsSummary, std::string& error);
 
 // Runs every job: reads, searches, writes. One line per input goes to `err`: what failed, or
 // (unless `quiet`) what was found and written; unless `quiet`, a progress line is shown on

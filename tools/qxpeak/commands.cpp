@@ -165,9 +165,7 @@ int RunDemo(const Options& options, std::ostream& out, std::ostream& err) {
   std::vector<std::string> written;
   for (const std::string& format : options.formats) {
     const std::string path = OutputPath(kDemoName, format, options.output, options.outDir);
-    std::string text;
-    if (!FormatOutput(format, "qxpeak demo spectrum", input, peaks, settings, text, error) ||
-        !WriteOutput(path, text, error)) {
+    if (!WriteFormat(format, "qxpeak demo spectrum", path, input, peaks, settings, error)) {
       err << "qxpeak: " << error << '\n';
       return 1;
     }
