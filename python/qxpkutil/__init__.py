@@ -166,14 +166,16 @@ def find_peaks(
 def read_mzml(
     path: PathLike, *, ms_level: int = 0, list: str = "auto", indices=()
 ) -> Iterator[Trace]:
-    """The traces of an mzML file (plain or indexed, zlib or not), one Trace at a time:
-    ``.x`` and ``.y`` as numpy arrays, ``.id``, ``.rt`` (seconds, NaN when unknown),
-    ``.ms_level``, ``.kind``, ``.index``. ``list`` is "auto" (the spectra, or the
+    """The traces of an mzML file (plain or indexed, zlib or gzip or not), read one Trace
+    at a time: ``.x`` and ``.y`` as numpy arrays, ``.id``, ``.rt`` (seconds, NaN when
+    unknown), ``.ms_level``, ``.kind``, ``.index``; a trace that cannot be searched comes
+    with ``.problem`` set and empty arrays, and the rest of the file follows. ``list`` is "auto" (the spectra, or the
     chromatograms when there is none), "spectra" or "chromatograms"; ``ms_level`` keeps
     spectra of that level; ``indices`` keeps the positions in the given inclusive
-    (first, last) ranges. ValueError with the reader's message for a bad file."""
+    (first, last) ranges. ValueError with the reader's message for a file that cannot be read or is
+    broken (when opened, or when the iteration reaches the break)."""
     ranges = [(int(a), int(b)) for a, b in indices]
-    return iter(_core.read_mzml(os.fspath(path), ms_level, list, ranges))
+    return _core.MzmlReader(os.fspath(path), ms_level, list, ranges)
 
 
 def count_traces(path: PathLike, *, list: str = "auto") -> int:

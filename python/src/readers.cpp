@@ -1,5 +1,6 @@
-// File readers of the io component: mzML runs and two-column text, each trace handed to
-// Python with its arrays moved into numpy (no copy) and what the file says about it.
+// File readers of the io component: mzML files streamed one trace at a time and two-column
+// text, each trace handed to Python with its arrays moved into numpy (no copy) and what the
+// file says about it.
 #include <memory>
 #include <string>
 #include <utility>
@@ -26,6 +27,8 @@ struct PyTrace {
   std::int32_t index = 0;
   std::int64_t scan_number = -1;
   bool centroided = false;
+  std::string problem;
+  std::string note;
 };
 
 // The vector's buffer becomes the array's: numpy frees it with the array.
@@ -46,6 +49,8 @@ PyTrace ToPython(Trace&& t) {
   p.index = t.index;
   p.scan_number = t.scan_number;
   p.centroided = t.centroided;
+  p.problem = std::move(t.problem);
+  p.note = std::move(t.note);
   return p;
 }
 
@@ -64,36 +69,57 @@ MzmlSelection Selection(int msLevel, const std::string& list,
   return s;
 }
 
-std::vector<PyTrace> ReadMzml(const std::string& path, int msLevel, const std::string& list,
-                              const std::vector<std::pair<std::int64_t, std::int64_t>>& indices) {
-  const MzmlSelection selection = Selection(msLevel, list, indices);
-  MzmlRun run;
-  std::string error;
-  bool ok = false;
-  {
-    py::gil_scoped_release release;
-    ok = run.Read(path, selection, error);
-  }
-  if (!ok) throw py::value_error(error);
-  std::vector<PyTrace> traces;
-  traces.reserve(run.Traces().size());
-  for (Trace& t : run.Traces()) traces.push_back(ToPython(std::move(t)));
-  return traces;
-}
+using Ranges = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
-// How many elements the list that would be read holds, selected or not.
-std::size_t CountTraces(const std::string& path, const std::string& list) {
-  // A range no element has: the run parses the document but decodes no array.
-  const MzmlSelection selection = Selection(0, list, {{-1, -1}});
-  MzmlRun run;
-  std::string error;
-  bool ok = false;
-  {
-    py::gil_scoped_release release;
-    ok = run.Read(path, selection, error);
+// An mzML file as a Python iterator of traces; the GIL is released while each is read.
+class MzmlStream {
+ public:
+  MzmlStream(const std::string& path, int msLevel, const std::string& list,
+             const Ranges& indices) {
+    MzmlReadOptions options;
+    options.selection = Selection(msLevel, list, indices);
+    std::string error;
+    bool ok = false;
+    {
+      py::gil_scoped_release release;
+      ok = m_reader.Open(path, options, error);
+    }
+    if (!ok) throw py::value_error(error);
   }
-  if (!ok) throw py::value_error(error);
-  return run.ListSize();
+
+  PyTrace Next() {
+    Trace trace;
+    bool more = false;
+    {
+      py::gil_scoped_release release;
+      more = m_reader.Next(trace);
+    }
+    if (!more) {
+      if (!m_reader.Error().empty()) throw py::value_error(m_reader.Error());
+      throw py::stop_iteration();
+    }
+    return ToPython(std::move(trace));
+  }
+
+  // Reads to the end; how many elements the list held, selected or not.
+  std::size_t CountRest() {
+    Trace trace;
+    {
+      py::gil_scoped_release release;
+      while (m_reader.Next(trace)) {
+      }
+    }
+    if (!m_reader.Error().empty()) throw py::value_error(m_reader.Error());
+    return m_reader.ListSize();
+  }
+
+ private:
+  MzmlReader m_reader;
+};
+
+std::size_t CountTraces(const std::string& path, const std::string& list) {
+  // A range no element has: every element is passed over, no array decoded.
+  return MzmlStream(path, 0, list, {{-1, -1}}).CountRest();
 }
 
 PyTrace ReadText(const std::string& path) {
@@ -116,15 +142,20 @@ void BindReaders(py::module_& m) {
       .def_readonly("index", &PyTrace::index, "position in the file's list")
       .def_readonly("scan_number", &PyTrace::scan_number, "N of a 'scan=N' id, else -1")
       .def_readonly("centroided", &PyTrace::centroided, "the file declares it centroided")
+      .def_readonly("problem", &PyTrace::problem,
+                    "why the trace cannot be searched (x and y are then empty); '' when usable")
+      .def_readonly("note", &PyTrace::note, "what the reader changed to make it usable")
       .def("__len__", [](const PyTrace& t) { return t.x.size(); })
       .def("__repr__", [](const PyTrace& t) {
         return "<qxpkutil.Trace " + t.kind + " '" + t.id + "' with " +
                std::to_string(t.x.size()) + " points>";
       });
-  m.def("read_mzml", &ReadMzml, py::arg("path"), py::arg("ms_level") = 0,
-        py::arg("list") = "auto",
-        py::arg("indices") = std::vector<std::pair<std::int64_t, std::int64_t>>{},
-        "The traces of an mzML file (plain or indexed, zlib or not) as a list.");
+  py::class_<MzmlStream>(m, "MzmlReader", "The traces of an mzML file, read one at a time.")
+      .def(py::init<const std::string&, int, const std::string&, const Ranges&>(),
+           py::arg("path"), py::arg("ms_level") = 0, py::arg("list") = "auto",
+           py::arg("indices") = Ranges{})
+      .def("__iter__", [](MzmlStream& s) -> MzmlStream& { return s; })
+      .def("__next__", &MzmlStream::Next);
   m.def("count_traces", &CountTraces, py::arg("path"), py::arg("list") = "auto",
         "How many spectra (or chromatograms) an mzML file holds.");
   m.def("read_text", &ReadText, py::arg("path"),

@@ -20,12 +20,11 @@ int main(int argc, char** argv) {
   const std::string path = argv[1];
   std::string error;
   std::vector<Trace> traces;
-  MzmlRun run;
   if (path.size() > 4 && path.substr(path.size() - 4) == ".txt") {
     traces.emplace_back();
     if (!ReadTextSignal(path, traces.back(), error)) traces.clear();
-  } else if (run.Read(path, MzmlSelection{}, error)) {
-    traces = run.Traces();
+  } else {
+    (void)ReadMzml(path, MzmlSelection{}, traces, error);
   }
   if (!error.empty()) {
     std::fprintf(stderr, "%s\n", error.c_str());
