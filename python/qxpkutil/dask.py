@@ -36,7 +36,7 @@ _SOURCE = (
 COLUMNS = tuple(name for name, _ in _SOURCE + FIELDS)
 
 _TEXT_SUFFIXES = (".txt", ".tsv", ".csv", ".xy", ".dat")
-_MZML_SUFFIXES = (".mzml",)
+_MZML_SUFFIXES = (".mzml", ".mzml.gz")
 
 PathLike = Union[str, os.PathLike]
 
@@ -46,8 +46,9 @@ def _empty() -> pd.DataFrame:
 
 
 def expand_paths(paths: Union[PathLike, Iterable[PathLike]]) -> List[str]:
-    """The files a ``paths`` argument names: a folder gives its mzML files (sorted), a
-    pattern with wildcards its matches (sorted), a file itself; a list each of these."""
+    """The files a ``paths`` argument names: a folder gives its mzML files (.mzML or
+    .mzML.gz, sorted), a pattern with wildcards its matches (sorted), a file itself; a
+    list each of these."""
     if isinstance(paths, (str, os.PathLike)):
         paths = [paths]
     files: List[str] = []
@@ -63,7 +64,8 @@ def expand_paths(paths: Union[PathLike, Iterable[PathLike]]) -> List[str]:
 
 
 def _is_text(path: str) -> bool:
-    return path.lower().endswith(_TEXT_SUFFIXES)
+    name = path.lower()
+    return name.removesuffix(".gz").endswith(_TEXT_SUFFIXES)
 
 
 def peaks_of_file(path: PathLike, *, start: Optional[int] = None, stop: Optional[int] = None,

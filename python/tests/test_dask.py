@@ -1,3 +1,5 @@
+import gzip
+
 import pandas as pd
 import pytest
 
@@ -38,8 +40,13 @@ def test_cluster_gives_the_serial_result(mzml_files, cluster):
     assert expected["rt"].max() == pytest.approx(4 * 0.5 * 60)
 
 
-def test_folder_ms_level_and_empty_input(mzml_files):
+def test_folder_ms_level_and_empty_input(mzml_files, tmp_path):
     folder = mzml_files[0].parent
+    gzipped = tmp_path / "run.mzML.gz"
+    gzipped.write_bytes(gzip.compress(mzml_files[0].read_bytes()))
+    pd.testing.assert_frame_equal(
+        qd.find_peaks_in_files(tmp_path).compute().drop(columns="file"),
+        qd.peaks_of_file(mzml_files[0]).drop(columns="file"))
     ms2 = qd.find_peaks_in_files(folder, ms_level=2).compute()  # default scheduler
     assert set(ms2["ms_level"]) == {2} and set(ms2["file"]) == {str(p) for p in mzml_files}
     assert len(qd.find_peaks_in_files([]).compute()) == 0
