@@ -28,6 +28,15 @@ void RequireFinite(const Doubles& a, const char* what) {
   }
 }
 
+void RequireAscending(const Doubles& x) {
+  RequireFinite(x, "x");
+  for (py::ssize_t i = 1; i < x.size(); ++i) {
+    if (x.data()[i] < x.data()[i - 1]) {
+      throw py::value_error("x is not ascending at point " + std::to_string(i + 1));
+    }
+  }
+}
+
 Doubles Smooth(py::handle y, int width, bool gapAware) {
   auto in = Vector<double>(y, "y");
   Doubles out(in.size());
@@ -43,6 +52,7 @@ Doubles ResolutionSmooth(py::handle x, py::handle y, double resolution, double c
   auto xs = Vector<double>(x, "x");
   auto ys = Vector<double>(y, "y");
   if (xs.size() != ys.size()) throw py::value_error("x and y differ in length");
+  RequireAscending(xs);  // the kernel's reach is found by walking x
   Doubles out = Copy(ys);
   const std::uint32_t n = Count(static_cast<std::size_t>(xs.size()), "x");
   if (QXDataExpUtils::ResolutionSmoothData(xs.data(), out.mutable_data(),

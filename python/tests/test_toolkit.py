@@ -15,6 +15,8 @@ def test_smoothing_keeps_a_constant_and_refuses_bad_widths():
     for width in (0, 2002, 1001):
         with pytest.raises(ValueError):
             qxpkutil.smooth(flat, width)
+    with pytest.raises(ValueError, match="not ascending"):
+        qxpkutil.resolution_smooth(x[::-1], flat, 50.0)
 
 
 def test_noise_estimates_find_the_noise_they_were_given():
