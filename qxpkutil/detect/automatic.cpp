@@ -4,7 +4,6 @@
 // every peak in physical terms (S/N, FWHM, centroid), then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <unordered_map>
 
@@ -192,20 +191,6 @@ std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
   }
 }
 
-// Walks from the top while the matched filter keeps falling and stays above the baseline.
-std::int32_t Bound(MatchedFilter& mf, const Region& r, std::int32_t top, int step,
-                   std::int32_t limit) {
-  std::int32_t i = top;
-  for (std::int32_t k = 0; k < limit; ++k) {
-    const std::int32_t next = i + step;
-    if (next < r.begin || next >= r.end) break;
-    const double now = mf.At(i, r), after = mf.At(next, r);
-    i = next;
-    if (after > now || after <= 0.0) break;
-  }
-  return i;
-}
-
 // A top of a filtered signal with the valleys either side. Wiggles smaller than
 // `tolerance` do not end a flank, so noise on a broad top does not split it.
 struct Hill {
@@ -320,7 +305,10 @@ double HalfHeightWidth(std::span<const double> x, std::span<const double> y,
   return cross(h - 1, h) - cross(l + 1, l);
 }
 
-void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge) {
+// Links peaks whose centroids lie 1.00336 / z apart (within `tolerance(x)`), highest z
+// first, and marks each linked series.
+template <typename Tolerance>
+void AssignCharges(std::vector<Peak>& peaks, const Tolerance& tolerance, int maxCharge) {
   const std::size_t count = peaks.size();
   std::vector<std::size_t> parent(count);
   std::iota(parent.begin(), parent.end(), 0);
@@ -333,13 +321,13 @@ void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge
     for (std::size_t i = 0; i < count; ++i) {
       if (peaks[i].charge != 0 && peaks[i].charge != z) continue;
       const double c = peaks[i].centroid_x;
-      const double tolerance = 0.25 * m.FwhmAt(c) + 2e-6 * c;
+      const double slack = tolerance(c);
       // Peaks are in x order: find the first at or past the expected neighbour.
       auto it = std::lower_bound(peaks.begin() + static_cast<std::ptrdiff_t>(i + 1), peaks.end(),
-                                 c + spacing - tolerance,
+                                 c + spacing - slack,
                                  [](const Peak& p, double v) { return p.centroid_x < v; });
       std::size_t best = count;
-      for (; it != peaks.end() && it->centroid_x <= c + spacing + tolerance; ++it) {
+      for (; it != peaks.end() && it->centroid_x <= c + spacing + slack; ++it) {
         const auto j = static_cast<std::size_t>(it - peaks.begin());
         if (it->charge != 0 && it->charge != z) continue;
         if (best == count || std::fabs(it->centroid_x - c - spacing) <
@@ -400,10 +388,50 @@ QXPeakTableList BuildAutomaticSegments(std::span<const double> x, std::span<cons
   return SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
 }
 
+namespace {
+
+// Centroided input: every point above zero is a peak; charges from the spacings, within a
+// few ppm or a quarter of the FWHM the options give.
+void DetectCentroided(std::span<const double> x, std::span<const double> y,
+                      const DetectOptions& options, PeakList& result) {
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    if (!(y[i] > 0.0)) continue;
+    Peak p;
+    p.apex_x = p.centroid_x = p.left_x = p.right_x = x[i];
+    p.apex_y = p.area = p.height = y[i];
+    p.apex_index = p.left_index = p.right_index = static_cast<std::int32_t>(i);
+    p.baseline = 0.0;
+    p.marks = kQXPeakNormal;
+    result.peaks.push_back(std::move(p));
+  }
+  if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
+    // The width law of the options (constant resolving power when unnamed), if any width.
+    SignalModel law;
+    law.exponent = options.width_law == WidthLaw::kAuto ? 1.0 : WidthExponent(options.width_law);
+    if (options.fwhm > 0.0) {
+      law.fwhm_ref = options.fwhm;
+      law.x_ref = options.fwhm_at > 0.0 ? options.fwhm_at : 1.0;
+      if (options.fwhm_at <= 0.0) law.exponent = 0.0;
+    } else if (options.resolution > 0.0) {
+      law.fwhm_ref = options.resolution_at / options.resolution;
+      law.x_ref = options.resolution_at;
+    }
+    AssignCharges(result.peaks, [&](double c) { return 0.25 * law.FwhmAt(c) + 5e-6 * c; },
+                  options.max_charge);
+  }
+  FinishPeaks(x, y, options, result.peaks);
+}
+
+}  // namespace
+
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options) {
   PeakList result = CheckOptions(options);
   if (!result.ok() || x.empty()) return result;
+  if (options.centroided) {
+    DetectCentroided(x, y, options, result);
+    return result;
+  }
   const auto n = static_cast<std::int32_t>(x.size());
   SignalModel model = EstimateSignalModel(x, y, options);
   std::vector<Region> shortRegions;
@@ -424,9 +452,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
   }
 
-  // Each seed climbs the matched filter to its top. A first pass finds the clear peaks,
-  // whose flanks are then left out of a second baseline and noise estimate; the second
-  // pass decides on every top of the first.
+  // A first pass keeps the seeds whose matched-filter top is at least half the wanted
+  // S/N and measures the baseline and noise again without the clear peaks; the second
+  // pass decides on those seeds.
   std::vector<double> baseline(static_cast<std::size_t>(n));
   for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
   std::vector<Found> found;
@@ -439,15 +467,24 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       const Region* r = RegionOf(model.regions, seed, region);
       // A seed whose own point is not clearly above the baseline is noise: no peak of
       // the wanted S/N has its highest point that low.
-      if (r == nullptr || y[seed] - baseline[seed] < 0.5 * options.snr * model.NoiseAt(seed)) continue;
+      if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
       const std::int32_t top = Climb(first, *r, seed);
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
       tops.push_back(seed);
-      if (strength < options.snr * noise) continue;
-      const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top)));
-      const std::int32_t lo = Bound(first, *r, top, -1, limit), hi = Bound(first, *r, top, +1, limit);
-      std::fill(exclude.begin() + lo, exclude.begin() + hi + 1, std::uint8_t{1});
+    }
+    // Points clearly above the baseline, widened by a peak width, are left out.
+    for (std::int32_t i = 0; i < n;) {
+      if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
+        ++i;
+        continue;
+      }
+      const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
+      std::int32_t j = i;
+      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+      std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
+                std::uint8_t{1});
+      i = j + 1;
     }
     RefineLevels(x, y, exclude, model);
     for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
@@ -500,7 +537,6 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
       const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
       const double depth = lower - valley;
-      if (getenv("QX_DEBUG") && std::fabs(x[f.top] - atof(getenv("QX_DEBUG"))) < 30) fprintf(stderr, "pair %.2f %.2f depth %.1f lower %.1f spread %.1f\n", x[prev.top], x[f.top], depth, lower, shape.Spread(f.top, f.noise));
       if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
         const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
         if (f.strength > prev.strength) prev = f;
@@ -583,7 +619,8 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     result.peaks.push_back(std::move(p));
   }
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
-    AssignCharges(result.peaks, model, options.max_charge);
+    AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
+                  options.max_charge);
   }
   FinishPeaks(x, y, options, result.peaks);
 

@@ -48,6 +48,7 @@ class SignalModel {
   double exponent = 0.0;
   WidthLaw law = WidthLaw::kConstant;
   std::int32_t block = 1;  // points per block
+  std::int32_t noise_lag = 0;  // lag of the second differences that measure the noise; 0: not chosen
   std::vector<double> baseline_, noise_, spacing_, ppf_;
 
  private:
@@ -58,6 +59,9 @@ class SignalModel {
 // peaks found so far), so that dense peaks do not lift the baseline.
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model);
+
+// How FWHM grows with x under a law: FWHM ~ x^exponent (kAuto and kConstant: 0).
+double WidthExponent(WidthLaw law);
 
 // Learns the model of a validated, non-empty trace. The width comes from the options when
 // they give one, else from the cleanest strong peaks of the data.
