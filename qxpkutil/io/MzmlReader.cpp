@@ -6,7 +6,6 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <numeric>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -416,8 +415,9 @@ struct MzmlReader::Impl {
         }
         from = lt == std::string::npos ? buffer.size() : lt;
         const std::size_t before = pos;
-        if (!Fill()) {
-          if (lt == std::string::npos || lt >= buffer.size()) {
+        const bool more = Fill();
+        if (!more) {
+          if (lt == std::string::npos || lt - (before - pos) >= buffer.size()) {
             return Fail(error.empty() ? "ends before its first spectrum or chromatogram "
                                         "(truncated file?)"
                                       : error);
@@ -544,12 +544,13 @@ struct MzmlReader::Impl {
       while (at == std::string::npos || at + 24 > buffer.size()) {
         if (at == std::string::npos) pos = buffer.size();  // nothing of use before
         const std::size_t before = pos;
-        if (!Fill()) {
+        const bool more = Fill();
+        if (at != std::string::npos) at -= before - pos;  // Fill may move the text
+        if (!more) {
           if (!error.empty()) return Fail(error);
           if (at != std::string::npos && at < buffer.size()) break;
           return Fail("ends before </run> (truncated file?)");
         }
-        if (at != std::string::npos) at -= before - pos;
         at = buffer.find('<', at == std::string::npos ? pos : at);
       }
       const std::string_view tag(buffer.data() + at, std::min<std::size_t>(24, buffer.size() - at));

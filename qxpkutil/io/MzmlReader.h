@@ -54,11 +54,12 @@ struct MzmlReadOptions {
   bool keep_elements = false;
 };
 
-// The limits that keep hostile files from exhausting memory. An element or array beyond
-// them is refused with a message, never allocated.
-inline constexpr std::size_t kMaxMzmlHeaderBytes = std::size_t{64} << 20;
-inline constexpr std::size_t kMaxMzmlElementBytes = std::size_t{1} << 30;
-inline constexpr std::uint64_t kMaxArrayValues = 256u << 20;
+// The limits that keep hostile files from exhausting memory; an element or array beyond
+// them is refused with a message, never allocated. The reading window may take up to twice
+// an element's size while it grows. Ten million points of 64-bit m/z and intensity fit.
+inline constexpr std::size_t kMaxMzmlHeaderBytes = std::size_t{16} << 20;
+inline constexpr std::size_t kMaxMzmlElementBytes = std::size_t{256} << 20;
+inline constexpr std::uint64_t kMaxArrayValues = std::uint64_t{32} << 20;
 
 class MzmlReader {
  public:
