@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages qxpkutil needs to build, test and run its tool.
+# Installs the Debian 12 packages qxpkutil needs to build, test and run its tool and its
+# Python package (pybind11 and the numpy, pandas, pytest and Dask of Debian's python3).
 set -euo pipefail
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev
   libpugixml-dev zlib1g-dev libcli11-dev nlohmann-json3-dev librsvg2-bin
-  topp)  # OpenMS FileInfo: the test that validates written mzML
+  topp  # OpenMS FileInfo: the test that validates written mzML
+  pybind11-dev python3-dev python3-numpy python3-pandas python3-pytest python3-dask
+  python3-distributed)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,0 +1,164 @@
+import os
+import subprocess
+import threading
+
+import numpy as np
+import pytest
+
+import qxpkutil
+from conftest import three_peaks
+
+
+def _reference(path):
+    """The C++ entry point's peaks on a file, as printed by detect_reference."""
+    binary = os.environ.get("QXPKUTIL_DETECT_REFERENCE")
+    if not binary:
+        pytest.skip("QXPKUTIL_DETECT_REFERENCE is not set (run through ctest)")
+    out = subprocess.run([binary, str(path)], check=True, capture_output=True, text=True).stdout
+    rows = [line.split("\t") for line in out.splitlines()]
+    return [(int(r[0]), *(float.fromhex(v) for v in r[1:9]), int(r[9]), int(r[10])) for r in rows]
+
+
+def test_same_peaks_as_the_cpp_entry_point(mzml_files):
+    for path in mzml_files[:2]:
+        ours = []
+        for trace in qxpkutil.read_mzml(path):
+            t = qxpkutil.find_peaks(trace.x, trace.y)
+            for p in t.to_numpy():
+                ours.append((trace.index, p["apex_x"], p["apex_y"], p["centroid_x"], p["area"],
+                             p["height"], p["fwhm"], p["noise"], p["snr"], p["charge"], p["marks"]))
+        reference = _reference(path)
+        assert len(ours) == len(reference) > 0
+        # NaN (not measured) equals NaN here: compare the exact bits through repr.
+        assert [tuple(map(repr, map(float, r))) for r in ours] == \
+               [tuple(map(repr, map(float, r))) for r in reference]
+
+
+def _qxpeak(path, tmp_path):
+    """qxpeak's TSV for a file searched with no options, as (trace, fields...) rows."""
+    binary = os.environ.get("QXPKUTIL_QXPEAK")
+    if not binary:
+        pytest.skip("QXPKUTIL_QXPEAK is not set (run through ctest in a build with the tool)")
+    out = tmp_path / "peaks.tsv"
+    subprocess.run([binary, str(path), "-o", str(out)], check=True, capture_output=True)
+    header, *lines = out.read_text().splitlines()
+    names = header.split("\t")
+    if "snr" not in names:
+        pytest.skip("qxpeak here runs the classic driver by default, not DetectPeaks")
+    rows = [dict(zip(names, line.split("\t"))) for line in lines]
+    number = lambda text: float(text) if text else float("nan")  # blank: not measured
+    return [(int(r["trace"]), number(r["apex_x"]), number(r["apex_y"]), number(r["centroid_x"]),
+             number(r["area"]), number(r["fwhm"]), number(r["snr"]), int(r["charge"] or 0))
+            for r in rows]
+
+
+def test_same_peaks_as_qxpeak(mzml_files, tmp_path):
+    expected = _qxpeak(mzml_files[0], tmp_path)
+    ours = []
+    for trace in qxpkutil.read_mzml(mzml_files[0]):
+        for p in qxpkutil.find_peaks(trace.x, trace.y).to_numpy():
+            ours.append((trace.index, *(float(p[f]) for f in
+                         ("apex_x", "apex_y", "centroid_x", "area", "fwhm", "snr")),
+                         int(p["charge"])))
+    assert len(ours) == len(expected) > 0
+    assert [tuple(map(repr, r)) for r in ours] == [tuple(map(repr, r)) for r in expected]
+
+
+def test_count_family_matches_the_widened_double_family():
+    x, y = three_peaks()
+    xs, ys = x.astype(np.float32), np.round(y).astype(np.uint32)
+    counts = qxpkutil.find_peaks(xs, ys).to_numpy()
+    widened = qxpkutil.find_peaks(xs.astype(np.float64), ys.astype(np.float64)).to_numpy()
+    assert len(counts) == 3
+    np.testing.assert_array_equal(counts, widened)
+    # A strided view is copied, not misread.
+    strided = qxpkutil.find_peaks(np.repeat(xs, 2)[::2], np.repeat(ys, 2)[::2]).to_numpy()
+    np.testing.assert_array_equal(strided, counts)
+
+
+def test_table_forms_agree():
+    x, y = three_peaks()
+    t = qxpkutil.find_peaks(x, y, labels=_labels())
+    a, df = t.to_numpy(), t.to_pandas()
+    assert len(t) == len(a) == len(df) == 3
+    assert list(a.dtype.names) == list(df.columns) == list(t.fields)
+    np.testing.assert_allclose(a["apex_x"], [400.0, 402.0, 404.0], atol=0.002)
+    assert list(df["label"]) == ["", "big", ""]
+    assert (a["snr"] > 100).all() and (a["fwhm"] > 0).all()
+
+
+def _labels():
+    labels = qxpkutil.Labels()
+    labels.add("big", 402.0, 0.05)
+    return labels
+
+
+NAN = float("nan")
+
+
+@pytest.mark.parametrize("x, y, message", [
+    ([1.0, 3.0, 2.0], [1.0, 2.0, 3.0], "not ascending"),
+    ([1.0, 2.0, 3.0], [1.0, 2.0], "3 values but y has 2"),
+    ([1.0, 2.0, 3.0], [1.0, NAN, 3.0], "not a finite number"),
+    (np.ones((2, 2)), np.ones((2, 2)), "one-dimensional"),
+    (["a", "b"], [1.0, 2.0], "not an array of numbers"),
+])
+def test_bad_input_raises_the_library_message(x, y, message):
+    with pytest.raises(ValueError, match=message):
+        qxpkutil.find_peaks(x, y)
+
+
+@pytest.mark.parametrize("options, error", [
+    (dict(bogus=1), TypeError),
+    (dict(width_law="tof", analyzer="tof"), TypeError),
+    (dict(kind="image"), ValueError),
+    (dict(snr=-1), ValueError),
+    (dict(max_charge=-3), ValueError),
+    (dict(fwhm="wide"), ValueError),
+    (dict(labels="/nonexistent.lbs"), ValueError),
+    (dict(settings="/nonexistent.ini"), ValueError),
+])
+def test_bad_options_raise(options, error):
+    x, y = three_peaks()
+    with pytest.raises(error):
+        qxpkutil.find_peaks(x, y, **options)
+
+
+def test_options_reach_the_library():
+    x, y = three_peaks()
+    default = qxpkutil.find_peaks(x, y)
+    tallest = qxpkutil.find_peaks(x, y, snr=2500)  # heights 1000, 3000, 2000 over noise 1
+    assert list(tallest["apex_x"].round(2)) == [402.0]
+    assert qxpkutil.find_peaks(x, y, fwhm="0.0094@400").report["fwhm_at_median_x"] == \
+        pytest.approx(0.0094, rel=0.01)
+    region = qxpkutil.find_peaks(x, y, noise_region=(399.0, 399.8))
+    assert not np.allclose(region["snr"], default["snr"])
+    chrom = qxpkutil.find_peaks(x, y, kind="chromatogram")
+    assert (chrom["charge"] == 0).all()
+
+
+def test_classic_settings_from_an_ini_file(tmp_path):
+    ini = tmp_path / "classic.ini"
+    ini.write_text("[qxpeak\\PeakSettingsTrace-0]\nNumDetectSegments=1\nDetectRelThreshold-0=50\n")
+    x, y = three_peaks()
+    classic = qxpkutil.find_peaks(x, y, settings=ini)
+    assert classic.report["segments"] == 1
+    with pytest.raises(ValueError, match="no \\[other"):
+        qxpkutil.detect_options().load_settings(str(ini), "other")
+
+
+def test_threads_get_the_same_tables():
+    signals = [three_peaks(seed=s) for s in range(4)]
+    serial = [qxpkutil.find_peaks(x, y).to_numpy() for x, y in signals]
+    results = [None] * len(signals)
+
+    def work(i):
+        results[i] = qxpkutil.find_peaks(*signals[i]).to_numpy()
+
+    threads = [threading.Thread(target=work, args=(i,)) for i in range(len(signals))]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    for a, b in zip(serial, results):
+        np.testing.assert_array_equal(a, b)
