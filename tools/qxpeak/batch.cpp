@@ -16,6 +16,8 @@
 #include "qxpkutil/io/MzmlWriter.h"
 #include "qxpkutil/io/TextReader.h"
 #include "tools/qxpeak/file_io.h"
+#include "tools/qxpeak/output_files.h"
+#include "tools/qxpeak/printable.h"
 #include "tools/qxpeak/options.h"
 #include "tools/qxpeak/peak_writers.h"
 #include "tools/qxpeak/svg_plot.h"
@@ -47,7 +49,7 @@ std::string Extension(const std::string& format) {
 class Progress {
  public:
   Progress(std::ostream& err, bool enabled, std::size_t inputs)
-      : m_err(err), m_enabled(enabled && ::isatty(STDERR_FILENO)), m_inputs(inputs) {}
+      : m_err(err), m_enabled(enabled && ::isatty(STDERR_FILENO) == 1), m_inputs(inputs) {}
 
   void InputDone() {
     ++m_inputsDone;
@@ -94,20 +96,11 @@ class Progress {
   std::mutex m_mutex;
 };
 
-// What the centroided-mzML writer needs of each trace's peaks: apex and, when measured, the
-// centroid.
-std::vector<std::vector<Peak>> CentroidsOf(const std::vector<TracePeaks>& peaks) {
-  std::vector<std::vector<Peak>> out(peaks.size());
-  for (std::size_t t = 0; t < peaks.size(); ++t) {
-    const QXPeakTable& table = peaks[t].table;
-    out[t].resize(static_cast<std::size_t>(table.GetNumPeaks()));
-    for (std::size_t i = 0; i < out[t].size(); ++i) {
-      const QXPeakTableElement* e = table.GetPeak(static_cast<long>(i));
-      out[t][i].apex_x = e->m_dApexX;
-      out[t][i].apex_y = e->m_dApexY;
-      if (peaks[t].centroids) out[t][i].centroid_x = e->m_dCentroidX;
-    }
-  }
+// What the centroided-mzML writer takes: each trace's peaks.
+std::vector<std::vector<Peak>> PeaksOf(const std::vector<TracePeaks>& peaks) {
+  std::vector<std::vector<Peak>> out;
+  out.reserve(peaks.size());
+  for (const TracePeaks& p : peaks) out.push_back(p.peaks);
   return out;
 }
 
@@ -169,7 +162,8 @@ std::string OutputPath(const std::string& input, const std::string& format,
 }
 
 bool PlanJobs(const std::vector<std::string>& inputs, const std::vector<std::string>& formats,
-              const std::string& output, const std::string& outDir, std::vector<Job>& jobs,
+              const std::string& output, const std::string& outDir,
+              const std::vector<std::string>& protectedFiles, std::vector<Job>& jobs,
               std::string& error) {
   std::set<std::string> taken;
   for (const std::string& in : inputs) {
@@ -180,8 +174,15 @@ bool PlanJobs(const std::vector<std::string>& inputs, const std::vector<std::str
     Job job{in, {}};
     for (const std::string& format : formats) {
       const std::string path = OutputPath(in, format, output, outDir);
+      for (const std::string& kept : protectedFiles) {
+        if (SameFile(path, kept)) {
+          error = "the output " + Printable(path) + " would overwrite " + Printable(kept) +
+                  ", which this run reads; choose another output name";
+          return false;
+        }
+      }
       if (path != "-" && !taken.insert(std::filesystem::weakly_canonical(path).string()).second) {
-        error = "two inputs, or an input and an output, share the file name " + path +
+        error = "two inputs, or an input and an output, share the file name " + Printable(path) +
                 "; rename one or search them in separate runs";
         return false;
       }
@@ -197,7 +198,7 @@ std::vector<TracePeaks> SearchTraces(const std::vector<Trace>& traces,
                                      const std::function<void()>& traceDone) {
   std::vector<TracePeaks> peaks(traces.size());
   ParallelFor(traces.size(), threads, [&](std::size_t i) {
-    peaks[i] = DetectPeaks(traces[i], config);
+    peaks[i] = SearchTrace(traces[i], config);
     if (traceDone) traceDone();
   });
   return peaks;
@@ -212,12 +213,12 @@ bool FormatOutput(const std::string& format, const std::string& name, LoadedInpu
   } else if (format == "json") {
     text = FormatJson(name, traces, peaks);
   } else if (format == "dump") {
-    text = FormatDump(peaks);
+    text = FormatDump(traces, peaks);
   } else if (format == "svg") {
     text = FormatSvg(name, traces, peaks);
   } else {
     const ProcessingRecord record{kVersion, settingsSummary};
-    const std::vector<std::vector<Peak>> centroids = CentroidsOf(peaks);
+    const std::vector<std::vector<Peak>> centroids = PeaksOf(peaks);
     return input.mzml ? FormatCentroidedMzml(*input.mzml, centroids, record, text, error)
                       : FormatCentroidedMzml(name, traces, centroids, record, text, error);
   }
@@ -236,23 +237,45 @@ BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context,
       static_cast<unsigned>(std::max<std::size_t>(1, threads / std::max<std::size_t>(outer, 1)));
   ParallelFor(jobs.size(), static_cast<unsigned>(outer), [&](std::size_t j) {
     const Job& job = jobs[j];
-    const std::string name = job.input == "-" ? "standard input" : job.input;
+    const std::string name = job.input == "-" ? "standard input" : Printable(job.input);
     std::string error;
-    std::size_t traces = 0, found = 0;
+    std::size_t traces = 0, found = 0, skipped = 0;
     bool ok = false;
     try {
       LoadedInput input;
       ok = LoadInput(job.input, context.selection, input, error);
       if (ok) {
+        const std::vector<Trace>& list = input.Traces();
         const std::vector<TracePeaks> peaks =
-            SearchTraces(input.Traces(), context.config, inner, [&bar] { bar.TraceDone(); });
+            SearchTraces(list, context.config, inner, [&bar] { bar.TraceDone(); });
         traces = peaks.size();
-        for (const TracePeaks& p : peaks) found += static_cast<std::size_t>(p.table.GetNumPeaks());
-        for (const auto& [format, path] : job.outputs) {
-          std::string text;
-          ok = FormatOutput(format, name, input, peaks, context.settingsSummary, text, error) &&
-               WriteOutput(path, text, error);
-          if (!ok) break;
+        for (std::size_t t = 0; t < peaks.size(); ++t) {
+          found += peaks[t].peaks.size();
+          if (peaks[t].skipped.empty()) continue;
+          ++skipped;
+          bar.Message("qxpeak: " + name + ": " + TraceName(list[t]) + " skipped: " +
+                      Printable(peaks[t].skipped));
+        }
+        // Every format is made first, then all are written together or none.
+        std::vector<std::string> texts(job.outputs.size());
+        for (std::size_t k = 0; ok && k < job.outputs.size(); ++k) {
+          ok = FormatOutput(job.outputs[k].first, name, input, peaks, context.settingsSummary,
+                            texts[k], error);
+        }
+        std::vector<std::pair<std::string, std::string_view>> files;
+        for (std::size_t k = 0; ok && k < job.outputs.size(); ++k) {
+          files.emplace_back(job.outputs[k].second, texts[k]);
+        }
+        if (ok) {
+          const std::lock_guard<std::mutex> lock(mutex);  // one input's files at a time
+          ok = WriteOutputsTogether(files, error);
+        }
+        const bool plotted = std::any_of(job.outputs.begin(), job.outputs.end(),
+                                         [](const auto& o) { return o.first == "svg"; });
+        if (ok && plotted && traces > PlotOptions{}.maxPanels && !quiet) {
+          bar.Message("qxpeak: " + name + ": the plot shows the first " +
+                      std::to_string(PlotOptions{}.maxPanels) + " of " + std::to_string(traces) +
+                      " traces");
         }
       }
     } catch (const std::bad_alloc&) {
@@ -260,14 +283,16 @@ BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context,
       error = name + ": not enough memory to search it";
     }
     if (!ok) {
-      bar.Message("qxpeak: " + error);
+      bar.Message("qxpeak: " + Printable(error));
     } else if (!quiet) {
       std::string line = name + ": " + std::to_string(traces) +
                          (traces == 1 ? " trace, " : " traces, ") + std::to_string(found) +
                          (found == 1 ? " peak" : " peaks");
+      if (skipped > 0) line += ", " + std::to_string(skipped) + " skipped";
       const char* separator = " -> ";
       for (const auto& output : job.outputs) {
-        line += separator + (output.second == "-" ? std::string("standard output") : output.second);
+        line += separator +
+                (output.second == "-" ? std::string("standard output") : Printable(output.second));
         separator = ", ";
       }
       bar.Message(line);
@@ -277,9 +302,17 @@ BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context,
     summary.failed += ok ? 0 : 1;
     summary.traces += traces;
     summary.peaks += found;
+    summary.skipped += skipped;
   });
   bar.Finish();
   return summary;
+}
+
+std::string TraceName(const Trace& trace) {
+  std::string name = trace.kind == Trace::Kind::kChromatogram ? "chromatogram " : "spectrum ";
+  name += std::to_string(trace.index);
+  if (!trace.id.empty()) name += " (" + Printable(trace.id) + ")";
+  return name;
 }
 
 }  // namespace qxpkutil::qxpeak

@@ -42,6 +42,7 @@ struct BatchSummary {
   std::size_t failed = 0;
   std::size_t traces = 0;
   std::size_t peaks = 0;
+  std::size_t skipped = 0;  // traces that could not be searched
 };
 
 // An input read into memory: the mzML run it came from, or traces read from text.
@@ -65,10 +66,16 @@ std::string OutputPath(const std::string& input, const std::string& format,
                        const std::string& output, const std::string& outDir);
 
 // Jobs for `inputs` with one output per format. False with a message when two outputs would
-// land on the same file or an output would overwrite an input.
+// land on the same file, or an output would overwrite an input or one of `protectedFiles`
+// (the settings and label files the run reads).
 [[nodiscard]] bool PlanJobs(const std::vector<std::string>& inputs,
                             const std::vector<std::string>& formats, const std::string& output,
-                            const std::string& outDir, std::vector<Job>& jobs, std::string& error);
+                            const std::string& outDir,
+                            const std::vector<std::string>& protectedFiles,
+                            std::vector<Job>& jobs, std::string& error);
+
+// "spectrum 3 (scan=12)": how messages name a trace, with its id made printable.
+std::string TraceName(const Trace& trace);
 
 // Searches `traces` with up to `threads` workers; the result is parallel to `traces`.
 // `traceDone`, when set, is called (from any worker) after each trace.
@@ -84,9 +91,11 @@ std::vector<TracePeaks> SearchTraces(const std::vector<Trace>& traces,
                                 const std::string& settingsSummary, std::string& text,
                                 std::string& error);
 
-// Runs every job: reads, searches, writes. One line per input goes to `err`: what failed, or
-// (unless `quiet`) what was found and written; unless `quiet`, a progress line is shown on
-// a terminal for runs over a second. Inputs are independent: one failing stops no other.
+// Runs every job: reads, searches, writes. One line per input goes to `err` (terminal or
+// not): what failed, or (unless `quiet`) what was found and written; one line per trace
+// that was skipped, naming it and why. Unless `quiet`, a progress line is also shown on a
+// terminal for runs over a second. The outputs of one input are written together or not
+// at all. Inputs are independent: one failing stops no other.
 BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context, unsigned threads,
                       std::ostream& err, bool quiet);
 

@@ -10,10 +10,11 @@
 #include <system_error>
 #include <thread>
 
-#include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "tools/qxpeak/batch.h"
 #include "tools/qxpeak/demo_signal.h"
 #include "tools/qxpeak/file_io.h"
+#include "tools/qxpeak/output_files.h"
+#include "tools/qxpeak/printable.h"
 #include "tools/qxpeak/peak_writers.h"
 #include "tools/qxpeak/settings_file.h"
 
@@ -39,6 +40,7 @@ bool MakeOutDir(const std::string& dir, std::string& error) {
 // The demo's settings: what its spectrum needs, each still open to the command line.
 Options DemoOptions(const Options& given) {
   Options demo = given;
+  demo.mode = Options::Mode::kClassic;
   SettingOverrides& o = demo.overrides;
   if (!o.massProcessing) o.massProcessing = true;
   if (!o.maxCharge) o.maxCharge = 4;
@@ -58,16 +60,16 @@ std::string DemoCommandLine(const SettingOverrides& o) {
   return line + threshold + " -f tsv,svg";
 }
 
-void DemoSummary(const Trace& trace, const TracePeaks& peaks, double seconds, std::ostream& out) {
-  const QXPeakTable& table = peaks.table;
+void DemoSummary(const Trace& trace, const TracePeaks& found, double seconds, std::ostream& out) {
+  const std::vector<Peak>& peaks = found.peaks;
   std::map<int, int> charges;
-  for (long i = 0; i < table.GetNumPeaks(); ++i) ++charges[table.GetPeak(i)->m_nCharge];
+  for (const Peak& p : peaks) ++charges[p.charge];
   char line[160];
   std::snprintf(line, sizeof line,
                 "qxpeak demo: a generated profile spectrum, m/z %.0f to %.0f, %zu points\n",
                 trace.x.front(), trace.x.back(), trace.x.size());
   out << line;
-  std::snprintf(line, sizeof line, "Found %ld peaks in %.0f ms; by charge:", table.GetNumPeaks(),
+  std::snprintf(line, sizeof line, "Found %zu peaks in %.0f ms; by charge:", peaks.size(),
                 seconds * 1000.0);
   out << line;
   for (const auto& [z, count] : charges) {
@@ -75,30 +77,50 @@ void DemoSummary(const Trace& trace, const TracePeaks& peaks, double seconds, st
   }
   out << '\n';
 
-  int found = 0;
+  int seriesFound = 0;
   for (const DemoSeries& s : kDemoSeries) {
-    for (long i = 0; i < table.GetNumPeaks(); ++i) {
-      const QXPeakTableElement& p = *table.GetPeak(i);
-      if (std::fabs(p.m_dCentroidX - s.monoisotopicMz) < 0.02 && p.m_nCharge == s.charge) {
-        ++found;
+    for (const Peak& p : peaks) {
+      if (std::fabs(p.centroid_x - s.monoisotopicMz) < 0.02 && p.charge == s.charge) {
+        ++seriesFound;
         break;
       }
     }
   }
-  out << "Isotope series found with their charge: " << found << " of " << std::size(kDemoSeries)
-      << " placed in the spectrum\n";
+  out << "Isotope series found with their charge: " << seriesFound << " of "
+      << std::size(kDemoSeries) << " placed in the spectrum\n";
 
-  std::vector<const QXPeakTableElement*> top;
-  for (long i = 0; i < table.GetNumPeaks(); ++i) top.push_back(table.GetPeak(i));
+  std::vector<const Peak*> top;
+  for (const Peak& p : peaks) top.push_back(&p);
   std::stable_sort(top.begin(), top.end(),
-                   [](const auto* a, const auto* b) { return a->m_dApexY > b->m_dApexY; });
+                   [](const Peak* a, const Peak* b) { return a->apex_y > b->apex_y; });
   top.resize(std::min<std::size_t>(top.size(), 8));
   out << "The most intense peaks:\n  centroid m/z   intensity      area   z  marks\n";
-  for (const QXPeakTableElement* p : top) {
-    std::snprintf(line, sizeof line, "  %12.4f %11.1f %9.0f %3d  %s\n", p->m_dCentroidX,
-                  p->m_dApexY, p->m_dArea, p->m_nCharge, MarkNames(p->m_dwFlags).c_str());
+  for (const Peak* p : top) {
+    std::snprintf(line, sizeof line, "  %12.4f %11.1f %9.0f %3d  %s\n", p->centroid_x, p->apex_y,
+                  p->area, p->charge, MarkNames(p->marks).c_str());
     out << line;
   }
+}
+
+// The files a run reads besides its inputs; no output may replace them.
+std::vector<std::string> ReadFiles(const Options& options) {
+  std::vector<std::string> files;
+  if (!options.settingsFile.empty()) files.push_back(options.settingsFile);
+  if (!options.labelsFile.empty()) files.push_back(options.labelsFile);
+  return files;
+}
+
+// What the centroided mzML records about the search.
+std::string SettingsSummary(const Options& options, const DetectionConfig& config) {
+  if (config.options.classic) {
+    QXPeakTableList list(*config.options.classic);
+    return "classic: " + FormatSettingsLine(list, options.section, options.settingsTrace);
+  }
+  const DetectOptions& d = config.options;
+  char text[200];
+  std::snprintf(text, sizeof text, "automatic: snr=%g; fwhm=%g@%g; resolution=%g@%g; max_charge=%d",
+                d.snr, d.fwhm, d.fwhm_at, d.resolution, d.resolution_at, d.max_charge);
+  return std::string(text) + (d.gauss_refine ? "; gauss_refine" : "");
 }
 
 }  // namespace
@@ -108,49 +130,81 @@ int RunFind(const Options& options, std::ostream& /*out*/, std::ostream& err) {
   std::string error;
   std::vector<Job> jobs;
   if (!BuildDetectionConfig(options, context.config, error) ||
-      !PlanJobs(options.inputs, options.formats, options.output, options.outDir, jobs, error) ||
+      !PlanJobs(options.inputs, options.formats, options.output, options.outDir,
+                ReadFiles(options), jobs, error) ||
       !MakeOutDir(options.outDir, error)) {
-    err << "qxpeak: " << error << '\n';
-    return 1;
+    err << "qxpeak: " << Printable(error) << '\n';
+    return kExitFailed;
   }
   context.selection = options.selection;
-  context.settingsSummary =
-      FormatSettingsLine(context.config.list, options.section, options.settingsTrace);
+  context.settingsSummary = SettingsSummary(options, context.config);
   const BatchSummary summary =
       RunBatch(jobs, context, Threads(options.threads), err, options.quiet);
   if (summary.inputs > 1 && !options.quiet) {
     err << "qxpeak: " << summary.inputs - summary.failed << " of " << summary.inputs
-        << " inputs searched, " << summary.traces << " traces, " << summary.peaks << " peaks\n";
+        << " inputs searched, " << summary.traces << " traces (" << summary.skipped
+        << " skipped), " << summary.peaks << " peaks\n";
   }
-  return summary.failed == 0 ? 0 : 1;
+  if (summary.failed > 0) return kExitFailed;
+  return summary.skipped > 0 ? kExitSkipped : kExitOk;
 }
 
 int RunSettings(const Options& options, std::ostream& out, std::ostream& err) {
-  DetectionConfig config;
   std::string error;
-  if (!BuildDetectionConfig(options, config, error)) {
-    err << "qxpeak: " << error << '\n';
-    return 1;
+  std::string text;
+  if (!options.inputs.empty()) {
+    // The segments the automatic mode picks for the file's first selected trace.
+    DetectionConfig config;
+    LoadedInput input;
+    if (!BuildDetectionConfig(options, config, error) ||
+        !LoadInput(options.inputs[0], options.selection, input, error)) {
+      err << "qxpeak: " << Printable(error) << '\n';
+      return kExitFailed;
+    }
+    const Trace& trace = input.Traces().front();
+    DetectOptions d = config.options;
+    d.kind = trace.kind == Trace::Kind::kChromatogram ? SignalKind::kChromatogram
+                                                      : SignalKind::kSpectrum;
+    QXPeakTableList list = BuildAutomaticSegments(trace.x, trace.y, d);
+    if (list.GetNumDetectionSettings() == 0) {
+      err << "qxpeak: " << Printable(options.inputs[0]) << ": " << TraceName(trace)
+          << " cannot be searched, so no segments were chosen\n";
+      return kExitFailed;
+    }
+    text = FormatSettingsIni(list, options.section, options.settingsTrace);
+  } else {
+    QXPeakTableList list;
+    if (!BuildClassicList(options, list, error)) {
+      err << "qxpeak: " << Printable(error) << '\n';
+      return kExitFailed;
+    }
+    text = FormatSettingsIni(list, options.section, options.settingsTrace);
   }
-  const std::string text = FormatSettingsIni(config.list, options.section, options.settingsTrace);
   if (options.output.empty()) {
     out << text;
-    return 0;
+    return kExitOk;
   }
-  if (!WriteOutput(options.output, text, error)) {
-    err << "qxpeak: " << error << '\n';
-    return 1;
+  for (const std::string& kept : ReadFiles(options)) {
+    if (SameFile(options.output, kept)) {
+      err << "qxpeak: the output " << Printable(options.output) << " would overwrite "
+          << Printable(kept) << ", which this run reads\n";
+      return kExitFailed;
+    }
   }
-  return 0;
+  if (!WriteOutputsTogether({{options.output, text}}, error)) {
+    err << "qxpeak: " << Printable(error) << '\n';
+    return kExitFailed;
+  }
+  return kExitOk;
 }
 
 int RunDemo(const Options& options, std::ostream& out, std::ostream& err) {
-  const Options demo = DemoOptions(options);
+  Options demo = DemoOptions(options);
   DetectionConfig config;
   std::string error;
   if (!BuildDetectionConfig(demo, config, error) || !MakeOutDir(options.outDir, error)) {
-    err << "qxpeak: " << error << '\n';
-    return 1;
+    err << "qxpeak: " << Printable(error) << '\n';
+    return kExitFailed;
   }
   LoadedInput input;
   input.text.push_back(MakeDemoSpectrum());
@@ -161,25 +215,34 @@ int RunDemo(const Options& options, std::ostream& out, std::ostream& err) {
   std::ostream& summary = options.output == "-" ? err : out;
   if (!options.quiet) DemoSummary(input.text[0], peaks[0], elapsed.count(), summary);
 
-  const std::string settings = FormatSettingsLine(config.list, demo.section, demo.settingsTrace);
-  std::vector<std::string> written;
+  const std::string settings = SettingsSummary(demo, config);
+  std::vector<std::string> texts, paths, written;
   for (const std::string& format : options.formats) {
     const std::string path = OutputPath(kDemoName, format, options.output, options.outDir);
     std::string text;
-    if (!FormatOutput(format, "qxpeak demo spectrum", input, peaks, settings, text, error) ||
-        !WriteOutput(path, text, error)) {
-      err << "qxpeak: " << error << '\n';
-      return 1;
+    if (!FormatOutput(format, "qxpeak demo spectrum", input, peaks, settings, text, error)) {
+      err << "qxpeak: " << Printable(error) << '\n';
+      return kExitFailed;
     }
+    texts.push_back(std::move(text));
+    paths.push_back(path);
     written.push_back(path == "-" ? "standard output" : std::filesystem::absolute(path).string());
+  }
+  std::vector<std::pair<std::string, std::string_view>> files;
+  for (std::size_t k = 0; k < texts.size(); ++k) files.emplace_back(paths[k], texts[k]);
+  if (!WriteOutputsTogether(files, error)) {
+    err << "qxpeak: " << Printable(error) << '\n';
+    return kExitFailed;
   }
   if (!options.quiet) {
     summary << "Wrote";
-    for (std::size_t i = 0; i < written.size(); ++i) summary << (i == 0 ? " " : ", ") << written[i];
+    for (std::size_t i = 0; i < written.size(); ++i) {
+      summary << (i == 0 ? " " : ", ") << Printable(written[i]);
+    }
     summary << ".\nThe same search on a file of your own: " << DemoCommandLine(demo.overrides)
             << '\n';
   }
-  return 0;
+  return kExitOk;
 }
 
 int RunCommand(const Options& options, std::ostream& out, std::ostream& err) {

@@ -1,57 +1,69 @@
 #include "tools/qxpeak/detection.h"
 
-#include <algorithm>
-#include <limits>
+#include <cstdio>
 
+#include "qxpkutil/detect/gauss_refine_internal.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
-#include "qxpkutil/settings/PeakCalc.h"
 
 namespace qxpkutil::qxpeak {
 
-TracePeaks DetectPeaks(const Trace& trace, const DetectionConfig& config) {
+namespace {
+
+// The resolution calculator works on a peak record; the fields it reads are the bounds.
+std::int32_t ResolutionOf(const Trace& trace, const Peak& p, int percent) {
+  QXPeakTableElement e;
+  e.m_dApexX = p.apex_x;
+  e.m_dApexY = p.apex_y;
+  e.m_nApexIndex = static_cast<std::uint32_t>(p.apex_index);
+  e.m_dLeftX = p.left_x;
+  e.m_nLeftIndex = static_cast<std::uint32_t>(p.left_index);
+  e.m_dRightX = p.right_x;
+  e.m_nRightIndex = static_cast<std::uint32_t>(p.right_index);
+  std::int32_t result = -1;
+  e.DoResCalcOnPeak(trace.x.data(), trace.y.data(), percent, result);
+  return result;
+}
+
+}  // namespace
+
+TracePeaks SearchTrace(const Trace& trace, const DetectionConfig& config) {
+  DetectOptions options = config.options;
+  options.kind = trace.kind == Trace::Kind::kChromatogram ? SignalKind::kChromatogram
+                                                          : SignalKind::kSpectrum;
+  // The refinement runs here, once, whichever mode found the peaks.
+  const bool refine = options.gauss_refine;
+  options.gauss_refine = false;
+  if (options.classic) {
+    const bool centroided = config.centroided == CentroidedInput::kAuto
+                                ? trace.centroided
+                                : config.centroided == CentroidedInput::kYes;
+    options.classic->SetCentroidSpecData(centroided ? 1 : 0);
+  }
   TracePeaks result;
-  QXPeakTableList list(config.list);
-  list.DeleteAllPeakTables();
-  list.AddPeakTableToList();
-  const bool centroided = config.centroided == CentroidedInput::kAuto
-                              ? trace.centroided
-                              : config.centroided == CentroidedInput::kYes;
-  list.SetCentroidSpecData(centroided ? 1 : 0);
-  const auto n = static_cast<std::uint32_t>(trace.x.size());
-  if (n > 0) {
-    const double yMax = *std::max_element(trace.y.begin(), trace.y.end());
-    // Areas are plain sums of intensities, unscaled.
-    list.FindPeaks(trace.x.data(), trace.y.data(), n, yMax, 1.0, 0);
-  }
-  result.table = *list.GetPeakTableFromList(0);
-  result.centroids = centroided || list.MassProcessingOn() != 0;
-  QXPeakTable& table = result.table;
-  if (config.labels && table.GetNumPeaks() > 0) {
-    // Matching clears the list's changed flag, so every search matches with its own copy.
-    QXUserPkLabels labels(*config.labels);
-    table.MatchUserPeakLabels(&labels, result.centroids ? 1 : 0, kQXFilterAll, nullptr);
-  }
-  const auto count = static_cast<std::size_t>(table.GetNumPeaks());
-  if (config.noiseRegion) {
-    // A calculator without targets only measures the baseline and noise of its region.
-    SNPeakCalc sn;
-    sn.SetBaselineX1(config.noiseRegion->first);
-    sn.SetBaselineX2(config.noiseRegion->second);
-    const bool measured =
-        count > 0 && table.DoSignalToNoiseOnList(trace.x.data(), trace.y.data(), n, &sn) != 0;
-    result.signalToNoise.assign(count, std::numeric_limits<double>::quiet_NaN());
-    for (std::size_t i = 0; measured && i < count; ++i) {
-      result.signalToNoise[i] =
-          table.GetPeak(static_cast<long>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(), sn.GetNoise());
+  if (options.noise_region && !trace.x.empty()) {
+    // A region without data would give S/N nothing to measure: an error, not an empty column.
+    const auto [x1, x2] = *options.noise_region;
+    if (x2 < trace.x.front() || x1 > trace.x.back()) {
+      char text[160];
+      std::snprintf(text, sizeof text, "the --sn range %g:%g lies outside the data (x %g to %g)",
+                    x1, x2, trace.x.front(), trace.x.back());
+      result.skipped = text;
+      return result;
     }
   }
+  PeakList found = qxpkutil::DetectPeaks(std::span<const double>(trace.x),
+                                         std::span<const double>(trace.y), options);
+  if (!found.ok()) {
+    result.skipped = found.message;
+    return result;
+  }
+  result.peaks = std::move(found.peaks);
+  if (refine) RefineCentroidsByGaussFit(trace.x, trace.y, result.peaks);
   if (config.resolutionPercent) {
-    result.resolution.assign(count, -1);
-    for (std::size_t i = 0; i < count; ++i) {
-      const QXPeakTableElement& p = *table.GetPeak(static_cast<long>(i));
-      if (p.m_dApexY >= config.resolutionMinIntensity) {
-        p.DoResCalcOnPeak(trace.x.data(), trace.y.data(), *config.resolutionPercent,
-                          result.resolution[i]);
+    result.resolution.assign(result.peaks.size(), -1);
+    for (std::size_t i = 0; i < result.peaks.size(); ++i) {
+      if (result.peaks[i].apex_y >= config.resolutionMinIntensity) {
+        result.resolution[i] = ResolutionOf(trace, result.peaks[i], *config.resolutionPercent);
       }
     }
   }

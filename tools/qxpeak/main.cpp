@@ -6,9 +6,11 @@
 
 #include "tools/qxpeak/commands.h"
 #include "tools/qxpeak/options.h"
+#include "tools/qxpeak/output_files.h"
 
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
+  InstallSignalCleanup();
   try {
     Options options;
     if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {

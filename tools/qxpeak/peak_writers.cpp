@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include <nlohmann/json.hpp>
 
+#include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXTypes.h"
 
@@ -42,34 +44,32 @@ const char* KindName(Trace::Kind kind) {
   return kind == Trace::Kind::kChromatogram ? "chromatogram" : "spectrum";
 }
 
-// The record's values in output order, with their TSV column names; the JSON keys are the
-// same names.
+// A peak's values in output order, with their TSV column names; the JSON keys are the
+// same names, and so are the fields of the library's Peak.
 struct Field {
   const char* name;
-  double (*get)(const QXPeakTableElement&);
+  double (*get)(const Peak&);
   bool integer = false;  // an index or the charge: a whole number in JSON
 };
 constexpr Field kFields[] = {
-    {"apex_x", [](const QXPeakTableElement& p) { return p.m_dApexX; }},
-    {"apex_y", [](const QXPeakTableElement& p) { return p.m_dApexY; }},
-    {"apex_index", [](const QXPeakTableElement& p) { return static_cast<double>(p.m_nApexIndex); },
-     true},
-    {"left_x", [](const QXPeakTableElement& p) { return p.m_dLeftX; }},
-    {"left_y", [](const QXPeakTableElement& p) { return p.m_dLeftY; }},
-    {"left_index", [](const QXPeakTableElement& p) { return static_cast<double>(p.m_nLeftIndex); },
-     true},
-    {"right_x", [](const QXPeakTableElement& p) { return p.m_dRightX; }},
-    {"right_y", [](const QXPeakTableElement& p) { return p.m_dRightY; }},
-    {"right_index",
-     [](const QXPeakTableElement& p) { return static_cast<double>(p.m_nRightIndex); }, true},
-    {"centroid_x", [](const QXPeakTableElement& p) { return p.m_dCentroidX; }},
-    {"area", [](const QXPeakTableElement& p) { return p.m_dArea; }},
-    {"centroid_left_x", [](const QXPeakTableElement& p) { return p.m_dCentroidLeftX; }},
-    {"centroid_left_y", [](const QXPeakTableElement& p) { return p.m_dCentroidLeftY; }},
-    {"centroid_right_x", [](const QXPeakTableElement& p) { return p.m_dCentroidRightX; }},
-    {"centroid_right_y", [](const QXPeakTableElement& p) { return p.m_dCentroidRightY; }},
-    {"charge", [](const QXPeakTableElement& p) { return static_cast<double>(p.m_nCharge); }, true},
+    {"apex_x", [](const Peak& p) { return p.apex_x; }},
+    {"apex_y", [](const Peak& p) { return p.apex_y; }},
+    {"apex_index", [](const Peak& p) { return static_cast<double>(p.apex_index); }, true},
+    {"left_x", [](const Peak& p) { return p.left_x; }},
+    {"left_index", [](const Peak& p) { return static_cast<double>(p.left_index); }, true},
+    {"right_x", [](const Peak& p) { return p.right_x; }},
+    {"right_index", [](const Peak& p) { return static_cast<double>(p.right_index); }, true},
+    {"centroid_x", [](const Peak& p) { return p.centroid_x; }},
+    {"area", [](const Peak& p) { return p.area; }},
+    {"height", [](const Peak& p) { return p.height; }},
+    {"baseline", [](const Peak& p) { return p.baseline; }},
+    {"fwhm", [](const Peak& p) { return p.fwhm; }},
+    {"noise", [](const Peak& p) { return p.noise; }},
+    {"snr", [](const Peak& p) { return p.snr; }},
+    {"charge", [](const Peak& p) { return static_cast<double>(p.charge); }, true},
 };
+
+const char* XUnit(const Trace& t) { return t.kind == Trace::Kind::kChromatogram ? "s" : "m/z"; }
 
 std::string FlagsHex(std::uint32_t flags) {
   char buffer[16];
@@ -96,22 +96,18 @@ std::string MarkNames(std::uint32_t flags) {
 }
 
 std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks) {
-  bool withSn = false, withRes = false;
-  for (const TracePeaks& p : peaks) {
-    withSn = withSn || !p.signalToNoise.empty();
-    withRes = withRes || !p.resolution.empty();
-  }
-  std::string out = "trace\tid\tscan\trt";
+  bool withRes = false;
+  for (const TracePeaks& p : peaks) withRes = withRes || !p.resolution.empty();
+  std::string out = "trace\tid\tscan\trt_s\tx_unit";
   for (const Field& f : kFields) (out += '\t') += f.name;
   out += "\tflags\tmarks";
-  if (withSn) out += "\tsignal_to_noise";
   if (withRes) out += "\tresolution";
   out += "\tlabel\n";
   for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
     const Trace& trace = traces[t];
-    const QXPeakTable& table = peaks[t].table;
-    for (long i = 0; i < table.GetNumPeaks(); ++i) {
-      const QXPeakTableElement& p = *table.GetPeak(i);
+    const std::vector<Peak>& list = peaks[t].peaks;
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      const Peak& p = list[i];
       AppendInt(out, trace.index);
       out += '\t';
       AppendText(out, trace.id);
@@ -119,27 +115,25 @@ std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TraceP
       if (trace.scan_number >= 0) AppendInt(out, trace.scan_number);
       out += '\t';
       AppendNumber(out, trace.rt);
+      out += '\t';
+      out += XUnit(trace);
       for (const Field& f : kFields) {
         out += '\t';
-        AppendNumber(out, f.get(p));
+        // A charge of 0 means none was assigned: blank like every value not measured.
+        if (!(std::string_view(f.name) == "charge" && p.charge == 0)) AppendNumber(out, f.get(p));
       }
       out += '\t';
-      out += FlagsHex(p.m_dwFlags);
+      out += FlagsHex(p.marks);
       out += '\t';
-      out += MarkNames(p.m_dwFlags);
-      const auto index = static_cast<std::size_t>(i);
-      if (withSn) {
-        out += '\t';
-        if (index < peaks[t].signalToNoise.size()) AppendNumber(out, peaks[t].signalToNoise[index]);
-      }
+      out += MarkNames(p.marks);
       if (withRes) {
         out += '\t';
-        if (index < peaks[t].resolution.size() && peaks[t].resolution[index] >= 0) {
-          AppendInt(out, peaks[t].resolution[index]);
+        if (i < peaks[t].resolution.size() && peaks[t].resolution[i] >= 0) {
+          AppendInt(out, peaks[t].resolution[i]);
         }
       }
       out += '\t';
-      AppendText(out, p.m_strLabel);
+      AppendText(out, p.label);
       out += '\n';
     }
   }
@@ -160,28 +154,26 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
     j["id"] = trace.id;
     j["scan"] = trace.scan_number >= 0 ? Json(trace.scan_number) : Json(nullptr);
     j["ms_level"] = trace.ms_level > 0 ? Json(trace.ms_level) : Json(nullptr);
-    j["rt_seconds"] = JsonNumber(trace.rt);
+    j["rt_s"] = JsonNumber(trace.rt);
+    j["x_unit"] = XUnit(trace);
     j["centroided_input"] = trace.centroided;
     j["points"] = trace.x.size();
+    j["skipped"] = result.skipped.empty() ? Json(nullptr) : Json(result.skipped);
     Json& array = j["peaks"] = Json::array();
-    for (long i = 0; i < result.table.GetNumPeaks(); ++i) {
-      const QXPeakTableElement& p = *result.table.GetPeak(i);
-      const auto index = static_cast<std::size_t>(i);
+    for (std::size_t i = 0; i < result.peaks.size(); ++i) {
+      const Peak& p = result.peaks[i];
       Json peak;
       for (const Field& f : kFields) {
         peak[f.name] = f.integer ? Json(static_cast<std::int64_t>(f.get(p))) : JsonNumber(f.get(p));
       }
-      peak["flags"] = p.m_dwFlags;
-      peak["marks"] = MarkNames(p.m_dwFlags);
-      if (!result.signalToNoise.empty()) {
-        peak["signal_to_noise"] =
-            JsonNumber(index < result.signalToNoise.size() ? result.signalToNoise[index] : NAN);
-      }
+      if (p.charge == 0) peak["charge"] = nullptr;
+      peak["flags"] = p.marks;
+      peak["marks"] = MarkNames(p.marks);
       if (!result.resolution.empty()) {
-        const std::int32_t r = index < result.resolution.size() ? result.resolution[index] : -1;
+        const std::int32_t r = i < result.resolution.size() ? result.resolution[i] : -1;
         peak["resolution"] = r >= 0 ? Json(r) : Json(nullptr);
       }
-      peak["label"] = p.m_strLabel;
+      peak["label"] = p.label;
       array.push_back(std::move(peak));
     }
     list.push_back(std::move(j));
@@ -189,9 +181,38 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
   return root.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-std::string FormatDump(const std::vector<TracePeaks>& peaks) {
+std::string FormatDump(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks) {
   std::string out;
-  for (const TracePeaks& p : peaks) out += p.table.DumpToText();
+  for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
+    const Trace& trace = traces[t];
+    const auto yAt = [&trace](std::int32_t i) {
+      return i >= 0 && static_cast<std::size_t>(i) < trace.y.size()
+                 ? trace.y[static_cast<std::size_t>(i)]
+                 : 0.0;
+    };
+    // The library's table, rebuilt from the values; what the Peak does not carry (the
+    // centroid region) is written as 0, and an unmeasured centroid as 0 as the table has it.
+    QXPeakTable table;
+    for (const Peak& p : peaks[t].peaks) {
+      auto e = std::make_unique<QXPeakTableElement>();
+      e->m_dApexX = p.apex_x;
+      e->m_dApexY = p.apex_y;
+      e->m_nApexIndex = static_cast<std::uint32_t>(p.apex_index);
+      e->m_dLeftX = p.left_x;
+      e->m_dLeftY = yAt(p.left_index);
+      e->m_nLeftIndex = static_cast<std::uint32_t>(p.left_index);
+      e->m_dRightX = p.right_x;
+      e->m_dRightY = yAt(p.right_index);
+      e->m_nRightIndex = static_cast<std::uint32_t>(p.right_index);
+      e->m_dCentroidX = std::isfinite(p.centroid_x) ? p.centroid_x : 0.0;
+      e->m_dArea = p.area;
+      e->m_nCharge = p.charge;
+      e->m_dwFlags = p.marks;
+      e->m_strLabel = p.label;
+      table.AddPeak(e.release());
+    }
+    out += table.DumpToText();
+  }
   return out;
 }
 

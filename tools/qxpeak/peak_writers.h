@@ -20,24 +20,25 @@ namespace qxpkutil::qxpeak {
 std::string MarkNames(std::uint32_t flags);
 
 // One header line, then one line per peak of every trace in order: the trace's position,
-// id, scan number and retention time (seconds), every field of the peak record but the
-// spare values (they carry nothing a search writes), the flag word in hex with its mark
-// names, the signal-to-noise and resolution columns when `peaks` carry them, and the label.
-// Numbers are written in the shortest form that reads back exactly; unknown values (no
-// scan number, no retention time, the unset mark, a resolution of -1, a NaN) are empty.
+// id, scan number, retention time (rt_s, seconds) and the unit of every x column (x_unit:
+// "m/z" for spectra, "s" for chromatograms), the fields of the library's Peak, the mark
+// word in hex with its names, the resolution column when `peaks` carry it, and the label.
+// Numbers are written in the shortest form that reads back exactly; values that were not
+// measured (no scan number, no retention time, no centroid, no S/N, charge 0, a resolution
+// of -1) are empty, never 0.
 // Tabs and line breaks inside ids and labels become blanks. `traces` and `peaks` are
 // parallel.
 std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks);
 
-// {"input": name, "traces": [{index, kind, id, scan, ms_level, rt_seconds,
-// centroided_input, points, peaks: [{...}]}]} with the fields of FormatTsv; unknown values
-// are null. Text that is not valid UTF-8 is written with replacement characters.
+// {"input": name, "traces": [{index, kind, id, scan, ms_level, rt_s, x_unit,
+// centroided_input, points, skipped, peaks: [{...}]}]} with the fields of FormatTsv; values
+// not measured are null; `skipped` is null or why the trace was not searched. Text that is not valid UTF-8 is written with replacement characters.
 std::string FormatJson(const std::string& inputName, const std::vector<Trace>& traces,
                        const std::vector<TracePeaks>& peaks);
 
 // The library's dump of each trace's table (count line, header, one line per peak), one
 // after the other; each dump starts with its "# Peaks" count line, so the traces can be
-// told apart.
-std::string FormatDump(const std::vector<TracePeaks>& peaks);
+// told apart. The table is rebuilt from the peaks (bound heights read from the trace).
+std::string FormatDump(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks);
 
 }  // namespace qxpkutil::qxpeak

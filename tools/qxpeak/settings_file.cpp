@@ -1,6 +1,7 @@
 #include "tools/qxpeak/settings_file.h"
 
-#include <charconv>
+#include <limits>
+#include <sstream>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -10,32 +11,35 @@
 #include "qxpkutil/labels/QXUserPkLabels.h"
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/QXPersistUtils.h"
+#include "qxpkutil/platform/QXParse.h"
 #include "tools/qxpeak/file_io.h"
+#include "tools/qxpeak/printable.h"
 
 namespace qxpkutil::qxpeak {
 
 namespace {
 
-constexpr int kMaxSegments = 10000;
+constexpr double kBig = std::numeric_limits<double>::max();
 
-// The keys of one segment ("<name>-<i>"), and of the list, with their number kind.
-struct KeyInfo {
-  std::string_view name;
-  bool integer;
+// Every key of the layout with the range the command line applies to the same value, so
+// that a value refused on the command line is refused in a file too. Segment keys are
+// "<name>-<i>"; the two keys spelled with "-0" are list keys.
+constexpr SettingRange kSegmentKeys[] = {
+    {"DetectRangeX1", -kBig, kBig, false},     {"DetectRangeX2", -kBig, kBig, false},
+    {"PeakThresholdPct", 0, 100, false},       {"AbsoluteThreshold", 0, kBig, false},
+    {"PeakFilterType", 0, 1, true},            {"PeakFilterWidth", 1, 2001, true},
+    {"PeakFilterIncrement", 1, 1000, true},    {"MinPeakArea", 0, kBig, false},
+    {"PctPeakArea", 0, 100, false},            {"MinPeakWidth", 0, 100000000, true},
+    {"MaxPeakWidth", 1, 100000000, true},      {"AutoPeakWidth", 0, 1, true},
+    {"PeakIntegrateMethod", 0, 1, true},       {"NoiseThreshold", 0, kBig, false},
+    {"PeakCentroidPct", 0, 100, false},        {"MaxCharge", 1, 100, true},
+    {"MaxIsotope", 1, 40, true},               {"RelMinIntensity", 0, 1, false},
+    {"RelMaxIntensity", 0, 1, false},
 };
-constexpr KeyInfo kSegmentKeys[] = {
-    {"DetectRangeX1", false},      {"DetectRangeX2", false},  {"PeakThresholdPct", false},
-    {"AbsoluteThreshold", false},  {"PeakFilterType", true},  {"PeakFilterWidth", true},
-    {"PeakFilterIncrement", true}, {"MinPeakArea", false},    {"PctPeakArea", false},
-    {"MinPeakWidth", true},        {"MaxPeakWidth", true},    {"AutoPeakWidth", true},
-    {"PeakIntegrateMethod", true}, {"NoiseThreshold", false}, {"PeakCentroidPct", false},
-    {"MaxCharge", true},           {"MaxIsotope", true},      {"RelMinIntensity", false},
-    {"RelMaxIntensity", false},
-};
-constexpr KeyInfo kListKeys[] = {
-    {"NumDetectSegments", true}, {"Mass-Processing-0", true},
-    {"Resolution-0", false},     {"UseResolutionForPkDetect", true},
-    {"GaussianFit", true},       {"AutomaticNoiseThreshold", true},
+constexpr SettingRange kListKeys[] = {
+    {"NumDetectSegments", 1, kMaxSegments, true}, {"Mass-Processing-0", 0, 1, true},
+    {"Resolution-0", 0, kBig, false},             {"UseResolutionForPkDetect", 0, 1, true},
+    {"GaussianFit", 0, 1, true},                  {"AutomaticNoiseThreshold", 0, 1, true},
 };
 
 bool EqualNoCase(std::string_view a, std::string_view b) {
@@ -47,24 +51,39 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
   return true;
 }
 
-bool IsNumber(std::string_view text, bool integer) {
-  if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
-  if (text.empty() || text.front() == '+' || text.front() == '-') return false;
-  const char* end = text.data() + text.size();
-  if (integer) {
-    std::int64_t v = 0;
-    const auto r = std::from_chars(text.data(), end, v);
-    return r.ec == std::errc() && r.ptr == end && v <= INT32_MAX;
-  }
+// The value by the tool's one number rule, inside the key's range.
+bool InRange(std::string_view text, const SettingRange& range) {
   double v = 0.0;
-  const auto r = std::from_chars(text.data(), end, v);
-  return r.ec == std::errc() && r.ptr == end && std::isfinite(v);
+  int i = 0;
+  const bool ok = range.integer ? QXParseInt(text, i) : QXParseDouble(text, v);
+  if (range.integer) v = i;
+  return ok && v >= range.min && v <= range.max;
 }
 
-// The INI file with access to its sections' keys, for checking them before a restore.
-class SettingsIni : public QXIniProfile {
+// The settings text read once into memory (a pipe or standard input can be read only
+// once), with the INI rules of the library's profile file, and access to a section's keys.
+class SettingsIni : public QXMemoryProfile {
  public:
-  using QXIniProfile::QXIniProfile;
+  explicit SettingsIni(std::string_view text) {
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    std::string section;
+    bool inSection = false;
+    while (!text.empty()) {
+      const std::size_t end = text.find('\n');
+      const std::string_view line = Trim(text.substr(0, end));
+      text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+      if (line.empty() || line.front() == ';' || line.front() == '#') continue;
+      if (line.front() == '[') {
+        section = Trim(line.substr(1, line.find(']') - 1));
+        inSection = true;
+        continue;
+      }
+      const std::size_t equals = line.find('=');
+      if (!inSection || equals == std::string_view::npos) continue;
+      const std::string key(Trim(line.substr(0, equals)));
+      if (!key.empty()) Put(section, key, Trim(line.substr(equals + 1)), false);
+    }
+  }
 
   // The section's (key, value) pairs, or false when there is no such section.
   bool Keys(const std::string& section,
@@ -74,55 +93,81 @@ class SettingsIni : public QXIniProfile {
     for (const auto& [key, entry] : it->second.keys) keys.emplace_back(key, entry.value);
     return true;
   }
+
+ private:
+  static std::string_view Trim(std::string_view s) {
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\r')) {
+      s.remove_prefix(1);
+    }
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) {
+      s.remove_suffix(1);
+    }
+    return s;
+  }
 };
 
 std::string TraceSection(const std::string& section, int trace) {
   return section + "\\PeakSettingsTrace-" + std::to_string(trace);
 }
 
-// Checks every key of the section: known, numeric, and (for segment keys) naming a segment.
+// Checks every key of the section: known, a number inside the command line's range, and
+// (for segment keys) naming a segment. A list of several segments must give each one its
+// range, so that a small file cannot ask for a thousand copies of the whole data.
 bool CheckKeys(const std::vector<std::pair<std::string, std::string>>& keys,
                const std::string& where, std::string& error) {
-  std::int64_t segments = 1;
+  int segments = 1;
   for (const auto& [key, value] : keys) {
-    if (EqualNoCase(key, "NumDetectSegments")) {
-      const auto r = std::from_chars(value.data(), value.data() + value.size(), segments);
-      if (r.ec != std::errc() || r.ptr != value.data() + value.size() || segments < 1 ||
-          segments > kMaxSegments) {
-        error = where + " NumDetectSegments=" + value + " is not a segment count from 1 to " +
-                std::to_string(kMaxSegments);
-        return false;
-      }
+    if (EqualNoCase(key, "NumDetectSegments") &&
+        (!QXParseInt(value, segments) || segments < 1 || segments > kMaxSegments)) {
+      error = where + " NumDetectSegments=" + Printable(value) +
+              " is not a segment count from 1 to " + std::to_string(kMaxSegments);
+      return false;
     }
   }
+  std::vector<int> ranged(static_cast<std::size_t>(segments), 0);
   for (const auto& [key, value] : keys) {
-    const KeyInfo* info = nullptr;
-    for (const KeyInfo& k : kListKeys) {
-      if (EqualNoCase(key, k.name)) info = &k;
+    const SettingRange* info = nullptr;
+    for (const SettingRange& k : kListKeys) {
+      if (EqualNoCase(key, k.key)) info = &k;
     }
     const std::size_t dash = key.rfind('-');
     if (info == nullptr && dash != std::string::npos) {
-      std::int64_t index = -1;
-      const auto r = std::from_chars(key.data() + dash + 1, key.data() + key.size(), index);
-      const bool numbered =
-          r.ec == std::errc() && r.ptr == key.data() + key.size() && dash + 1 < key.size();
-      for (const KeyInfo& k : kSegmentKeys) {
-        if (!numbered || !EqualNoCase(std::string_view(key).substr(0, dash), k.name)) continue;
+      int index = -1;
+      const std::string_view digits = std::string_view(key).substr(dash + 1);
+      const bool numbered = !digits.empty() && digits.front() != '+' &&
+                            digits.front() != '-' && QXParseInt(digits, index) && index >= 0;
+      for (const SettingRange& k : kSegmentKeys) {
+        if (!numbered || !EqualNoCase(std::string_view(key).substr(0, dash), k.key)) continue;
         if (index >= segments) {
-          error = where + " " + key + " names segment " + std::to_string(index) +
+          error = where + " " + Printable(key) + " names segment " + std::to_string(index) +
                   ", but NumDetectSegments is " + std::to_string(segments);
           return false;
+        }
+        if (std::string_view(k.key).starts_with("DetectRange")) {
+          ++ranged[static_cast<std::size_t>(index)];
         }
         info = &k;
       }
     }
     if (info == nullptr) {
-      error = where + " has an unknown key '" + key + "' (see 'qxpeak settings' for the keys)";
+      error = where + " has an unknown key '" + Printable(key) +
+              "' (see 'qxpeak settings' for the keys)";
       return false;
     }
-    if (!IsNumber(value, info->integer)) {
-      error = where + " " + key + "=" + value + " is not " +
-              (info->integer ? "a whole number" : "a number");
+    if (!InRange(value, *info)) {
+      std::ostringstream range;
+      range << info->min << " to " << info->max;
+      error = where + " " + Printable(key) + "=" + Printable(value) + " is not " +
+              (info->integer ? "a whole number" : "a number") +
+              (info->min == -kBig ? std::string() : " from " + range.str());
+      return false;
+    }
+  }
+  for (int i = 0; segments > 1 && i < segments; ++i) {
+    if (ranged[static_cast<std::size_t>(i)] < 2) {
+      error = where + " NumDetectSegments is " + std::to_string(segments) + " but segment " +
+              std::to_string(i) + " has no DetectRangeX1-" + std::to_string(i) +
+              " and DetectRangeX2-" + std::to_string(i) + " keys";
       return false;
     }
   }
@@ -194,18 +239,59 @@ std::vector<std::pair<std::string, std::string>> SettingsPairs(QXPeakTableList& 
 
 bool LoadSettingsFile(const std::string& path, const std::string& section, int trace,
                       QXPeakTableList& list, std::string& error) {
-  std::vector<char> bytes;  // read once here for a clear message when it cannot be
+  std::vector<char> bytes;  // read once: a pipe or standard input cannot be opened twice
   if (!ReadWholeFile(path, std::size_t{64} << 20, bytes, error)) return false;
-  SettingsIni ini(path);
-  const std::string name = TraceSection(section, trace);
+  const std::string name = path == "-" ? "standard input" : path;
+  return LoadSettingsText(std::string_view(bytes.data(), bytes.size()), name, section, trace,
+                          list, error);
+}
+
+bool LoadSettingsText(std::string_view text, const std::string& name, const std::string& section,
+                      int trace, QXPeakTableList& list, std::string& error) {
+  SettingsIni ini(text);
+  const std::string sectionName = TraceSection(section, trace);
   std::vector<std::pair<std::string, std::string>> keys;
-  if (!ini.Keys(name, keys)) {
-    error = path + ": no [" + name + "] section (write one with 'qxpeak settings > " + path + "')";
+  if (!ini.Keys(sectionName, keys)) {
+    error = name + ": no [" + Printable(sectionName) +
+            "] section (a settings file is what 'qxpeak settings' prints)";
     return false;
   }
-  if (!CheckKeys(keys, path + ": [" + name + "]", error)) return false;
+  if (!CheckKeys(keys, name + ": [" + Printable(sectionName) + "]", error)) return false;
   WithAppProfile(
       ini, [&] { list.RestoreSettings(section.c_str(), trace, nullptr, kQXPersistFromProfile); });
+  return true;
+}
+
+bool LoadLabels(const std::string& path, QXUserPkLabels& labels, std::string& error) {
+  std::vector<char> bytes;  // read once: a pipe or standard input cannot be opened twice
+  if (!ReadWholeFile(path, std::size_t{64} << 20, bytes, error)) return false;
+  const std::string name = path == "-" ? "standard input" : path;
+  const std::string_view text(bytes.data(), bytes.size());
+  const std::string format =
+      "; a label file has the header line 'Label<TAB>X Value<TAB>Delta X', then one line per "
+      "label: name<TAB>x<TAB>tolerance[<TAB>charge]";
+  // Without its header the first label would be taken for one and lost.
+  if (!text.starts_with("Label\t")) {
+    error = name + ": does not start with the header line" + format;
+    return false;
+  }
+  if (text.find(';') != std::string_view::npos || text.find('\0') != std::string_view::npos) {
+    error = name + ": a label holds ';' or a NUL byte, which a label cannot keep";
+    return false;
+  }
+  // The library's text form: every line ended by ';'.
+  std::string pieces;
+  pieces.reserve(text.size() + 64);
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const std::size_t end = rest.find('\n');
+    pieces.append(rest.substr(0, end)).append(";");
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+  }
+  if (!labels.LoadLabelsFromFile(nullptr, 0, pieces)) {
+    error = name + ": no labels read" + format;
+    return false;
+  }
   return true;
 }
 
@@ -216,7 +302,6 @@ void LoadDefaultSettings(const std::string& section, int trace, QXPeakTableList&
 
 void ApplyOverrides(const SettingOverrides& o, QXPeakTableList& list) {
   if (o.massProcessing) list.SetMassProcessing(*o.massProcessing ? 1 : 0);
-  if (o.gaussFit) list.SetGaussFit(*o.gaussFit ? 1 : 0);
   if (o.autoNoise) list.SetAutoSNCalcOn(*o.autoNoise ? 1 : 0);
   if (list.GetNumDetectionSettings() == 0) list.AddDetectionSetting(-1);
   if (!o.segments.empty()) {
@@ -268,30 +353,55 @@ std::string FormatSettingsLine(QXPeakTableList& list, const std::string& section
   return text;
 }
 
-bool BuildDetectionConfig(const Options& options, DetectionConfig& config, std::string& error) {
+const SettingRange* FindSettingRange(std::string_view key) {
+  for (const SettingRange& r : kSegmentKeys) {
+    if (EqualNoCase(key, r.key)) return &r;
+  }
+  for (const SettingRange& r : kListKeys) {
+    if (EqualNoCase(key, r.key)) return &r;
+  }
+  return nullptr;
+}
+
+bool BuildClassicList(const Options& options, QXPeakTableList& list, std::string& error) {
   if (options.settingsFile.empty()) {
-    LoadDefaultSettings(options.section, options.settingsTrace, config.list);
-  } else if (!LoadSettingsFile(options.settingsFile, options.section, options.settingsTrace,
-                               config.list, error)) {
+    LoadDefaultSettings(options.section, options.settingsTrace, list);
+  } else if (!LoadSettingsFile(options.settingsFile, options.section, options.settingsTrace, list,
+                               error)) {
     return false;
   }
-  ApplyOverrides(options.overrides, config.list);
-  config.centroided = options.centroided;
-  config.noiseRegion = options.noiseRegion;
-  config.resolutionPercent = options.resolutionPercent;
-  config.resolutionMinIntensity = options.resolutionMinIntensity;
-  config.labels.reset();
-  if (!options.labelsFile.empty()) {
-    std::vector<char> bytes;  // read once here for a clear message when it cannot be
-    if (!ReadWholeFile(options.labelsFile, std::size_t{64} << 20, bytes, error)) return false;
-    auto labels = std::make_shared<QXUserPkLabels>();
-    if (!labels->LoadLabelsFromFile(options.labelsFile.c_str(), 0, std::string())) {
-      error = options.labelsFile +
-              ": no labels read; a label file has a header line, then one line per label: "
-              "name<TAB>x<TAB>tolerance[<TAB>charge]";
+  ApplyOverrides(options.overrides, list);
+  return true;
+}
+
+bool BuildDetectionConfig(const Options& options, DetectionConfig& config, std::string& error) {
+  DetectOptions& d = config.options;
+  d = DetectOptions();
+  if (options.mode == Options::Mode::kClassic) {
+    QXPeakTableList list;
+    if (!BuildClassicList(options, list, error)) return false;
+    d.classic = std::move(list);
+  } else {
+    const AutomaticSettings& a = options.automatic;
+    if (a.snr) d.snr = *a.snr;
+    if (!a.fwhm.empty() && !ParseFwhm(a.fwhm, d, error)) {
+      error = "--fwhm: " + error;
       return false;
     }
-    config.labels = std::move(labels);
+    if (a.resolution) d.resolution = *a.resolution;
+    if (a.resolutionAt) d.resolution_at = *a.resolutionAt;
+    if (a.analyzer) d.width_law = *a.analyzer;
+    if (options.overrides.maxCharge) d.max_charge = *options.overrides.maxCharge;
+  }
+  d.gauss_refine = options.gaussFit;
+  d.noise_region = options.noiseRegion;
+  config.centroided = options.centroided;
+  config.resolutionPercent = options.resolutionPercent;
+  config.resolutionMinIntensity = options.resolutionMinIntensity;
+  if (!options.labelsFile.empty()) {
+    auto labels = std::make_shared<QXUserPkLabels>();
+    if (!LoadLabels(options.labelsFile, *labels, error)) return false;
+    d.labels = std::move(labels);
   }
   return true;
 }

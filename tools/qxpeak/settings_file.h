@@ -9,6 +9,9 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+#include "qxpkutil/labels/QXUserPkLabels.h"
 
 #include "qxpkutil/settings/QXPeakTableList.h"
 #include "tools/qxpeak/detection.h"
@@ -16,14 +19,38 @@
 
 namespace qxpkutil::qxpeak {
 
+// The range a settings key's value must lie in (the same the command line applies), and
+// whether it is a whole number; `key` without its "-<segment>" suffix. Null for no such key.
+struct SettingRange {
+  const char* key;
+  double min, max;
+  bool integer;
+};
+inline constexpr int kMaxSegments = 1000;
+const SettingRange* FindSettingRange(std::string_view key);
+
 // Restores `list` from the INI file at `path`, section "<section>\PeakSettingsTrace-<trace>".
 // The file is checked first, so that a mistake is reported rather than silently replaced
 // by a default: false with one line in `error` when the file cannot be read, lacks the
 // section, holds a key the layout does not have (a segment key of a segment beyond
-// NumDetectSegments included), a value that is not a number (or not a whole number where
-// one is due), or a NumDetectSegments outside 1..10000.
+// NumDetectSegments included), a value that is not a number inside its key's range, a
+// NumDetectSegments outside 1..kMaxSegments, or several segments without their ranges.
+// The file is read once, so a pipe or "-" (standard input) works.
 [[nodiscard]] bool LoadSettingsFile(const std::string& path, const std::string& section, int trace,
                                     QXPeakTableList& list, std::string& error);
+// The same for settings text already in memory; `name` only labels messages.
+[[nodiscard]] bool LoadSettingsText(std::string_view text, const std::string& name,
+                                    const std::string& section, int trace, QXPeakTableList& list,
+                                    std::string& error);
+
+// Reads a label file (read once, like settings) into `labels`. False with one line in
+// `error` when it cannot be read, lacks its header line (whose absence would cost the
+// first label), holds ';' or NUL (which the library's label text cannot carry) or no label.
+[[nodiscard]] bool LoadLabels(const std::string& path, QXUserPkLabels& labels, std::string& error);
+
+// The classic segment list the options describe: settings file or defaults, then overrides.
+[[nodiscard]] bool BuildClassicList(const Options& options, QXPeakTableList& list,
+                                    std::string& error);
 
 // Gives `list` the library's default settings: one segment over the whole data.
 void LoadDefaultSettings(const std::string& section, int trace, QXPeakTableList& list);
@@ -39,9 +66,9 @@ std::string FormatSettingsIni(QXPeakTableList& list, const std::string& section,
 // The same settings on one line ("key=value; ..."), for records inside other files.
 std::string FormatSettingsLine(QXPeakTableList& list, const std::string& section, int trace);
 
-// The whole configuration of a search from the options: settings file or defaults,
-// overrides, the label file (checked here: false when it cannot be read or holds no label),
-// and the measurements.
+// The whole configuration of a search from the options: the automatic description, or the
+// classic list (settings file or defaults, overrides), the label file (checked here), and
+// the measurements.
 [[nodiscard]] bool BuildDetectionConfig(const Options& options, DetectionConfig& config,
                                         std::string& error);
 

@@ -130,8 +130,21 @@ void Axes(std::string& out, const Frame& f, const char* xTitle) {
   out += "</g>\n";
 }
 
+// The typical spacing of x (the median step); a step several times larger is a gap in
+// the data (zero-filled profile spectra store nothing between their islands).
+double GapStep(const Trace& t) {
+  std::vector<double> steps;
+  for (std::size_t i = 1; i < t.x.size(); ++i) steps.push_back(t.x[i] - t.x[i - 1]);
+  if (steps.empty()) return std::numeric_limits<double>::infinity();
+  std::nth_element(steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2),
+                   steps.end());
+  const double median = steps[steps.size() / 2];
+  return median > 0.0 ? 5.0 * median : std::numeric_limits<double>::infinity();
+}
+
 // The signal as a path: sticks for centroided data, otherwise the min/max envelope of
-// each pixel column (exact when points are sparser than pixels).
+// each pixel column (exact when points are sparser than pixels), broken across x gaps so
+// that no line is drawn where the data holds no points.
 void Signal(std::string& out, const Trace& t, const Frame& f) {
   out += "<path class=\"signal\" fill=\"none\" stroke=\"#1f4e79\" stroke-width=\"1\" d=\"";
   const std::size_t n = t.x.size();
@@ -145,18 +158,21 @@ void Signal(std::string& out, const Trace& t, const Frame& f) {
   } else {
     std::vector<double> lo(columns, std::numeric_limits<double>::infinity());
     std::vector<double> hi(columns, -std::numeric_limits<double>::infinity());
+    std::vector<char> afterGap(columns, 0);
+    const double gap = GapStep(t);
     for (std::size_t i = 0; i < n; ++i) {
       const double c = (t.x[i] - f.x0) / (f.x1 - f.x0) * static_cast<double>(columns);
       const std::size_t col = std::min(columns - 1, static_cast<std::size_t>(std::max(0.0, c)));
       lo[col] = std::min(lo[col], t.y[i]);
       hi[col] = std::max(hi[col], t.y[i]);
+      if (i > 0 && t.x[i] - t.x[i - 1] > gap) afterGap[col] = 1;
     }
     char command = 'M';
     for (std::size_t col = 0; col < columns; ++col) {
       if (lo[col] > hi[col]) continue;
       const double px =
           f.left + (static_cast<double>(col) + 0.5) * f.width / static_cast<double>(columns);
-      Point(out, command, px, f.Py(hi[col]));
+      Point(out, afterGap[col] ? 'M' : command, px, f.Py(hi[col]));
       command = 'L';
       if (lo[col] < hi[col]) Point(out, 'L', px, f.Py(lo[col]));
     }
@@ -164,27 +180,27 @@ void Signal(std::string& out, const Trace& t, const Frame& f) {
   out += "\"/>\n";
 }
 
-// Apexes, integration baselines with their bounds, centroids and centroid regions, each
-// kind as one path.
-void PeakMarks(std::string& out, const TracePeaks& peaks, const Frame& f) {
+// Apexes, integration baselines with their bounds and centroids, each kind as one path.
+void PeakMarks(std::string& out, const Trace& t, const TracePeaks& peaks, const Frame& f) {
   std::string apex, baseline, centroid;
-  for (long i = 0; i < peaks.table.GetNumPeaks(); ++i) {
-    const QXPeakTableElement& p = *peaks.table.GetPeak(i);
-    const double ax = f.Px(p.m_dApexX), ay = f.Py(p.m_dApexY);
+  const auto yAt = [&t](std::int32_t i) {
+    return i >= 0 && static_cast<std::size_t>(i) < t.y.size() ? t.y[static_cast<std::size_t>(i)]
+                                                               : 0.0;
+  };
+  for (const Peak& p : peaks.peaks) {
+    const double ax = f.Px(p.apex_x), ay = f.Py(p.apex_y);
     Point(apex, 'M', ax - 3.5, ay - 7.0);
     Point(apex, 'L', ax + 3.5, ay - 7.0);
     Point(apex, 'L', ax, ay - 1.0);
     apex += 'Z';
-    Point(baseline, 'M', f.Px(p.m_dLeftX), f.Py(p.m_dLeftY) - 4.0);
+    Point(baseline, 'M', f.Px(p.left_x), f.Py(yAt(p.left_index)) - 4.0);
     Point(baseline, 'l', 0.0, 4.0);
-    Point(baseline, 'L', f.Px(p.m_dRightX), f.Py(p.m_dRightY));
+    Point(baseline, 'L', f.Px(p.right_x), f.Py(yAt(p.right_index)));
     Point(baseline, 'l', 0.0, -4.0);
-    if (peaks.centroids) {
-      const double cx = f.Px(p.m_dCentroidX);
+    if (std::isfinite(p.centroid_x)) {
+      const double cx = f.Px(p.centroid_x);
       Point(centroid, 'M', cx, f.Py(std::max(f.y0, 0.0)));
       Point(centroid, 'L', cx, ay);
-      Point(centroid, 'M', f.Px(p.m_dCentroidLeftX), f.Py(p.m_dCentroidLeftY));
-      Point(centroid, 'L', f.Px(p.m_dCentroidRightX), f.Py(p.m_dCentroidRightY));
     }
   }
   out += "<path class=\"bounds\" fill=\"none\" stroke=\"#e07b00\" stroke-width=\"1.2\" d=\"" +
@@ -223,27 +239,28 @@ void PeakLabels(std::string& out, const Trace& t, const TracePeaks& peaks, const
     }
     return false;
   };
-  std::vector<const QXPeakTableElement*> byHeight;
-  for (long i = 0; i < peaks.table.GetNumPeaks(); ++i) {
-    const QXPeakTableElement* p = peaks.table.GetPeak(i);
-    if (!p->m_strLabel.empty()) {
-      place(f.Px(p->m_dApexX), f.Py(p->m_dApexY), p->m_strLabel,
+  std::vector<const Peak*> byHeight;
+  for (const Peak& peak : peaks.peaks) {
+    const Peak* p = &peak;
+    if (!p->label.empty()) {
+      place(f.Px(p->apex_x), f.Py(p->apex_y), p->label,
             "text-anchor=\"middle\" font-weight=\"bold\" fill=\"#7b2d8e\"");
-    } else if ((p->m_dwFlags & kQXPeakChargeAssigned) == 0 ||
-               (p->m_dwFlags & kQXPeakSeriesMostIntense) != 0) {
+    } else if ((p->marks & kQXPeakChargeAssigned) == 0 ||
+               (p->marks & kQXPeakSeriesMostIntense) != 0) {
       // One position per isotope series (its most intense member) keeps the picture legible.
       byHeight.push_back(p);
     }
   }
   std::stable_sort(byHeight.begin(), byHeight.end(),
-                   [](const auto* a, const auto* b) { return a->m_dApexY > b->m_dApexY; });
+                   [](const auto* a, const auto* b) { return a->apex_y > b->apex_y; });
   const int decimals = t.kind == Trace::Kind::kChromatogram ? 2 : 4;
   std::size_t written = 0;
-  for (const QXPeakTableElement* p : byHeight) {
+  for (const Peak* p : byHeight) {
     if (written == maxPositions) break;
-    std::string text = Fixed(p->GetXVal(peaks.centroids ? 1 : 0), decimals);
-    if (p->m_nCharge != 0) text += " z=" + std::to_string(p->m_nCharge);
-    if (place(f.Px(p->m_dApexX), f.Py(p->m_dApexY), text, "text-anchor=\"middle\" fill=\"#222\"")) {
+    std::string text =
+        Fixed(std::isfinite(p->centroid_x) ? p->centroid_x : p->apex_x, decimals);
+    if (p->charge != 0) text += " z=" + std::to_string(p->charge);
+    if (place(f.Px(p->apex_x), f.Py(p->apex_y), text, "text-anchor=\"middle\" fill=\"#222\"")) {
       ++written;
     }
   }
@@ -262,7 +279,9 @@ void Panel(std::string& out, const Trace& t, const TracePeaks& peaks, double top
            const PlotOptions& options) {
   out += "<g class=\"panel\">\n";
   Text(out, kMarginLeft, top + 28.0,
-       PanelTitle(t) + ": " + std::to_string(peaks.table.GetNumPeaks()) + " peaks",
+       PanelTitle(t) + ": " +
+           (peaks.skipped.empty() ? std::to_string(peaks.peaks.size()) + " peaks"
+                                  : "skipped, " + peaks.skipped),
        "font-family=\"sans-serif\" font-size=\"13\" fill=\"#111\"");
   Frame f{};
   f.left = kMarginLeft;
@@ -292,9 +311,9 @@ void Panel(std::string& out, const Trace& t, const TracePeaks& peaks, double top
     out += "</g>\n";
     return;
   }
-  Axes(out, f, t.kind == Trace::Kind::kChromatogram ? "time" : "m/z");
+  Axes(out, f, t.kind == Trace::Kind::kChromatogram ? "time (s)" : "m/z");
   Signal(out, t, f);
-  PeakMarks(out, peaks, f);
+  PeakMarks(out, t, peaks, f);
   out += "<g font-family=\"sans-serif\" font-size=\"11\">\n";
   PeakLabels(out, t, peaks, f, options.maxPositionLabels);
   out += "</g>\n</g>\n";
@@ -379,9 +398,9 @@ std::string FormatSvg(const std::string& title, const std::vector<Trace>& traces
                       const std::vector<TracePeaks>& peaks, const PlotOptions& options) {
   const std::size_t panels = std::min({traces.size(), peaks.size(), options.maxPanels});
   const bool cut = panels < traces.size();
+  const double top = cut ? 54.0 : 30.0;
   const double height =
-      30.0 + static_cast<double>(std::max<std::size_t>(panels, 1)) * options.panelHeight +
-      (cut ? 24.0 : 0.0);
+      top + static_cast<double>(std::max<std::size_t>(panels, 1)) * options.panelHeight;
   std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
   out += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(options.width) +
          "\" height=\"" + Fixed(height, 0) + "\" viewBox=\"0 0 " + std::to_string(options.width) +
@@ -390,14 +409,15 @@ std::string FormatSvg(const std::string& title, const std::vector<Trace>& traces
   out += "<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n";
   Text(out, 12.0, 20.0, title, "font-family=\"sans-serif\" font-size=\"14\" font-weight=\"bold\"");
   Legend(out, options.width);
-  for (std::size_t i = 0; i < panels; ++i) {
-    Panel(out, traces[i], peaks[i], 30.0 + static_cast<double>(i) * options.panelHeight, options);
-  }
   if (cut) {
-    Text(out, 12.0, height - 8.0,
-         "showing the first " + std::to_string(panels) + " of " + std::to_string(traces.size()) +
-             " traces",
-         "font-family=\"sans-serif\" font-size=\"12\" fill=\"#666\"");
+    // Said at the top, where it cannot be missed: the picture is not the whole input.
+    Text(out, 12.0, 42.0,
+         "Only the first " + std::to_string(panels) + " of " + std::to_string(traces.size()) +
+             " traces are plotted; choose others with --spectra, --scans or --rt.",
+         "font-family=\"sans-serif\" font-size=\"13\" font-weight=\"bold\" fill=\"#b03a2e\"");
+  }
+  for (std::size_t i = 0; i < panels; ++i) {
+    Panel(out, traces[i], peaks[i], top + static_cast<double>(i) * options.panelHeight, options);
   }
   out += "</svg>\n";
   return out;

@@ -1,0 +1,35 @@
+// Writing the outputs of one input together: every file goes to a temporary beside its
+// target first, and only when all of them are complete are they renamed into place, so a
+// full disk or a failed format leaves the previous outputs as they were (never a mix of new
+// and old). A replaced file keeps its permission bits. Temporaries are short names of their
+// own (".qxpeak-XXXXXX"), so a target name as long as the file system allows still works,
+// and they are removed when the process is stopped by SIGINT, SIGTERM or SIGHUP.
+//
+//   InstallSignalCleanup();                                  // once, in main
+//   std::string error;
+//   if (!WriteOutputsTogether({{"a.tsv", tsv}, {"a.svg", svg}}, error)) { ... }
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace qxpkutil::qxpeak {
+
+// Writes every (path, content) pair: all of them or, on failure, none (a previous file at
+// each path is left as it was, no temporary stays behind). "-" is standard output, written
+// after the files are in place; a path that exists but is not a regular file (a terminal,
+// a pipe) is written directly. False with one line in `error` naming the file.
+[[nodiscard]] bool WriteOutputsTogether(
+    const std::vector<std::pair<std::string, std::string_view>>& outputs, std::string& error);
+
+// Handlers for SIGINT, SIGTERM and SIGHUP that remove the temporaries in flight and end the
+// process with status 128 + the signal's number.
+void InstallSignalCleanup();
+
+// True when `a` and `b` name the same file (the same inode, or the same path once made
+// absolute when either does not exist yet).
+bool SameFile(const std::string& a, const std::string& b);
+
+}  // namespace qxpkutil::qxpeak
