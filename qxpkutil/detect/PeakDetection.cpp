@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "qxpkutil/detect/detect_internal.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
@@ -93,6 +95,77 @@ void RegionSignalToNoise(std::span<const double> x, std::span<const double> y,
     peaks[i].snr = table.GetPeak(static_cast<long>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(),
                                                                            sn.GetNoise());
   }
+}
+
+void FinishPeaks(std::span<const double> x, std::span<const double> y,
+                 const DetectOptions& options, std::vector<Peak>& peaks) {
+  if (peaks.empty() || (!options.labels && !options.noise_region)) return;
+  QXPeakTable table;
+  for (const Peak& p : peaks) {
+    const auto a = static_cast<std::uint32_t>(p.apex_index);
+    const auto l = static_cast<std::uint32_t>(p.left_index);
+    const auto r = static_cast<std::uint32_t>(p.right_index);
+    table.AddPeak(p.apex_x, p.apex_y, a, p.left_x, y[l], l, p.right_x, y[r], r, p.centroid_x,
+                  p.area, p.centroid_x, p.apex_y, p.centroid_x, p.apex_y, p.charge);
+  }
+  MatchLabels(options, table, true);
+  for (std::size_t i = 0; i < peaks.size(); ++i) {
+    const QXPeakTableElement& e = *table.GetPeak(static_cast<long>(i));
+    peaks[i].label = e.m_strLabel;
+    if (e.m_dwFlags & kQXPeakLabelled) peaks[i].marks |= kQXPeakLabelled;
+  }
+  if (options.noise_region) RegionSignalToNoise(x, y, *options.noise_region, table, peaks);
+}
+
+bool ParseFwhm(const std::string& text, DetectOptions& options, std::string& error) {
+  // "<width>[unit][@<x>]": units s, min, ppm; a bare number is in x units.
+  const std::size_t at = text.find('@');
+  std::string width = text.substr(0, at);
+  double where = 0.0;
+  if (at != std::string::npos) {
+    char* end = nullptr;
+    const std::string tail = text.substr(at + 1);
+    where = std::strtod(tail.c_str(), &end);
+    if (tail.empty() || *end != '\0' || !std::isfinite(where) || where <= 0.0) {
+      error = "'" + text + "' is not a width: the x after @ must be a positive number";
+      return false;
+    }
+  }
+  double scale = 1.0;
+  bool ppm = false;
+  auto strip = [&](const char* unit, double factor) {
+    const std::size_t len = std::char_traits<char>::length(unit);
+    if (width.size() > len && width.compare(width.size() - len, len, unit) == 0) {
+      width.resize(width.size() - len);
+      scale = factor;
+      return true;
+    }
+    return false;
+  };
+  if (strip("ppm", 1e-6)) {
+    ppm = true;
+  } else if (!strip("min", 60.0)) {
+    strip("s", 1.0);
+  }
+  char* end = nullptr;
+  const double value = std::strtod(width.c_str(), &end);
+  if (width.empty() || *end != '\0' || !std::isfinite(value) || value <= 0.0 ||
+      width.find_first_not_of("0123456789.eE+-") != std::string::npos) {
+    error = "'" + text + "' is not a width: expected a positive number with an optional unit "
+            "(s, min, ppm) and @x, as in 0.01@400, 4s or 20ppm";
+    return false;
+  }
+  if (ppm) {
+    // A width in ppm is relative to x: constant resolving power.
+    const double ref = where > 0.0 ? where : 1000.0;
+    options.fwhm = value * scale * ref;
+    options.fwhm_at = ref;
+    options.width_law = WidthLaw::kTof;
+  } else {
+    options.fwhm = value * scale;
+    options.fwhm_at = where;
+  }
+  return true;
 }
 
 namespace {

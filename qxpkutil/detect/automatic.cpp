@@ -1,28 +1,533 @@
-// The automatic mode: physical description -> segments -> classic driver -> measured peaks.
+// The automatic mode: the signal model (noise, baseline, width) turns into detection
+// segments whose point-based settings follow the local peak width; the classic driver runs
+// them and its peaks seed a matched-filter measurement that decides, bounds and measures
+// every peak in physical terms (S/N, FWHM, centroid), then isotope charges are assigned.
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <numeric>
+#include <unordered_map>
 
 #include "qxpkutil/detect/detect_internal.h"
+#include "qxpkutil/detect/signal_model.h"
 
 namespace qxpkutil {
 
+namespace {
+
+constexpr double kFwhmPerSigma = 2.354820045030949;
+constexpr double kIsotopeSpacing = 1.00336;
+// The library's segment list holds at most this many segments; far fewer are ever needed.
+constexpr std::size_t kMostSegments = 4096;
+
+std::int32_t OddWidth(double points) {
+  auto w = static_cast<std::int32_t>(std::lround(points));
+  w = std::clamp<std::int32_t>(w, 3, 2001);
+  return w % 2 == 0 ? w + 1 : w;
+}
+
+// A stretch of points searched with one filter width.
+struct Piece {
+  std::int32_t begin, end;  // [begin, end)
+  double ppf;               // points per FWHM
+};
+
+// Splits the long regions into pieces over which the width in points stays within 25 %.
+// Regions too short for a filter window come back in `shortRegions`.
+std::vector<Piece> PlanPieces(std::span<const double> x, const SignalModel& m,
+                              std::vector<Region>& shortRegions) {
+  std::vector<Piece> pieces;
+  for (const Region& r : m.regions) {
+    const double ppf0 = m.PointsPerFwhm(r.begin, x[r.begin]);
+    if (r.end - r.begin < std::max(3 * OddWidth(ppf0) + 2, 12)) {
+      shortRegions.push_back(r);
+      continue;
+    }
+    Piece piece{r.begin, r.end, ppf0};
+    const std::int32_t step = std::max<std::int32_t>(1, m.block / 2);
+    for (std::int32_t i = r.begin + step; i < r.end; i += step) {
+      const double ppf = m.PointsPerFwhm(i, x[i]);
+      if (ppf > 1.25 * piece.ppf || ppf < 0.8 * piece.ppf) {
+        piece.end = i;
+        pieces.push_back(piece);
+        piece = {i, r.end, ppf};
+      }
+    }
+    pieces.push_back(piece);
+  }
+  if (pieces.size() > kMostSegments) {
+    // Too many islands: search them all with one width per stretch, gaps and all; the
+    // measurement still keeps every peak inside its own region.
+    shortRegions.clear();
+    const auto n = static_cast<std::int32_t>(x.size());
+    pieces.assign(1, Piece{0, n, m.PointsPerFwhm(0, x[0])});
+  }
+  return pieces;
+}
+
+QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m,
+                                 const std::vector<Piece>& pieces, const DetectOptions& options) {
+  QXPeakTableList list;
+  list.AddPeakTableToList();
+  const auto n = static_cast<std::int32_t>(x.size());
+  for (const Piece& p : pieces) {
+    // Neighbouring pieces overlap by two peak widths so that no peak falls between them.
+    const auto margin = static_cast<std::int32_t>(std::ceil(2.0 * p.ppf));
+    const std::int32_t lo = std::max(0, p.begin - margin), hi = std::min(n - 1, p.end - 1 + margin);
+    if (!(x[lo] < x[hi])) continue;
+    double floor = INFINITY;
+    for (std::int32_t i = p.begin; i < p.end; i += std::max<std::int32_t>(1, m.block / 2)) {
+      floor = std::min(floor, m.BaselineAt(i) + m.NoiseAt(i));
+    }
+    const std::int32_t w = OddWidth(p.ppf);
+    const std::int32_t maxWidth = std::max<std::int32_t>(50, static_cast<std::int32_t>(25.0 * p.ppf));
+    const std::int32_t index = list.GetNumDetectionSettings();
+    list.AddDetectionSetting(-1);
+    // Thresholds in intensity units sit just above the baseline; the S/N decision is made
+    // on the measured peaks, not by the scan.
+    list.SetDetectionSetting(index, x[lo], x[hi], 0.0, std::isfinite(floor) ? floor : 0.0, 0, w, 1,
+                             0.0, 0.0, w / 2, maxWidth, 0, 0.0, 1, 50.0, options.max_charge, 40,
+                             0.05, 0.99);
+  }
+  return list;
+}
+
+// Least-squares height of a Gaussian of the local width centred on point i, over the
+// region; memoised, since neighbouring seeds ask for the same points.
+class MatchedFilter {
+ public:
+  MatchedFilter(std::span<const double> x, std::span<const double> y, const SignalModel& m,
+                const std::vector<double>& baseline)
+      : x_(x), y_(y), m_(m), baseline_(baseline), memo_(x.size(), std::nan("")) {}
+
+  double At(std::int32_t i, const Region& r) {
+    double& value = memo_[static_cast<std::size_t>(i)];
+    if (!std::isnan(value)) return value;
+    const std::vector<double>& g = KernelAt(i);
+    const auto half = static_cast<std::int32_t>(g.size() / 2);
+    double num = 0.0, den = 0.0;
+    const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
+    for (std::int32_t j = lo; j <= hi; ++j) {
+      if (m_.missing[j]) continue;
+      const double w = g[static_cast<std::size_t>(j - i + half)];
+      num += w * (y_[j] - baseline_[j]);
+      den += w * w;
+    }
+    value = den > 0.0 ? num / den : 0.0;
+    return value;
+  }
+  // The standard deviation of At(i) for white noise of `sigma`.
+  double Spread(std::int32_t i, double sigma) {
+    const std::vector<double>& g = KernelAt(i);
+    double den = 0.0;
+    for (double w : g) den += w * w;
+    return sigma / std::sqrt(den);
+  }
+
+ private:
+  // One kernel per block of the model, chosen on first use.
+  const std::vector<double>& KernelAt(std::int32_t i) {
+    const auto b = static_cast<std::size_t>(i / m_.block);
+    if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
+    if (blockKernel_[b] == nullptr) blockKernel_[b] = &Kernel(m_.ppf_[b]);
+    return *blockKernel_[b];
+  }
+  const std::vector<double>& Kernel(double ppf) {
+    const int key = static_cast<int>(std::lround(std::min(ppf, 4000.0) * 4.0));
+    auto found = kernels_.find(key);
+    if (found != kernels_.end()) return found->second;
+    const double sigma = std::max(0.25, key / 4.0 / kFwhmPerSigma);
+    const auto half = static_cast<std::int32_t>(std::ceil(2.5 * sigma));
+    std::vector<double> g(static_cast<std::size_t>(2 * half + 1));
+    for (std::int32_t k = -half; k <= half; ++k) {
+      g[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
+    }
+    return kernels_.emplace(key, std::move(g)).first->second;
+  }
+
+  std::span<const double> x_, y_;
+  const SignalModel& m_;
+  const std::vector<double>& baseline_;
+  std::vector<double> memo_;
+  std::unordered_map<int, std::vector<double>> kernels_;  // node-based: pointers stay valid
+  std::vector<const std::vector<double>*> blockKernel_;
+};
+
+struct Found {
+  std::int32_t top;      // local maximum of the matched filter
+  std::int32_t left, right;
+  std::size_t region;
+  double strength;       // matched-filter height at the top
+  double noise;
+};
+
+const Region* RegionOf(const std::vector<Region>& regions, std::int32_t i, std::size_t& index) {
+  auto it = std::upper_bound(regions.begin(), regions.end(), i,
+                             [](std::int32_t v, const Region& r) { return v < r.begin; });
+  if (it == regions.begin()) return nullptr;
+  --it;
+  if (i >= it->end) return nullptr;
+  index = static_cast<std::size_t>(it - regions.begin());
+  return &*it;
+}
+
+// Climbs the matched filter from a seed to its local top, inside the seed's region.
+std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
+  for (;;) {
+    const double here = mf.At(i, r);
+    if (i > r.begin && mf.At(i - 1, r) > here) { --i; continue; }
+    if (i + 1 < r.end && mf.At(i + 1, r) > here) { ++i; continue; }
+    return i;
+  }
+}
+
+// Walks from the top while the matched filter keeps falling and stays above the baseline.
+std::int32_t Bound(MatchedFilter& mf, const Region& r, std::int32_t top, int step,
+                   std::int32_t limit) {
+  std::int32_t i = top;
+  for (std::int32_t k = 0; k < limit; ++k) {
+    const std::int32_t next = i + step;
+    if (next < r.begin || next >= r.end) break;
+    const double now = mf.At(i, r), after = mf.At(next, r);
+    i = next;
+    if (after > now || after <= 0.0) break;
+  }
+  return i;
+}
+
+void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
+  for (long k = 0; k < table.GetNumPeaks(); ++k) {
+    seeds.push_back(static_cast<std::int32_t>(table.GetPeak(k)->m_nApexIndex));
+  }
+}
+
+// Weighted least-squares parabola through ln(y - b) of the points above 60 % of the top:
+// the exact centre, height and width of a sampled Gaussian.
+bool FitLogParabola(std::span<const double> x, std::span<const double> y,
+                    const std::vector<double>& b, std::int32_t top, std::int32_t lo,
+                    std::int32_t hi, double& centre, double& height, double& fwhm) {
+  const double peak = y[top] - b[top];
+  if (!(peak > 0.0)) return false;
+  std::int32_t l = top, h = top;
+  while (l > lo && y[l - 1] - b[l - 1] >= 0.6 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && y[h + 1] - b[h + 1] >= 0.6 * peak && y[h + 1] <= y[h]) ++h;
+  if (h - l < 2) return false;
+  double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
+  for (std::int32_t i = l; i <= h; ++i) {
+    const double v = y[i] - b[i];
+    const double w = v * v, u = x[i] - x[top], ln = std::log(v);
+    double p = 1.0;
+    for (int k = 0; k < 5; ++k, p *= u) {
+      s[k] += w * p;
+      if (k < 3) t[k] += w * p * ln;
+    }
+  }
+  // Normal equations of c0 + c1 u + c2 u^2, solved by Cramer's rule.
+  const double a[3][3] = {{s[0], s[1], s[2]}, {s[1], s[2], s[3]}, {s[2], s[3], s[4]}};
+  auto det3 = [](const double q[3][3]) {
+    return q[0][0] * (q[1][1] * q[2][2] - q[1][2] * q[2][1]) -
+           q[0][1] * (q[1][0] * q[2][2] - q[1][2] * q[2][0]) +
+           q[0][2] * (q[1][0] * q[2][1] - q[1][1] * q[2][0]);
+  };
+  const double d = det3(a);
+  if (!(std::fabs(d) > 0.0)) return false;
+  double c[3];
+  for (int col = 0; col < 3; ++col) {
+    double q[3][3];
+    for (int r = 0; r < 3; ++r) {
+      for (int k = 0; k < 3; ++k) q[r][k] = k == col ? t[r] : a[r][k];
+    }
+    c[col] = det3(q) / d;
+  }
+  if (!(c[2] < 0.0)) return false;
+  const double shift = -c[1] / (2.0 * c[2]);
+  if (!(x[top] + shift >= x[l] && x[top] + shift <= x[h])) return false;
+  centre = x[top] + shift;
+  height = std::exp(c[0] - c[1] * c[1] / (4.0 * c[2]));
+  fwhm = kFwhmPerSigma * std::sqrt(-1.0 / (2.0 * c[2]));
+  return std::isfinite(centre) && std::isfinite(height) && std::isfinite(fwhm);
+}
+
+// x at the fractional index i + d, linear between neighbours.
+double XAt(std::span<const double> x, std::int32_t i, double d) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  if (d >= 0.0) return i + 1 < n ? x[i] + d * (x[i + 1] - x[i]) : x[i];
+  return i > 0 ? x[i] + d * (x[i] - x[i - 1]) : x[i];
+}
+
+double HalfHeightWidth(std::span<const double> x, std::span<const double> y,
+                       const std::vector<double>& b, std::int32_t top, std::int32_t lo,
+                       std::int32_t hi, double height) {
+  const double level = 0.5 * height;
+  std::int32_t l = top, h = top;
+  while (l > lo && y[l] - b[l] > level) --l;
+  while (h < hi && y[h] - b[h] > level) ++h;
+  if (y[l] - b[l] > level || y[h] - b[h] > level || l == top || h == top) return kNotMeasured;
+  auto cross = [&](std::int32_t i, std::int32_t j) {
+    const double vi = y[i] - b[i], vj = y[j] - b[j];
+    return vj == vi ? x[j] : x[i] + (level - vi) * (x[j] - x[i]) / (vj - vi);
+  };
+  return cross(h - 1, h) - cross(l + 1, l);
+}
+
+void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge) {
+  const std::size_t count = peaks.size();
+  std::vector<std::size_t> parent(count);
+  std::iota(parent.begin(), parent.end(), 0);
+  auto root = [&](std::size_t i) {
+    while (parent[i] != i) i = parent[i] = parent[parent[i]];
+    return i;
+  };
+  for (int z = maxCharge; z >= 1; --z) {
+    const double spacing = kIsotopeSpacing / z;
+    for (std::size_t i = 0; i < count; ++i) {
+      if (peaks[i].charge != 0 && peaks[i].charge != z) continue;
+      const double c = peaks[i].centroid_x;
+      const double tolerance = 0.25 * m.FwhmAt(c) + 2e-6 * c;
+      // Peaks are in x order: find the first at or past the expected neighbour.
+      auto it = std::lower_bound(peaks.begin() + static_cast<std::ptrdiff_t>(i + 1), peaks.end(),
+                                 c + spacing - tolerance,
+                                 [](const Peak& p, double v) { return p.centroid_x < v; });
+      std::size_t best = count;
+      for (; it != peaks.end() && it->centroid_x <= c + spacing + tolerance; ++it) {
+        const auto j = static_cast<std::size_t>(it - peaks.begin());
+        if (it->charge != 0 && it->charge != z) continue;
+        if (best == count || std::fabs(it->centroid_x - c - spacing) <
+                                 std::fabs(peaks[best].centroid_x - c - spacing)) {
+          best = j;
+        }
+      }
+      if (best == count) continue;
+      peaks[i].charge = peaks[best].charge = z;
+      parent[root(best)] = root(i);
+    }
+  }
+  // Series marks: the lowest member and the most intense member of each linked series.
+  std::vector<std::size_t> lowest(count, count), strongest(count, count);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (peaks[i].charge == 0) continue;
+    peaks[i].marks |= kQXPeakChargeAssigned;
+    const std::size_t r = root(i);
+    if (lowest[r] == count) lowest[r] = i;
+    if (strongest[r] == count || peaks[i].height > peaks[strongest[r]].height) strongest[r] = i;
+  }
+  for (std::size_t r = 0; r < count; ++r) {
+    if (lowest[r] != count) peaks[lowest[r]].marks |= kQXPeakSeriesLow;
+    if (strongest[r] != count) peaks[strongest[r]].marks |= kQXPeakSeriesMostIntense;
+  }
+}
+
+PeakList BadOption(const char* what) {
+  PeakList list;
+  list.status = DetectStatus::kBadOption;
+  list.message = what;
+  return list;
+}
+
+PeakList CheckOptions(const DetectOptions& o) {
+  if (!(std::isfinite(o.snr) && o.snr > 0.0)) return BadOption("snr must be a positive number");
+  if (!(std::isfinite(o.fwhm) && o.fwhm >= 0.0)) return BadOption("fwhm must be a positive number");
+  if (!(std::isfinite(o.fwhm_at) && o.fwhm_at >= 0.0)) {
+    return BadOption("the x of the fwhm must be a positive number");
+  }
+  if (!(std::isfinite(o.resolution) && o.resolution >= 0.0)) {
+    return BadOption("resolution must be a positive number");
+  }
+  if (!(std::isfinite(o.resolution_at) && o.resolution_at > 0.0)) {
+    return BadOption("the x of the resolution must be a positive number");
+  }
+  if (o.max_charge < 0 || o.max_charge > 100) return BadOption("max_charge must be 0 to 100");
+  return {};
+}
+
+}  // namespace
+
 QXPeakTableList BuildAutomaticSegments(std::span<const double> x, std::span<const double> y,
                                        const DetectOptions& options) {
-  (void)options;
-  QXPeakTableList list;
-  if (!ValidateTrace(x, y).ok() || x.empty()) return list;
-  list.AddPeakTableToList();
-  list.AddDetectionSetting(-1);
-  list.SetDetectionSetting(0, 0.0, 0.0, 0.0, 0.0, 0, 5, 1, 0.0, 0.0, 2, 10000, 0, 0.0, 1, 50.0,
-                           4, 40, 0.05, 0.99);
-  return list;
+  if (!ValidateTrace(x, y).ok() || x.empty() || !CheckOptions(options).ok()) return {};
+  const SignalModel model = EstimateSignalModel(x, y, options);
+  std::vector<Region> shortRegions;
+  return SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
 }
 
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options) {
-  DetectOptions classic = options;
-  classic.classic = BuildAutomaticSegments(x, y, options);
-  if (classic.classic->GetNumDetectionSettings() == 0) return {};
-  return DetectPeaks(x, y, classic);
+  PeakList result = CheckOptions(options);
+  if (!result.ok() || x.empty()) return result;
+  const auto n = static_cast<std::int32_t>(x.size());
+  SignalModel model = EstimateSignalModel(x, y, options);
+  std::vector<Region> shortRegions;
+  QXPeakTableList list = SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
+
+  // Seeds: the classic driver's peaks, and every local top of the regions too short to scan.
+  std::vector<std::int32_t> seeds;
+  if (list.GetNumDetectionSettings() > 0) {
+    const double yMax = *std::max_element(y.begin(), y.end());
+    list.FindPeaks(x.data(), y.data(), static_cast<std::uint32_t>(n), yMax, 1.0, 0);
+    AddSeeds(*list.GetPeakTableFromList(0), seeds);
+  }
+  for (const Region& r : shortRegions) {
+    for (std::int32_t i = r.begin; i < r.end; ++i) {
+      if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) && (i + 1 == r.end || y[i] >= y[i + 1])) {
+        seeds.push_back(i);
+      }
+    }
+  }
+
+  // Each seed climbs the matched filter to its top. A first pass finds the clear peaks,
+  // whose flanks are then left out of a second baseline and noise estimate; the second
+  // pass decides on every top of the first.
+  std::vector<double> baseline(static_cast<std::size_t>(n));
+  for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
+  std::vector<Found> found;
+  {
+    MatchedFilter first(x, y, model, baseline);
+    std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
+    std::vector<std::int32_t> tops;
+    for (std::int32_t seed : seeds) {
+      std::size_t region = 0;
+      const Region* r = RegionOf(model.regions, seed, region);
+      // A seed whose own point is not clearly above the baseline is noise: no peak of
+      // the wanted S/N has its highest point that low.
+      if (r == nullptr || y[seed] - baseline[seed] < 0.5 * options.snr * model.NoiseAt(seed)) continue;
+      const std::int32_t top = Climb(first, *r, seed);
+      const double strength = first.At(top, *r), noise = model.NoiseAt(top);
+      if (strength < 0.5 * options.snr * noise) continue;
+      tops.push_back(top);
+      if (strength < options.snr * noise) continue;
+      const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top)));
+      const std::int32_t lo = Bound(first, *r, top, -1, limit), hi = Bound(first, *r, top, +1, limit);
+      std::fill(exclude.begin() + lo, exclude.begin() + hi + 1, std::uint8_t{1});
+    }
+    RefineLevels(x, y, exclude, model);
+    for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
+    seeds.swap(tops);
+  }
+  MatchedFilter mf(x, y, model, baseline);
+  for (std::int32_t seed : seeds) {
+    std::size_t region = 0;
+    const Region* r = RegionOf(model.regions, seed, region);
+    const std::int32_t top = Climb(mf, *r, seed);
+    const double noise = model.NoiseAt(top);
+    const double strength = mf.At(top, *r);
+    if (strength < options.snr * noise) continue;
+    found.push_back({top, top, top, region, strength, noise});
+  }
+  std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
+  found.erase(std::unique(found.begin(), found.end(),
+                          [](const Found& a, const Found& b) { return a.top == b.top; }),
+              found.end());
+
+  // Neighbouring tops without a real valley between them are one peak.
+  std::vector<Found> peaks;
+  for (const Found& f : found) {
+    if (!peaks.empty() && peaks.back().region == f.region) {
+      Found& prev = peaks.back();
+      const Region& r = model.regions[f.region];
+      double valley = INFINITY;
+      for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, mf.At(i, r));
+      const double lower = std::min(prev.strength, f.strength);
+      const double depth = lower - valley;
+      if (depth < 3.0 * mf.Spread(f.top, f.noise) + 0.05 * lower) {
+        if (f.strength > prev.strength) prev = f;
+        continue;
+      }
+    }
+    peaks.push_back(f);
+  }
+
+  // Bounds: down the flanks of the filtered signal, meeting at the valley between peaks.
+  for (std::size_t k = 0; k < peaks.size(); ++k) {
+    Found& f = peaks[k];
+    const Region& r = model.regions[f.region];
+    const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(f.top)));
+    f.left = Bound(mf, r, f.top, -1, limit);
+    f.right = Bound(mf, r, f.top, +1, limit);
+  }
+  for (std::size_t k = 1; k < peaks.size(); ++k) {
+    Found& a = peaks[k - 1];
+    Found& b = peaks[k];
+    if (a.region != b.region || a.right < b.left) continue;
+    const Region& r = model.regions[b.region];
+    std::int32_t valley = a.top;
+    for (std::int32_t i = a.top; i <= b.top; ++i) {
+      if (mf.At(i, r) < mf.At(valley, r)) valley = i;
+    }
+    a.right = std::min(a.right, valley);
+    b.left = std::max(b.left, valley);
+  }
+
+  // Measurement.
+  result.peaks.reserve(peaks.size());
+  for (const Found& f : peaks) {
+    Peak p;
+    std::int32_t apex = f.left;
+    for (std::int32_t i = f.left; i <= f.right; ++i) {
+      if (!model.missing[i] && y[i] - baseline[i] > y[apex] - baseline[apex]) apex = i;
+    }
+    // The raw top near the filter's top: the highest point within a third of a width.
+    const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
+    std::int32_t top = f.top;
+    for (std::int32_t i = std::max(f.left, f.top - near); i <= std::min(f.right, f.top + near); ++i) {
+      if (y[i] > y[top]) top = i;
+    }
+    p.apex_index = top;
+    p.apex_x = x[top];
+    p.apex_y = y[top];
+    p.left_index = f.left;
+    p.right_index = f.right;
+    p.left_x = x[f.left];
+    p.right_x = x[f.right];
+    p.baseline = baseline[top];
+    p.noise = f.noise;
+    double centre = 0.0, height = 0.0, fwhm = 0.0;
+    const bool fitted = f.strength >= 20.0 * f.noise &&
+                        FitLogParabola(x, y, baseline, top, f.left, f.right, centre, height, fwhm);
+    if (fitted) {
+      p.centroid_x = centre;
+      p.height = height;
+      p.fwhm = fwhm;
+    } else {
+      // Gaussian interpolation of the filtered signal around its top.
+      const Region& r = model.regions[f.region];
+      const std::int32_t t = f.top;
+      p.centroid_x = x[t];
+      if (t > r.begin && t + 1 < r.end) {
+        const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
+        if (a > 0.0 && b > 0.0 && c > 0.0) {
+          const double la = std::log(a), lb = std::log(b), lc = std::log(c);
+          const double den = la - 2.0 * lb + lc;
+          if (den < 0.0) p.centroid_x = XAt(x, t, std::clamp(0.5 * (la - lc) / den, -0.5, 0.5));
+        }
+      }
+      p.height = f.strength;
+      const double measured = HalfHeightWidth(x, y, baseline, top, f.left, f.right, p.height);
+      p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
+    }
+    p.snr = p.height / p.noise;
+    double area = 0.0;
+    for (std::int32_t i = f.left; i <= f.right; ++i) {
+      if (!model.missing[i]) area += y[i] - baseline[i];
+    }
+    p.area = std::max(0.0, area);
+    p.marks = kQXPeakNormal;
+    result.peaks.push_back(std::move(p));
+  }
+  if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
+    AssignCharges(result.peaks, model, options.max_charge);
+  }
+  FinishPeaks(x, y, options, result.peaks);
+
+  std::vector<double> noise;
+  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block)) noise.push_back(model.NoiseAt(i));
+  std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
+  result.report.noise = noise[noise.size() / 2];
+  const double midX = x[static_cast<std::size_t>(n / 2)];
+  result.report.fwhm_at_median_x = model.FwhmAt(midX);
+  result.report.points_per_fwhm = model.PointsPerFwhm(n / 2, midX);
+  result.report.width_law = model.law;
+  result.report.segments = list.GetNumDetectionSettings();
+  return result;
 }
 
 }  // namespace qxpkutil

@@ -23,6 +23,11 @@ void MatchLabels(const DetectOptions& options, QXPeakTable& table, bool centroid
 void MeasurePeakShapes(std::span<const double> x, std::span<const double> y,
                        std::vector<Peak>& peaks);
 
+// Labels and the calculator's S/N for peaks that did not come from a table: builds one
+// with the peaks' values (centroids as centroids), matches and measures, copies back.
+void FinishPeaks(std::span<const double> x, std::span<const double> y,
+                 const DetectOptions& options, std::vector<Peak>& peaks);
+
 // The automatic mode on a validated trace.
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options);

@@ -1,0 +1,336 @@
+#include "qxpkutil/detect/signal_model.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qxpkutil {
+
+namespace {
+
+constexpr std::int32_t kSpacingBlock = 64;
+// A step this many times the usual spacing is a gap: one missing point is not.
+constexpr double kGapFactor = 2.5;
+// Robust sigma from the median absolute deviation of a normal distribution.
+constexpr double kMadToSigma = 1.4826;
+
+double Median(std::vector<double>& v) {
+  if (v.empty()) return std::nan("");
+  const auto mid = v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2);
+  std::nth_element(v.begin(), mid, v.end());
+  return *mid;
+}
+
+double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
+  scratch.clear();
+  for (double value : v) scratch.push_back(std::fabs(value - centre));
+  return Median(scratch);
+}
+
+double Exponent(WidthLaw law) {
+  switch (law) {
+    case WidthLaw::kTof: return 1.0;
+    case WidthLaw::kOrbitrap: return 1.5;
+    case WidthLaw::kFtIcr: return 2.0;
+    default: return 0.0;
+  }
+}
+
+// Replaces NaN entries by their nearest finite neighbour, then takes a running median of
+// five so that one block swamped by a wide peak does not move the curve.
+void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 5) {
+  const std::size_t n = v.size();
+  std::size_t firstFinite = n;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (std::isfinite(v[i])) { firstFinite = i; break; }
+  }
+  if (firstFinite == n) {
+    std::fill(v.begin(), v.end(), fallback);
+    return;
+  }
+  double last = v[firstFinite];
+  for (std::size_t i = 0; i < n; ++i) {
+    if (std::isfinite(v[i])) last = v[i]; else v[i] = last;
+  }
+  width = std::min(width, n % 2 ? n : n - 1);
+  if (width < 3) return;
+  std::vector<double> out(v), w(width);
+  const std::size_t half = width / 2;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::size_t lo = i < half ? 0 : std::min(i - half, n - width);
+    std::copy(v.begin() + static_cast<std::ptrdiff_t>(lo),
+              v.begin() + static_cast<std::ptrdiff_t>(lo + width), w.begin());
+    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), w.end());
+    out[i] = w[half];
+  }
+  v.swap(out);
+}
+
+void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  // Typical spacing per block of steps, ignoring repeated x.
+  const std::int32_t blocks = std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
+  std::vector<double> spacing(static_cast<std::size_t>(blocks), std::nan(""));
+  std::vector<double> steps;
+  for (std::int32_t b = 0; b < blocks; ++b) {
+    steps.clear();
+    // Every fourth step is plenty for a typical figure.
+    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); i += 4) {
+      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
+    }
+    spacing[static_cast<std::size_t>(b)] = Median(steps);
+  }
+  FillAndSmooth(spacing, 1.0);
+  std::vector<std::uint8_t> gapAfter(static_cast<std::size_t>(n), 0);
+  for (std::int32_t i = 0; i + 1 < n; ++i) {
+    gapAfter[i] = x[i + 1] - x[i] > kGapFactor * spacing[static_cast<std::size_t>(i / kSpacingBlock)];
+  }
+  // Zero-filled data: a zero next to another zero or to a gap carries no signal.
+  m.missing.assign(static_cast<std::size_t>(n), 0);
+  for (std::int32_t i = 0; i < n; ++i) {
+    if (y[i] != 0.0) continue;
+    const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapAfter[i - 1];
+    const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter[i];
+    const bool atGap = (i > 0 && gapAfter[i - 1]) || (i + 1 < n && gapAfter[i]);
+    m.missing[i] = zeroLeft || zeroRight || atGap;
+  }
+  m.regions.clear();
+  std::int32_t begin = 0;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const bool breakAfter = i + 1 == n || gapAfter[i] || (m.missing[i] && m.missing[i + 1]);
+    if (!breakAfter) continue;
+    bool carriesSignal = false;
+    for (std::int32_t j = begin; j <= i && !carriesSignal; ++j) carriesSignal = !m.missing[j];
+    if (carriesSignal) m.regions.push_back({begin, i + 1});
+    begin = i + 1;
+  }
+}
+
+// Baseline (a clipped median) and noise (second differences of the clipped points) per
+// block of `block` points.
+void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
+                    const std::vector<std::uint8_t>* exclude = nullptr) {
+  auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
+  const auto n = static_cast<std::int32_t>(y.size());
+  const std::int32_t blocks = (n + m.block - 1) / m.block;
+  m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
+  m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
+  m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
+  std::vector<double> values, kept, scratch, curvature, steps;
+  for (std::int32_t b = 0; b < blocks; ++b) {
+    const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
+    steps.clear();
+    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 512)) {
+      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
+    }
+    m.spacing_[static_cast<std::size_t>(b)] = Median(steps);
+    // About 128 points per block are enough for its figures.
+    const std::int32_t stride = std::max<std::int32_t>(1, (hi - lo) / 128);
+    values.clear();
+    for (std::int32_t i = lo; i < hi; i += stride) {
+      if (!skip(i)) values.push_back(y[i]);
+    }
+    if (values.size() < 8) continue;
+    // One clipping round: the points more than three spreads above the median (peaks)
+    // leave, and the median and spread of the rest are the block's baseline and noise.
+    kept = values;
+    double centre = Median(kept);
+    double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
+    if (spread > 0.0) {
+      kept.clear();
+      for (double v : values) {
+        if (v <= centre + 3.0 * spread) kept.push_back(v);
+      }
+      centre = Median(kept);
+      spread = kMadToSigma * MedianAbsDeviation(kept, centre, scratch);
+    }
+    const double ceiling = centre + 3.0 * spread;
+    curvature.clear();
+    for (std::int32_t i = std::max(lo, 1); i + 1 < std::min(hi + 1, n); i += stride) {
+      if (skip(i - 1) || skip(i) || skip(i + 1)) continue;
+      if (y[i - 1] > ceiling || y[i] > ceiling || y[i + 1] > ceiling) continue;
+      curvature.push_back(std::fabs(y[i - 1] - 2.0 * y[i] + y[i + 1]));
+    }
+    m.baseline_[static_cast<std::size_t>(b)] = centre;
+    m.noise_[static_cast<std::size_t>(b)] =
+        curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0) : spread;
+  }
+  double largest = 0.0;
+  for (double v : y) largest = std::max(largest, std::fabs(v));
+  FillAndSmooth(m.baseline_, 0.0);
+  // The noise varies slowly along x; a wide running median steadies it.
+  FillAndSmooth(m.noise_, largest * 1e-3, 9);
+  FillAndSmooth(m.spacing_, 1.0);
+  // A noise-free signal still has rounding: keep the noise above it.
+  for (double& s : m.noise_) s = std::max(s, largest * 1e-9 + 1e-300);
+}
+
+struct WidthSample {
+  double x;
+  double fwhm;
+  double height;
+};
+
+// FWHMs of the strongest clean peaks: local tops at least 10 noise above the baseline that
+// fall to half height on both sides inside their region before anything higher appears.
+std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span<const double> y,
+                                            const SignalModel& m) {
+  std::vector<WidthSample> samples;
+  for (const Region& r : m.regions) {
+    for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
+      if (!(y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
+      const double base = m.BaselineAt(i), height = y[i] - base;
+      if (height < 10.0 * m.NoiseAt(i)) continue;
+      const double half = base + 0.5 * height;
+      std::int32_t l = i - 1, h = i + 1;
+      bool clean = true;
+      while (l > r.begin && y[l] > half && clean) clean = y[l--] <= y[i];
+      while (h + 1 < r.end && y[h] > half && clean) clean = y[h++] <= y[i];
+      if (!clean || y[l] > half || y[h] > half) continue;
+      const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
+      const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
+      const double fwhm = xh - xl;
+      // A clean peak has fallen to a quarter of its height one half-width past each
+      // crossing; a neighbour overlapping it would widen the measurement.
+      const std::int32_t farLeft = 2 * l - i, farRight = 2 * h - i;
+      if (farLeft < r.begin || farRight >= r.end) continue;
+      if (y[farLeft] - base > 0.25 * height || y[farRight] - base > 0.25 * height) continue;
+      if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
+    }
+  }
+  constexpr std::size_t kMostSamples = 400;
+  if (samples.size() > kMostSamples) {
+    std::nth_element(samples.begin(), samples.begin() + kMostSamples, samples.end(),
+                     [](const WidthSample& a, const WidthSample& b) { return a.height > b.height; });
+    samples.resize(kMostSamples);
+  }
+  return samples;
+}
+
+// Chooses the law (exponent) that makes log FWHM - exponent * log x the most constant.
+void FitWidthLaw(const std::vector<WidthSample>& samples, bool chromatogram, SignalModel& m) {
+  static constexpr WidthLaw kLaws[] = {WidthLaw::kConstant, WidthLaw::kTof, WidthLaw::kOrbitrap,
+                                       WidthLaw::kFtIcr};
+  std::vector<double> residual, scratch;
+  double bestCost = INFINITY;
+  for (WidthLaw law : kLaws) {
+    if (chromatogram && law != WidthLaw::kConstant) break;
+    const double p = Exponent(law);
+    residual.clear();
+    for (const WidthSample& s : samples) {
+      residual.push_back(std::log(s.fwhm) - p * std::log(std::max(s.x, 1e-300)));
+    }
+    std::vector<double> copy(residual);
+    const double centre = Median(copy);
+    const double cost = MedianAbsDeviation(residual, centre, scratch);
+    // A more complex law must fit clearly better than a simpler one.
+    if (cost < bestCost * 0.9) {
+      bestCost = cost;
+      m.law = law;
+      m.exponent = p;
+      m.x_ref = 1.0;
+      m.fwhm_ref = std::exp(centre);
+    }
+  }
+}
+
+void ChooseWidth(std::span<const double> x, std::span<const double> y, const DetectOptions& o,
+                 SignalModel& m) {
+  const bool chromatogram = o.kind == SignalKind::kChromatogram;
+  WidthLaw law = chromatogram ? WidthLaw::kConstant : o.width_law;
+  if (o.fwhm > 0.0 || o.resolution > 0.0) {
+    if (law == WidthLaw::kAuto) {
+      law = o.fwhm > 0.0 && o.fwhm_at <= 0.0 ? WidthLaw::kConstant : WidthLaw::kTof;
+    }
+    m.law = law;
+    m.exponent = Exponent(law);
+    if (o.fwhm > 0.0) {
+      m.fwhm_ref = o.fwhm;
+      m.x_ref = o.fwhm_at > 0.0 ? o.fwhm_at : 1.0;
+    } else {
+      m.fwhm_ref = o.resolution_at / o.resolution;
+      m.x_ref = o.resolution_at;
+    }
+    return;
+  }
+  const std::vector<WidthSample> samples = MeasureStrongPeaks(x, y, m);
+  if (samples.size() >= 3) {
+    if (law == WidthLaw::kAuto) {
+      FitWidthLaw(samples, chromatogram, m);
+    } else {
+      std::vector<double> ref;
+      for (const WidthSample& s : samples) ref.push_back(s.fwhm / std::pow(s.x, Exponent(law)));
+      m.law = law;
+      m.exponent = Exponent(law);
+      m.x_ref = 1.0;
+      m.fwhm_ref = Median(ref);
+    }
+    return;
+  }
+  // Nothing to learn from: assume peaks a few points wide, constant in x.
+  std::vector<double> spacing(m.spacing_);
+  m.law = WidthLaw::kConstant;
+  m.exponent = 0.0;
+  m.x_ref = 1.0;
+  m.fwhm_ref = 5.0 * Median(spacing);
+}
+
+}  // namespace
+
+double SignalModel::Interpolate(const std::vector<double>& v, std::int32_t i) const {
+  if (v.empty()) return 0.0;
+  const double t = (static_cast<double>(i) + 0.5) / block - 0.5;
+  if (t <= 0.0) return v.front();
+  const auto k = static_cast<std::size_t>(t);
+  if (k + 1 >= v.size()) return v.back();
+  const double f = t - static_cast<double>(k);
+  return v[k] + f * (v[k + 1] - v[k]);
+}
+
+double SignalModel::FwhmAt(double x) const {
+  if (exponent == 0.0) return fwhm_ref;
+  return fwhm_ref * std::pow(std::max(x, 1e-300) / x_ref, exponent);
+}
+
+double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
+  const double spacing = SpacingAt(i);
+  return spacing > 0.0 ? std::max(1.0, FwhmAt(x) / spacing) : 1.0;
+}
+
+void RefineLevels(std::span<const double> x, std::span<const double> y,
+                  const std::vector<std::uint8_t>& exclude, SignalModel& model) {
+  EstimateLevels(x, y, model, &exclude);
+}
+
+void SignalModel::TabulateWidths(std::span<const double> x) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  ppf_.resize(spacing_.size());
+  for (std::size_t b = 0; b < ppf_.size(); ++b) {
+    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block + block / 2);
+    ppf_[b] = PointsPerFwhm(mid, x[mid]);
+  }
+}
+
+SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,
+                                const DetectOptions& options) {
+  SignalModel m;
+  const auto n = static_cast<std::int32_t>(x.size());
+  FindRegions(x, y, m);
+  // First pass with blocks of a fixed size, to find strong peaks and learn the width.
+  m.block = std::clamp<std::int32_t>(n / 8, 16, 1024);
+  EstimateLevels(x, y, m);
+  ChooseWidth(x, y, options, m);
+  // Second pass with blocks of about fifteen peak widths.
+  std::vector<double> ppf;
+  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, n / 64)) {
+    ppf.push_back(m.PointsPerFwhm(i, x[i]));
+  }
+  const double typical = Median(ppf);
+  // Enough points per block for a steady noise figure, but short traces still get several.
+  const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
+  m.block = std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096);
+  EstimateLevels(x, y, m);
+  m.TabulateWidths(x);
+  return m;
+}
+
+}  // namespace qxpkutil

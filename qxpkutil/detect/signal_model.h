@@ -1,0 +1,63 @@
+// What the automatic mode learns about a trace before it searches: where the data has
+// gaps, how the baseline and the noise run along x, and how wide a peak is at each x.
+// Internal to the detect folder (and its tests); not installed.
+//
+//   SignalModel model = EstimateSignalModel(x, y, options);
+//   double snr = (y[i] - model.BaselineAt(i)) / model.NoiseAt(i);
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "qxpkutil/detect/PeakDetection.h"
+
+namespace qxpkutil {
+
+// A run of points [begin, end) with no x gap and no run of missing (zero-filled) points
+// inside; peaks and their bounds never leave their region.
+struct Region {
+  std::int32_t begin = 0;
+  std::int32_t end = 0;
+};
+
+// Baseline, noise and spacing in blocks of points, read at any point by linear
+// interpolation between block centres; the peak width as a power law of x.
+class SignalModel {
+ public:
+  double BaselineAt(std::int32_t i) const { return Interpolate(baseline_, i); }
+  double NoiseAt(std::int32_t i) const { return Interpolate(noise_, i); }
+  double SpacingAt(std::int32_t i) const { return Interpolate(spacing_, i); }
+  // FWHM in x units at `x`: fwhm_ref * (x / x_ref)^exponent.
+  double FwhmAt(double x) const;
+  // The same in points at point i (at least 1).
+  double PointsPerFwhm(std::int32_t i, double x) const;
+  // The same, read from the per-block table (no power law evaluated).
+  double PointsPerFwhm(std::int32_t i) const { return Interpolate(ppf_, i); }
+  // Fills the per-block table from the width law and the spacing.
+  void TabulateWidths(std::span<const double> x);
+
+  std::vector<Region> regions;
+  std::vector<std::uint8_t> missing;  // 1 for a zero-filled point that carries no signal
+  double fwhm_ref = 0.0;
+  double x_ref = 1.0;
+  double exponent = 0.0;
+  WidthLaw law = WidthLaw::kConstant;
+  std::int32_t block = 1;  // points per block
+  std::vector<double> baseline_, noise_, spacing_, ppf_;
+
+ private:
+  double Interpolate(const std::vector<double>& v, std::int32_t i) const;
+};
+
+// Measures the baseline and noise again without the points where `exclude` is 1 (the
+// peaks found so far), so that dense peaks do not lift the baseline.
+void RefineLevels(std::span<const double> x, std::span<const double> y,
+                  const std::vector<std::uint8_t>& exclude, SignalModel& model);
+
+// Learns the model of a validated, non-empty trace. The width comes from the options when
+// they give one, else from the cleanest strong peaks of the data.
+SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,
+                                const DetectOptions& options);
+
+}  // namespace qxpkutil
