@@ -32,7 +32,7 @@ TEST(Options, ReadsEveryKindOfValue) {
              "--rt",        "1.5min:",     "--ms-level",   "1",       "--centroided", "no",
              "--threshold", "2.5",         "--filter",     "mean",    "--baseline",   "flat",
              "--no-mass",   "--gauss-fit", "--segment",    "400:900", "--segment",    "880:2000",
-             "--sn",        "10:20",       "--resolution", "50",      "-f",           "svg,tsv,svg",
+             "--sn",        "10:20",       "--measure-resolution", "50",      "-f",           "svg,tsv,svg",
              "-d",          "out",         "-j",           "3"});
   ASSERT_FALSE(p.done) << p.err;
   const Options& o = p.options;
@@ -50,7 +50,8 @@ TEST(Options, ReadsEveryKindOfValue) {
   EXPECT_EQ(o.overrides.filterType, 1);
   EXPECT_EQ(o.overrides.integration, 0);
   EXPECT_EQ(o.overrides.massProcessing, false);
-  EXPECT_EQ(o.overrides.gaussFit, true);
+  EXPECT_TRUE(o.gaussFit);
+  EXPECT_EQ(o.mode, Options::Mode::kClassic);
   EXPECT_FALSE(o.overrides.autoNoise);
   EXPECT_FALSE(o.overrides.maxCharge);
   EXPECT_EQ(o.overrides.segments.size(), 2u);
@@ -69,7 +70,38 @@ TEST(Options, CommandsTakeTheSharedOptions) {
   const Parsed demo = Parse({"demo", "-d", "/tmp/x"});
   ASSERT_FALSE(demo.done) << demo.err;
   EXPECT_EQ(demo.options.command, Options::Command::kDemo);
-  EXPECT_EQ(demo.options.formats, (std::vector<std::string>{"tsv", "svg"}));
+  EXPECT_EQ(demo.options.formats, (std::vector<std::string>{"svg", "tsv"}));
+}
+
+// No option means the automatic mode; physical options keep it, classic ones leave it.
+TEST(Options, TheOptionsChooseTheMode) {
+  const struct {
+    std::vector<const char*> args;
+    Options::Mode mode;
+  } cases[] = {
+      {{"a"}, Options::Mode::kAutomatic},
+      {{"a", "--snr", "5", "--fwhm", "0.01@400", "--max-charge", "3"}, Options::Mode::kAutomatic},
+      {{"a", "--resolution", "60000", "--analyzer", "orbitrap"}, Options::Mode::kAutomatic},
+      {{"a", "--gauss-fit"}, Options::Mode::kAutomatic},
+      {{"a", "--classic"}, Options::Mode::kClassic},
+      {{"a", "--settings", "my.ini"}, Options::Mode::kClassic},
+      {{"a", "--filter-width", "7"}, Options::Mode::kClassic},
+  };
+  for (const auto& c : cases) {
+    const Parsed p = Parse(c.args);
+    ASSERT_FALSE(p.done) << p.err;
+    EXPECT_EQ(p.options.mode, c.mode) << c.args.back();
+  }
+}
+
+// -o's extension gives the format when -f does not; a disagreement is refused.
+TEST(Options, OutputExtensionGivesTheFormat) {
+  const Parsed mzml = Parse({"a", "-o", "out.mzML"});
+  ASSERT_FALSE(mzml.done) << mzml.err;
+  EXPECT_EQ(mzml.options.formats, (std::vector<std::string>{"mzml"}));
+  EXPECT_EQ(Parse({"a", "-o", "out.json"}).options.formats, (std::vector<std::string>{"json"}));
+  EXPECT_EQ(Parse({"a", "-o", "out.dat"}).options.formats, (std::vector<std::string>{"tsv"}));
+  EXPECT_EQ(Parse({"a", "-o", "out.mzML", "-f", "tsv"}).done, 2);
 }
 
 TEST(Options, MistakesGiveOneLineAndStatusTwo) {
@@ -89,7 +121,18 @@ TEST(Options, MistakesGiveOneLineAndStatusTwo) {
       {"a", "b", "-o", "x.tsv"},
       {"a", "-f", "tsv,json", "-o", "x"},
       {"a", "-o", "x", "-d", "y"},
-      {"settings", "a.mzML"},
+      {"settings", "a.mzML", "b.mzML"},
+      {"settings", "--abs-threshold", "nan"},
+      {"a", "--abs-threshold", "inf"},
+      {"a", "--threshold", "+-3"},
+      {"a", "--snr", "nan"},
+      {"a", "--fwhm", "wide"},
+      {"a", "--filter-width", "0"},
+      {"a", "--filter-step", "-5"},
+      {"a", "--max-charge", "0"},
+      {"a", "--snr", "3", "--classic"},
+      {"a", "--fwhm", "4s", "--threshold", "2"},
+      {"demo", "a"},
   };
   for (const auto& args : cases) {
     const Parsed p = Parse(args);
@@ -111,7 +154,7 @@ TEST(Options, HelpGivesAnExampleForEveryOption) {
     }
     if (line.find("Example:") != std::string::npos) ++examples;
   }
-  EXPECT_GT(options, 30);
+  EXPECT_GT(options, 35);
   EXPECT_GE(examples, options);
   EXPECT_EQ(Parse({"--version"}).done, 0);
 }

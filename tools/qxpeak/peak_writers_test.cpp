@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,7 +11,6 @@
 #include <nlohmann/json.hpp>
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
-#include "qxpkutil/platform/QXTypes.h"
 #include "tools/qxpeak/test_peaks.h"
 
 namespace qxpkutil::qxpeak {
@@ -35,8 +33,8 @@ std::vector<std::vector<std::string>> Rows(const std::string& tsv) {
   return rows;
 }
 
-// Two traces: a spectrum with two peaks (odd values, a label with a tab, an unset centroid),
-// and a chromatogram without peaks.
+// Two traces: a spectrum with two peaks (odd values, a label with a tab, no centroid and no
+// S/N measured), and a chromatogram without peaks.
 struct Sample {
   std::vector<Trace> traces;
   std::vector<TracePeaks> peaks;
@@ -51,17 +49,17 @@ struct Sample {
     traces[1].index = 1;
     peaks.push_back(PeaksAt({500.1234567891, 700.0}, {1.0 / 3.0, 2500.0}));
     peaks.push_back(PeaksAt({}, {}));
-    QXPeakTableElement& second = *peaks[0].table.GetPeak(1);
-    second.m_strLabel = "Glu\tfib";
-    second.m_nCharge = 2;
-    second.m_dwFlags |= kQXPeakChargeAssigned | kQXPeakSeriesMostIntense;
-    second.m_dCentroidX = kQXUnsetValue;
+    peaks[0].peaks[0].snr = 12.5;
+    Peak& second = peaks[0].peaks[1];
+    second.label = "Glu\tfib";
+    second.charge = 2;
+    second.marks |= kQXPeakChargeAssigned | kQXPeakSeriesMostIntense;
+    second.centroid_x = kNotMeasured;
   }
 };
 
 TEST(PeakWriters, TsvHasOneCellPerColumnAndExactNumbers) {
   Sample s;
-  s.peaks[0].signalToNoise = {12.5, std::numeric_limits<double>::quiet_NaN()};
   s.peaks[0].resolution = {-1, 15000};
   const auto rows = Rows(FormatTsv(s.traces, s.peaks));
   ASSERT_EQ(rows.size(), 3u);
@@ -76,10 +74,14 @@ TEST(PeakWriters, TsvHasOneCellPerColumnAndExactNumbers) {
   EXPECT_EQ(std::strtod(cell(1, "apex_y").c_str(), nullptr), 1.0 / 3.0);
   EXPECT_EQ(cell(1, "apex_index"), "5");
   EXPECT_EQ(cell(1, "scan"), "7");
-  EXPECT_EQ(cell(1, "rt"), "61.25");
-  EXPECT_EQ(cell(1, "signal_to_noise"), "12.5");
+  EXPECT_EQ(cell(1, "rt_s"), "61.25");
+  EXPECT_EQ(cell(1, "x_unit"), "m/z");
+  EXPECT_EQ(cell(1, "snr"), "12.5");
+  EXPECT_EQ(cell(1, "charge"), "") << "no charge assigned is blank, not 0";
   EXPECT_EQ(cell(1, "resolution"), "");
-  EXPECT_EQ(cell(2, "signal_to_noise"), "");
+  for (const char* unmeasured : {"snr", "noise", "height", "fwhm", "baseline"}) {
+    EXPECT_EQ(cell(2, unmeasured), "") << unmeasured;
+  }
   EXPECT_EQ(cell(2, "resolution"), "15000");
   EXPECT_EQ(cell(2, "centroid_x"), "");
   EXPECT_EQ(cell(2, "charge"), "2");
@@ -91,13 +93,13 @@ TEST(PeakWriters, TsvHasOneCellPerColumnAndExactNumbers) {
 TEST(PeakWriters, TsvLeavesOutMeasurementsNobodyAskedFor) {
   Sample s;
   const std::string header = FormatTsv(s.traces, s.peaks).substr(0, 400);
-  EXPECT_THAT(header, ::testing::Not(::testing::HasSubstr("signal_to_noise")));
   EXPECT_THAT(header, ::testing::Not(::testing::HasSubstr("resolution")));
 }
 
 TEST(PeakWriters, JsonCarriesTheSameValues) {
   Sample s;
-  s.peaks[0].table.GetPeak(0)->m_strLabel = "bad \xFF byte";
+  s.peaks[0].peaks[0].label = "bad \xFF byte";
+  s.peaks[1].skipped = "x is not ascending";
   const auto root = nlohmann::json::parse(FormatJson("in.mzML", s.traces, s.peaks));
   EXPECT_EQ(root["input"], "in.mzML");
   ASSERT_EQ(root["traces"].size(), 2u);
@@ -108,14 +110,22 @@ TEST(PeakWriters, JsonCarriesTheSameValues) {
   EXPECT_EQ(first["peaks"][0]["apex_x"].get<double>(), 500.1234567891);
   EXPECT_EQ(first["peaks"][0]["apex_index"], 5);
   EXPECT_TRUE(first["peaks"][1]["centroid_x"].is_null());
+  EXPECT_TRUE(first["peaks"][1]["snr"].is_null());
+  EXPECT_TRUE(first["peaks"][0]["charge"].is_null());
+  EXPECT_EQ(first["peaks"][0]["snr"], 12.5);
+  EXPECT_EQ(first["rt_s"], 61.25);
+  EXPECT_EQ(first["x_unit"], "m/z");
+  EXPECT_EQ(root["traces"][1]["x_unit"], "s");
+  EXPECT_TRUE(first["skipped"].is_null());
+  EXPECT_EQ(root["traces"][1]["skipped"], "x is not ascending");
   EXPECT_EQ(first["peaks"][1]["label"], "Glu\tfib");
   EXPECT_EQ(first["peaks"][0]["label"], "bad \xEF\xBF\xBD byte");
-  EXPECT_FALSE(first["peaks"][0].contains("signal_to_noise"));
+  EXPECT_FALSE(first["peaks"][0].contains("resolution"));
 }
 
 TEST(PeakWriters, DumpIsTheLibraryFormatOncePerTrace) {
   Sample s;
-  const std::string dump = FormatDump(s.peaks);
+  const std::string dump = FormatDump(s.traces, s.peaks);
   const auto rows = Rows(dump);
   ASSERT_EQ(rows.size(), 6u);  // count, header, two peaks; count, header
   EXPECT_EQ(rows[0], (std::vector<std::string>{"# Peaks", "2"}));

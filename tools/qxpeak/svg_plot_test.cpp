@@ -1,5 +1,6 @@
 #include "tools/qxpeak/svg_plot.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -39,7 +40,7 @@ struct Picture {
       }
       traces.push_back(t);
       peaks.push_back(testing::PeaksAt({420.0}, {1010.0}));
-      peaks.back().table.GetPeak(0)->m_strLabel = "</text><script>\xFF";
+      peaks.back().peaks[0].label = "</text><script>\xFF";
     }
   }
 };
@@ -67,7 +68,36 @@ TEST(SvgPlot, StopsAtTheMostPanelsAndSaysSo) {
     ++panels;
   }
   EXPECT_EQ(panels, 3u);
-  EXPECT_NE(svg.find("showing the first 3 of 5 traces"), std::string::npos);
+  EXPECT_NE(svg.find("Only the first 3 of 5 traces are plotted"), std::string::npos);
+}
+
+// The signal path of the first panel: its move commands start the pieces of the line.
+std::size_t SignalPieces(const std::string& svg) {
+  const std::size_t at = svg.find("class=\"signal\"");
+  const std::size_t d = svg.find(" d=\"", at) + 4;
+  const std::string path = svg.substr(d, svg.find('"', d) - d);
+  return static_cast<std::size_t>(std::count(path.begin(), path.end(), 'M'));
+}
+
+// Profile data stored only around its peaks: no line across the empty stretches, and the
+// axis names the unit of x.
+TEST(SvgPlot, BreaksTheSignalAcrossGapsAndNamesTheUnit) {
+  Picture p(1);
+  Trace& t = p.traces[0];
+  t.x.clear();
+  t.y.clear();
+  for (const double start : {400.0, 410.0, 430.0}) {  // three islands of 50 points
+    for (int i = 0; i < 50; ++i) {
+      t.x.push_back(start + 0.01 * i);
+      t.y.push_back(100.0 + i);
+    }
+  }
+  EXPECT_EQ(SignalPieces(FormatSvg("gaps", p.traces, p.peaks)), 3u);
+  EXPECT_NE(FormatSvg("gaps", p.traces, p.peaks).find(">m/z<"), std::string::npos);
+  t.kind = Trace::Kind::kChromatogram;
+  EXPECT_NE(FormatSvg("gaps", p.traces, p.peaks).find(">time (s)<"), std::string::npos);
+  Picture even(1);
+  EXPECT_EQ(SignalPieces(FormatSvg("even", even.traces, even.peaks)), 1u);
 }
 
 TEST(SvgPlot, MillionPointsMakeASmallFileThatRenders) {
