@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -11,16 +10,10 @@
 #include <gtest/gtest.h>
 
 #include "qxpkutil/io/MzmlFixture.h"
+#include "testing/QXTestFiles.h"
 
 namespace qxpkutil::qxpeak {
 namespace {
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 TEST(Batch, OutputsAreNamedAfterTheInput) {
   EXPECT_EQ(OutputPath("data/run.mzML", "tsv", "", ""), "run.peaks.tsv");
@@ -29,12 +22,16 @@ TEST(Batch, OutputsAreNamedAfterTheInput) {
   EXPECT_EQ(OutputPath("a.txt", "dump", "x.txt", "ignored"), "x.txt");
   std::vector<Job> jobs;
   std::string error;
-  ASSERT_TRUE(PlanJobs({"a.txt", "b.mzML"}, {"tsv", "json"}, "", "out", jobs, error));
+  ASSERT_TRUE(PlanJobs({"a.txt", "b.mzML"}, {"tsv", "json"}, "", "out", {}, jobs, error));
   ASSERT_EQ(jobs.size(), 2u);
   EXPECT_EQ(jobs[1].outputs[1], (std::pair<std::string, std::string>{"json", "out/b.peaks.json"}));
-  EXPECT_FALSE(PlanJobs({"x/a.txt", "y/a.mzML"}, {"tsv"}, "", "", jobs, error));
+  EXPECT_FALSE(PlanJobs({"x/a.txt", "y/a.mzML"}, {"tsv"}, "", "", {}, jobs, error));
   EXPECT_NE(error.find("a.peaks.tsv"), std::string::npos) << error;
-  EXPECT_FALSE(PlanJobs({"a.txt"}, {"tsv"}, "a.txt", "", jobs, error)) << "output onto the input";
+  EXPECT_FALSE(PlanJobs({"a.txt"}, {"tsv"}, "a.txt", "", {}, jobs, error)) << "onto the input";
+  // Nor onto the settings or label file the run reads, however the path is spelled.
+  EXPECT_FALSE(PlanJobs({"a.txt"}, {"tsv"}, "./my.ini", "", {"my.ini"}, jobs, error));
+  EXPECT_NE(error.find("would overwrite my.ini"), std::string::npos) << error;
+  EXPECT_FALSE(PlanJobs({"a.txt"}, {"tsv"}, "", "", {"a.peaks.tsv"}, jobs, error));
 }
 
 TEST(Batch, ParallelForVisitsEveryIndexOnce) {
@@ -52,11 +49,14 @@ TEST(Batch, ParallelForVisitsEveryIndexOnce) {
                std::runtime_error);
 }
 
-// One input failing leaves the others searched and written; the summary counts them all.
-// (That a batch writes what single runs write is checked on the built tool.)
+// One input failing leaves the others searched and written, and one trace that cannot be
+// searched leaves the rest of its file: it is named on standard error and counted as
+// skipped. (That a batch writes what single runs write is checked on the built tool.)
 TEST(Batch, AFailingInputStopsNoOther) {
   const testing::FixtureSpectrum s = testing::ThreePeaks(500.0, 20.0, 0.01, 0.03);
-  const std::string run = testing::WriteTempFile("run.mzML", testing::MakeMzml({s, s, s}));
+  testing::FixtureSpectrum far = s;
+  for (double& x : far.x) x += 1000.0;  // outside the noise region below
+  const std::string run = testing::WriteTempFile("run.mzML", testing::MakeMzml({s, far, s}));
   std::string text;
   for (std::size_t i = 0; i < s.x.size(); ++i) {
     text += std::to_string(s.x[i]) + "\t" + std::to_string(s.y[i]) + "\n";
@@ -65,20 +65,25 @@ TEST(Batch, AFailingInputStopsNoOther) {
   const std::string folder = std::filesystem::path(run).parent_path() / "batch";
   std::filesystem::create_directories(folder);
   BatchContext context;
-  context.config.list.AddDetectionSetting(-1);
+  context.config.options.classic.emplace();
+  context.config.options.classic->AddDetectionSetting(-1);
+  context.config.options.noise_region = {{s.x.front(), s.x.front() + 5.0}};
   std::vector<Job> jobs;
   std::string error;
-  ASSERT_TRUE(PlanJobs({run, "/nonexistent/missing.txt", scan}, {"tsv"}, "", folder, jobs, error));
+  ASSERT_TRUE(
+      PlanJobs({run, "/nonexistent/missing.txt", scan}, {"tsv"}, "", folder, {}, jobs, error));
   std::ostringstream err;
   const BatchSummary summary = RunBatch(jobs, context, 3, err, true);
   EXPECT_EQ(summary.inputs, 3u);
   EXPECT_EQ(summary.failed, 1u);
   EXPECT_EQ(summary.traces, 4u);
-  EXPECT_EQ(summary.peaks, 12u);
-  EXPECT_EQ(err.str(),
-            "qxpeak: /nonexistent/missing.txt: cannot open: No such file or directory\n");
-  EXPECT_FALSE(ReadFile(folder + "/run.peaks.tsv").empty());
-  EXPECT_FALSE(ReadFile(folder + "/scan.peaks.tsv").empty());
+  EXPECT_EQ(summary.peaks, 9u);
+  EXPECT_EQ(summary.skipped, 1u);
+  EXPECT_NE(err.str().find("qxpeak: /nonexistent/missing.txt: cannot open"), std::string::npos);
+  EXPECT_NE(err.str().find("spectrum 1 (scan=2) skipped: the --sn range"), std::string::npos)
+      << err.str();
+  EXPECT_FALSE(testing::ReadText(folder + "/run.peaks.tsv").empty());
+  EXPECT_FALSE(testing::ReadText(folder + "/scan.peaks.tsv").empty());
 }
 
 }  // namespace

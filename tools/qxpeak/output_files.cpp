@@ -166,8 +166,10 @@ bool SameFile(const std::string& a, const std::string& b) {
     return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
   }
   std::error_code ea, eb;
-  return std::filesystem::weakly_canonical(a, ea) == std::filesystem::weakly_canonical(b, eb) &&
-         !ea && !eb;
+  const auto full = [](const std::string& p, std::error_code& ec) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(p, ec), ec);
+  };
+  return full(a, ea) == full(b, eb) && !ea && !eb;
 }
 
 }  // namespace qxpkutil::qxpeak
