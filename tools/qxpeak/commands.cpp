@@ -129,9 +129,10 @@ int RunFind(const Options& options, std::ostream& /*out*/, std::ostream& err) {
   BatchContext context;
   std::string error;
   std::vector<Job> jobs;
-  if (!BuildDetectionConfig(options, context.config, error) ||
-      !PlanJobs(options.inputs, options.formats, options.output, options.outDir,
+  // The plan first: an output onto a file the run reads is refused before it is read.
+  if (!PlanJobs(options.inputs, options.formats, options.output, options.outDir,
                 ReadFiles(options), jobs, error) ||
+      !BuildDetectionConfig(options, context.config, error) ||
       !MakeOutDir(options.outDir, error)) {
     err << "qxpeak: " << Printable(error) << '\n';
     return kExitFailed;
