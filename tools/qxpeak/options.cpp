@@ -504,7 +504,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
   app.get_formatter()->column_width(30);
   app.set_version_flag("--version", std::string("qxpeak ") + kVersion);
   app.add_option("inputs", options.inputs,
-                 Help("mzML (plain, indexed or gzipped) or two-column text\n"
+                 Help("mzML (plain or indexed) or two-column text\n"
                       "files; - reads standard input",
                       "qxpeak a.mzML b.txt"))
       ->option_text("FILE...");

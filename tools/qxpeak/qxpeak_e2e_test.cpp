@@ -1,5 +1,6 @@
 // End-to-end tests: run the built qxpeak binary on files written here and check what it
 // prints and writes.
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -215,6 +216,17 @@ TEST_F(QxpeakRun, DefaultsMeasureEveryPeak) {
   EXPECT_TRUE(doc.child("mzML") || doc.child("indexedmzML"));
 }
 
+// SIGTERM ends a run with status 128 + 15 and leaves no temporary file behind.
+TEST_F(QxpeakRun, ASignalEndsTheRunCleanly) {
+  const std::string cmd = "cd '" + dir_.string() + "' && (sleep 2 | '" QXPEAK_BINARY
+                          "' - -q & p=$!; sleep 0.3; kill -TERM $p; wait $p; echo $? > status)";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  EXPECT_EQ(ReadFile(dir_ / "status"), "143\n");
+  for (const auto& entry : fs::directory_iterator(dir_)) {
+    EXPECT_EQ(entry.path().filename().string().find(".qxpeak-"), std::string::npos);
+  }
+}
+
 TEST_F(QxpeakRun, CentroidedMzmlFeedsTheNextSearch) {
   Write("run.mzML", testing::MakeMzml({Spectrum(), Spectrum()}));
   ASSERT_EQ(Run("run.mzML -f mzml -q --mass").status, 0);
@@ -255,6 +267,12 @@ TEST_F(QxpeakRun, DemoWorksWithoutAnyFile) {
   EXPECT_GT(fs::file_size(dir_ / "results" / "qxpeak_demo.peaks.tsv"), 1000u);
   EXPECT_GT(fs::file_size(dir_ / "results" / "qxpeak_demo.svg"), 1000u);
   EXPECT_EQ(Run("--help").status, 0);
+  // The example label file names the demo's six isotope series.
+  ASSERT_EQ(Run("demo -q -d labelled --labels '" QXPEAK_EXAMPLES "/calibrants.lbs'").status, 0);
+  const std::vector<std::string> labels =
+      Column(ReadFile(dir_ / "labelled" / "qxpeak_demo.peaks.tsv"), "label");
+  EXPECT_EQ(std::count_if(labels.begin(), labels.end(), [](const auto& l) { return !l.empty(); }),
+            6);
 }
 
 }  // namespace
