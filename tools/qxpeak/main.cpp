@@ -4,9 +4,9 @@
 #include <iostream>
 #include <new>
 
-#include "tools/qxpeak/commands.h"
-#include "tools/qxpeak/options.h"
-#include "tools/qxpeak/output_files.h"
+#include "tools/qxpeak/cli/commands.h"
+#include "tools/qxpeak/cli/options.h"
+#include "tools/qxpeak/output/output_files.h"
 
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;

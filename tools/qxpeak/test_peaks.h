@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "qxpkutil/io/MzmlFixture.h"
-#include "tools/qxpeak/detection.h"
+#include "tools/qxpeak/run/detection.h"
 
 namespace qxpkutil::qxpeak::testing {
 

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/settings_file.h"
+#include "tools/qxpeak/cli/settings_file.h"
 
 #include <limits>
 #include <sstream>
@@ -12,8 +12,8 @@
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/QXPersistUtils.h"
 #include "qxpkutil/platform/QXParse.h"
-#include "tools/qxpeak/file_io.h"
-#include "tools/qxpeak/printable.h"
+#include "tools/qxpeak/input/file_io.h"
+#include "tools/qxpeak/output/printable.h"
 
 namespace qxpkutil::qxpeak {
 

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/file_io.h"
+#include "tools/qxpeak/input/file_io.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -7,7 +7,6 @@
 
 #include <sys/stat.h>
 
-#include "qxpkutil/platform/QXAtomicFile.h"
 
 namespace qxpkutil::qxpeak {
 
@@ -60,24 +59,6 @@ bool ReadWholeFile(const std::string& path, std::size_t maxBytes, std::vector<ch
   if (std::ferror(file)) {
     error = Describe(path) + ": read error: " + std::strerror(errno);
     out.clear();
-    return false;
-  }
-  return true;
-}
-
-bool WriteOutput(const std::string& path, std::string_view content, std::string& error) {
-  if (path == "-") {
-    if (std::fwrite(content.data(), 1, content.size(), stdout) != content.size() ||
-        std::fflush(stdout) != 0) {
-      error = "standard output: write error";
-      return false;
-    }
-    return true;
-  }
-  errno = 0;
-  if (!QXWriteFileAtomically(path, content)) {
-    error = path + ": cannot write";
-    if (errno != 0) error += std::string(": ") + std::strerror(errno);
     return false;
   }
   return true;

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/svg_plot.h"
+#include "tools/qxpeak/output/svg_plot.h"
 
 #include <algorithm>
 #include <cmath>

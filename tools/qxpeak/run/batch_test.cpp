@@ -1,4 +1,4 @@
-#include "tools/qxpeak/batch.h"
+#include "tools/qxpeak/run/batch.h"
 
 #include <atomic>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/demo_signal.h"
+#include "tools/qxpeak/cli/demo_signal.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/options.h"
+#include "tools/qxpeak/cli/options.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,8 +10,8 @@
 #include <CLI/CLI.hpp>
 
 #include "qxpkutil/platform/QXParse.h"
-#include "tools/qxpeak/printable.h"
-#include "tools/qxpeak/settings_file.h"
+#include "tools/qxpeak/output/printable.h"
+#include "tools/qxpeak/cli/settings_file.h"
 
 namespace qxpkutil::qxpeak {
 

@@ -14,8 +14,8 @@
 #include "qxpkutil/labels/QXUserPkLabels.h"
 
 #include "qxpkutil/settings/QXPeakTableList.h"
-#include "tools/qxpeak/detection.h"
-#include "tools/qxpeak/options.h"
+#include "tools/qxpeak/run/detection.h"
+#include "tools/qxpeak/cli/options.h"
 
 namespace qxpkutil::qxpeak {
 

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/commands.h"
+#include "tools/qxpeak/cli/commands.h"
 
 #include <algorithm>
 #include <chrono>
@@ -10,13 +10,13 @@
 #include <system_error>
 #include <thread>
 
-#include "tools/qxpeak/batch.h"
-#include "tools/qxpeak/demo_signal.h"
-#include "tools/qxpeak/file_io.h"
-#include "tools/qxpeak/output_files.h"
-#include "tools/qxpeak/printable.h"
-#include "tools/qxpeak/peak_writers.h"
-#include "tools/qxpeak/settings_file.h"
+#include "tools/qxpeak/run/batch.h"
+#include "tools/qxpeak/cli/demo_signal.h"
+#include "tools/qxpeak/input/file_io.h"
+#include "tools/qxpeak/output/output_files.h"
+#include "tools/qxpeak/output/printable.h"
+#include "tools/qxpeak/output/peak_writers.h"
+#include "tools/qxpeak/cli/settings_file.h"
 
 namespace qxpkutil::qxpeak {
 

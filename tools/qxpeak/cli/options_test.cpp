@@ -1,4 +1,4 @@
-#include "tools/qxpeak/options.h"
+#include "tools/qxpeak/cli/options.h"
 
 #include <cmath>
 #include <sstream>

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/detection.h"
+#include "tools/qxpeak/run/detection.h"
 
 #include <cmath>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/settings_file.h"
+#include "tools/qxpeak/cli/settings_file.h"
 
 #include <string>
 #include <thread>

@@ -20,7 +20,8 @@
 
 #include "qxpkutil/io/MzmlReader.h"
 #include "qxpkutil/io/Trace.h"
-#include "tools/qxpeak/detection.h"
+#include "tools/qxpeak/input/load_input.h"
+#include "tools/qxpeak/run/detection.h"
 
 namespace qxpkutil::qxpeak {
 
@@ -44,19 +45,6 @@ struct BatchSummary {
   std::size_t peaks = 0;
   std::size_t skipped = 0;  // traces that could not be searched
 };
-
-// An input read into memory: the mzML run it came from, or traces read from text.
-struct LoadedInput {
-  std::unique_ptr<MzmlRun> mzml;  // null for text input
-  std::vector<Trace> text;
-  std::vector<Trace>& Traces() { return mzml ? mzml->Traces() : text; }
-};
-
-// Reads `path` ("-" is standard input): mzML when its first character (after blanks and a
-// byte order mark) is '<', else two-column text. False with one line in `error` when the
-// input cannot be read, is malformed, or has no trace that `selection` accepts.
-[[nodiscard]] bool LoadInput(const std::string& path, const MzmlSelection& selection,
-                             LoadedInput& input, std::string& error);
 
 // The output file of `format` for `input`: `output` when given, else NAME.peaks.tsv,
 // NAME.peaks.json, NAME.peaks.txt, NAME.centroided.mzML or NAME.svg in `outDir` (the

@@ -18,7 +18,7 @@
 
 #include "qxpkutil/detect/PeakDetection.h"
 #include "qxpkutil/io/MzmlReader.h"
-#include "tools/qxpeak/detection.h"
+#include "tools/qxpeak/run/detection.h"
 
 #ifndef QXPEAK_VERSION
 #define QXPEAK_VERSION "unknown"

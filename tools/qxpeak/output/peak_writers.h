@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "qxpkutil/io/Trace.h"
-#include "tools/qxpeak/detection.h"
+#include "tools/qxpeak/run/detection.h"
 
 namespace qxpkutil::qxpeak {
 

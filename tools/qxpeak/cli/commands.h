@@ -8,7 +8,7 @@
 
 #include <iosfwd>
 
-#include "tools/qxpeak/options.h"
+#include "tools/qxpeak/cli/options.h"
 
 namespace qxpkutil::qxpeak {
 

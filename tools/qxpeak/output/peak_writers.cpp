@@ -1,4 +1,4 @@
-#include "tools/qxpeak/peak_writers.h"
+#include "tools/qxpeak/output/peak_writers.h"
 
 #include <charconv>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/output_files.h"
+#include "tools/qxpeak/output/output_files.h"
 
 #include <string>
 

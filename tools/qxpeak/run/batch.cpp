@@ -1,4 +1,4 @@
-#include "tools/qxpeak/batch.h"
+#include "tools/qxpeak/run/batch.h"
 
 #include <algorithm>
 #include <atomic>
@@ -14,27 +14,14 @@
 #include <unistd.h>
 
 #include "qxpkutil/io/MzmlWriter.h"
-#include "qxpkutil/io/TextReader.h"
-#include "tools/qxpeak/file_io.h"
-#include "tools/qxpeak/output_files.h"
-#include "tools/qxpeak/printable.h"
-#include "tools/qxpeak/options.h"
-#include "tools/qxpeak/peak_writers.h"
-#include "tools/qxpeak/svg_plot.h"
+#include "tools/qxpeak/output/output_files.h"
+#include "tools/qxpeak/output/printable.h"
+#include "tools/qxpeak/output/peak_writers.h"
+#include "tools/qxpeak/output/svg_plot.h"
 
 namespace qxpkutil::qxpeak {
 
 namespace {
-
-bool LooksLikeXml(const std::vector<char>& bytes) {
-  std::size_t i = 0;
-  if (bytes.size() >= 3 && bytes[0] == '\xEF' && bytes[1] == '\xBB' && bytes[2] == '\xBF') i = 3;
-  while (i < bytes.size() &&
-         (bytes[i] == ' ' || bytes[i] == '\t' || bytes[i] == '\r' || bytes[i] == '\n')) {
-    ++i;
-  }
-  return i < bytes.size() && bytes[i] == '<';
-}
 
 std::string Extension(const std::string& format) {
   if (format == "tsv") return ".peaks.tsv";
@@ -130,28 +117,6 @@ void ParallelFor(std::size_t count, unsigned threads, const std::function<void(s
   if (failure) std::rethrow_exception(failure);
 }
 
-bool LoadInput(const std::string& path, const MzmlSelection& selection, LoadedInput& input,
-               std::string& error) {
-  std::vector<char> bytes;
-  if (!ReadWholeFile(path, kMaxInputBytes, bytes, error)) return false;
-  const std::string name = path == "-" ? "standard input" : path;
-  if (LooksLikeXml(bytes)) {
-    input.mzml = std::make_unique<MzmlRun>();
-    if (!input.mzml->Parse(std::move(bytes), name, selection, error)) return false;
-    const MzmlRun& run = *input.mzml;
-    if (run.Traces().empty()) {
-      error = run.ListSize() == 0 ? name + ": holds no spectrum or chromatogram"
-                                  : name + ": none of its " + std::to_string(run.ListSize()) + " " +
-                                        run.ListElement() + " elements matches the selection";
-      return false;
-    }
-    return true;
-  }
-  input.mzml.reset();
-  input.text.assign(1, Trace{});
-  return ParseTextSignal(std::string_view(bytes.data(), bytes.size()), name, input.text[0], error);
-}
-
 std::string OutputPath(const std::string& input, const std::string& format,
                        const std::string& output, const std::string& outDir) {
   if (!output.empty()) return output;
@@ -217,7 +182,7 @@ bool FormatOutput(const std::string& format, const std::string& name, LoadedInpu
   } else if (format == "svg") {
     text = FormatSvg(name, traces, peaks);
   } else {
-    const ProcessingRecord record{kVersion, settingsSummary};
+    const ProcessingRecord record{QXPEAK_VERSION, settingsSummary};
     const std::vector<std::vector<Peak>> centroids = PeaksOf(peaks);
     return input.mzml ? FormatCentroidedMzml(*input.mzml, centroids, record, text, error)
                       : FormatCentroidedMzml(name, traces, centroids, record, text, error);
