@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 
 #include <unistd.h>
 #include <zlib.h>
@@ -19,18 +20,24 @@ std::string CvParam(const char* accession, const char* name, const std::string& 
                     const char* unit = nullptr) {
   std::string s = std::string("<cvParam cvRef=\"MS\" accession=\"") + accession + "\" name=\"" +
                   name + "\" value=\"" + value + "\"";
-  if (unit != nullptr) s += std::string(" unitCvRef=\"UO\" unitAccession=\"") + unit + "\"";
+  if (unit != nullptr) {
+    const std::string_view u = unit;
+    const char* unitName = u == "UO:0000031" ? "minute" : u == "UO:0000010" ? "second"
+                           : u == "MS:1000040" ? "m/z" : "number of detector counts";
+    s += std::string(" unitCvRef=\"") + (u.starts_with("UO") ? "UO" : "MS") +
+         "\" unitAccession=\"" + unit + "\" unitName=\"" + unitName + "\"";
+  }
   return s + "/>\n";
 }
 
 std::string BinaryArray(const std::vector<double>& values, const FixtureSpectrum& s,
-                        const char* typeAccession, const char* typeName) {
+                        const char* typeAccession, const char* typeName, const char* unit) {
   std::string out = "<binaryDataArray encodedLength=\"0\">\n";
   out +=
       s.bits == 32 ? CvParam("MS:1000521", "32-bit float") : CvParam("MS:1000523", "64-bit float");
   out +=
       s.zlib ? CvParam("MS:1000574", "zlib compression") : CvParam("MS:1000576", "no compression");
-  out += CvParam(typeAccession, typeName);
+  out += CvParam(typeAccession, typeName, "", unit);
   out += "<binary>" + EncodeArray(values, s.bits, s.zlib) + "</binary>\n</binaryDataArray>\n";
   return out;
 }
@@ -43,10 +50,15 @@ std::string Element(const FixtureSpectrum& s, std::size_t position, bool chromat
   std::string out = std::string(chromatogram ? "<chromatogram" : "<spectrum") + " index=\"" +
                     std::to_string(position) + "\" id=\"" + id + "\" defaultArrayLength=\"" +
                     std::to_string(length) + "\">\n";
-  if (!chromatogram) {
+  if (chromatogram) {
+    out += CvParam("MS:1000235", "total ion current chromatogram");
+  } else {
+    out += s.ms_level > 1 ? CvParam("MS:1000580", "MSn spectrum") : CvParam("MS:1000579", "MS1 spectrum");
     if (s.ms_level > 0) out += CvParam("MS:1000511", "ms level", std::to_string(s.ms_level));
-    out += s.centroided ? CvParam("MS:1000127", "centroid spectrum")
-                        : CvParam("MS:1000128", "profile spectrum");
+    if (s.representation) {
+      out += s.centroided ? CvParam("MS:1000127", "centroid spectrum")
+                          : CvParam("MS:1000128", "profile spectrum");
+    }
     if (s.rt_minutes >= 0.0) {
       out += "<scanList count=\"1\">\n" + CvParam("MS:1000795", "no combination") + "<scan>\n" +
              CvParam("MS:1000016", "scan start time", std::to_string(s.rt_minutes), "UO:0000031") +
@@ -54,9 +66,10 @@ std::string Element(const FixtureSpectrum& s, std::size_t position, bool chromat
     }
   }
   out += "<binaryDataArrayList count=\"2\">\n";
-  out += chromatogram ? BinaryArray(s.x, s, "MS:1000595", "time array")
-                      : BinaryArray(s.x, s, "MS:1000514", "m/z array");
-  out += BinaryArray(s.y, s, "MS:1000515", "intensity array");
+  out += chromatogram ? BinaryArray(s.x, s, "MS:1000595", "time array",
+                                    s.time_in_minutes ? "UO:0000031" : "UO:0000010")
+                      : BinaryArray(s.x, s, "MS:1000514", "m/z array", "MS:1000040");
+  out += BinaryArray(s.y, s, "MS:1000515", "intensity array", "MS:1000131");
   out += "</binaryDataArrayList>\n";
   out += chromatogram ? "</chromatogram>\n" : "</spectrum>\n";
   return out;
@@ -105,12 +118,19 @@ std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
       "<mzML xmlns=\"http://psi.hupo.org/ms/mzml\" version=\"1.1.0\">\n"
       "<cvList count=\"2\"><cv id=\"MS\" fullName=\"PSI-MS\" URI=\"psi-ms.obo\"/>"
       "<cv id=\"UO\" fullName=\"Unit Ontology\" URI=\"unit.obo\"/></cvList>\n"
-      "<fileDescription><fileContent/></fileDescription>\n"
-      "<softwareList count=\"1\"><software id=\"fixture\" version=\"1\"/></softwareList>\n"
-      "<instrumentConfigurationList count=\"1\"><instrumentConfiguration id=\"IC\"/>"
-      "</instrumentConfigurationList>\n"
+      "<fileDescription><fileContent>" +
+      CvParam("MS:1000579", "MS1 spectrum") +
+      "</fileContent></fileDescription>\n"
+      "<softwareList count=\"1\"><software id=\"fixture\" version=\"1\">" +
+      CvParam("MS:1000799", "custom unreleased software tool", "fixture") +
+      "</software></softwareList>\n"
+      "<instrumentConfigurationList count=\"1\"><instrumentConfiguration id=\"IC\">" +
+      CvParam("MS:1000031", "instrument model") +
+      "</instrumentConfiguration></instrumentConfigurationList>\n"
       "<dataProcessingList count=\"1\"><dataProcessing id=\"dp\"><processingMethod order=\"1\" "
-      "softwareRef=\"fixture\"/></dataProcessing></dataProcessingList>\n"
+      "softwareRef=\"fixture\">" +
+      CvParam("MS:1000544", "Conversion to mzML") +
+      "</processingMethod></dataProcessing></dataProcessingList>\n"
       "<run id=\"run\" defaultInstrumentConfigurationRef=\"IC\">\n";
   if (!spectra.empty()) {
     body += "<spectrumList count=\"" + std::to_string(spectra.size()) +

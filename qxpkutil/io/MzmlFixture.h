@@ -26,6 +26,8 @@ struct FixtureSpectrum {
   int bits = 64;            // 32 or 64-bit floats for both arrays
   bool zlib = false;
   std::optional<std::uint64_t> declared_length;  // defaultArrayLength; default x.size()
+  bool representation = true;  // false: no profile/centroid term at all
+  bool time_in_minutes = false;  // chromatograms: the time array says minutes (x as given)
 };
 
 // A profile signal with peaks of heights 1000, 3000 and 2000 at `first`, `first + spacing`
@@ -33,8 +35,9 @@ struct FixtureSpectrum {
 // of sigma 1, sampled every `step` from `first - spacing / 2` to `first + 2.5 spacing`.
 FixtureSpectrum ThreePeaks(double first, double spacing, double step, double sigma);
 
-// An mzML 1.1 document holding `spectra` and `chromatograms`; `indexed` wraps it in
-// <indexedmzML> with an index whose offsets are not meant to be right.
+// An mzML 1.1 document holding `spectra` and `chromatograms`, valid for the schema and the
+// semantic rules of mzML validators; `indexed` wraps it in <indexedmzML> with an index whose
+// offsets are not meant to be right.
 std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
                      const std::vector<FixtureSpectrum>& chromatograms = {}, bool indexed = false);
 

@@ -6,10 +6,12 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
+#include <pugixml.hpp>
 #include <zlib.h>
 
 #include "qxpkutil/io/Base64.h"
@@ -18,6 +20,8 @@
 namespace qxpkutil {
 
 namespace {
+
+using io_internal::Printable;
 
 // Controlled-vocabulary accessions the reader understands.
 constexpr std::string_view kMsLevel = "MS:1000511";
@@ -33,12 +37,14 @@ constexpr std::string_view kInt32 = "MS:1000519";
 constexpr std::string_view kInt64 = "MS:1000522";
 constexpr std::string_view kZlib = "MS:1000574";
 constexpr std::string_view kNoCompression = "MS:1000576";
+// The numpress codecs, alone (linear, pic, slof) and followed by zlib.
+constexpr std::string_view kNumpress[] = {"MS:1002312", "MS:1002313", "MS:1002314",
+                                          "MS:1002746", "MS:1002747", "MS:1002748"};
 
 // Deflate never compresses better than about 1032 to 1; a declared length beyond that
 // bound cannot be honest, and refusing it keeps a tiny file from claiming gigabytes.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
-// The library counts points in 32 bits and indexes them in signed 32 bits.
-constexpr std::uint64_t kMaxPoints = INT32_MAX;
+constexpr std::size_t kChunk = std::size_t{1} << 20;
 
 bool ParseUnsigned(std::string_view text, std::uint64_t& value) {
   const char* end = text.data() + text.size();
@@ -52,16 +58,6 @@ bool ParseDouble(std::string_view text, double& value) {
   const char* end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, value);
   return result.ec == std::errc() && result.ptr == end && !text.empty();
-}
-
-// `text` for a one-line message: control characters become '?', and a long text is cut.
-std::string Printable(std::string text) {
-  constexpr std::size_t kLongest = 80;
-  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-  }
-  return text;
 }
 
 // The N of a "scan=N" token in a native id such as "controllerType=0 scan=12"; -1 if none.
@@ -80,7 +76,8 @@ std::int64_t ScanNumberOf(std::string_view id) {
 // cvParams of an element, including those of the referenceable parameter groups it names.
 class ParamLookup {
  public:
-  explicit ParamLookup(pugi::xml_node mzml) {
+  void Load(pugi::xml_node mzml) {
+    m_groups.clear();
     for (pugi::xml_node g :
          mzml.child("referenceableParamGroupList").children("referenceableParamGroup")) {
       m_groups.emplace(g.attribute("id").value(), g);
@@ -110,6 +107,11 @@ class ParamLookup {
   std::unordered_map<std::string_view, pugi::xml_node> m_groups;
 };
 
+bool SaysMinutes(pugi::xml_node param) {
+  return kMinuteUnit == param.attribute("unitAccession").value() ||
+         std::string_view("minute") == param.attribute("unitName").value();
+}
+
 // One binaryDataArray as its cvParams describe it.
 struct ArrayDescription {
   enum class Role { kOther, kMz, kIntensity, kTime };
@@ -117,37 +119,33 @@ struct ArrayDescription {
   int bytes = 0;  // 4 or 8; 0 when no known type was declared
   bool integer = false;
   bool zlib = false;
-  std::string unsupported;  // name of a compression the reader does not know
+  bool minutes = false;     // a time array in minutes
+  std::string unsupported;  // why the data cannot be decoded (an unknown compression)
 };
 
 ArrayDescription Describe(const ParamLookup& params, pugi::xml_node array) {
   ArrayDescription d;
   params.ForEach(array, [&](pugi::xml_node p) {
     const std::string_view acc = p.attribute("accession").value();
-    if (acc == kMzArray)
+    const std::string_view name = p.attribute("name").value();
+    if (acc == kMzArray) {
       d.role = ArrayDescription::Role::kMz;
-    else if (acc == kIntensityArray)
+    } else if (acc == kIntensityArray) {
       d.role = ArrayDescription::Role::kIntensity;
-    else if (acc == kTimeArray)
+    } else if (acc == kTimeArray) {
       d.role = ArrayDescription::Role::kTime;
-    else if (acc == kFloat32) {
-      d.bytes = 4;
-      d.integer = false;
-    } else if (acc == kFloat64) {
-      d.bytes = 8;
-      d.integer = false;
-    } else if (acc == kInt32) {
-      d.bytes = 4;
-      d.integer = true;
-    } else if (acc == kInt64) {
-      d.bytes = 8;
-      d.integer = true;
-    } else if (acc == kZlib)
+      d.minutes = SaysMinutes(p);
+    } else if (acc == kFloat32 || acc == kFloat64 || acc == kInt32 || acc == kInt64) {
+      d.bytes = acc == kFloat32 || acc == kInt32 ? 4 : 8;
+      d.integer = acc == kInt32 || acc == kInt64;
+    } else if (acc == kZlib) {
       d.zlib = true;
-    else if (acc != kNoCompression &&
-             std::string_view(p.attribute("name").value()).find("compression") !=
-                 std::string_view::npos) {
-      d.unsupported = p.attribute("name").value();
+    } else if (std::find(std::begin(kNumpress), std::end(kNumpress), acc) != std::end(kNumpress) ||
+               name.find("numpress") != std::string_view::npos ||
+               name.find("Numpress") != std::string_view::npos) {
+      d.unsupported = "numpress compression is not supported yet";
+    } else if (acc != kNoCompression && name.find("compression") != std::string_view::npos) {
+      d.unsupported = "unsupported compression '" + Printable(name) + "'";
     }
   });
   return d;
@@ -174,13 +172,17 @@ class ArrayDecoder {
   // Decodes `text` as `count` values of the described type into `out`; false with a reason.
   bool Decode(const ArrayDescription& d, std::string_view text, std::uint64_t count,
               std::vector<double>& out, std::string& why) {
-    if (!d.unsupported.empty()) return Fail(why, "unsupported compression '" + d.unsupported + "'");
+    if (!d.unsupported.empty()) return Fail(why, d.unsupported);
     if (d.bytes == 0) return Fail(why, "no 32- or 64-bit number type declared");
+    if (count > kMaxArrayValues) {
+      return Fail(why, "declared length " + std::to_string(count) + " is more than the " +
+                           std::to_string(kMaxArrayValues) + " values a trace may hold");
+    }
     if (!DecodeBase64(text, text.size() / 4 * 3 + 3, m_encoded)) {
       return Fail(why, "invalid base64 data");
     }
     const std::uint64_t bytes = count * static_cast<std::uint64_t>(d.bytes);
-    if (count > kMaxPoints || (d.zlib && bytes > m_encoded.size() * kMaxDeflateRatio + 64)) {
+    if (d.zlib && bytes > m_encoded.size() * kMaxDeflateRatio + 64) {
       return Fail(why, "declared length " + std::to_string(count) +
                            " is more than the encoded data can hold");
     }
@@ -194,8 +196,8 @@ class ArrayDecoder {
       return Fail(why, "holds " + std::to_string(raw->size()) + " bytes where the declared " +
                            std::to_string(count) + " values need " + std::to_string(bytes));
     }
-    out.resize(static_cast<std::size_t>(count));
     const std::size_t n = static_cast<std::size_t>(count);
+    out.resize(n);
     if (d.integer) {
       d.bytes == 4 ? Widen<std::int32_t>(raw->data(), n, out.data())
                    : Widen<std::int64_t>(raw->data(), n, out.data());
@@ -212,33 +214,44 @@ class ArrayDecoder {
     return false;
   }
 
-  // Inflates m_encoded into m_inflated, refusing more than `expected` bytes: one byte of
-  // room beyond it tells an oversized stream from an exact one.
+  // Inflates m_encoded into m_inflated, refusing more than `expected` bytes. The output
+  // grows with what the stream really yields, never to the declared size up front, so a
+  // stream that lies about its size costs no more than it holds.
   bool Inflate(std::size_t expected, std::string& why) {
-    m_inflated.resize(expected + 1);
     z_stream zs{};
     if (inflateInit(&zs) != Z_OK) return Fail(why, "zlib cannot start");
-    std::size_t inLeft = m_encoded.size(), outLeft = m_inflated.size();
+    // One byte of room beyond `expected` tells an oversized stream from an exact one.
+    const std::size_t limit = expected + 1;
+    std::size_t size = std::min(limit, std::max<std::size_t>(m_encoded.size() * 4, 1 << 16));
+    m_inflated.resize(size);
+    std::size_t inLeft = m_encoded.size();
     zs.next_in = m_encoded.data();
-    zs.next_out = m_inflated.data();
     int status = Z_OK;
+    std::size_t produced = 0;
     while (status == Z_OK) {
+      if (produced == size) {
+        if (size == limit) break;
+        size = std::min(limit, size * 2);
+        m_inflated.resize(size);
+      }
       // zlib counts in unsigned int; feed it in slices.
       if (zs.avail_in == 0 && inLeft > 0) {
         zs.avail_in = static_cast<uInt>(std::min<std::size_t>(inLeft, UINT_MAX));
         inLeft -= zs.avail_in;
       }
-      if (zs.avail_out == 0 && outLeft > 0) {
-        zs.avail_out = static_cast<uInt>(std::min<std::size_t>(outLeft, UINT_MAX));
-        outLeft -= zs.avail_out;
-      }
+      zs.next_out = m_inflated.data() + produced;
+      zs.avail_out = static_cast<uInt>(std::min<std::size_t>(size - produced, UINT_MAX));
+      const uInt before = zs.avail_out;
       status = inflate(&zs, Z_NO_FLUSH);
+      produced += before - zs.avail_out;
+      if (status == Z_BUF_ERROR && zs.avail_out > 0) break;  // no input left
+      if (status == Z_BUF_ERROR) status = Z_OK;               // only out of room
     }
-    const std::size_t produced = static_cast<std::size_t>(zs.total_out);
     inflateEnd(&zs);
     if (produced > expected) return Fail(why, "inflates to more data than declared");
     if (status != Z_STREAM_END) {
-      return Fail(why, status == Z_BUF_ERROR ? "zlib data ends early" : "invalid zlib data");
+      return Fail(why, status == Z_BUF_ERROR || status == Z_OK ? "zlib data ends early"
+                                                                : "invalid zlib data");
     }
     m_inflated.resize(produced);
     return true;
@@ -259,20 +272,7 @@ const char* RoleName(ArrayDescription::Role role) {
   }
 }
 
-// The position of the first value that is not finite or (for x) goes backwards; -1 if none.
-std::int64_t FirstBadValue(const std::vector<double>& v, bool ascending, const char*& what) {
-  for (std::size_t i = 0; i < v.size(); ++i) {
-    if (!std::isfinite(v[i])) {
-      what = "is not a finite number";
-      return static_cast<std::int64_t>(i);
-    }
-    if (ascending && i > 0 && v[i] < v[i - 1]) {
-      what = "is smaller than the one before (values must ascend)";
-      return static_cast<std::int64_t>(i);
-    }
-  }
-  return -1;
-}
+bool IsNameEnd(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '>' || c == '/'; }
 
 }  // namespace
 
@@ -291,91 +291,220 @@ bool MzmlSelection::Accepts(const Trace& trace) const {
   if (trace.kind == Trace::Kind::kSpectrum) {
     const bool rtFiltered = rt_min > -std::numeric_limits<double>::infinity() ||
                             rt_max < std::numeric_limits<double>::infinity();
-    if (rtFiltered && !(trace.rt >= rt_min && trace.rt <= rt_max)) {
-      return false;
-    }
+    if (rtFiltered && !(trace.rt >= rt_min && trace.rt <= rt_max)) return false;
     if (ms_level != 0 && trace.ms_level != ms_level) return false;
   }
   return true;
 }
 
-bool MzmlRun::Read(const std::string& path, const MzmlSelection& selection, std::string& error) {
-  std::vector<char> text;
-  if (!io_internal::ReadWholeFile(path, io_internal::kMaxInputBytes, text, error)) return false;
-  return Parse(std::move(text), path, selection, error);
-}
+struct MzmlReader::Impl {
+  // Where the bytes come from: a file (through the gz reader) or a text in memory.
+  io_internal::Input input;
+  bool fromMemory = false;
+  bool atEnd = false;  // the source has nothing more
+  std::string name;
+  MzmlReadOptions options;
 
-bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlSelection& selection,
-                    std::string& error) {
-  m_traces.clear();
-  m_nodes.clear();
-  m_listSize = 0;
-  m_mzml = pugi::xml_node();
-  m_document.reset();
-  m_text = std::move(text);
-  const pugi::xml_parse_result parsed =
-      m_document.load_buffer_inplace(m_text.data(), m_text.size());
-  if (!parsed) {
-    error = name + ": malformed or truncated XML at byte " + std::to_string(parsed.offset) + ": " +
-            parsed.description();
-    return false;
-  }
-  pugi::xml_node mzml = m_document.child("indexedmzML").child("mzML");
-  if (!mzml) mzml = m_document.child("mzML");
-  const pugi::xml_node run = mzml.child("run");
-  if (!run) {
-    error = name + ": not an mzML file (no <mzML> element with a <run>)";
-    return false;
-  }
-  const ParamLookup params(mzml);
-  const pugi::xml_node spectra = run.child("spectrumList");
-  bool readSpectra = selection.list != MzmlSelection::List::kChromatograms;
-  if (selection.list == MzmlSelection::List::kAuto && !spectra.child("spectrum")) {
-    readSpectra = false;
-  }
-  const pugi::xml_node list = readSpectra ? spectra : run.child("chromatogramList");
-  const char* element = readSpectra ? "spectrum" : "chromatogram";
+  // Unconsumed text is m_buffer[pos, size()).
+  std::string buffer;
+  std::size_t pos = 0;
 
+  std::string error;
+  std::string header;
+  std::string listTags[2];
+  pugi::xml_document headerDocument;
+  ParamLookup params;
+  pugi::xml_document element;
   ArrayDecoder decoder;
-  std::vector<Trace> traces;
-  std::vector<pugi::xml_node> nodes;
-  std::int32_t position = 0;
-  for (pugi::xml_node node : list.children(element)) {
-    Trace t;
-    t.kind = readSpectra ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
-    t.index = position++;
-    t.id = node.attribute("id").value();
-    t.scan_number = ScanNumberOf(t.id);
-    if (readSpectra) {
+
+  // The list in the file's current position (-1 outside lists), the one being read, and
+  // how many elements each list held so far.
+  int inList = -1;
+  int reading = 0;  // 0 spectra, 1 chromatograms
+  std::size_t seen[2] = {0, 0};
+  bool done = false;
+
+  // Appends up to one chunk; false at the end of the source or on a read error.
+  bool Fill() {
+    if (atEnd) return false;
+    if (pos > kChunk && pos * 2 > buffer.size()) {
+      buffer.erase(0, pos);
+      pos = 0;
+    }
+    if (fromMemory) {
+      atEnd = true;
+      return false;
+    }
+    const std::size_t used = buffer.size();
+    buffer.resize(used + kChunk);
+    const long got = input.Read(buffer.data() + used, kChunk);
+    buffer.resize(used + static_cast<std::size_t>(std::max(got, 0L)));
+    if (got < 0) error = input.Error();
+    if (got <= 0) atEnd = true;
+    return got > 0;
+  }
+
+  bool Fail(std::string text) {
+    error = name + ": " + std::move(text);
+    done = true;
+    return false;
+  }
+
+  // Finds "<tagName" (as a whole name) at or after `from`, reading more as needed but never
+  // holding more than `budget` bytes past `pos`; npos when absent.
+  std::size_t FindTag(std::string_view tagName, std::size_t from, std::size_t budget) {
+    const std::string needle = "<" + std::string(tagName);
+    for (;;) {
+      for (std::size_t at = buffer.find(needle, from); at != std::string::npos;
+           at = buffer.find(needle, at + 1)) {
+        if (at + needle.size() >= buffer.size()) break;  // the name may go on
+        if (IsNameEnd(buffer[at + needle.size()])) return at;
+      }
+      from = buffer.size() >= needle.size() + 1 ? buffer.size() - needle.size() - 1 : 0;
+      from = std::max(from, pos);
+      if (buffer.size() - pos > budget) return std::string::npos;
+      const std::size_t before = pos;
+      if (!Fill()) return std::string::npos;
+      from -= before - pos;  // Fill may have moved the text to the front
+    }
+  }
+
+  // The end of the start tag at `at` (one past its '>'), reading more as needed; npos
+  // when the file ends first or the tag is unreasonably long.
+  std::size_t TagEnd(std::size_t at) {
+    std::size_t from = at;
+    for (;;) {
+      const std::size_t gt = buffer.find('>', from);
+      if (gt != std::string::npos) return gt + 1;
+      from = buffer.size();
+      if (buffer.size() - at > (std::size_t{16} << 20)) return std::string::npos;
+      const std::size_t before = pos;
+      if (!Fill()) return std::string::npos;
+      at -= before - pos;
+      from -= before - pos;
+    }
+  }
+
+  bool OpenSource() {
+    Fill();
+    if (!error.empty()) return false;
+    const std::string_view head(buffer.data(), std::min<std::size_t>(buffer.size(), 4));
+    if (head.size() >= 2 && ((head[0] == '\xFF' && head[1] == '\xFE') ||
+                             (head[0] == '\xFE' && head[1] == '\xFF') ||
+                             (head[0] == '<' && head[1] == '\0') ||
+                             (head[0] == '\0' && head[1] == '<'))) {
+      return Fail("UTF-16 text is not supported; convert the file to UTF-8");
+    }
+    if (buffer.compare(0, 3, "\xEF\xBB\xBF") == 0) pos = 3;
+    while (pos < buffer.size() && std::strchr(" \t\r\n", buffer[pos]) != nullptr) ++pos;
+    if (pos >= buffer.size() || buffer[pos] != '<') {
+      return Fail("not an mzML file (it does not start with '<')");
+    }
+    const std::size_t mzml = FindTag("mzML", pos, kMaxMzmlHeaderBytes);
+    if (mzml == std::string::npos) {
+      return Fail(error.empty() ? "not an mzML file (no <mzML> element)" : error);
+    }
+    pos = mzml;
+    // The header runs to the first list (or the end of an empty run).
+    std::size_t end = std::string::npos;
+    for (std::size_t from = pos;;) {
+      const std::size_t lt = buffer.find('<', from);
+      if (lt == std::string::npos || lt + 20 > buffer.size()) {
+        if (buffer.size() - pos > kMaxMzmlHeaderBytes) {
+          return Fail("the mzML header (before the first spectrum) is larger than " +
+                      std::to_string(kMaxMzmlHeaderBytes >> 20) + " MiB");
+        }
+        from = lt == std::string::npos ? buffer.size() : lt;
+        const std::size_t before = pos;
+        const bool more = Fill();
+        if (!more) {
+          if (lt == std::string::npos || lt - (before - pos) >= buffer.size()) {
+            return Fail(error.empty() ? "ends before its first spectrum or chromatogram "
+                                        "(truncated file?)"
+                                      : error);
+          }
+          // A short tail: look at it as it is.
+          from = lt - (before - pos);
+          const std::string_view rest(buffer.data() + from, buffer.size() - from);
+          if (rest.starts_with("</run") || rest.starts_with("<spectrumList") ||
+              rest.starts_with("<chromatogramList")) {
+            end = from;
+            break;
+          }
+          return Fail("ends before its first spectrum or chromatogram (truncated file?)");
+        }
+        from -= before - pos;
+        continue;
+      }
+      const std::string_view tag(buffer.data() + lt, 20);
+      if (tag.starts_with("<spectrumList") || tag.starts_with("<chromatogramList") ||
+          tag.starts_with("</run")) {
+        end = lt;
+        break;
+      }
+      from = lt + 1;
+    }
+    header.assign(buffer, pos, end - pos);
+    pos = end;
+    if (header.find("<run") == std::string::npos) return Fail("not an mzML file (no <run> element)");
+    const std::string closed = header + "</run></mzML>";
+    const pugi::xml_parse_result parsed = headerDocument.load_buffer(closed.data(), closed.size());
+    if (!parsed) {
+      return Fail("malformed mzML header at byte " + std::to_string(parsed.offset) + ": " +
+                  parsed.description());
+    }
+    params.Load(headerDocument.child("mzML"));
+    reading = options.selection.list == MzmlSelection::List::kChromatograms ? 1 : 0;
+    return true;
+  }
+
+  // Turns the element in `text` into `trace`. Problems with the element go to
+  // trace.problem; only the selection decides whether it is returned.
+  void Interpret(std::string_view text, int kind, Trace& trace) {
+    trace = Trace();
+    trace.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
+    const std::size_t position = seen[kind]++;
+    trace.index = static_cast<std::int32_t>(std::min<std::size_t>(position, INT32_MAX));
+    const char* elementName = kind == 0 ? "spectrum" : "chromatogram";
+    if (options.keep_elements) trace.element.assign(text);
+    // Parsed in place: the text is consumed afterwards.
+    const pugi::xml_parse_result parsed =
+        element.load_buffer_inplace(const_cast<char*>(text.data()), text.size());
+    const pugi::xml_node node = element.child(elementName);
+    if (!parsed || !node) {
+      trace.problem = std::string(elementName) + " " + std::to_string(position) +
+                      ": malformed XML" + (parsed ? "" : std::string(": ") + parsed.description());
+      trace.selected = kind == reading;
+      return;
+    }
+    trace.id = node.attribute("id").value();
+    trace.scan_number = ScanNumberOf(trace.id);
+    if (kind == 0) {
       if (pugi::xml_node p = params.Find(node, kMsLevel)) {
         std::uint64_t level = 0;
         if (ParseUnsigned(p.attribute("value").value(), level) && level <= INT_MAX) {
-          t.ms_level = static_cast<int>(level);
+          trace.ms_level = static_cast<int>(level);
         }
       }
-      t.centroided = static_cast<bool>(params.Find(node, kCentroidSpectrum));
+      trace.centroided = static_cast<bool>(params.Find(node, kCentroidSpectrum));
       const pugi::xml_node scan = node.child("scanList").child("scan");
       if (pugi::xml_node p = params.Find(scan, kScanStartTime)) {
         double rt = 0.0;
-        if (ParseDouble(p.attribute("value").value(), rt)) {
-          const bool minutes = kMinuteUnit == p.attribute("unitAccession").value() ||
-                               std::string_view("minute") == p.attribute("unitName").value();
-          t.rt = minutes ? rt * 60.0 : rt;
-        }
+        if (ParseDouble(p.attribute("value").value(), rt)) trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
       }
     }
-    if (!selection.Accepts(t)) continue;
-    const std::string where = name + ": " + element + " " + std::to_string(t.index) +
-                              (t.id.empty() ? "" : " (" + Printable(t.id) + ")");
-
+    trace.selected = kind == reading && options.selection.Accepts(trace);
+    if (!trace.selected) return;
+    const std::string where = std::string(elementName) + " " + std::to_string(position) +
+                              (trace.id.empty() ? "" : " (" + Printable(trace.id) + ")");
     std::uint64_t declared = 0;
     if (!ParseUnsigned(node.attribute("defaultArrayLength").value(), declared)) {
-      error = where + ": missing or invalid defaultArrayLength";
-      return false;
+      trace.problem = where + ": missing or invalid defaultArrayLength";
+      return;
     }
     const ArrayDescription::Role xRole =
-        readSpectra ? ArrayDescription::Role::kMz : ArrayDescription::Role::kTime;
-    bool haveX = false, haveY = false;
+        kind == 0 ? ArrayDescription::Role::kMz : ArrayDescription::Role::kTime;
+    bool haveX = false, haveY = false, minutes = false;
     for (pugi::xml_node array : node.child("binaryDataArrayList").children("binaryDataArray")) {
       const ArrayDescription d = Describe(params, array);
       const bool isX = d.role == xRole && !haveX;
@@ -384,42 +513,200 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
       std::uint64_t count = declared;
       if (pugi::xml_attribute a = array.attribute("arrayLength");
           a && !ParseUnsigned(a.value(), count)) {
-        error = where + ": invalid arrayLength";
-        return false;
+        trace.problem = where + ": invalid arrayLength";
+        break;
       }
       std::string why;
-      if (!decoder.Decode(d, array.child_value("binary"), count, isX ? t.x : t.y, why)) {
-        error = where + ": " + RoleName(d.role) + " array: " + why;
-        return false;
+      if (!decoder.Decode(d, array.child_value("binary"), count, isX ? trace.x : trace.y, why)) {
+        trace.problem = where + ": " + RoleName(d.role) + " array: " + why;
+        break;
       }
       (isX ? haveX : haveY) = true;
+      if (isX) minutes = d.minutes;
     }
-    if (!haveX || !haveY) {
-      error = where + ": no " + (haveX ? "intensity" : RoleName(xRole)) + " array";
-      return false;
+    if (trace.problem.empty() && (!haveX || !haveY)) {
+      trace.problem = where + ": no " + (haveX ? "intensity" : RoleName(xRole)) + " array";
     }
-    if (t.x.size() != t.y.size()) {
-      error = where + ": " + RoleName(xRole) + " array has " + std::to_string(t.x.size()) +
-              " values, intensity array " + std::to_string(t.y.size());
-      return false;
+    if (trace.problem.empty() && minutes) {
+      for (double& t : trace.x) t *= 60.0;  // every time leaves the reader in seconds
     }
-    for (const bool isX : {true, false}) {
-      const char* what = "";
-      const std::int64_t bad = FirstBadValue(isX ? t.x : t.y, isX, what);
-      if (bad >= 0) {
-        error = where + ": " + (isX ? RoleName(xRole) : "intensity") + " value " +
-                std::to_string(bad) + " " + what;
+    if (trace.problem.empty()) {
+      io_internal::CheckAndSortTrace(trace, where, kind == 0 ? "m/z" : "time");
+    }
+    if (!trace.problem.empty()) {
+      trace.x.clear();
+      trace.y.clear();
+    }
+  }
+
+  bool Next(Trace& trace) {
+    while (!done) {
+      std::size_t at = buffer.find('<', pos);
+      while (at == std::string::npos || at + 24 > buffer.size()) {
+        if (at == std::string::npos) pos = buffer.size();  // nothing of use before
+        const std::size_t before = pos;
+        const bool more = Fill();
+        if (at != std::string::npos) at -= before - pos;  // Fill may move the text
+        if (!more) {
+          if (!error.empty()) return Fail(error);
+          if (at != std::string::npos && at < buffer.size()) break;
+          return Fail("ends before </run> (truncated file?)");
+        }
+        at = buffer.find('<', at == std::string::npos ? pos : at);
+      }
+      const std::string_view tag(buffer.data() + at, std::min<std::size_t>(24, buffer.size() - at));
+      const auto isTag = [&](std::string_view name) {
+        return tag.size() > name.size() && tag.starts_with(name) && IsNameEnd(tag[name.size()]);
+      };
+      pos = at;
+      if (isTag("</run")) {
+        done = true;
         return false;
       }
+      if (tag.starts_with("<!--")) {
+        std::size_t close = buffer.find("-->", pos);
+        while (close == std::string::npos) {
+          if (buffer.size() - pos > kMaxMzmlElementBytes) return Fail("endless comment");
+          if (!Fill()) return Fail("ends inside a comment (truncated file?)");
+          close = buffer.find("-->", pos);
+        }
+        pos = close + 3;
+        continue;
+      }
+      const int listKind = isTag("<spectrumList") ? 0 : isTag("<chromatogramList") ? 1 : -1;
+      if (listKind >= 0) {
+        const std::size_t end = TagEnd(pos);
+        if (end == std::string::npos) return Fail("ends inside a list's start tag (truncated file?)");
+        listTags[listKind].assign(buffer, pos, end - pos);
+        pos = end;
+        inList = listKind;
+        if (listKind == 1 && options.selection.list == MzmlSelection::List::kAuto && seen[0] == 0) {
+          reading = 1;  // no spectrum: the chromatograms are what there is to read
+        }
+        // The rest of the file holds nothing to return.
+        if (listKind == 1 && reading == 0 && !options.keep_elements) {
+          done = true;
+          return false;
+        }
+        continue;
+      }
+      const int kind = isTag("<spectrum") ? 0 : isTag("<chromatogram") ? 1 : -1;
+      if (kind < 0) {  // a closing list tag or anything else: step over it
+        const std::size_t end = TagEnd(pos);
+        if (end == std::string::npos) return Fail("ends inside a tag (truncated file?)");
+        pos = end;
+        continue;
+      }
+      const char* elementName = kind == 0 ? "spectrum" : "chromatogram";
+      const std::size_t startEnd = TagEnd(pos);
+      if (startEnd == std::string::npos) {
+        return Fail(std::string("ends inside a ") + elementName + " (truncated file?)");
+      }
+      std::size_t end = startEnd;
+      if (buffer[startEnd - 2] != '/') {
+        const std::string close = std::string("</") + elementName + ">";
+        std::size_t from = startEnd;
+        for (;;) {
+          const std::size_t found = buffer.find(close, from);
+          if (found != std::string::npos) {
+            end = found + close.size();
+            break;
+          }
+          if (buffer.size() - pos > kMaxMzmlElementBytes) {
+            return Fail(std::string("a ") + elementName + " element is larger than " +
+                        std::to_string(kMaxMzmlElementBytes >> 20) + " MiB");
+          }
+          from = std::max(pos, buffer.size() - std::min(buffer.size(), close.size()));
+          const std::size_t before = pos;
+          if (!Fill()) {
+            return Fail(error.empty() ? std::string("ends inside ") + elementName + " " +
+                                            std::to_string(seen[kind]) + " (truncated file?)"
+                                      : error);
+          }
+          from -= before - pos;
+        }
+      }
+      const std::string_view text(buffer.data() + pos, end - pos);
+      pos = end;
+      const bool wanted = kind == reading || options.keep_elements;
+      if (!wanted) {
+        ++seen[kind];
+        continue;
+      }
+      Interpret(text, kind, trace);
+      if (trace.selected || options.keep_elements) return true;
     }
-    traces.push_back(std::move(t));
-    nodes.push_back(node);
+    return false;
   }
-  m_mzml = mzml;
-  m_listSize = static_cast<std::size_t>(position);
-  m_listElement = element;
-  m_traces = std::move(traces);
-  m_nodes = std::move(nodes);
+};
+
+MzmlReader::MzmlReader() : m_impl(std::make_unique<Impl>()) {}
+MzmlReader::~MzmlReader() = default;
+
+bool MzmlReader::Open(const std::string& path, const MzmlReadOptions& options,
+                      std::string& error) {
+  io_internal::Input input;
+  if (!input.Open(path, error)) {
+    m_impl = std::make_unique<Impl>();
+    m_impl->done = true;
+    return false;
+  }
+  return OpenInput(std::move(input), options, error);
+}
+
+bool MzmlReader::OpenInput(io_internal::Input&& input, const MzmlReadOptions& options,
+                           std::string& error) {
+  m_impl = std::make_unique<Impl>();
+  m_impl->options = options;
+  m_impl->input = std::move(input);
+  m_impl->name = m_impl->input.Name();
+  if (!m_impl->OpenSource()) {
+    error = m_impl->error;
+    m_impl->done = true;
+    return false;
+  }
+  return true;
+}
+
+bool MzmlReader::OpenText(std::string text, const std::string& name,
+                          const MzmlReadOptions& options, std::string& error) {
+  m_impl = std::make_unique<Impl>();
+  m_impl->options = options;
+  m_impl->name = name;
+  m_impl->fromMemory = true;
+  m_impl->buffer = std::move(text);
+  if (!m_impl->OpenSource()) {
+    error = m_impl->error;
+    m_impl->done = true;
+    return false;
+  }
+  return true;
+}
+
+bool MzmlReader::Next(Trace& trace) { return m_impl->Next(trace); }
+const std::string& MzmlReader::Error() const { return m_impl->error; }
+const char* MzmlReader::ListElement() const {
+  return m_impl->reading == 0 ? "spectrum" : "chromatogram";
+}
+std::size_t MzmlReader::ListSize() const { return m_impl->seen[m_impl->reading]; }
+const std::string& MzmlReader::HeaderXml() const { return m_impl->header; }
+const std::string& MzmlReader::ListTag(Trace::Kind kind) const {
+  return m_impl->listTags[kind == Trace::Kind::kSpectrum ? 0 : 1];
+}
+
+bool ReadMzml(const std::string& path, const MzmlSelection& selection, std::vector<Trace>& traces,
+              std::string& error) {
+  MzmlReader reader;
+  MzmlReadOptions options;
+  options.selection = selection;
+  std::vector<Trace> read;
+  if (!reader.Open(path, options, error)) return false;
+  for (Trace t; reader.Next(t);) read.push_back(std::move(t));
+  if (!reader.Error().empty()) {
+    error = reader.Error();
+    return false;
+  }
+  traces = std::move(read);
   return true;
 }
 

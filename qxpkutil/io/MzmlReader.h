@@ -1,24 +1,29 @@
-// Reads mzML 1.1 files (plain or inside an indexedmzML wrapper) into Traces: spectra or
-// chromatograms, profile or centroided, 32/64-bit float (or integer) arrays, zlib-compressed
-// or not. Built on pugixml and zlib; the parsed document is kept so that the centroided-mzML
-// writer can replace the arrays of the traces it was given and keep everything else.
+// Reads mzML 1.1 files (plain or inside an indexedmzML wrapper, gzip-compressed or not) one
+// spectrum or chromatogram at a time, so that memory stays bounded by a few traces, not by
+// the file: profile or centroided, 32/64-bit float (or integer) arrays, zlib-compressed or
+// not. A trace that cannot be used is returned with its `problem` set and the rest of the
+// file goes on; only a broken file (not mzML, truncated, unreadable) stops the reading.
+// Built on pugixml (each element is parsed alone) and zlib.
 //
-//   MzmlRun run;  std::string error;
-//   MzmlSelection sel;  sel.ms_level = 1;
-//   if (!run.Read("sample.mzML", sel, error)) { std::cerr << error << '\n'; }
-//   for (const Trace& t : run.Traces()) { ... }
+//   MzmlReader reader;  std::string error;
+//   if (!reader.Open("run.mzML.gz", {}, error)) { std::cerr << error << '\n'; }
+//   for (Trace t; reader.Next(t);) { if (t.problem.empty()) use(t.x, t.y); }
+//   if (!reader.Error().empty()) { std::cerr << reader.Error() << '\n'; }
 #pragma once
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <string>
 #include <vector>
-
-#include <pugixml.hpp>
 
 #include "qxpkutil/io/Trace.h"
 
 namespace qxpkutil {
+
+namespace io_internal {
+class Input;
+}
 
 // An inclusive range of indices or scan numbers.
 struct NumberRange {
@@ -41,46 +46,67 @@ struct MzmlSelection {
   bool Accepts(const Trace& trace) const;
 };
 
-// One parsed file: the selected traces and, for the writer, the document they came from.
-// Not copyable or movable: the document points into the buffer the run owns.
-class MzmlRun {
+struct MzmlReadOptions {
+  MzmlSelection selection;
+  // Return every element of the file in order, the unselected ones (and those of the list
+  // not read) with `selected` false and no points, each with its XML in Trace::element: what
+  // MzmlWriter needs to copy the document.
+  bool keep_elements = false;
+};
+
+// The limits that keep hostile files from exhausting memory; an element or array beyond
+// them is refused with a message, never allocated. The reading window may take up to twice
+// an element's size while it grows. Ten million points of 64-bit m/z and intensity fit.
+inline constexpr std::size_t kMaxMzmlHeaderBytes = std::size_t{16} << 20;
+inline constexpr std::size_t kMaxMzmlElementBytes = std::size_t{256} << 20;
+inline constexpr std::uint64_t kMaxArrayValues = std::uint64_t{32} << 20;
+
+class MzmlReader {
  public:
-  MzmlRun() = default;
-  MzmlRun(const MzmlRun&) = delete;
-  MzmlRun& operator=(const MzmlRun&) = delete;
+  MzmlReader();
+  ~MzmlReader();
+  MzmlReader(const MzmlReader&) = delete;
+  MzmlReader& operator=(const MzmlReader&) = delete;
 
-  // Reads and parses the file at `path` ("-" is standard input). False with one line in
-  // `error` (naming the file, the trace and the problem) for an unreadable file, XML that
-  // is malformed or truncated, a document that is not mzML, an array that cannot be
-  // decoded (bad base64, bad zlib stream, unsupported encoding), arrays whose lengths
-  // disagree with each other or with the declared length, inflated data larger than
-  // declared, non-finite values or x values out of ascending order. On failure the run
-  // holds no traces.
-  [[nodiscard]] bool Read(const std::string& path, const MzmlSelection& selection,
+  // Opens the file at `path` ("-" is standard input) and reads its header, up to the first
+  // spectrum or chromatogram. False with one line in `error` for an unreadable file, a
+  // UTF-16 file, a file that is not mzML, or a malformed or oversized header.
+  [[nodiscard]] bool Open(const std::string& path, const MzmlReadOptions& options,
                           std::string& error);
-  // The same for the text of a file already in memory; `name` only labels messages.
-  [[nodiscard]] bool Parse(std::vector<char> text, const std::string& name,
-                           const MzmlSelection& selection, std::string& error);
+  // The same for a document in memory; `name` only labels messages.
+  [[nodiscard]] bool OpenText(std::string text, const std::string& name,
+                              const MzmlReadOptions& options, std::string& error);
 
-  // How many elements the list that was read holds (selected or not), and their name.
-  std::size_t ListSize() const { return m_listSize; }
-  const char* ListElement() const { return m_listElement; }
+  // Reads the next selected trace into `trace` (replacing what it held). False at the end
+  // of the list, or when the file turns out broken (truncated, malformed between elements,
+  // unreadable): Error() then says why. A trace that cannot be used is still returned,
+  // with Trace::problem naming the element, its id and what is wrong.
+  bool Next(Trace& trace);
+  // Empty while all is well and at a clean end.
+  const std::string& Error() const;
 
-  std::vector<Trace>& Traces() { return m_traces; }
-  const std::vector<Trace>& Traces() const { return m_traces; }
-  // The spectrum or chromatogram element of each trace, in the order of Traces().
-  const std::vector<pugi::xml_node>& Nodes() const { return m_nodes; }
-  // The <mzML> element, inside an <indexedmzML> wrapper or not; null before a successful read.
-  pugi::xml_node MzmlElement() const { return m_mzml; }
+  // The element name of the list being read ("spectrum" or "chromatogram") and how many of
+  // its elements were seen so far, selected or not.
+  const char* ListElement() const;
+  std::size_t ListSize() const;
+
+  // For the writer: the document's text from <mzML> up to and including <run ...>, and the
+  // opening tag of the list each kind of trace came from (empty before one was seen).
+  const std::string& HeaderXml() const;
+  const std::string& ListTag(Trace::Kind kind) const;
 
  private:
-  std::vector<char> m_text;  // parsed in place: the document points into it
-  pugi::xml_document m_document;
-  pugi::xml_node m_mzml;
-  std::vector<Trace> m_traces;
-  std::vector<pugi::xml_node> m_nodes;
-  std::size_t m_listSize = 0;
-  const char* m_listElement = "spectrum";
+  friend class TraceReader;
+  bool OpenInput(io_internal::Input&& input, const MzmlReadOptions& options, std::string& error);
+
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
 };
+
+// Reads every selected trace of the file at `path` into `traces`, in order: a convenience
+// for small files. False with the reason in `error` when the file is broken; traces with a
+// problem are kept, with Trace::problem set.
+[[nodiscard]] bool ReadMzml(const std::string& path, const MzmlSelection& selection,
+                            std::vector<Trace>& traces, std::string& error);
 
 }  // namespace qxpkutil

@@ -33,12 +33,11 @@ testing::FixtureSpectrum MillionPoints(bool zlib) {
 void BM_ParseMzml(benchmark::State& state) {
   const std::string text = testing::MakeMzml({MillionPoints(state.range(0) != 0)});
   for (auto _ : state) {
-    MzmlRun run;
+    MzmlReader reader;
     std::string error;
-    if (!run.Parse(std::vector<char>(text.begin(), text.end()), "bench", {}, error)) {
-      state.SkipWithError(error.c_str());
-    }
-    benchmark::DoNotOptimize(run.Traces().data());
+    if (!reader.OpenText(text, "bench", {}, error)) state.SkipWithError(error.c_str());
+    Trace trace;
+    while (reader.Next(trace)) benchmark::DoNotOptimize(trace.x.data());
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kPoints));
   state.SetLabel(state.range(0) != 0 ? "zlib" : "plain");
@@ -66,10 +65,10 @@ void BM_ReadAndSearch(benchmark::State& state) {
       testing::WriteTempFile("bench.mzML", testing::MakeMzml({MillionPoints(true)}));
   std::size_t peaks = 0;
   for (auto _ : state) {
-    MzmlRun run;
+    std::vector<Trace> traces;
     std::string error;
-    if (!run.Read(path, {}, error)) state.SkipWithError(error.c_str());
-    const PeakList found = DetectPeaks(run.Traces()[0].x, run.Traces()[0].y);
+    if (!ReadMzml(path, {}, traces, error)) state.SkipWithError(error.c_str());
+    const PeakList found = DetectPeaks(traces[0].x, traces[0].y);
     peaks = found.peaks.size();
   }
   state.counters["peaks"] = static_cast<double>(peaks);

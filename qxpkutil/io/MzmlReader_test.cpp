@@ -6,8 +6,10 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include "qxpkutil/io/MzmlFixture.h"
+#include "qxpkutil/io/TraceReader.h"
 
 namespace qxpkutil {
 namespace {
@@ -24,9 +26,25 @@ FixtureSpectrum Ramp(std::size_t n, double x0) {
   return s;
 }
 
-bool ParseText(MzmlRun& run, const std::string& text, std::string& error,
-               const MzmlSelection& selection = {}) {
-  return run.Parse(std::vector<char>(text.begin(), text.end()), "test.mzML", selection, error);
+// Everything a reader gives for a document: whether it opened, the traces, the final error.
+struct Result {
+  bool opened = false;
+  std::vector<Trace> traces;
+  std::string error;
+};
+
+Result ReadText(const std::string& text, const MzmlSelection& selection = {},
+                bool keepElements = false) {
+  Result r;
+  MzmlReader reader;
+  MzmlReadOptions options;
+  options.selection = selection;
+  options.keep_elements = keepElements;
+  r.opened = reader.OpenText(text, "test.mzML", options, r.error);
+  if (!r.opened) return r;
+  for (Trace t; reader.Next(t);) r.traces.push_back(t);
+  r.error = reader.Error();
+  return r;
 }
 
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
@@ -48,11 +66,10 @@ TEST_P(MzmlEncodings, ValuesComeBackAsWritten) {
   FixtureSpectrum s = Ramp(50, 400.0);
   s.bits = GetParam().bits;
   s.zlib = GetParam().zlib;
-  MzmlRun run;
-  std::string error;
-  ASSERT_TRUE(ParseText(run, MakeMzml({s, s}, {}, GetParam().indexed), error)) << error;
-  ASSERT_EQ(run.Traces().size(), 2u);
-  const Trace& t = run.Traces()[1];
+  const Result r = ReadText(MakeMzml({s, s}, {}, GetParam().indexed));
+  ASSERT_TRUE(r.opened && r.error.empty()) << r.error;
+  ASSERT_EQ(r.traces.size(), 2u);
+  const Trace& t = r.traces[1];
   ASSERT_EQ(t.x.size(), 50u);
   for (std::size_t i = 0; i < 50; ++i) {
     const double x = s.bits == 32 ? static_cast<float>(s.x[i]) : s.x[i];
@@ -62,8 +79,6 @@ TEST_P(MzmlEncodings, ValuesComeBackAsWritten) {
   }
   EXPECT_EQ(t.index, 1);
   EXPECT_EQ(t.scan_number, 2);
-  EXPECT_EQ(run.Nodes().size(), 2u);
-  EXPECT_STREQ(run.MzmlElement().name(), "mzML");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MzmlEncodings,
@@ -77,10 +92,9 @@ TEST(MzmlReader, ReadsSpectrumMetadata) {
   s.centroided = true;
   s.rt_minutes = 1.5;
   s.id = "controllerType=0 controllerNumber=1 scan=4711";
-  MzmlRun run;
-  std::string error;
-  ASSERT_TRUE(ParseText(run, MakeMzml({s}), error)) << error;
-  const Trace& t = run.Traces().at(0);
+  const Result r = ReadText(MakeMzml({s}));
+  ASSERT_EQ(r.traces.size(), 1u) << r.error;
+  const Trace& t = r.traces[0];
   EXPECT_EQ(t.kind, Trace::Kind::kSpectrum);
   EXPECT_EQ(t.ms_level, 2);
   EXPECT_TRUE(t.centroided);
@@ -89,23 +103,32 @@ TEST(MzmlReader, ReadsSpectrumMetadata) {
   EXPECT_EQ(t.id, s.id);
 }
 
-TEST(MzmlReader, FallsBackToChromatogramsOnlyWhenThereAreNoSpectra) {
-  const FixtureSpectrum c = Ramp(20, 0.0);
-  MzmlRun run;
-  std::string error;
-  ASSERT_TRUE(ParseText(run, MakeMzml({}, {c}), error)) << error;
-  ASSERT_EQ(run.Traces().size(), 1u);
-  EXPECT_EQ(run.Traces()[0].kind, Trace::Kind::kChromatogram);
-  EXPECT_EQ(run.Traces()[0].id, "TIC");
-  EXPECT_EQ(run.Traces()[0].x, c.x);
+TEST(MzmlReader, FallsBackToChromatogramsOnlyWhenThereAreNoSpectraAndGivesSeconds) {
+  FixtureSpectrum c = Ramp(20, 0.0);
+  c.time_in_minutes = true;
+  Result r = ReadText(MakeMzml({}, {c}));
+  ASSERT_EQ(r.traces.size(), 1u) << r.error;
+  EXPECT_EQ(r.traces[0].kind, Trace::Kind::kChromatogram);
+  EXPECT_EQ(r.traces[0].id, "TIC");
+  for (std::size_t i = 0; i < c.x.size(); ++i) EXPECT_DOUBLE_EQ(r.traces[0].x[i], c.x[i] * 60.0);
 
-  const std::string both = MakeMzml({Ramp(5, 100.0)}, {c});
-  ASSERT_TRUE(ParseText(run, both, error)) << error;
-  EXPECT_EQ(run.Traces().at(0).kind, Trace::Kind::kSpectrum);
+  const std::string both = MakeMzml({Ramp(5, 100.0)}, {Ramp(20, 0.0)});
+  r = ReadText(both);
+  ASSERT_EQ(r.traces.size(), 1u);
+  EXPECT_EQ(r.traces[0].kind, Trace::Kind::kSpectrum);
   MzmlSelection chromatograms;
   chromatograms.list = MzmlSelection::List::kChromatograms;
-  ASSERT_TRUE(ParseText(run, both, error, chromatograms)) << error;
-  EXPECT_EQ(run.Traces().at(0).kind, Trace::Kind::kChromatogram);
+  r = ReadText(both, chromatograms);
+  ASSERT_EQ(r.traces.size(), 1u);
+  EXPECT_EQ(r.traces[0].kind, Trace::Kind::kChromatogram);
+  EXPECT_EQ(r.traces[0].x, Ramp(20, 0.0).x) << "seconds stay seconds";
+  // Kept elements: both lists in file order, the one not read marked unselected.
+  r = ReadText(both, {}, /*keepElements=*/true);
+  ASSERT_EQ(r.traces.size(), 2u);
+  EXPECT_TRUE(r.traces[0].selected);
+  EXPECT_FALSE(r.traces[1].selected);
+  EXPECT_TRUE(r.traces[1].x.empty());
+  EXPECT_EQ(r.traces[1].element.rfind("<chromatogram ", 0), 0u);
 }
 
 TEST(MzmlReader, SelectionFiltersCombine) {
@@ -132,11 +155,8 @@ TEST(MzmlReader, SelectionFiltersCombine) {
   const Case cases[] = {{{}, {0, 1, 2, 3, 4, 5}}, {byIndex, {0, 1, 4}}, {byScan, {2, 3, 4}},
                         {byRt, {1, 2, 3}},        {byLevel, {1, 3, 5}}, {combined, {2, 4}}};
   for (const Case& c : cases) {
-    MzmlRun run;
-    std::string error;
-    ASSERT_TRUE(ParseText(run, text, error, c.selection)) << error;
     std::vector<std::int32_t> got;
-    for (const Trace& t : run.Traces()) got.push_back(t.index);
+    for (const Trace& t : ReadText(text, c.selection).traces) got.push_back(t.index);
     EXPECT_EQ(got, c.indices);
   }
 }
@@ -144,106 +164,162 @@ TEST(MzmlReader, SelectionFiltersCombine) {
 TEST(MzmlReader, EmptySpectrumIsATraceWithoutPoints) {
   FixtureSpectrum empty;
   empty.zlib = true;
-  MzmlRun run;
-  std::string error;
-  ASSERT_TRUE(ParseText(run, MakeMzml({empty}), error)) << error;
-  EXPECT_TRUE(run.Traces().at(0).x.empty());
+  const Result r = ReadText(MakeMzml({empty}));
+  ASSERT_EQ(r.traces.size(), 1u) << r.error;
+  EXPECT_TRUE(r.traces[0].x.empty());
+  EXPECT_TRUE(r.traces[0].problem.empty()) << r.traces[0].problem;
 }
 
-TEST(MzmlReader, EveryTruncatedPrefixFailsCleanly) {
+TEST(MzmlReader, UnsortedPointsAreSortedStablyWithANote) {
+  FixtureSpectrum s = Ramp(6, 100.0);
+  s.x = {100.3, 100.1, 100.2, 100.2, 100.0, 100.5};
+  s.y = {1, 2, 3, 4, 5, 6};
+  const Result r = ReadText(MakeMzml({s}));
+  ASSERT_EQ(r.traces.size(), 1u);
+  EXPECT_EQ(r.traces[0].x, (std::vector<double>{100.0, 100.1, 100.2, 100.2, 100.3, 100.5}));
+  EXPECT_EQ(r.traces[0].y, (std::vector<double>{5, 2, 3, 4, 1, 6}));
+  EXPECT_NE(r.traces[0].note.find("m/z values were out of order (100.1 after 100.3)"),
+            std::string::npos) << r.traces[0].note;
+}
+
+TEST(MzmlReader, EveryTruncatedPrefixEndsWithAnError) {
   FixtureSpectrum s = Ramp(6, 100.0);
   s.zlib = true;
-  const std::string text = MakeMzml({s});
-  const std::size_t end = text.rfind("</mzML>");
-  for (std::size_t cut = 0; cut < end; cut += 1) {
-    MzmlRun run;
-    std::string error;
-    EXPECT_FALSE(ParseText(run, text.substr(0, cut), error)) << cut;
-    EXPECT_FALSE(error.empty());
-    EXPECT_TRUE(run.Traces().empty());
+  const std::string text = MakeMzml({s, s});
+  const std::size_t end = text.rfind("</run>");
+  for (std::size_t cut = 0; cut < end; cut += 7) {
+    const Result r = ReadText(text.substr(0, cut));
+    EXPECT_FALSE(r.error.empty()) << cut;
+    EXPECT_EQ(r.error.find('\n'), std::string::npos) << r.error;
+    for (const Trace& t : r.traces) EXPECT_EQ(t.y, s.y) << "only whole spectra come out";
   }
 }
 
-TEST(MzmlReader, HostileDocumentsGiveAClearError) {
+// One bad spectrum between two good ones: the bad one is reported by id with what is wrong,
+// the good ones are read.
+TEST(MzmlReader, ABadSpectrumIsReportedAndTheRestIsRead) {
   const FixtureSpectrum plain = Ramp(10, 100.0);
   FixtureSpectrum packed = plain;
   packed.zlib = true;
-  const std::string good = MakeMzml({plain});
-  const std::string goodZlib = MakeMzml({packed});
   const std::string firstBinary = testing::EncodeArray(plain.x, 64, false);
   const std::string zlibX = testing::EncodeArray(plain.x, 64, true);
-
+  // Spectrum `bad` of a document between two good ones, with `edit` applied to its text.
+  const auto between = [&](FixtureSpectrum bad, const std::string& from = "",
+                           const std::string& to = "") {
+    bad.id = "scan=99";
+    std::string text = MakeMzml({plain, bad, plain});
+    if (!from.empty()) {
+      const std::size_t at = text.find(from, text.find("id=\"scan=99\""));
+      EXPECT_NE(at, std::string::npos) << from;
+      if (at != std::string::npos) text.replace(at, from.size(), to);
+    }
+    return text;
+  };
   FixtureSpectrum bomb = plain;  // a zlib stream far longer than the declared length
   bomb.x.assign(100000, 1.0);
   bomb.y.assign(100000, 1.0);
   bomb.zlib = true;
   bomb.declared_length = 10;
-  FixtureSpectrum tooShort = plain;
+  FixtureSpectrum tooShort = plain, tooShortZlib = packed, huge = packed, tooLong = plain;
   tooShort.declared_length = 11;
-  FixtureSpectrum tooShortZlib = packed;
   tooShortZlib.declared_length = 11;
-  FixtureSpectrum huge = packed;
-  huge.declared_length = 4000000000ull;
-  FixtureSpectrum notFinite = plain;
-  notFinite.y[3] = std::numeric_limits<double>::quiet_NaN();
-  FixtureSpectrum descending = plain;
-  std::swap(descending.x[2], descending.x[3]);
-  FixtureSpectrum tooLong = plain;
+  huge.declared_length = 20000000;
   tooLong.declared_length = 9;
-  FixtureSpectrum oneShort = plain;  // the intensity array one value short of the m/z array
+  FixtureSpectrum overLimit = plain;
+  overLimit.declared_length = kMaxArrayValues + 1;
+  FixtureSpectrum nanY = plain, infX = plain, oneShort = plain;
+  nanY.y[3] = std::numeric_limits<double>::quiet_NaN();
+  infX.x[9] = std::numeric_limits<double>::infinity();
   oneShort.y.pop_back();
-  std::string mismatched = MakeMzml({oneShort});
-  mismatched.insert(mismatched.rfind("<binaryDataArray ") + 17, "arrayLength=\"9\" ");
 
   const std::pair<std::string, const char*> cases[] = {
-      {"", "malformed"},
-      {"plain text\n", "malformed"},
-      {"<?xml version=\"1.0\"?><html><body/></html>", "not an mzML"},
-      {Replace(good, firstBinary, firstBinary.substr(1)), "base64"},
-      {Replace(good, firstBinary, "@@@@"), "base64"},
-      {MakeMzml({bomb}), "more data than declared"},
-      {MakeMzml({tooShort}), "declared"},
-      {MakeMzml({tooShortZlib}), "values need"},
-      {Replace(goodZlib, zlibX, zlibX.substr(0, zlibX.size() / 8 * 4)), "zlib data ends early"},
-      {MakeMzml({huge}), "more than the encoded data can hold"},
-      {MakeMzml({notFinite}), "not a finite number"},
-      {MakeMzml({descending}), "must ascend"},
-      {MakeMzml({tooLong}), "values need"},
-      {MakeMzml({oneShort}), "declared 10 values need 80"},
-      {mismatched, "m/z array has 10 values, intensity array 9"},
-      {Replace(goodZlib, zlibX, "AAAAAAAAAAAA"), "zlib"},
-      {Replace(good, "MS:1000576", "MS:1002312\" name=\"MS-Numpress linear prediction compression"),
+      {between(plain, firstBinary, firstBinary.substr(1)), "m/z array: invalid base64"},
+      {between(plain, firstBinary, "@@@@"), "invalid base64"},
+      {between(bomb), "more data than declared"},
+      {between(tooShort), "the declared 11 values need 88"},
+      {between(tooShortZlib), "values need"},
+      {between(packed, zlibX, zlibX.substr(0, zlibX.size() / 8 * 4)), "zlib data ends early"},
+      {between(packed, zlibX, "AAAAAAAAAAAA"), "invalid zlib data"},
+      {between(huge), "more than the encoded data can hold"},
+      {between(overLimit), "values a trace may hold"},
+      {between(nanY), "intensity nan at m/z 100.3"},
+      {between(infX), "m/z value inf (point 10 of 10)"},
+      {between(tooLong), "values need"},
+      {between(oneShort), "the declared 10 values need 80"},
+      {between(plain, "MS:1000576", "MS:1002312\" name=\"MS-Numpress linear prediction"),
+       "numpress compression is not supported yet"},
+      {between(plain, "MS:1000576", "MS:1000999\" name=\"other compression"),
        "unsupported compression"},
-      {Replace(good, "MS:1000523", "MS:1000000"), "no 32- or 64-bit"},
-      {Replace(good, "MS:1000515", "MS:1000516"), "no intensity array"},
-      {Replace(good, "defaultArrayLength=\"10\"", "defaultArrayLength=\"-1\""),
+      {between(plain, "MS:1000523", "MS:1000000"), "no 32- or 64-bit"},
+      {between(plain, "MS:1000515", "MS:1000516"), "no intensity array"},
+      {between(plain, "defaultArrayLength=\"10\"", "defaultArrayLength=\"-1\""),
        "defaultArrayLength"},
+      {between(plain, "<binaryDataArray ", "<binaryDataArray arrayLength=\"9\" "),
+       "the declared 9 values need 72"},
   };
   for (const auto& [text, expected] : cases) {
-    MzmlRun run;
-    std::string error;
-    EXPECT_FALSE(ParseText(run, text, error)) << expected;
-    EXPECT_NE(error.find(expected), std::string::npos) << error;
-    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    const Result r = ReadText(text);
+    ASSERT_EQ(r.traces.size(), 3u) << expected << ": " << r.error;
+    EXPECT_TRUE(r.error.empty()) << r.error;
+    EXPECT_EQ(r.traces[0].y, plain.y);
+    EXPECT_EQ(r.traces[2].y, plain.y);
+    const Trace& bad = r.traces[1];
+    EXPECT_EQ(bad.problem.rfind("spectrum 1 (scan=99): ", 0), 0u) << bad.problem;
+    EXPECT_NE(bad.problem.find(expected), std::string::npos) << bad.problem;
+    EXPECT_TRUE(bad.x.empty() && bad.y.empty());
   }
 }
 
-TEST(MzmlReader, ErrorsNameTheFileAndTheSpectrum) {
-  FixtureSpectrum s = Ramp(4, 100.0);
-  s.declared_length = 5;
-  MzmlRun run;
-  std::string error;
-  ASSERT_FALSE(ParseText(run, MakeMzml({Ramp(4, 100.0), s}), error));
-  EXPECT_EQ(error.rfind("test.mzML: spectrum 1 (scan=2): m/z array:", 0), 0u) << error;
+TEST(MzmlReader, BrokenFilesGiveOneClearLine) {
+  const std::string good = MakeMzml({Ramp(4, 100.0)});
+  std::string utf16 = "\xFF\xFE";
+  for (const char c : good) utf16 += std::string{c, '\0'};
+  std::string deep = good;  // a spectrum nested 200 000 levels deep still costs no stack
+  std::string nest;
+  for (int i = 0; i < 200000; ++i) nest += "<a>";
+  for (int i = 0; i < 200000; ++i) nest += "</a>";
+  deep.insert(deep.find("<binaryDataArrayList"), "<userParam name=\"x\"/>" + nest);
+  const std::pair<std::string, const char*> cases[] = {
+      {"", "not an mzML file"},
+      {"plain text\n", "not an mzML file"},
+      {std::string(1 << 20, '\0'), "not an mzML file"},
+      {utf16, "UTF-16"},
+      {"<?xml version=\"1.0\"?><html><body/></html>", "no <mzML>"},
+      {Replace(good, "<cvList", "<cvList <"), "malformed mzML header"},
+      {Replace(good, "</spectrum>", ""), "ends inside spectrum 0"},
+  };
+  for (const auto& [text, expected] : cases) {
+    const Result r = ReadText(text);
+    EXPECT_NE(r.error.find(expected), std::string::npos) << expected << " -> " << r.error;
+    EXPECT_EQ(r.error.rfind("test.mzML: ", 0), 0u) << r.error;
+  }
+  const Result r = ReadText(deep);
+  ASSERT_EQ(r.traces.size(), 1u) << r.error;
+  EXPECT_EQ(r.traces[0].x, Ramp(4, 100.0).x);
 }
 
-TEST(MzmlReader, ReadsFromAFileAndReportsAMissingOne) {
-  const std::string path = testing::WriteTempFile("reader.mzML", MakeMzml({Ramp(5, 10.0)}));
-  MzmlRun run;
+TEST(MzmlReader, ReadsPlainAndGzipFilesAndNamesAMissingOne) {
+  // Several megabytes, so that the reading window moves on many times.
+  const FixtureSpectrum big = Ramp(150000, 10.0);
+  const std::string text = MakeMzml({big, big, big});
+  const std::string plain = testing::WriteTempFile("reader.mzML", text);
+  const std::string packed = testing::WriteTempFile("reader.bin", "");  // gzip, named oddly
+  gzFile gz = gzopen(packed.c_str(), "wb");
+  gzwrite(gz, text.data(), static_cast<unsigned>(text.size()));
+  gzclose(gz);
+  for (const std::string& path : {plain, packed}) {
+    std::vector<Trace> traces;
+    std::string error;
+    ASSERT_TRUE(ReadMzml(path, {}, traces, error)) << error;
+    ASSERT_EQ(traces.size(), 3u);
+    EXPECT_EQ(traces[2].x, big.x);
+    TraceReader any;
+    ASSERT_TRUE(any.Open(path, {}, error)) << error;
+    EXPECT_TRUE(any.IsMzml());
+  }
+  std::vector<Trace> traces;
   std::string error;
-  ASSERT_TRUE(run.Read(path, {}, error)) << error;
-  EXPECT_EQ(run.Traces().size(), 1u);
-  EXPECT_FALSE(run.Read(path + ".missing", {}, error));
+  EXPECT_FALSE(ReadMzml(plain + ".missing", {}, traces, error));
   EXPECT_NE(error.find("cannot open"), std::string::npos) << error;
 }
 

@@ -1,27 +1,43 @@
 #include "qxpkutil/io/MzmlWriter.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include <pugixml.hpp>
+#include <zlib.h>
+
 #include "qxpkutil/io/Base64.h"
+#include "qxpkutil/io/io_internal.h"
 
 namespace qxpkutil {
 
 namespace {
 
-constexpr const char* kProfileSpectrum = "MS:1000128";
-constexpr const char* kCentroidSpectrum = "MS:1000127";
+using io_internal::XmlEscape;
+using io_internal::XmlSafe;
 
-bool IsOneOf(const char* name, std::initializer_list<std::string_view> names) {
+constexpr std::string_view kProfileSpectrum = "MS:1000128";
+constexpr std::string_view kCentroidSpectrum = "MS:1000127";
+constexpr const char* kProcessingId = "qxpeak_peak_picking";
+constexpr const char* kNamespace = "http://psi.hupo.org/ms/mzml";
+
+bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
   for (const std::string_view n : names) {
     if (n == name) return true;
   }
   return false;
+}
+
+bool IsRepresentation(pugi::xml_node p) {
+  return IsOneOf(p.attribute("accession").value(), {kProfileSpectrum, kCentroidSpectrum});
 }
 
 // The first child whose name is not in `leading`: where an element that must follow those
@@ -38,293 +54,508 @@ pugi::xml_node InsertBefore(pugi::xml_node parent, const char* name, pugi::xml_n
   return before ? parent.insert_child_before(name, before) : parent.append_child(name);
 }
 
-pugi::xml_node CopyBefore(pugi::xml_node parent, pugi::xml_node copy, pugi::xml_node before) {
-  return before ? parent.insert_copy_before(copy, before) : parent.append_copy(copy);
-}
-
-void SetParam(pugi::xml_node p, const char* accession, const char* name, const char* value = "") {
+void SetParam(pugi::xml_node p, const char* cv, const char* accession, const char* name,
+              const std::string& value = "") {
   p.remove_attributes();
-  p.append_attribute("cvRef") = "MS";
+  p.append_attribute("cvRef") = cv;
   p.append_attribute("accession") = accession;
   p.append_attribute("name") = name;
-  p.append_attribute("value") = value;
+  p.append_attribute("value") = value.c_str();
 }
 
-// A cvParam in the spectrum's own parameter block (after its group references).
+// A cvParam in an element's own parameter block (after its group references and cvParams).
 pugi::xml_node AddParam(pugi::xml_node node, const char* accession, const char* name,
-                        const char* value = "") {
-  pugi::xml_node p = InsertBefore(node, "cvParam",
-                                  FirstChildAfter(node, {"referenceableParamGroupRef", "cvParam"}));
-  SetParam(p, accession, name, value);
+                        const std::string& value = "") {
+  pugi::xml_node p =
+      InsertBefore(node, "cvParam", FirstChildAfter(node, {"referenceableParamGroupRef", "cvParam"}));
+  SetParam(p, "MS", accession, name, value);
   return p;
 }
 
-bool GroupSaysRepresentation(pugi::xml_node group) {
-  for (pugi::xml_node p : group.children("cvParam")) {
-    if (IsOneOf(p.attribute("accession").value(), {kProfileSpectrum, kCentroidSpectrum}))
-      return true;
-  }
-  return false;
+void SetUnit(pugi::xml_node p, const char* cv, const char* accession, const char* name) {
+  p.append_attribute("unitCvRef") = cv;
+  p.append_attribute("unitAccession") = accession;
+  p.append_attribute("unitName") = name;
 }
 
-// Marks a spectrum centroided. A referenced group that states the representation is copied
-// into the spectrum first (it may be shared with spectra that stay as they are).
-void MarkCentroided(pugi::xml_node mzml, pugi::xml_node spectrum) {
-  const pugi::xml_node groups = mzml.child("referenceableParamGroupList");
-  for (pugi::xml_node ref = spectrum.child("referenceableParamGroupRef"); ref;) {
-    const pugi::xml_node next = ref.next_sibling("referenceableParamGroupRef");
-    const pugi::xml_node group = groups.find_child_by_attribute("referenceableParamGroup", "id",
-                                                                ref.attribute("ref").value());
-    if (group && GroupSaysRepresentation(group)) {
-      for (pugi::xml_node p : group.children()) {
-        const bool cv = std::string_view(p.name()) == "cvParam";
-        CopyBefore(
-            spectrum, p,
-            FirstChildAfter(
-                spectrum, cv ? std::initializer_list<std::string_view>{"referenceableParamGroupRef",
-                                                                       "cvParam"}
-                             : std::initializer_list<std::string_view>{"referenceableParamGroupRef",
-                                                                       "cvParam", "userParam"}));
-      }
-      spectrum.remove_child(ref);
+// Repairs every attribute value and text of the tree under `root` so that it prints as
+// well-formed XML. Walks without recursion: a deeply nested input costs no stack.
+void MakeSafe(pugi::xml_node root) {
+  for (pugi::xml_node n = root; n;) {
+    for (pugi::xml_attribute a : n.attributes()) {
+      const std::string_view value = a.value();
+      const std::string safe = XmlSafe(value);
+      if (safe != value) a.set_value(safe.c_str());
     }
-    ref = next;
-  }
-  bool marked = false;
-  for (pugi::xml_node p = spectrum.child("cvParam"); p;) {
-    const pugi::xml_node next = p.next_sibling("cvParam");
-    if (IsOneOf(p.attribute("accession").value(), {kProfileSpectrum, kCentroidSpectrum})) {
-      if (marked) {
-        spectrum.remove_child(p);
-      } else {
-        SetParam(p, kCentroidSpectrum, "centroid spectrum");
-        marked = true;
-      }
+    if (n.type() == pugi::node_pcdata || n.type() == pugi::node_cdata) {
+      const std::string_view value = n.value();
+      const std::string safe = XmlSafe(value);
+      if (safe != value) n.set_value(safe.c_str());
     }
-    p = next;
+    if (n.first_child()) {
+      n = n.first_child();
+      continue;
+    }
+    while (n && n != root && !n.next_sibling()) n = n.parent();
+    if (!n || n == root) break;
+    n = n.next_sibling();
   }
-  if (!marked) AddParam(spectrum, kCentroidSpectrum, "centroid spectrum");
 }
 
-// The cvParam naming an array's kind (m/z, time or intensity) in the old arrays, so that the
-// new array keeps its unit.
-pugi::xml_node FindRoleParam(pugi::xml_node oldList, const char* accession) {
-  for (pugi::xml_node array : oldList.children("binaryDataArray")) {
-    if (pugi::xml_node p = array.find_child_by_attribute("cvParam", "accession", accession))
-      return p;
+// "<name a="v" ...>" for an element whose content is written separately.
+std::string StartTag(pugi::xml_node node) {
+  std::string out = "<" + XmlSafe(node.name());
+  for (pugi::xml_attribute a : node.attributes()) {
+    out += " " + XmlSafe(a.name()) + "=\"" + XmlEscape(a.value()) + "\"";
   }
-  return {};
+  return out + ">";
 }
 
-void AppendArray(pugi::xml_node list, const std::vector<double>& values, pugi::xml_node role,
-                 const char* accession, const char* name) {
-  std::string text;
-  // mzML arrays are little-endian: the bytes are laid out in that order whatever the host's.
-  std::vector<unsigned char> bytes(values.size() * 8);
+// Little-endian bytes of `values` as 32- or 64-bit floats, zlib-compressed if asked, in
+// base64.
+std::string EncodeValues(const std::vector<double>& values, bool float32, bool compress) {
+  const std::size_t width = float32 ? 4 : 8;
+  std::vector<unsigned char> bytes(values.size() * width);
   for (std::size_t i = 0; i < values.size(); ++i) {
-    std::uint64_t bits;
-    std::memcpy(&bits, &values[i], 8);
-    for (int k = 0; k < 8; ++k) bytes[i * 8 + k] = static_cast<unsigned char>(bits >> (8 * k));
-  }
-  AppendBase64(bytes.data(), bytes.size(), text);
-  pugi::xml_node array = list.append_child("binaryDataArray");
-  array.append_attribute("encodedLength") = static_cast<unsigned long long>(text.size());
-  SetParam(array.append_child("cvParam"), "MS:1000523", "64-bit float");
-  SetParam(array.append_child("cvParam"), "MS:1000576", "no compression");
-  if (role) {
-    array.append_copy(role);
-  } else {
-    SetParam(array.append_child("cvParam"), accession, name);
-  }
-  array.append_child("binary").text().set(text.c_str());
-}
-
-void ReplaceArrays(pugi::xml_node node, const std::vector<Peak>& peaks, bool chromatogram) {
-  std::vector<double> x(peaks.size());
-  std::vector<double> y(peaks.size());
-  for (std::size_t i = 0; i < peaks.size(); ++i) {
-    // Without a measured centroid the apex is the best position there is.
-    x[i] = std::isnan(peaks[i].centroid_x) ? peaks[i].apex_x : peaks[i].centroid_x;
-    y[i] = peaks[i].apex_y;
-  }
-  const pugi::xml_node old = node.child("binaryDataArrayList");
-  const char* xAccession = chromatogram ? "MS:1000595" : "MS:1000514";
-  const pugi::xml_node xRole = FindRoleParam(old, xAccession);
-  const pugi::xml_node yRole = FindRoleParam(old, "MS:1000515");
-  pugi::xml_node list = InsertBefore(node, "binaryDataArrayList", old);
-  list.append_attribute("count") = 2;
-  AppendArray(list, x, xRole, xAccession, chromatogram ? "time array" : "m/z array");
-  AppendArray(list, y, yRole, "MS:1000515", "intensity array");
-  node.remove_child(old);
-  node.attribute("defaultArrayLength").set_value(static_cast<unsigned long long>(x.size()));
-}
-
-// An id not yet taken by any element of `list`.
-std::string FreeId(pugi::xml_node list, const char* element, const std::string& wanted) {
-  std::string id = wanted;
-  for (int k = 2; list.find_child_by_attribute(element, "id", id.c_str()); ++k) {
-    id = wanted + "_" + std::to_string(k);
-  }
-  return id;
-}
-
-pugi::xml_node EnsureList(pugi::xml_node mzml, const char* name,
-                          std::initializer_list<std::string_view> before) {
-  if (pugi::xml_node list = mzml.child(name)) return list;
-  pugi::xml_node at;
-  for (pugi::xml_node c : mzml.children()) {
-    if (IsOneOf(c.name(), before)) {
-      at = c;
-      break;
+    std::uint64_t bits = 0;
+    if (float32) {
+      const float f = static_cast<float>(values[i]);
+      std::uint32_t b32;
+      std::memcpy(&b32, &f, 4);
+      bits = b32;
+    } else {
+      std::memcpy(&bits, &values[i], 8);
+    }
+    for (std::size_t k = 0; k < width; ++k) {
+      bytes[i * width + k] = static_cast<unsigned char>(bits >> (8 * k));
     }
   }
-  return InsertBefore(mzml, name, at);
-}
-
-void UpdateCount(pugi::xml_node list, const char* element) {
-  std::size_t count = 0;
-  for (pugi::xml_node c : list.children(element)) {
-    (void)c;
-    ++count;
-  }
-  if (!list.attribute("count")) list.append_attribute("count");
-  list.attribute("count").set_value(static_cast<unsigned long long>(count));
-}
-
-// Adds the software and data-processing entries; returns the data-processing id.
-std::string RecordProcessing(pugi::xml_node mzml, const ProcessingRecord& record) {
-  pugi::xml_node software =
-      EnsureList(mzml, "softwareList",
-                 {"scanSettingsList", "instrumentConfigurationList", "dataProcessingList", "run"});
-  const std::string softwareId = FreeId(software, "software", "qxpeak");
-  pugi::xml_node s = software.append_child("software");
-  s.append_attribute("id") = softwareId.c_str();
-  s.append_attribute("version") = record.version.c_str();
-  SetParam(s.append_child("cvParam"), "MS:1000799", "custom unreleased software tool", "qxpeak");
-  UpdateCount(software, "software");
-
-  pugi::xml_node processing = EnsureList(mzml, "dataProcessingList", {"run"});
-  const std::string id = FreeId(processing, "dataProcessing", "qxpeak_peak_picking");
-  pugi::xml_node dp = processing.append_child("dataProcessing");
-  dp.append_attribute("id") = id.c_str();
-  pugi::xml_node method = dp.append_child("processingMethod");
-  method.append_attribute("order") = 1;
-  method.append_attribute("softwareRef") = softwareId.c_str();
-  SetParam(method.append_child("cvParam"), "MS:1000035", "peak picking");
-  pugi::xml_node settings = method.append_child("userParam");
-  settings.append_attribute("name") = "qxpeak settings";
-  settings.append_attribute("value") = record.settings.c_str();
-  UpdateCount(processing, "dataProcessing");
-  return id;
-}
-
-struct StringWriter : pugi::xml_writer {
-  explicit StringWriter(std::string& text) : out(text) {}
-  void write(const void* data, size_t size) override {
-    out.append(static_cast<const char*>(data), size);
-  }
-  std::string& out;
-};
-
-// Replaces the arrays of `nodes` (spectra or chromatograms of `mzml`) by `peaks` and
-// prints the element.
-void WriteCentroided(pugi::xml_node mzml, const std::vector<pugi::xml_node>& nodes,
-                     const std::vector<std::vector<Peak>>& peaks, const ProcessingRecord& record,
-                     std::string& out) {
-  // Without its wrapper the element needs the namespace the wrapper declared.
-  const pugi::xml_node wrapper = mzml.parent();
-  for (const char* ns : {"xmlns", "xmlns:xsi"}) {
-    if (!mzml.attribute(ns) && wrapper.attribute(ns)) {
-      mzml.append_attribute(ns) = wrapper.attribute(ns).value();
+  if (compress) {
+    uLongf size = compressBound(static_cast<uLong>(bytes.size()));
+    std::vector<unsigned char> packed(size);
+    if (compress2(packed.data(), &size, bytes.data(), static_cast<uLong>(bytes.size()), 6) == Z_OK) {
+      packed.resize(size);
+      bytes.swap(packed);
     }
   }
-  const std::string processingId = RecordProcessing(mzml, record);
-  for (std::size_t i = 0; i < peaks.size(); ++i) {
-    pugi::xml_node node = nodes[i];
-    const bool chromatogram = std::string_view(node.name()) == "chromatogram";
-    if (!chromatogram) MarkCentroided(mzml, node);
-    ReplaceArrays(node, peaks[i], chromatogram);
-    if (!node.attribute("dataProcessingRef")) node.append_attribute("dataProcessingRef");
-    node.attribute("dataProcessingRef").set_value(processingId.c_str());
-  }
-  out = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-  StringWriter writer(out);
-  mzml.print(writer, "  ", pugi::format_indent, pugi::encoding_utf8);
+  return EncodeBase64(bytes.data(), bytes.size());
 }
 
-// The fixed part of a document built around traces that came from elsewhere.
-constexpr const char* kSkeleton =
-    "<mzML xmlns=\"http://psi.hupo.org/ms/mzml\" version=\"1.1.0\">"
-    "<cvList count=\"2\">"
-    "<cv id=\"MS\" fullName=\"Proteomics Standards Initiative Mass Spectrometry Ontology\" "
-    "URI=\"https://raw.githubusercontent.com/HUPO-PSI/psi-ms-CV/master/psi-ms.obo\"/>"
-    "<cv id=\"UO\" fullName=\"Unit Ontology\" "
-    "URI=\"https://raw.githubusercontent.com/bio-ontology-research-group/unit-ontology/master/"
-    "unit.obo\"/></cvList>"
-    "<fileDescription><fileContent/><sourceFileList count=\"1\">"
-    "<sourceFile id=\"source\" name=\"\" location=\"file://\"/></sourceFileList>"
-    "</fileDescription>"
-    "<softwareList count=\"0\"/>"
-    "<instrumentConfigurationList count=\"1\"><instrumentConfiguration id=\"unknown\"/>"
-    "</instrumentConfigurationList>"
-    "<dataProcessingList count=\"0\"/>"
-    "<run id=\"run\" defaultInstrumentConfigurationRef=\"unknown\"/></mzML>";
+// Whether `id` has the form mzML requires of a spectrum's native id: "key=value" pairs
+// separated by single spaces.
+bool IsNativeId(std::string_view id) {
+  if (id.empty()) return false;
+  for (std::size_t start = 0; start <= id.size();) {
+    std::size_t end = id.find(' ', start);
+    if (end == std::string_view::npos) end = id.size();
+    const std::string_view pair = id.substr(start, end - start);
+    const std::size_t eq = pair.find('=');
+    if (eq == std::string_view::npos || eq == 0 || eq + 1 == pair.size()) return false;
+    for (const char c : pair) {
+      if (c == '\t' || c == '\n' || c == '\r') return false;
+    }
+    start = end + 1;
+  }
+  return true;
+}
 
 }  // namespace
 
-bool FormatCentroidedMzml(MzmlRun& run, const std::vector<std::vector<Peak>>& peaks,
-                          const ProcessingRecord& record, std::string& out, std::string& error) {
-  if (!run.MzmlElement() || peaks.size() != run.Nodes().size()) {
-    error = "internal error: the peaks do not match the traces of the mzML document";
-    return false;
-  }
-  WriteCentroided(run.MzmlElement(), run.Nodes(), peaks, record, out);
-  return true;
-}
+struct MzmlWriter::Impl {
+  MzmlWriteOptions options;
+  io_internal::OutputFile file;
+  io_internal::Sha1 sha;
+  std::uint64_t written = 0;
+  bool fromSource = false;
+  bool open = false;
+  std::string path;
 
-bool FormatCentroidedMzml(const std::string& sourceName, const std::vector<Trace>& traces,
-                          const std::vector<std::vector<Peak>>& peaks, const ProcessingRecord& record,
-                          std::string& out, std::string& error) {
-  pugi::xml_document document;
-  if (peaks.size() != traces.size() || !document.load_string(kSkeleton)) {
-    error = "internal error: the peaks do not match the traces";
+  pugi::xml_document header;
+  // Referenceable groups by id, and whether each states the spectrum representation.
+  std::unordered_map<std::string, std::pair<pugi::xml_node, bool>> groups;
+  std::string listTags[2];
+  std::size_t counts[2] = {0, 0};  // for built documents
+  int currentList = -1;
+  int lastList = -1;
+  std::vector<std::pair<std::string, std::uint64_t>> offsets[2];
+  pugi::xml_document element;
+
+  bool Emit(std::string_view text) {
+    sha.Update(text.data(), text.size());
+    written += text.size();
+    return file.Write(text);
+  }
+
+  struct Printer : pugi::xml_writer {
+    explicit Printer(Impl& impl) : impl(impl) {}
+    void write(const void* data, size_t size) override {
+      impl.Emit(std::string_view(static_cast<const char*>(data), size));
+    }
+    Impl& impl;
+  };
+
+  bool WriteFailed(std::string& error) {
+    error = path + ": write error";
     return false;
   }
-  const pugi::xml_node mzml = document.child("mzML");
-  const std::string location = "file://" + sourceName;
-  pugi::xml_node source = mzml.child("fileDescription").child("sourceFileList").child("sourceFile");
-  source.attribute("name").set_value(sourceName.c_str());
-  source.attribute("location").set_value(location.c_str());
-  pugi::xml_node run = mzml.child("run");
-  pugi::xml_node lists[2];  // spectra, chromatograms
-  std::size_t counts[2] = {0, 0};
-  std::vector<pugi::xml_node> nodes;
-  for (const Trace& t : traces) {
-    const int kind = t.kind == Trace::Kind::kChromatogram ? 1 : 0;
-    if (!lists[kind]) {
-      // Spectra come before chromatograms in a run.
-      lists[kind] =
-          kind == 0 ? run.prepend_child("spectrumList") : run.append_child("chromatogramList");
-      lists[kind].append_attribute("count");
-      lists[kind].append_attribute("defaultDataProcessingRef") = "qxpeak_peak_picking";
+
+  // Adds the software and data-processing entries to the header document.
+  void RecordProcessing(pugi::xml_node mzml) {
+    const auto ensureList = [&](const char* name, std::initializer_list<std::string_view> before) {
+      if (pugi::xml_node list = mzml.child(name)) return list;
+      for (pugi::xml_node c : mzml.children()) {
+        if (IsOneOf(c.name(), before)) return mzml.insert_child_before(name, c);
+      }
+      return mzml.append_child(name);
+    };
+    // Ids already taken, gathered once: a file with many entries costs no more per entry.
+    const auto freeId = [](pugi::xml_node list, const char* element, const std::string& wanted) {
+      std::unordered_set<std::string> taken;
+      for (pugi::xml_node c : list.children(element)) taken.insert(c.attribute("id").value());
+      std::string id = wanted;
+      for (int k = 2; taken.count(id) != 0; ++k) id = wanted + "_" + std::to_string(k);
+      return id;
+    };
+    const auto setCount = [](pugi::xml_node list, const char* element) {
+      std::size_t count = 0;
+      for (pugi::xml_node c = list.child(element); c; c = c.next_sibling(element)) ++count;
+      if (!list.attribute("count")) list.append_attribute("count");
+      list.attribute("count").set_value(static_cast<unsigned long long>(count));
+    };
+    pugi::xml_node software = ensureList(
+        "softwareList", {"instrumentConfigurationList", "dataProcessingList", "run"});
+    const std::string softwareId = freeId(software, "software", options.software);
+    pugi::xml_node s = software.append_child("software");
+    s.append_attribute("id") = softwareId.c_str();
+    s.append_attribute("version") =
+        (options.software_version.empty() ? "unknown" : options.software_version).c_str();
+    SetParam(s.append_child("cvParam"), "MS", "MS:1000799", "custom unreleased software tool",
+             options.software);
+    setCount(software, "software");
+
+    pugi::xml_node processing = ensureList("dataProcessingList", {"run"});
+    m_processingId = freeId(processing, "dataProcessing", kProcessingId);
+    pugi::xml_node dp = processing.append_child("dataProcessing");
+    dp.append_attribute("id") = m_processingId.c_str();
+    pugi::xml_node method = dp.append_child("processingMethod");
+    method.append_attribute("order") = 1;
+    method.append_attribute("softwareRef") = softwareId.c_str();
+    SetParam(method.append_child("cvParam"), "MS", "MS:1000035", "peak picking");
+    pugi::xml_node settings = method.append_child("userParam");
+    settings.append_attribute("name") = (options.software + " settings").c_str();
+    settings.append_attribute("value") = options.settings.c_str();
+    if (!options.source_name.empty()) {
+      pugi::xml_node source = method.append_child("userParam");
+      source.append_attribute("name") = "input";
+      source.append_attribute("value") = options.source_name.c_str();
     }
-    pugi::xml_node node = lists[kind].append_child(kind == 0 ? "spectrum" : "chromatogram");
-    const std::string id = t.id.empty() ? "index=" + std::to_string(counts[kind]) : t.id;
-    node.append_attribute("index") = static_cast<unsigned long long>(counts[kind]++);
+    setCount(processing, "dataProcessing");
+  }
+  std::string m_processingId = kProcessingId;
+
+  // Writes the XML declaration, the wrapper and the header document up to <run ...>.
+  bool WriteHeader(std::string& error) {
+    pugi::xml_node mzml = header.child("mzML");
+    if (!mzml.attribute("xmlns")) mzml.prepend_attribute("xmlns") = kNamespace;
+    bool usesXsi = false;
+    for (pugi::xml_attribute a : mzml.attributes()) {
+      usesXsi = usesXsi || std::string_view(a.name()).starts_with("xsi:");
+    }
+    if (usesXsi && !mzml.attribute("xmlns:xsi")) {
+      mzml.append_attribute("xmlns:xsi") = "http://www.w3.org/2001/XMLSchema-instance";
+    }
+    RecordProcessing(mzml);
+    for (pugi::xml_node groupList = mzml.child("referenceableParamGroupList"); groupList;) {
+      for (pugi::xml_node g : groupList.children("referenceableParamGroup")) {
+        bool says = false;
+        for (pugi::xml_node p : g.children("cvParam")) says = says || IsRepresentation(p);
+        groups.emplace(g.attribute("id").value(), std::make_pair(g, says));
+      }
+      break;
+    }
+    MakeSafe(header);
+    Emit("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n");
+    if (options.indexed) {
+      Emit(std::string("<indexedmzML xmlns=\"") + kNamespace +
+           "\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+           "xsi:schemaLocation=\"http://psi.hupo.org/ms/mzml "
+           "http://psidev.info/files/ms/mzML/xsd/mzML1.1.2_idx.xsd\">\n");
+    }
+    Emit(StartTag(mzml) + "\n");
+    Printer printer(*this);
+    for (pugi::xml_node c : mzml.children()) {
+      if (std::string_view(c.name()) == "run") {
+        Emit(StartTag(c) + "\n");
+        break;
+      }
+      c.print(printer, "", pugi::format_raw, pugi::encoding_utf8);
+      Emit("\n");
+    }
+    open = true;
+    return file.Write("") || WriteFailed(error);
+  }
+
+  // Marks a spectrum centroided: its representation term becomes "centroid spectrum", once.
+  // A referenced group that states the representation is copied into the spectrum first (it
+  // may be shared with spectra that stay as they are).
+  void MarkCentroided(pugi::xml_node spectrum) {
+    for (pugi::xml_node ref = spectrum.child("referenceableParamGroupRef"); ref;) {
+      const pugi::xml_node next = ref.next_sibling("referenceableParamGroupRef");
+      const auto it = groups.find(ref.attribute("ref").value());
+      if (it != groups.end() && it->second.second) {
+        // Computed once per group: each copied parameter goes straight to its place.
+        pugi::xml_node cvAt = FirstChildAfter(spectrum, {"referenceableParamGroupRef", "cvParam"});
+        pugi::xml_node userAt =
+            FirstChildAfter(spectrum, {"referenceableParamGroupRef", "cvParam", "userParam"});
+        for (pugi::xml_node p : it->second.first.children()) {
+          const bool cv = std::string_view(p.name()) == "cvParam";
+          const pugi::xml_node at = cv ? cvAt : userAt;
+          at ? spectrum.insert_copy_before(p, at) : spectrum.append_copy(p);
+        }
+        spectrum.remove_child(ref);
+      }
+      ref = next;
+    }
+    bool marked = false;
+    for (pugi::xml_node p = spectrum.child("cvParam"); p;) {
+      const pugi::xml_node next = p.next_sibling("cvParam");
+      if (IsRepresentation(p)) {
+        if (marked) {
+          spectrum.remove_child(p);
+        } else {
+          SetParam(p, "MS", "MS:1000127", "centroid spectrum");
+          marked = true;
+        }
+      }
+      p = next;
+    }
+    if (!marked) AddParam(spectrum, "MS:1000127", "centroid spectrum");
+  }
+
+  void AppendArray(pugi::xml_node list, const std::vector<double>& values, const char* accession,
+                   const char* name, int role) {
+    const std::string text = EncodeValues(values, options.float32, options.zlib);
+    pugi::xml_node array = list.append_child("binaryDataArray");
+    array.append_attribute("encodedLength") = static_cast<unsigned long long>(text.size());
+    SetParam(array.append_child("cvParam"), "MS", options.float32 ? "MS:1000521" : "MS:1000523",
+             options.float32 ? "32-bit float" : "64-bit float");
+    SetParam(array.append_child("cvParam"), "MS", options.zlib ? "MS:1000574" : "MS:1000576",
+             options.zlib ? "zlib compression" : "no compression");
+    pugi::xml_node p = array.append_child("cvParam");
+    SetParam(p, "MS", accession, name);
+    if (role == 0) SetUnit(p, "MS", "MS:1000040", "m/z");
+    if (role == 1) SetUnit(p, "UO", "UO:0000010", "second");
+    if (role == 2) SetUnit(p, "MS", "MS:1000131", "number of detector counts");
+    array.append_child("binary").text().set(text.c_str());
+  }
+
+  void ReplaceArrays(pugi::xml_node node, std::span<const Peak> peaks, bool chromatogram) {
+    std::vector<double> x(peaks.size()), y(peaks.size());
+    for (std::size_t i = 0; i < peaks.size(); ++i) {
+      // Without a measured centroid the apex is the best position there is.
+      x[i] = std::isnan(peaks[i].centroid_x) ? peaks[i].apex_x : peaks[i].centroid_x;
+      y[i] = peaks[i].apex_y;
+    }
+    const pugi::xml_node old = node.child("binaryDataArrayList");
+    pugi::xml_node list = old ? node.insert_child_before("binaryDataArrayList", old)
+                              : node.append_child("binaryDataArrayList");
+    list.append_attribute("count") = 2;
+    if (chromatogram) {
+      AppendArray(list, x, "MS:1000595", "time array", 1);
+    } else {
+      AppendArray(list, x, "MS:1000514", "m/z array", 0);
+    }
+    AppendArray(list, y, "MS:1000515", "intensity array", 2);
+    if (old) node.remove_child(old);
+    if (!node.attribute("defaultArrayLength")) node.append_attribute("defaultArrayLength");
+    node.attribute("defaultArrayLength").set_value(static_cast<unsigned long long>(x.size()));
+  }
+
+  // A new element for a trace that brings no XML of its own.
+  pugi::xml_node BuildElement(const Trace& trace, int kind) {
+    element.reset();
+    pugi::xml_node node = element.append_child(kind == 0 ? "spectrum" : "chromatogram");
+    node.append_attribute("index") = static_cast<unsigned long long>(offsets[kind].size());
+    // A spectrum id must be "key=value" pairs; one that is not gives way to its position.
+    const bool usable = kind == 0 ? IsNativeId(trace.id) : !trace.id.empty();
+    const std::string id = usable ? trace.id : "index=" + std::to_string(offsets[kind].size());
     node.append_attribute("id") = id.c_str();
     node.append_attribute("defaultArrayLength") = 0;
-    if (kind == 0 && t.ms_level > 0) {
-      AddParam(node, "MS:1000511", "ms level", std::to_string(t.ms_level).c_str());
+    if (kind == 0) {
+      AddParam(node, trace.ms_level > 1 ? "MS:1000580" : "MS:1000579",
+               trace.ms_level > 1 ? "MSn spectrum" : "MS1 spectrum");
+      AddParam(node, "MS:1000511", "ms level", std::to_string(std::max(trace.ms_level, 1)));
+      AddParam(node, "MS:1000127", "centroid spectrum");
+      if (std::isfinite(trace.rt)) {
+        pugi::xml_node scans = node.append_child("scanList");
+        scans.append_attribute("count") = 1;
+        SetParam(scans.append_child("cvParam"), "MS", "MS:1000795", "no combination");
+        pugi::xml_node p = scans.append_child("scan").append_child("cvParam");
+        SetParam(p, "MS", "MS:1000016", "scan start time", io_internal::FormatNumber(trace.rt));
+        SetUnit(p, "UO", "UO:0000010", "second");
+      }
+    } else {
+      AddParam(node, "MS:1000810", "ion current chromatogram");
     }
     node.append_child("binaryDataArrayList");
-    nodes.push_back(node);
+    return node;
   }
-  for (int kind = 0; kind < 2; ++kind) {
-    if (lists[kind])
-      lists[kind].attribute("count").set_value(static_cast<unsigned long long>(counts[kind]));
+
+  bool SwitchList(int kind, std::string& error) {
+    if (kind == currentList) return true;
+    if (kind < lastList) {
+      error = path + ": spectra must come before chromatograms";
+      return false;
+    }
+    if (currentList >= 0) Emit(currentList == 0 ? "</spectrumList>\n" : "</chromatogramList>\n");
+    currentList = lastList = kind;
+    const char* listName = kind == 0 ? "spectrumList" : "chromatogramList";
+    std::string tag;
+    if (fromSource && !listTags[kind].empty()) {
+      pugi::xml_document d;
+      const std::string closed = listTags[kind] + "</" + listName + ">";
+      if (d.load_buffer(closed.data(), closed.size()) && d.child(listName)) {
+        pugi::xml_node list = d.child(listName);
+        if (!list.attribute("defaultDataProcessingRef")) {
+          list.append_attribute("defaultDataProcessingRef") = m_processingId.c_str();
+        }
+        tag = StartTag(list);
+      }
+    }
+    if (tag.empty()) {
+      tag = std::string("<") + listName + " count=\"" + std::to_string(counts[kind]) +
+            "\" defaultDataProcessingRef=\"" + XmlEscape(m_processingId) + "\">";
+    }
+    return Emit(tag + "\n") || WriteFailed(error);
   }
-  WriteCentroided(mzml, nodes, peaks, record, out);
-  return true;
+
+  bool Add(const Trace& trace, std::span<const Peak> peaks, std::string& error) {
+    if (!open) {
+      error = "internal error: the mzML writer is not open";
+      return false;
+    }
+    const int kind = trace.kind == Trace::Kind::kSpectrum ? 0 : 1;
+    if (!SwitchList(kind, error)) return false;
+    pugi::xml_node node;
+    const char* name = kind == 0 ? "spectrum" : "chromatogram";
+    if (fromSource && !trace.element.empty()) {
+      element.reset();
+      if (element.load_buffer(trace.element.data(), trace.element.size())) {
+        node = element.child(name);
+      }
+    }
+    const bool built = !node;
+    if (built) node = BuildElement(trace, kind);
+    const bool searched = trace.selected && trace.problem.empty();
+    if (searched || built) {
+      if (kind == 0 && !built) MarkCentroided(node);
+      ReplaceArrays(node, searched ? peaks : std::span<const Peak>(), kind == 1);
+      if (!node.attribute("dataProcessingRef")) node.append_attribute("dataProcessingRef");
+      node.attribute("dataProcessingRef").set_value(m_processingId.c_str());
+    }
+    MakeSafe(node);
+    offsets[kind].emplace_back(node.attribute("id").value(), written);
+    Printer printer(*this);
+    node.print(printer, "", pugi::format_raw, pugi::encoding_utf8);
+    return Emit("\n") || WriteFailed(error);
+  }
+
+  bool Finish(std::string& error) {
+    if (!open) {
+      error = "internal error: the mzML writer is not open";
+      return false;
+    }
+    if (currentList >= 0) Emit(currentList == 0 ? "</spectrumList>\n" : "</chromatogramList>\n");
+    Emit("</run>\n</mzML>\n");
+    if (options.indexed) {
+      const std::uint64_t indexOffset = written;
+      const int lists = (offsets[0].empty() && offsets[1].empty()) ? 1
+                        : (!offsets[0].empty()) + (!offsets[1].empty());
+      Emit("<indexList count=\"" + std::to_string(lists) + "\">\n");
+      for (int kind = 0; kind < 2; ++kind) {
+        if (offsets[kind].empty() && !(kind == 0 && lists == 1 && offsets[1].empty())) continue;
+        Emit(kind == 0 ? "<index name=\"spectrum\">\n" : "<index name=\"chromatogram\">\n");
+        for (const auto& [id, offset] : offsets[kind]) {
+          Emit("<offset idRef=\"" + XmlEscape(id) + "\">" + std::to_string(offset) + "</offset>\n");
+        }
+        Emit("</index>\n");
+      }
+      Emit("</indexList>\n<indexListOffset>" + std::to_string(indexOffset) +
+           "</indexListOffset>\n<fileChecksum>");
+      const std::string digest = sha.HexDigest();
+      if (!file.Write(digest + "</fileChecksum>\n</indexedmzML>\n")) return WriteFailed(error);
+    }
+    open = false;
+    return file.Commit(error);
+  }
+};
+
+MzmlWriter::MzmlWriter() : m_impl(std::make_unique<Impl>()) {}
+MzmlWriter::~MzmlWriter() = default;
+
+bool MzmlWriter::Open(const std::string& path, const MzmlReader& source,
+                      const MzmlWriteOptions& options, std::string& error) {
+  m_impl = std::make_unique<Impl>();
+  Impl& w = *m_impl;
+  w.options = options;
+  w.path = path == "-" ? "standard output" : path;
+  w.fromSource = true;
+  const std::string closed = source.HeaderXml() + "</run></mzML>";
+  const pugi::xml_parse_result parsed = w.header.load_buffer(closed.data(), closed.size());
+  if (source.HeaderXml().empty() || !parsed || !w.header.child("mzML")) {
+    error = "internal error: the mzML reader has no document header to copy";
+    return false;
+  }
+  w.listTags[0] = source.ListTag(Trace::Kind::kSpectrum);
+  w.listTags[1] = source.ListTag(Trace::Kind::kChromatogram);
+  return w.file.Open(path, error) && w.WriteHeader(error);
 }
+
+bool MzmlWriter::Open(const std::string& path, std::size_t spectra, std::size_t chromatograms,
+                      const MzmlWriteOptions& options, std::string& error) {
+  m_impl = std::make_unique<Impl>();
+  Impl& w = *m_impl;
+  w.options = options;
+  w.path = path == "-" ? "standard output" : path;
+  w.counts[0] = spectra;
+  w.counts[1] = chromatograms;
+  pugi::xml_node mzml = w.header.append_child("mzML");
+  mzml.append_attribute("xmlns") = kNamespace;
+  mzml.append_attribute("version") = "1.1.0";
+  pugi::xml_node cvs = mzml.append_child("cvList");
+  cvs.append_attribute("count") = 2;
+  pugi::xml_node ms = cvs.append_child("cv");
+  ms.append_attribute("id") = "MS";
+  ms.append_attribute("fullName") = "Proteomics Standards Initiative Mass Spectrometry Ontology";
+  ms.append_attribute("URI") =
+      "https://raw.githubusercontent.com/HUPO-PSI/psi-ms-CV/master/psi-ms.obo";
+  pugi::xml_node uo = cvs.append_child("cv");
+  uo.append_attribute("id") = "UO";
+  uo.append_attribute("fullName") = "Unit Ontology";
+  uo.append_attribute("URI") =
+      "https://raw.githubusercontent.com/bio-ontology-research-group/unit-ontology/master/unit.obo";
+  pugi::xml_node content = mzml.append_child("fileDescription").append_child("fileContent");
+  if (spectra > 0) SetParam(content.append_child("cvParam"), "MS", "MS:1000579", "MS1 spectrum");
+  if (chromatograms > 0 || spectra == 0) {
+    SetParam(content.append_child("cvParam"), "MS", "MS:1000810", "ion current chromatogram");
+  }
+  mzml.append_child("softwareList").append_attribute("count") = 0;
+  pugi::xml_node instruments = mzml.append_child("instrumentConfigurationList");
+  instruments.append_attribute("count") = 1;
+  pugi::xml_node instrument = instruments.append_child("instrumentConfiguration");
+  instrument.append_attribute("id") = "unknown";
+  SetParam(instrument.append_child("cvParam"), "MS", "MS:1000031", "instrument model");
+  mzml.append_child("dataProcessingList").append_attribute("count") = 0;
+  pugi::xml_node run = mzml.append_child("run");
+  run.append_attribute("id") = "run";
+  run.append_attribute("defaultInstrumentConfigurationRef") = "unknown";
+  return w.file.Open(path, error) && w.WriteHeader(error);
+}
+
+bool MzmlWriter::Add(const Trace& trace, std::span<const Peak> peaks, std::string& error) {
+  return m_impl->Add(trace, peaks, error);
+}
+
+bool MzmlWriter::Finish(std::string& error) { return m_impl->Finish(error); }
 
 }  // namespace qxpkutil

@@ -4,8 +4,10 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include "qxpkutil/io/MzmlFixture.h"
+#include "qxpkutil/io/TraceReader.h"
 
 namespace qxpkutil {
 namespace {
@@ -28,34 +30,60 @@ TEST(TextReader, AcceptsEveryLayout) {
 }
 
 TEST(TextReader, RejectsWhatItCannotRead) {
-  const std::pair<const char*, const char*> cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       {"", "no data lines"},
       {"x\ty\n", "no data lines"},
       {"x\ty\n1\t2\nfoo\tbar\n", "line 3:"},
-      {"1\t2\t3\n4\t5\t6\n", "line 2:"},
+      {"1\t2\t3\n4\t5\t6\n", "line 1:"},
+      {"100\t9OO\n101\t5\n", "line 1: '100?9OO'"},
+      {"x\ty\n100\tnan\n", "line 2: '100?nan'"},
+      {"# a comment\n100\tnan\n101\t1\n", "line 2:"},
+      {"1 2\n\n3 4\nmz intensity\n", "line 4:"},
+      {"\xFF\xFE" "1\0 \0" "2\0", "UTF-16"},
+      {"1 2\n" + std::string(kMaxTextLineBytes + 1, '\0'), "line 2 is longer than"},
       {"1 2\n3\n", "line 2:"},
       {"1 2\n3 nan\n", "line 2:"},
       {"1 2\n3 1e999\n", "line 2:"},
       {"1 2\n3;4\n", "line 2:"},
-      {"1 2\n3 4\n2 5\n", "line 3: x is smaller"},
       {"header\nheader again\n1 2\n", "line 2:"},
   };
   for (const auto& [text, expected] : cases) {
     Trace t;
     t.x = {42.0};
     std::string error;
-    EXPECT_FALSE(ParseTextSignal(text, "t.txt", t, error)) << text;
-    EXPECT_NE(error.find(expected), std::string::npos) << text << " -> " << error;
+    EXPECT_FALSE(ParseTextSignal(text, "t.txt", t, error)) << text.substr(0, 40);
+    EXPECT_NE(error.find(expected), std::string::npos) << text.substr(0, 40) << " -> " << error;
     EXPECT_EQ(t.x, std::vector<double>{42.0}) << "untouched on failure";
   }
 }
 
-TEST(TextReader, ReadsAFile) {
-  const std::string path = testing::WriteTempFile("signal.csv", "x,y\n5,1\n6,2\n");
+TEST(TextReader, SortsXOutOfOrderWithANote) {
   Trace t;
   std::string error;
-  ASSERT_TRUE(ReadTextSignal(path, t, error)) << error;
-  EXPECT_EQ(t.x, (std::vector<double>{5, 6}));
+  ASSERT_TRUE(ParseTextSignal("1 2\n3 4\n2 5\n", "t.txt", t, error)) << error;
+  EXPECT_EQ(t.x, (std::vector<double>{1, 2, 3}));
+  EXPECT_EQ(t.y, (std::vector<double>{2, 5, 4}));
+  EXPECT_NE(t.note.find("out of order"), std::string::npos) << t.note;
+}
+
+TEST(TextReader, ReadsPlainAndGzipFiles) {
+  const std::string text = "x,y\n5,1\n6,2\n";
+  const std::string plain = testing::WriteTempFile("signal.csv", text);
+  const std::string packed = testing::WriteTempFile("signal.csv.gz", "");
+  gzFile gz = gzopen(packed.c_str(), "wb");
+  gzwrite(gz, text.data(), static_cast<unsigned>(text.size()));
+  gzclose(gz);
+  for (const std::string& path : {plain, packed}) {
+    Trace t;
+    std::string error;
+    ASSERT_TRUE(ReadTextSignal(path, t, error)) << error;
+    EXPECT_EQ(t.x, (std::vector<double>{5, 6}));
+    TraceReader any;
+    ASSERT_TRUE(any.Open(path, {}, error)) << error;
+    EXPECT_FALSE(any.IsMzml());
+    ASSERT_TRUE(any.Next(t));
+    EXPECT_EQ(t.y, (std::vector<double>{1, 2}));
+  }
 }
 
 }  // namespace

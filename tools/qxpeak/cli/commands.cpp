@@ -12,7 +12,7 @@
 
 #include "tools/qxpeak/run/batch.h"
 #include "tools/qxpeak/cli/demo_signal.h"
-#include "tools/qxpeak/input/file_io.h"
+#include "tools/qxpeak/input/load_input.h"
 #include "tools/qxpeak/output/output_files.h"
 #include "tools/qxpeak/output/printable.h"
 #include "tools/qxpeak/output/peak_writers.h"
@@ -156,13 +156,12 @@ int RunSettings(const Options& options, std::ostream& out, std::ostream& err) {
   if (!options.inputs.empty()) {
     // The segments the automatic mode picks for the file's first selected trace.
     DetectionConfig config;
-    LoadedInput input;
+    Trace trace;
     if (!BuildDetectionConfig(options, config, error) ||
-        !LoadInput(options.inputs[0], options.selection, input, error)) {
+        !ReadFirstTrace(options.inputs[0], options.selection, trace, error)) {
       err << "qxpeak: " << Printable(error) << '\n';
       return kExitFailed;
     }
-    const Trace& trace = input.Traces().front();
     DetectOptions d = config.options;
     d.kind = trace.kind == Trace::Kind::kChromatogram ? SignalKind::kChromatogram
                                                       : SignalKind::kSpectrum;
@@ -207,31 +206,25 @@ int RunDemo(const Options& options, std::ostream& out, std::ostream& err) {
     err << "qxpeak: " << Printable(error) << '\n';
     return kExitFailed;
   }
-  LoadedInput input;
-  input.text.push_back(MakeDemoSpectrum());
+  const Trace spectrum = MakeDemoSpectrum();
   const auto start = std::chrono::steady_clock::now();
-  const std::vector<TracePeaks> peaks = SearchTraces(input.text, config, Threads(options.threads));
+  const TracePeaks found = SearchTrace(spectrum, config);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   // Data written to standard output must not mix with the summary.
   std::ostream& summary = options.output == "-" ? err : out;
-  if (!options.quiet) DemoSummary(input.text[0], peaks[0], elapsed.count(), summary);
+  if (!options.quiet) DemoSummary(spectrum, found, elapsed.count(), summary);
 
-  const std::string settings = SettingsSummary(demo, config);
-  std::vector<std::string> texts, paths, written;
+  std::vector<std::pair<std::string, std::string>> outputs;
+  std::vector<std::string> written;
   for (const std::string& format : options.formats) {
     const std::string path = OutputPath(kDemoName, format, options.output, options.outDir);
-    std::string text;
-    if (!FormatOutput(format, "qxpeak demo spectrum", input, peaks, settings, text, error)) {
-      err << "qxpeak: " << Printable(error) << '\n';
-      return kExitFailed;
-    }
-    texts.push_back(std::move(text));
-    paths.push_back(path);
+    outputs.emplace_back(format, path);
     written.push_back(path == "-" ? "standard output" : std::filesystem::absolute(path).string());
   }
-  std::vector<std::pair<std::string, std::string_view>> files;
-  for (std::size_t k = 0; k < texts.size(); ++k) files.emplace_back(paths[k], texts[k]);
-  if (!WriteOutputsTogether(files, error)) {
+  OutputSet files;
+  if (!files.Open(outputs, "qxpeak demo spectrum", SettingsSummary(demo, config),
+                  config.resolutionPercent.has_value(), error) ||
+      !files.Add(spectrum, found, nullptr, error) || !files.Finish(error)) {
     err << "qxpeak: " << Printable(error) << '\n';
     return kExitFailed;
   }

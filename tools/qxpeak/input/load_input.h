@@ -1,31 +1,21 @@
-// Reading one input of the tool: an mzML run (told apart from text by its first character)
-// or a two-column text signal, whole, through the library's io component.
+// Reading inputs for the commands that need a single trace (`qxpeak settings FILE`): the
+// file's format is told by content (mzML, or two-column text; gzip or not) by the library's
+// TraceReader, which the batch runs also stream from.
 //
-//   LoadedInput input;  std::string error;
-//   if (!LoadInput("run.mzML", selection, input, error)) { report(error); }
-//   for (Trace& t : input.Traces()) { ... }
+//   Trace first;  std::string error;
+//   if (!ReadFirstTrace("run.mzML", selection, first, error)) { report(error); }
 #pragma once
 
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "qxpkutil/io/MzmlReader.h"
 #include "qxpkutil/io/Trace.h"
 
 namespace qxpkutil::qxpeak {
 
-// An input read into memory: the mzML run it came from, or traces read from text.
-struct LoadedInput {
-  std::unique_ptr<MzmlRun> mzml;  // null for text input
-  std::vector<Trace> text;
-  std::vector<Trace>& Traces() { return mzml ? mzml->Traces() : text; }
-};
-
-// Reads `path` ("-" is standard input): mzML when its first character (after blanks and a
-// byte order mark) is '<', else two-column text. False with one line in `error` when the
-// input cannot be read, is malformed, or has no trace that `selection` accepts.
-[[nodiscard]] bool LoadInput(const std::string& path, const MzmlSelection& selection,
-                             LoadedInput& input, std::string& error);
+// The first selected trace of `path` that can be searched. False with one line in `error`
+// when the file cannot be read, is broken, or holds no such trace.
+[[nodiscard]] bool ReadFirstTrace(const std::string& path, const MzmlSelection& selection,
+                                  Trace& trace, std::string& error);
 
 }  // namespace qxpkutil::qxpeak

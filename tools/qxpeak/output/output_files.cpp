@@ -58,35 +58,65 @@ mode_t NewFileMode() {
   return mode;
 }
 
-struct Pending {
-  std::string target, temp;
-  std::size_t slot = kSlots;
-};
+}  // namespace
 
-void Discard(std::vector<Pending>& pending) {
-  for (Pending& p : pending) {
-    ::unlink(p.temp.c_str());
-    Unregister(p.slot);
+bool OutputGroup::Reserve(const std::string& target, std::string& writePath,
+                          std::string& error) {
+  writePath = target;
+  if (target == "-") return true;
+  struct stat existing {};
+  const bool exists = ::stat(target.c_str(), &existing) == 0;
+  if (exists && S_ISDIR(existing.st_mode)) {
+    error = target + ": is a directory";
+    return false;
   }
-  pending.clear();
-}
-
-bool WriteAll(int fd, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t n = ::write(fd, content.data(), content.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    content.remove_prefix(static_cast<std::size_t>(n));
+  if (exists && !S_ISREG(existing.st_mode)) return true;
+  const std::filesystem::path path(target);
+  const std::filesystem::path dir = path.has_parent_path() ? path.parent_path() : ".";
+  // A short name of its own, so that a target name as long as the system allows still works.
+  std::string temp = (dir / ".qxpeak-XXXXXX").string();
+  const int fd = ::mkstemp(temp.data());
+  if (fd < 0) {
+    error = target + ": cannot write: " + std::strerror(errno);
+    return false;
   }
+  // A replaced file keeps its permission bits; a new one gets the usual mode.
+  const mode_t mode = exists ? (existing.st_mode & 07777) : NewFileMode();
+  (void)::fchmod(fd, mode);
+  ::close(fd);
+  m_entries.push_back({target, temp, static_cast<unsigned>(mode), Register(temp)});
+  writePath = temp;
   return true;
 }
 
-}  // namespace
+bool OutputGroup::Commit(std::string& error) {
+  for (Entry& e : m_entries) {
+    // Another writer may have replaced the temporary with a file of its own mode.
+    (void)::chmod(e.temp.c_str(), static_cast<mode_t>(e.mode));
+    if (std::rename(e.temp.c_str(), e.target.c_str()) != 0) {
+      error = e.target + ": cannot replace: " + std::strerror(errno);
+      Abandon();
+      return false;
+    }
+    Unregister(e.slot);
+    e.slot = kSlots;
+    e.temp.clear();
+  }
+  m_entries.clear();
+  return true;
+}
+
+void OutputGroup::Abandon() {
+  for (Entry& e : m_entries) {
+    if (!e.temp.empty()) ::unlink(e.temp.c_str());
+    Unregister(e.slot);
+  }
+  m_entries.clear();
+}
 
 bool WriteOutputsTogether(const std::vector<std::pair<std::string, std::string_view>>& outputs,
                           std::string& error) {
-  std::vector<Pending> pending;
-  std::vector<std::pair<std::string, std::string_view>> direct;
+  OutputGroup group;
   std::string_view toStdout;
   bool stdoutUsed = false;
   for (const auto& [path, content] : outputs) {
@@ -95,54 +125,18 @@ bool WriteOutputsTogether(const std::vector<std::pair<std::string, std::string_v
       stdoutUsed = true;
       continue;
     }
-    struct stat existing {};
-    const bool exists = ::stat(path.c_str(), &existing) == 0;
-    if (exists && !S_ISREG(existing.st_mode)) {
-      direct.emplace_back(path, content);
-      continue;
-    }
-    const std::filesystem::path target(path);
-    const std::filesystem::path dir = target.has_parent_path() ? target.parent_path() : ".";
-    std::string temp = (dir / ".qxpeak-XXXXXX").string();
-    const int fd = ::mkstemp(temp.data());
-    if (fd < 0) {
-      error = path + ": cannot write: " + std::strerror(errno);
-      Discard(pending);
-      return false;
-    }
-    Pending p{path, temp, Register(temp)};
-    // A replaced file keeps its permission bits; a new one gets the usual mode.
-    const mode_t mode = exists ? (existing.st_mode & 07777) : NewFileMode();
-    const bool ok = WriteAll(fd, content) && ::fchmod(fd, mode) == 0;
-    const int savedErrno = errno;
-    const bool closed = ::close(fd) == 0;
-    pending.push_back(std::move(p));
+    std::string writePath;
+    if (!group.Reserve(path, writePath, error)) return false;
+    std::FILE* f = std::fopen(writePath.c_str(), "wb");
+    const bool ok = f != nullptr &&
+                    std::fwrite(content.data(), 1, content.size(), f) == content.size();
+    const bool closed = f != nullptr && std::fclose(f) == 0;
     if (!ok || !closed) {
-      error = path + ": cannot write: " + std::strerror(ok ? errno : savedErrno);
-      Discard(pending);
+      error = path + ": cannot write: " + std::strerror(errno);
       return false;
     }
   }
-  for (Pending& p : pending) {
-    if (std::rename(p.temp.c_str(), p.target.c_str()) != 0) {
-      error = p.target + ": cannot replace: " + std::strerror(errno);
-      Discard(pending);
-      return false;
-    }
-    Unregister(p.slot);
-    p.slot = kSlots;
-    p.temp.clear();
-  }
-  for (const auto& [path, content] : direct) {
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    const bool ok = f != nullptr && std::fwrite(content.data(), 1, content.size(), f) ==
-                                        content.size();
-    if (f != nullptr && std::fclose(f) != 0) error = path + ": cannot write";
-    if (!ok) {
-      error = path + ": cannot write";
-      return false;
-    }
-  }
+  if (!group.Commit(error)) return false;
   if (stdoutUsed && (std::fwrite(toStdout.data(), 1, toStdout.size(), stdout) != toStdout.size() ||
                      std::fflush(stdout) != 0)) {
     error = "standard output: write error";

@@ -17,6 +17,35 @@
 
 namespace qxpkutil::qxpeak {
 
+// The files of one input, written through temporaries and renamed into place together.
+// Reserve gives each target a temporary (created with the mode the target will have);
+// writers fill the temporaries in any way they like (streams, other writers); Commit renames
+// them all, Abandon (or the destructor, when Commit was not reached) removes them.
+class OutputGroup {
+ public:
+  OutputGroup() = default;
+  ~OutputGroup() { Abandon(); }
+  OutputGroup(const OutputGroup&) = delete;
+  OutputGroup& operator=(const OutputGroup&) = delete;
+
+  // The path to write instead of `target`: a temporary beside it, or `target` itself when it
+  // exists but is not a regular file (a terminal, a pipe) or is "-". False with a message.
+  [[nodiscard]] bool Reserve(const std::string& target, std::string& writePath,
+                             std::string& error);
+  // Renames every temporary onto its target (with the target's mode); false with a message
+  // when one fails (the rest are then removed).
+  [[nodiscard]] bool Commit(std::string& error);
+  void Abandon();
+
+ private:
+  struct Entry {
+    std::string target, temp;
+    unsigned mode = 0;
+    std::size_t slot = 0;
+  };
+  std::vector<Entry> m_entries;
+};
+
 // Writes every (path, content) pair: all of them or, on failure, none (a previous file at
 // each path is left as it was, no temporary stays behind). "-" is standard output, written
 // after the files are in place; a path that exists but is not a regular file (a terminal,

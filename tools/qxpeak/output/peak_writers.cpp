@@ -95,90 +95,106 @@ std::string MarkNames(std::uint32_t flags) {
   return names;
 }
 
-std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks) {
-  bool withRes = false;
-  for (const TracePeaks& p : peaks) withRes = withRes || !p.resolution.empty();
+std::string TsvHeader(bool withResolution) {
   std::string out = "trace\tid\tscan\trt_s\tx_unit";
   for (const Field& f : kFields) (out += '\t') += f.name;
   out += "\tflags\tmarks";
-  if (withRes) out += "\tresolution";
+  if (withResolution) out += "\tresolution";
   out += "\tlabel\n";
-  for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
-    const Trace& trace = traces[t];
-    const std::vector<Peak>& list = peaks[t].peaks;
-    for (std::size_t i = 0; i < list.size(); ++i) {
-      const Peak& p = list[i];
-      AppendInt(out, trace.index);
+  return out;
+}
+
+void AppendTsvRows(std::string& out, const Trace& trace, const TracePeaks& found,
+                   bool withResolution) {
+  const std::vector<Peak>& list = found.peaks;
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const Peak& p = list[i];
+    AppendInt(out, trace.index);
+    out += '\t';
+    AppendText(out, trace.id);
+    out += '\t';
+    if (trace.scan_number >= 0) AppendInt(out, trace.scan_number);
+    out += '\t';
+    AppendNumber(out, trace.rt);
+    out += '\t';
+    out += XUnit(trace);
+    for (const Field& f : kFields) {
       out += '\t';
-      AppendText(out, trace.id);
-      out += '\t';
-      if (trace.scan_number >= 0) AppendInt(out, trace.scan_number);
-      out += '\t';
-      AppendNumber(out, trace.rt);
-      out += '\t';
-      out += XUnit(trace);
-      for (const Field& f : kFields) {
-        out += '\t';
-        // A charge of 0 means none was assigned: blank like every value not measured.
-        if (!(std::string_view(f.name) == "charge" && p.charge == 0)) AppendNumber(out, f.get(p));
-      }
-      out += '\t';
-      out += FlagsHex(p.marks);
-      out += '\t';
-      out += MarkNames(p.marks);
-      if (withRes) {
-        out += '\t';
-        if (i < peaks[t].resolution.size() && peaks[t].resolution[i] >= 0) {
-          AppendInt(out, peaks[t].resolution[i]);
-        }
-      }
-      out += '\t';
-      AppendText(out, p.label);
-      out += '\n';
+      // A charge of 0 means none was assigned: blank like every value not measured.
+      if (!(std::string_view(f.name) == "charge" && p.charge == 0)) AppendNumber(out, f.get(p));
     }
+    out += '\t';
+    out += FlagsHex(p.marks);
+    out += '\t';
+    out += MarkNames(p.marks);
+    if (withResolution) {
+      out += '\t';
+      if (i < found.resolution.size() && found.resolution[i] >= 0) {
+        AppendInt(out, found.resolution[i]);
+      }
+    }
+    out += '\t';
+    AppendText(out, p.label);
+    out += '\n';
+  }
+}
+
+std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks) {
+  bool withRes = false;
+  for (const TracePeaks& p : peaks) withRes = withRes || !p.resolution.empty();
+  std::string out = TsvHeader(withRes);
+  for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
+    AppendTsvRows(out, traces[t], peaks[t], withRes);
   }
   return out;
 }
 
+std::string JsonHead(const std::string& inputName) {
+  Json name = inputName;
+  return "{\"input\": " + name.dump(-1, ' ', false, Json::error_handler_t::replace) +
+         ",\n \"traces\": [";
+}
+
+std::string JsonTrace(const Trace& trace, const TracePeaks& result) {
+  Json j;
+  j["index"] = trace.index;
+  j["kind"] = KindName(trace.kind);
+  j["id"] = trace.id;
+  j["scan"] = trace.scan_number >= 0 ? Json(trace.scan_number) : Json(nullptr);
+  j["ms_level"] = trace.ms_level > 0 ? Json(trace.ms_level) : Json(nullptr);
+  j["rt_s"] = JsonNumber(trace.rt);
+  j["x_unit"] = XUnit(trace);
+  j["centroided_input"] = trace.centroided;
+  j["points"] = trace.x.size();
+  j["skipped"] = result.skipped.empty() ? Json(nullptr) : Json(result.skipped);
+  Json& array = j["peaks"] = Json::array();
+  for (std::size_t i = 0; i < result.peaks.size(); ++i) {
+    const Peak& p = result.peaks[i];
+    Json peak;
+    for (const Field& f : kFields) {
+      peak[f.name] = f.integer ? Json(static_cast<std::int64_t>(f.get(p))) : JsonNumber(f.get(p));
+    }
+    if (p.charge == 0) peak["charge"] = nullptr;
+    peak["flags"] = p.marks;
+    peak["marks"] = MarkNames(p.marks);
+    if (!result.resolution.empty()) {
+      const std::int32_t r = i < result.resolution.size() ? result.resolution[i] : -1;
+      peak["resolution"] = r >= 0 ? Json(r) : Json(nullptr);
+    }
+    peak["label"] = p.label;
+    array.push_back(std::move(peak));
+  }
+  return j.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 std::string FormatJson(const std::string& inputName, const std::vector<Trace>& traces,
                        const std::vector<TracePeaks>& peaks) {
-  Json root;
-  root["input"] = inputName;
-  Json& list = root["traces"] = Json::array();
+  std::string out = JsonHead(inputName);
   for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
-    const Trace& trace = traces[t];
-    const TracePeaks& result = peaks[t];
-    Json j;
-    j["index"] = trace.index;
-    j["kind"] = KindName(trace.kind);
-    j["id"] = trace.id;
-    j["scan"] = trace.scan_number >= 0 ? Json(trace.scan_number) : Json(nullptr);
-    j["ms_level"] = trace.ms_level > 0 ? Json(trace.ms_level) : Json(nullptr);
-    j["rt_s"] = JsonNumber(trace.rt);
-    j["x_unit"] = XUnit(trace);
-    j["centroided_input"] = trace.centroided;
-    j["points"] = trace.x.size();
-    j["skipped"] = result.skipped.empty() ? Json(nullptr) : Json(result.skipped);
-    Json& array = j["peaks"] = Json::array();
-    for (std::size_t i = 0; i < result.peaks.size(); ++i) {
-      const Peak& p = result.peaks[i];
-      Json peak;
-      for (const Field& f : kFields) {
-        peak[f.name] = f.integer ? Json(static_cast<std::int64_t>(f.get(p))) : JsonNumber(f.get(p));
-      }
-      if (p.charge == 0) peak["charge"] = nullptr;
-      peak["flags"] = p.marks;
-      peak["marks"] = MarkNames(p.marks);
-      if (!result.resolution.empty()) {
-        const std::int32_t r = i < result.resolution.size() ? result.resolution[i] : -1;
-        peak["resolution"] = r >= 0 ? Json(r) : Json(nullptr);
-      }
-      peak["label"] = p.label;
-      array.push_back(std::move(peak));
-    }
-    list.push_back(std::move(j));
+    out += t == 0 ? "\n" : ",\n";
+    out += JsonTrace(traces[t], peaks[t]);
   }
-  return root.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+  return out + kJsonTail;
 }
 
 std::string FormatDump(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks) {

@@ -36,6 +36,16 @@ std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TraceP
 std::string FormatJson(const std::string& inputName, const std::vector<Trace>& traces,
                        const std::vector<TracePeaks>& peaks);
 
+// The same outputs in pieces, for writing them as traces arrive: the TSV header and each
+// trace's rows; the JSON document's head, one trace (one line; traces are joined with
+// ",\n") and its tail.
+std::string TsvHeader(bool withResolution);
+void AppendTsvRows(std::string& out, const Trace& trace, const TracePeaks& found,
+                   bool withResolution);
+std::string JsonHead(const std::string& inputName);
+std::string JsonTrace(const Trace& trace, const TracePeaks& found);
+inline constexpr const char* kJsonTail = "\n]}\n";
+
 // The library's dump of each trace's table (count line, header, one line per peak), one
 // after the other; each dump starts with its "# Peaks" count line, so the traces can be
 // told apart. The table is rebuilt from the peaks (bound heights read from the trace).

@@ -397,7 +397,8 @@ std::string XmlEscape(const std::string& text) {
 std::string FormatSvg(const std::string& title, const std::vector<Trace>& traces,
                       const std::vector<TracePeaks>& peaks, const PlotOptions& options) {
   const std::size_t panels = std::min({traces.size(), peaks.size(), options.maxPanels});
-  const bool cut = panels < traces.size();
+  const std::size_t total = std::max(options.totalTraces, traces.size());
+  const bool cut = panels < total;
   const double top = cut ? 54.0 : 30.0;
   const double height =
       top + static_cast<double>(std::max<std::size_t>(panels, 1)) * options.panelHeight;
@@ -412,7 +413,7 @@ std::string FormatSvg(const std::string& title, const std::vector<Trace>& traces
   if (cut) {
     // Said at the top, where it cannot be missed: the picture is not the whole input.
     Text(out, 12.0, 42.0,
-         "Only the first " + std::to_string(panels) + " of " + std::to_string(traces.size()) +
+         "Only the first " + std::to_string(panels) + " of " + std::to_string(total) +
              " traces are plotted; choose others with --spectra, --scans or --rt.",
          "font-family=\"sans-serif\" font-size=\"13\" font-weight=\"bold\" fill=\"#b03a2e\"");
   }

@@ -20,6 +20,9 @@ struct PlotOptions {
   int width = 1200;                    // pixels
   int panelHeight = 420;               // pixels per trace
   std::size_t maxPanels = 12;          // later traces are left out, with a note saying so
+  // How many traces the input held, when only the first ones are handed over (a streaming
+  // caller keeps no more than maxPanels); 0: as many as given.
+  std::size_t totalTraces = 0;
   std::size_t maxPositionLabels = 25;  // the most intense unlabelled peaks get their x written
 };
 

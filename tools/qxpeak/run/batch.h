@@ -1,16 +1,17 @@
-// Searching inputs in bulk: reads each input (mzML or text, told apart by content), runs the
-// detection step on every selected trace with worker threads, and writes each requested
-// output in one step. Several inputs are shared out among the workers; the traces of a single
-// input (every spectrum of a run) are shared out instead. A progress line on standard error
-// keeps a person informed during long runs.
+// Searching inputs in bulk. Each input is streamed: its traces are read and decoded one at a
+// time, searched by worker threads, and written in input order as they come back, with at
+// most a few traces in flight, so memory is bounded by a few spectra rather than by the file.
+// Several inputs share the workers out one input each. One line per input (and one per
+// skipped trace) goes to standard error; a terminal also gets a progress line.
 //
-//   BatchContext context{config, selection, "settings text"};
+//   BatchContext context;  context.config = config;
 //   std::vector<Job> jobs;  std::string error;
-//   if (PlanJobs(options.inputs, {"tsv"}, "", "out", jobs, error))
+//   if (PlanJobs(options.inputs, {"tsv"}, "", "out", {}, jobs, error))
 //     BatchSummary s = RunBatch(jobs, context, 4, std::cerr, /*quiet=*/false);
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -19,8 +20,10 @@
 #include <vector>
 
 #include "qxpkutil/io/MzmlReader.h"
+#include "qxpkutil/io/MzmlWriter.h"
 #include "qxpkutil/io/Trace.h"
-#include "tools/qxpeak/input/load_input.h"
+#include "tools/qxpeak/output/output_files.h"
+#include "tools/qxpeak/output/svg_plot.h"
 #include "tools/qxpeak/run/detection.h"
 
 namespace qxpkutil::qxpeak {
@@ -65,25 +68,70 @@ std::string OutputPath(const std::string& input, const std::string& format,
 // "spectrum 3 (scan=12)": how messages name a trace, with its id made printable.
 std::string TraceName(const Trace& trace);
 
-// Searches `traces` with up to `threads` workers; the result is parallel to `traces`.
-// `traceDone`, when set, is called (from any worker) after each trace.
-std::vector<TracePeaks> SearchTraces(const std::vector<Trace>& traces,
-                                     const DetectionConfig& config, unsigned threads,
-                                     const std::function<void()>& traceDone = {});
+// The outputs of one input, written as its traces arrive in input order: TSV, JSON and dump
+// rows go straight to their files, the plot keeps the first traces it shows, centroided mzML
+// is streamed by the library's writer. Every file goes to a temporary; Finish puts them all
+// in place together, and an OutputSet destroyed before Finish leaves the old files alone.
+class OutputSet {
+ public:
+  OutputSet() = default;
+  ~OutputSet();
+  OutputSet(const OutputSet&) = delete;
+  OutputSet& operator=(const OutputSet&) = delete;
 
-// The text of output `format` ("tsv", "json", "dump", "mzml" or "svg") for `input`, named
-// `name` in the output. Formatting centroided mzML changes the input's document. False with
-// a message when the output cannot be made.
-[[nodiscard]] bool FormatOutput(const std::string& format, const std::string& name,
-                                LoadedInput& input, const std::vector<TracePeaks>& peaks,
-                                const std::string& settingsSummary, std::string& text,
-                                std::string& error);
+  // `outputs` as (format, path); `name` names the input inside the outputs; `withResolution`
+  // adds the resolution column. False with a message when a file cannot be started.
+  [[nodiscard]] bool Open(const std::vector<std::pair<std::string, std::string>>& outputs,
+                          const std::string& name, const std::string& settingsSummary,
+                          bool withResolution, std::string& error);
+  // Every trace the reader returned, in order (for mzML kept whole, the unselected ones
+  // too); `mzml` is the reader of an mzML input (null for text), needed by the first call.
+  [[nodiscard]] bool Add(const Trace& trace, const TracePeaks& found, const MzmlReader* mzml,
+                         std::string& error);
+  [[nodiscard]] bool Finish(std::string& error);
+  bool WantsWholeMzml() const { return !m_mzmlPath.empty(); }
 
-// Runs every job: reads, searches, writes. One line per input goes to `err` (terminal or
-// not): what failed, or (unless `quiet`) what was found and written; one line per trace
-// that was skipped, naming it and why. Unless `quiet`, a progress line is also shown on a
-// terminal for runs over a second. The outputs of one input are written together or not
-// at all. Inputs are independent: one failing stops no other.
+ private:
+  struct Stream {
+    std::string format, path;
+    std::FILE* file = nullptr;
+    bool toStdout = false;
+  };
+  bool Write(Stream& s, const std::string& text, std::string& error);
+
+  OutputGroup m_group;
+  std::vector<Stream> m_streams;  // tsv, json, dump
+  std::string m_name, m_settings;
+  bool m_withResolution = false;
+  std::size_t m_jsonTraces = 0;
+  // The plot: the first traces it shows, and how many there were.
+  std::string m_svgPath;
+  std::vector<Trace> m_plotTraces;
+  std::vector<TracePeaks> m_plotPeaks;
+  std::size_t m_plotTotal = 0;
+  // Centroided mzML.
+  std::string m_mzmlPath;
+  std::unique_ptr<MzmlWriter> m_mzml;
+};
+
+// What one input gave.
+struct InputResult {
+  bool ok = false;
+  std::string error;
+  std::size_t traces = 0, peaks = 0, skipped = 0;
+};
+
+// Reads, searches and writes one input with `workers` detection threads (1: all in the
+// calling thread). `message` gets each line for standard error (notes and skipped traces),
+// `traceDone` is called after each trace is written. Both are called from the calling thread.
+InputResult RunInput(const Job& job, const BatchContext& context, unsigned workers,
+                     const std::function<void(const std::string&)>& message,
+                     const std::function<void()>& traceDone = {});
+
+// Runs every job. One line per input goes to `err`: what failed, or (unless `quiet`) what
+// was found and written; one line per trace that was skipped, naming it and why. Unless
+// `quiet`, a progress line is also shown on a terminal for runs over a second. Inputs are
+// independent: one failing stops no other.
 BatchSummary RunBatch(const std::vector<Job>& jobs, const BatchContext& context, unsigned threads,
                       std::ostream& err, bool quiet);
 
