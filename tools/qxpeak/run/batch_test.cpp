@@ -86,5 +86,39 @@ TEST(Batch, AFailingInputStopsNoOther) {
   EXPECT_FALSE(testing::ReadText(folder + "/scan.peaks.tsv").empty());
 }
 
+// The pipeline writes in input order whatever the number of workers: every format comes out
+// byte for byte as the single-threaded run writes it.
+TEST(Batch, WorkersChangeNothingInTheOutputs) {
+  std::vector<testing::FixtureSpectrum> spectra;
+  for (int k = 0; k < 24; ++k) {
+    spectra.push_back(testing::ThreePeaks(500.0 + k, 20.0, 0.01, 0.03));
+    for (double& y : spectra.back().y) y *= 1.0 + 0.05 * k;
+  }
+  qxpkutil::testing::ScratchDir dir;
+  const std::string run = dir.PathOf("run.mzML");
+  qxpkutil::testing::WriteText(run, testing::MakeMzml(spectra));
+  BatchContext context;
+  std::vector<std::string> texts[2];
+  for (const unsigned workers : {1u, 3u}) {
+    const std::string folder = dir.PathOf("w" + std::to_string(workers));
+    std::vector<Job> jobs;
+    std::string error;
+    ASSERT_TRUE(
+        PlanJobs({run}, {"dump", "json", "mzml", "svg", "tsv"}, "", folder, {}, jobs, error));
+    std::filesystem::create_directories(folder);
+    std::vector<std::string> messages;
+    const InputResult r = RunInput(jobs[0], context, workers,
+                                   [&](const std::string& m) { messages.push_back(m); });
+    ASSERT_TRUE(r.ok) << r.error;
+    EXPECT_EQ(r.traces, 24u);
+    EXPECT_TRUE(messages.empty());
+    for (const auto& output : jobs[0].outputs) {
+      texts[workers == 1 ? 0 : 1].push_back(qxpkutil::testing::ReadText(output.second));
+    }
+  }
+  EXPECT_EQ(texts[0], texts[1]);
+  EXPECT_FALSE(texts[0][4].empty());
+}
+
 }  // namespace
 }  // namespace qxpkutil::qxpeak
