@@ -504,8 +504,8 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
   app.get_formatter()->column_width(30);
   app.set_version_flag("--version", std::string("qxpeak ") + kVersion);
   app.add_option("inputs", options.inputs,
-                 Help("mzML (plain or indexed) or two-column text\n"
-                      "files; - reads standard input",
+                 Help("mzML (plain or indexed) or two-column text, gzipped\n"
+                      "or not; - reads standard input",
                       "qxpeak a.mzML b.txt"))
       ->option_text("FILE...");
 
