@@ -1,5 +1,6 @@
 #include "tools/qxpeak/output/output_files.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -143,6 +144,31 @@ bool WriteOutputsTogether(const std::vector<std::pair<std::string, std::string_v
     return false;
   }
   return true;
+}
+
+std::vector<std::string> TemporaryLookalikes(const std::string& dir) {
+  std::vector<std::string> names;
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.empty() ? "." : dir, ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.starts_with(".qx") && name.ends_with(".tmp")) names.push_back(entry.path().string());
+  }
+  return names;
+}
+
+std::vector<std::size_t> WatchNewTemporaries(const std::string& dir,
+                                             const std::vector<std::string>& before) {
+  std::vector<std::size_t> slots;
+  for (const std::string& path : TemporaryLookalikes(dir)) {
+    if (std::find(before.begin(), before.end(), path) == before.end()) {
+      slots.push_back(Register(path));
+    }
+  }
+  return slots;
+}
+
+void ForgetTemporaries(const std::vector<std::size_t>& watched) {
+  for (const std::size_t slot : watched) Unregister(slot);
 }
 
 void InstallSignalCleanup() {

@@ -10,6 +10,7 @@
 //   if (!WriteOutputsTogether({{"a.tsv", tsv}, {"a.svg", svg}}, error)) { ... }
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -52,6 +53,14 @@ class OutputGroup {
 // a pipe) is written directly. False with one line in `error` naming the file.
 [[nodiscard]] bool WriteOutputsTogether(
     const std::vector<std::pair<std::string, std::string_view>>& outputs, std::string& error);
+
+// For temporaries another writer makes (the library's streamed mzML writes its own beside
+// its target): the names in `dir` that look like one (".qx*.tmp") and are not in `before`,
+// registered for removal on a signal until Forget is called with what this returned.
+std::vector<std::string> TemporaryLookalikes(const std::string& dir);
+std::vector<std::size_t> WatchNewTemporaries(const std::string& dir,
+                                             const std::vector<std::string>& before);
+void ForgetTemporaries(const std::vector<std::size_t>& watched);
 
 // Handlers for SIGINT, SIGTERM and SIGHUP that remove the temporaries in flight and end the
 // process with status 128 + the signal's number.

@@ -153,6 +153,8 @@ bool PlanJobs(const std::vector<std::string>& inputs, const std::vector<std::str
 }
 
 OutputSet::~OutputSet() {
+  m_mzml.reset();  // an unfinished writer removes its own temporary
+  ForgetTemporaries(m_watched);
   for (Stream& s : m_streams) {
     if (s.file != nullptr && !s.toStdout) std::fclose(s.file);
   }
@@ -206,11 +208,15 @@ bool OutputSet::Add(const Trace& trace, const TracePeaks& found, const MzmlReade
       options.software_version = QXPEAK_VERSION;
       options.settings = m_settings;
       options.source_name = m_name;
+      // The writer keeps a temporary of its own beside ours: watched, so a signal removes it.
+      const std::string dir = std::filesystem::path(m_mzmlPath).parent_path().string();
+      const std::vector<std::string> before = TemporaryLookalikes(dir);
       const bool opened = mzml != nullptr
                               ? m_mzml->Open(m_mzmlPath, *mzml, options, error)
                               : m_mzml->Open(m_mzmlPath, trace.kind == Trace::Kind::kSpectrum,
                                              trace.kind == Trace::Kind::kChromatogram, options,
                                              error);
+      m_watched = WatchNewTemporaries(dir, before);
       if (!opened) return false;
     }
     if (!m_mzml->Add(trace, found.peaks, error)) return false;
@@ -255,7 +261,10 @@ bool OutputSet::Finish(std::string& error) {
       error = m_name + ": no trace to write as centroided mzML";
       return false;
     }
-    if (!m_mzml->Finish(error)) return false;
+    const bool finished = m_mzml->Finish(error);
+    ForgetTemporaries(m_watched);
+    m_watched.clear();
+    if (!finished) return false;
   }
   if (!m_svgPath.empty()) {
     PlotOptions plot;

@@ -112,6 +112,7 @@ class OutputSet {
   // Centroided mzML.
   std::string m_mzmlPath;
   std::unique_ptr<MzmlWriter> m_mzml;
+  std::vector<std::size_t> m_watched;  // the writer's own temporary, for signal cleanup
 };
 
 // What one input gave.
