@@ -380,7 +380,7 @@ TraceSet Chromatogram(Random& random) {
                "S/N 3-1000",
                {}};
   const double length = 1200.0;
-  for (int i = 0; i < 6; ++i) {
+  for (int i = 0; i < 12; ++i) {
     Model model;
     model.white = [](double) { return 5.0; };
     model.gain = 0.5;
@@ -411,7 +411,7 @@ TraceSet Srm(Random& random) {
                "SRM chromatograms of 175 points with 3-5 peaks at least 1.2 FWHM apart (FWHM "
                "2.5-5 s, 0.3-0.6 s sampling), small baseline, white noise, S/N 3-300",
                {}};
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 80; ++i) {
     const double step = random.Uniform(0.3, 0.6);
     const double length = 174.0 * step;
     Model model;
@@ -442,7 +442,8 @@ void Threshold(Trace& t, const std::function<double(double)>& threshold, bool ze
   for (std::size_t i = 0; i < n; ++i) keep[i] = t.y[i] > threshold(t.x[i]);
   std::vector<double> x, y;
   for (std::size_t i = 0; i < n; ++i) {
-    const bool edge = zeroFill && !keep[i] && ((i > 0 && keep[i - 1]) || (i + 1 < n && keep[i + 1]));
+    const bool edge =
+        zeroFill && !keep[i] && ((i > 0 && keep[i - 1]) || (i + 1 < n && keep[i + 1]));
     if (keep[i] || edge) {
       x.push_back(t.x[i]);
       y.push_back(keep[i] ? t.y[i] : 0.0);

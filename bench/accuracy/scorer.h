@@ -26,6 +26,8 @@ struct Detection {
   double area = kUnknown;
   double height = kUnknown;
   double snr = kUnknown;
+  double left = kUnknown;   // integration bounds
+  double right = kUnknown;
   int charge = 0;
 };
 
@@ -68,6 +70,8 @@ struct SetScore {
   std::vector<double> areaErrors;      // |area found / area true - 1|, where found says
   std::vector<double> heightErrors;    // |height found / height true - 1|, where found says
   std::int64_t chargeScored = 0, chargeRight = 0;
+  // Hits whose bounds are known, and those whose bounds also hold another required peak.
+  std::int64_t boundsKnown = 0, boundsOverTwo = 0;
 };
 
 double Median(std::vector<double> values);  // NaN for none

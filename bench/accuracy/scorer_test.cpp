@@ -57,6 +57,18 @@ TEST(SetScore, OptionalPeaksAreNeitherHitsMissesNorFalsePositives) {
   EXPECT_EQ(s.bandHits[0], 0);
 }
 
+TEST(SetScore, CountsBoundsThatHoldAnotherRequiredPeak) {
+  std::vector<TruthPeak> truth{At(10.0), At(12.0), At(14.0)};
+  truth[2].optional = true;
+  std::vector<Detection> found{Found(10.0), Found(12.0)};
+  found[0].left = 9.0, found[0].right = 13.0;   // holds the required peak at 12
+  found[1].left = 11.5, found[1].right = 15.0;  // holds only the optional one at 14
+  SetScore s;
+  s.Add(truth, found, MatchPeaks(truth, found));
+  EXPECT_EQ(s.boundsKnown, 2);
+  EXPECT_EQ(s.boundsOverTwo, 1);
+}
+
 TEST(FlagTruth, PeaksWithinOneFwhmAreUnresolvedUnlessTheNeighbourIsTiny) {
   struct Case {
     double gap, neighbourHeight;

@@ -175,6 +175,8 @@ bool ReadFound(const std::string& path, std::vector<Detection>& found, std::stri
       return false;
     }
     d.area = cell(row, "area");
+    d.left = cell(row, "left_x");
+    d.right = cell(row, "right_x");
     d.height = cell(row, "height");
     d.snr = columns.count("snr") ? cell(row, "snr") : cell(row, "signal_to_noise");
     const double charge = cell(row, "charge");

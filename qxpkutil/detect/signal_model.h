@@ -39,6 +39,10 @@ class SignalModel {
 
   std::vector<Region> regions;
   std::vector<std::uint8_t> missing;  // 1 for a zero-filled point that carries no signal
+  // Most of the sampling grid is absent (zeros or x gaps): the instrument stored only the
+  // points above a threshold. The baseline is then 0 and the noise comes from how often
+  // the noise alone crosses the threshold.
+  bool thresholded = false;
   double fwhm_ref = 0.0;
   double x_ref = 1.0;
   double exponent = 0.0;
@@ -54,6 +58,9 @@ class SignalModel {
 // peaks found so far), so that dense peaks do not lift the baseline.
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model);
+
+// How FWHM grows with x under a law: FWHM ~ x^exponent (kAuto and kConstant: 0).
+double WidthExponent(WidthLaw law);
 
 // Learns the model of a validated, non-empty trace. The width comes from the options when
 // they give one, else from the cleanest strong peaks of the data.
