@@ -268,18 +268,28 @@ TEST(MzmlWriter, OutputPassesFileInfoValidation) {
       {"chromatograms in minutes", MakeMzml({}, {minutes, xic}), packed},
   };
   qxpkutil::testing::ScratchDir dir;
-  for (const Case& c : cases) {
-    const std::string in = dir.PathOf("in.mzML"), out = dir.PathOf("out.mzML");
-    qxpkutil::testing::WriteText(in, c.input);
-    ASSERT_TRUE(Copy(c.input, out, {}, c.options)) << c.name;
+  const auto validate = [&](const std::string& name, const std::string& path) {
     const std::string log = dir.PathOf("fileinfo.log");
     const int status =
-        std::system(("FileInfo -v -in '" + out + "' > '" + log + "' 2>&1").c_str());
+        std::system(("FileInfo -v -in '" + path + "' > '" + log + "' 2>&1").c_str());
     const std::string report = qxpkutil::testing::ReadText(log);
-    EXPECT_EQ(status, 0) << c.name << "\n" << report;
+    EXPECT_EQ(status, 0) << name << "\n" << report;
     EXPECT_NE(report.find("the file is semantically valid"), std::string::npos)
-        << c.name << "\n" << report;
+        << name << "\n" << report;
+  };
+  for (const Case& c : cases) {
+    ASSERT_TRUE(Copy(c.input, dir.PathOf("out.mzML"), {}, c.options)) << c.name;
+    validate(c.name, dir.PathOf("out.mzML"));
   }
+  // A document built around a trace from text.
+  Trace text;
+  text.id = "not a native id";
+  MzmlWriter writer;
+  std::string error;
+  ASSERT_TRUE(writer.Open(dir.PathOf("built.mzML"), 1, 0, {}, error)) << error;
+  ASSERT_TRUE(writer.Add(text, PeaksAt({400.0, 401.0}, {5.0, 6.0}), error)) << error;
+  ASSERT_TRUE(writer.Finish(error)) << error;
+  validate("built from text", dir.PathOf("built.mzML"));
 }
 
 }  // namespace

@@ -4,7 +4,15 @@
 #include <cstdint>
 #include <cstdio>
 
+#ifdef CONSUMER_IO
+bool ConsumerReadsText();
+#endif
+
 int main() {
+#ifdef CONSUMER_IO
+  if (!ConsumerReadsText()) return 1;
+  std::printf("io component: text read\n");
+#endif
   qxpkutil::QXPeakTable table;
   table.AddPeak(qxpkutil::QXPeakTableElement(500.0, 100.0, 10));
   table.AddPeak(qxpkutil::QXPeakTableElement(400.0, 300.0, 5));
