@@ -11,6 +11,8 @@
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
   InstallSignalCleanup();
+  // Subcommands with a command line of their own are dispatched here, before the search's
+  // options are parsed (the browser view's `qxpeak view` goes on this line).
   try {
     Options options;
     if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {

@@ -404,6 +404,10 @@ std::string CheckCombination(Options& o) {
   if (o.command == Options::Command::kSettings) {
     if (!o.autoFile.empty()) o.inputs.insert(o.inputs.begin(), o.autoFile);
     if (o.inputs.size() > 1) return "'qxpeak settings' takes one file to choose segments for";
+    if (o.inputs.empty() && o.automatic.Any()) {
+      return "'qxpeak settings' with automatic options needs the FILE to choose segments for "
+             "(qxpeak settings FILE --snr 5)";
+    }
     if (classic && !o.inputs.empty()) {
       return "'qxpeak settings FILE' prints the automatic mode's segments for FILE; classic "
              "options do not apply there";

@@ -123,6 +123,7 @@ TEST(Options, MistakesGiveOneLineAndStatusTwo) {
       {"a", "-o", "x", "-d", "y"},
       {"settings", "a.mzML", "b.mzML"},
       {"settings", "--abs-threshold", "nan"},
+      {"settings", "--snr", "5"},
       {"a", "--abs-threshold", "inf"},
       {"a", "--threshold", "+-3"},
       {"a", "--snr", "nan"},
