@@ -6,7 +6,6 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <numeric>
 #include <string_view>
 #include <unordered_map>
 #include <utility>

@@ -1,9 +1,15 @@
 // Reading a one-million-point profile spectrum from mzML (64-bit, plain and zlib) and from
-// text, and reading plus searching it with the library's default detection.
+// text, and reading plus searching it with the library's default detection; and streaming a
+// 200-spectrum run of about 210 MB, whose peak memory (peak_rss_MiB, the process's highest
+// resident size so far; this benchmark runs first) should stay near a few spectra, far
+// below 64 MiB.
 #include "qxpkutil/io/MzmlReader.h"
 
+#include <fstream>
 #include <string>
 #include <vector>
+
+#include <sys/resource.h>
 
 #include <benchmark/benchmark.h>
 
@@ -16,6 +22,49 @@ namespace qxpkutil {
 namespace {
 
 constexpr std::size_t kPoints = 1000000;
+
+// A run of 200 spectra x 50,000 points (64-bit, uncompressed) written to a temporary file
+// element by element, so that building it never holds the whole run in memory.
+std::string RunOnDisk() {
+  static const std::string path = [] {
+    const auto s = qxpkutil::testing::MakeSignal(50000, 400.0, 0.02, {{700.0, 5000.0, 0.05}},
+                                                 {.baseline = 20.0, .noiseSigma = 2.0});
+    testing::FixtureSpectrum f;
+    f.x = s.x;
+    f.y = s.y;
+    const std::string one = testing::MakeMzml({f});
+    const std::size_t begin = one.find("<spectrum "), end = one.find("</spectrumList>");
+    const std::string head = one.substr(0, begin), element = one.substr(begin, end - begin);
+    const std::string file = testing::WriteTempFile("run200.mzML", "");
+    std::ofstream out(file, std::ios::binary);
+    out << head;
+    for (int i = 0; i < 200; ++i) {
+      std::string e = element;
+      e.replace(e.find("scan=1"), 6, "scan=" + std::to_string(i + 1));
+      out << e;
+    }
+    out << one.substr(end);
+    return file;
+  }();
+  return path;
+}
+
+void BM_StreamRun(benchmark::State& state) {
+  const std::string path = RunOnDisk();
+  std::size_t traces = 0;
+  for (auto _ : state) {
+    MzmlReader reader;
+    std::string error;
+    if (!reader.Open(path, {}, error)) state.SkipWithError(error.c_str());
+    traces = 0;
+    for (Trace t; reader.Next(t);) traces += t.problem.empty() ? 1 : 0;
+  }
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  state.counters["traces"] = static_cast<double>(traces);
+  state.counters["peak_rss_MiB"] = static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+BENCHMARK(BM_StreamRun)->Unit(benchmark::kMillisecond)->Iterations(2);
 
 // A peak every 2 m/z over 400 to 1400, on a noisy baseline.
 testing::FixtureSpectrum MillionPoints(bool zlib) {

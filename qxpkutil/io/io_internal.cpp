@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cmath>
 #include <charconv>
-#include <climits>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <numeric>
