@@ -19,5 +19,8 @@ echo "Load before: $(cut -d' ' -f1-3 /proc/loadavg) on $(nproc) cores; $(date -u
 "$bench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
   --benchmark_format=json >"$work/library.json"
 "$bench" --write-spectrum="$work/spectrum.bin"
-python3 "$here/peers.py" "$work" "$build/tools/qxpeak/qxpeak" "$work/library.json"
+# Debian's interpreter, where python3-scipy installs, even when another python3 comes first.
+py=/usr/bin/python3
+[[ -x $py ]] || py=python3
+"$py" "$here/peers.py" "$work" "$build/tools/qxpeak/qxpeak" "$work/library.json"
 echo "Load after: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -110,7 +110,7 @@ void FinishPeaks(std::span<const double> x, std::span<const double> y,
   }
   MatchLabels(options, table, true);
   for (std::size_t i = 0; i < peaks.size(); ++i) {
-    const QXPeakTableElement& e = *table.GetPeak(static_cast<long>(i));
+    const QXPeakTableElement& e = *table.GetPeak(static_cast<std::int32_t>(i));
     peaks[i].label = e.m_strLabel;
     if (e.m_dwFlags & kQXPeakLabelled) peaks[i].marks |= kQXPeakLabelled;
   }

@@ -231,7 +231,7 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tole
 }
 
 void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
-  for (long k = 0; k < table.GetNumPeaks(); ++k) {
+  for (std::int32_t k = 0; k < table.GetNumPeaks(); ++k) {
     seeds.push_back(static_cast<std::int32_t>(table.GetPeak(k)->m_nApexIndex));
   }
 }

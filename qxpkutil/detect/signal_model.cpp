@@ -161,8 +161,10 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   // read before the tables below are reset).
   const double halfWidth =
       m.fwhm_ref > 0.0 ? 0.5 * m.PointsPerFwhm(n / 2, x[static_cast<std::size_t>(n / 2)]) : 1.0;
-  std::vector<std::int32_t> lags{1};
-  while (lags.size() < 6 && 2.0 * lags.back() <= halfWidth) lags.push_back(2 * lags.back());
+  std::vector<std::int32_t> lags{m.noise_lag > 0 ? m.noise_lag : 1};
+  while (m.noise_lag == 0 && lags.size() < 6 && 2.0 * lags.back() <= halfWidth) {
+    lags.push_back(2 * lags.back());
+  }
   m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
@@ -227,6 +229,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     chosen = k + 1;
   }
   if (!m.thresholded) m.noise_ = noiseAtLag[chosen];
+  if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
   double largest = 0.0;
   for (double v : y) largest = std::max(largest, std::fabs(v));
   FillAndSmooth(m.baseline_, 0.0);
@@ -398,7 +401,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const auto n = static_cast<std::int32_t>(x.size());
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
-  m.block = std::clamp<std::int32_t>(n / 8, 16, 1024);
+  m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
   EstimateLevels(x, y, m);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.

@@ -48,6 +48,7 @@ class SignalModel {
   double exponent = 0.0;
   WidthLaw law = WidthLaw::kConstant;
   std::int32_t block = 1;  // points per block
+  std::int32_t noise_lag = 0;  // lag of the second differences that measure the noise; 0: not chosen
   std::vector<double> baseline_, noise_, spacing_, ppf_;
 
  private:

@@ -143,7 +143,8 @@ std::int32_t QXPeakTable::GetPeakNearest(double x, int bCentroid) {
   return below <= above ? lo : lo + 1;
 }
 
-bool QXPeakTable::FindRangeIndices(double& x1, double& x2, int bCentroid, std::int32_t& lo, std::int32_t& hi) {
+bool QXPeakTable::FindRangeIndices(double& x1, double& x2, int bCentroid, std::int32_t& lo,
+                                   std::int32_t& hi) {
   if (m_arrPeaks.empty() || x2 == kQXUnsetValue) return false;
   if (x1 > x2) std::swap(x1, x2);
   lo = GetPeakNearest(x1, bCentroid);

@@ -181,8 +181,9 @@ class QXPeakTable : public QXObject {
   // success (the sort method is then -1); -3 when no point of the range reaches dThreshold;
   // -1 for null arrays, more than 2^31 - 1 points or a dDivisor that is negative, NaN or
   // infinite. On failure the table is unchanged.
-  std::int32_t CentroidFindPeaks(const double* x, const double* y, std::uint32_t n, double dRangeStart,
-                         double dRangeEnd, double dThreshold, double dDivisor, double dPctCentroid);
+  std::int32_t CentroidFindPeaks(const double* x, const double* y, std::uint32_t n,
+                                 double dRangeStart, double dRangeEnd, double dThreshold,
+                                 double dDivisor, double dPctCentroid);
   // Plain form (bPlainMax != 0): the highest point of from..to, the first of equals, NaN
   // never chosen; returns 1, index = from when from > to. Threshold form: the first local
   // top at or after the first point >= dThreshold; 0 with index -1 when there is none.
@@ -195,10 +196,10 @@ class QXPeakTable : public QXObject {
   // the trapezoid area over x above the line through the bound points, never negative.
   // 1 on success; 0 with outputs untouched when the bounds are not inside the arrays, the
   // apex does not rise above both bounds, or the centroid cannot be measured between them.
-  std::int32_t ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct, std::int32_t left,
-                       std::int32_t right, double& centroidX, double& area, double& centroidLeftX,
-                       double& centroidLeftY, double& centroidRightX,
-                       double& centroidRightY) const;
+  std::int32_t ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct,
+                               std::int32_t left, std::int32_t right, double& centroidX,
+                               double& area, double& centroidLeftX, double& centroidLeftY,
+                               double& centroidRightX, double& centroidRightY) const;
 
   // ---- Centroid-spectrum path: helpers of its own ----
   // Marks the table as sorted by apex x (method 0), sorting it first when it is not.

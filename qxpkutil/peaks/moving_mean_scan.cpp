@@ -153,9 +153,11 @@ class MovingMeanScan {
   MovingMeanScan(const XValue* x, const YValue* y, std::uint32_t n, const ScanSettings& s)
       : m_x(x), m_y(y), m_n(n), m_s(s) {}
 
-  // Hands every accepted peak of first..last to `accept(apex, left, right, area)`.
-  template <class Accept>
-  void Run(std::int64_t first, std::int64_t last, Accept&& accept);
+  // Hands every accepted peak of first..last to `accept(apex, left, right, area)`. A
+  // candidate that passes the width and height tests is integrated only when
+  // `worth(left, right)` says its area can still matter.
+  template <class Worth, class Accept>
+  void Run(std::int64_t first, std::int64_t last, Worth&& worth, Accept&& accept);
 
  private:
   double Y(std::int64_t i) const { return static_cast<double>(m_y[i]); }
@@ -266,8 +268,9 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
 }
 
 template <class XValue, class YValue>
-template <class Accept>
-void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, Accept&& accept) {
+template <class Worth, class Accept>
+void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, Worth&& worth,
+                                         Accept&& accept) {
   const std::int64_t width = m_s.filterWidth;
   const std::int64_t inc = m_s.filterInc;
   // Every window mean the scan and its bound finder read starts in first .. last - width.
@@ -290,7 +293,34 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
   std::int64_t lastResume = -1;
   double lastResumeMean = 0.0;
 
+  // Outside a rise, a step only moves the valley until a window rises above the threshold.
+  // Most steps of a spectrum are such steps, and whether a noisy mean goes up or down is a
+  // coin toss, so they run in a loop of their own without a branch on it.
+  const bool fastFlat = m_means != nullptr && (m_s.filterType == 0 || m_s.filterType == 1);
+  const std::int64_t fastStop = fastFlat ? std::min(last - width, m_meansHi - 1) : -1;
+  const double threshold = m_s.threshold;
   for (std::int64_t i = first; i <= last; i += inc) {
+    if (!rising && i <= fastStop && i >= m_meansLo) {
+      const double* means = m_means - m_meansLo;
+      bool rose = false;
+      for (; i <= fastStop; i += inc) {
+        const double m = means[i];
+        const bool up = !(m <= prevMean);
+        valley = up ? valley : i;
+        prevMean = m;
+        if (up & ((threshold <= Y(i + width / 2)) | (threshold <= m))) {
+          rose = true;
+          break;
+        }
+      }
+      mean = prevMean;
+      if (rose) {
+        rising = true;
+        riseStart = i;
+        continue;
+      }
+      if (i > last) break;
+    }
     const std::int64_t w = i + width;
     if (w > last) {
       if (rising) mean = prevMean - 1.0;  // forces the open rise to close
@@ -316,7 +346,7 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
         // The cheap tests first: most candidates fail one, and then need no area.
         const std::int64_t peakWidth = right - left - 1;
         if (right > apex && peakWidth >= width / 2 && peakWidth <= m_s.maxPeakWidth &&
-            Y(apex) >= m_s.threshold) {
+            Y(apex) >= m_s.threshold && worth(left, right)) {
           const double area =
               QXDataExpUtils::IntegrateSummedRegion(m_x, m_y, static_cast<std::int32_t>(left),
                                                     static_cast<std::int32_t>(right),
@@ -350,6 +380,8 @@ bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const Sc
          n <= static_cast<std::uint32_t>(INT32_MAX);
 }
 
+constexpr auto kAlwaysWorth = [](std::int64_t, std::int64_t) { return true; };
+
 // Appends each accepted peak to a table, with its apex, bounds and area and nothing else.
 template <class XValue, class YValue>
 auto TableAppender(QXPeakTable& table, const XValue* x, const YValue* y) {
@@ -360,6 +392,45 @@ auto TableAppender(QXPeakTable& table, const XValue* x, const YValue* y) {
                   static_cast<double>(x[right]), at(right), static_cast<std::uint32_t>(right),
                   0.0, area, 0.0, 0.0, 0.0, 0.0, 0);
   };
+}
+
+// True when IntegrateSummedRegion(x, y, left, right, method) * scale is certainly below
+// `limit`, judged from a plain double sum of the intensities, several times cheaper than
+// the integral's extended-precision sums. It holds only where the integral cannot exceed
+// that sum: intensities not negative and a baseline that stays at or above zero, as the
+// line between two non-negative bounds does (its rounding kept far inside the margin).
+// The margins cover every rounding of both sums many times over; anything less certain
+// answers false, and the caller integrates.
+bool AreaStaysBelow(const double* x, const double* y, std::int64_t left, std::int64_t right,
+                    int method, double scale, double limit) {
+  if (!(scale > 0.0) || left > right) return false;
+  const double yl = y[left];
+  const double yr = y[right];
+  if (method == 1 && x[left] != x[right]) {
+    const double reach = std::fabs(yl - yr) / std::fabs(x[left] - x[right]) *
+                             std::max(std::fabs(x[left]), std::fabs(x[right])) +
+                         std::fabs(yl) + std::fabs(yr);
+    if (!(std::min(yl, yr) > 1e-12 * reach)) return false;
+  }
+  double sum[4] = {0.0, 0.0, 0.0, 0.0};
+  double lowest[4] = {yl, yl, yl, yl};
+  std::int64_t i = left;
+  for (; i + 4 <= right + 1; i += 4) {
+    for (int k = 0; k < 4; ++k) {
+      sum[k] += y[i + k];
+      lowest[k] = y[i + k] < lowest[k] ? y[i + k] : lowest[k];
+    }
+  }
+  for (; i <= right; ++i) {
+    sum[0] += y[i];
+    lowest[0] = y[i] < lowest[0] ? y[i] : lowest[0];
+  }
+  const double low = std::min(std::min(lowest[0], lowest[1]), std::min(lowest[2], lowest[3]));
+  if (!(low >= 0.0)) return false;
+  const auto points = static_cast<double>(right - left + 1);
+  const double bound =
+      ((sum[0] + sum[1]) + (sum[2] + sum[3])) * (1.0 + 1e-12 + points * 1e-15) * scale;
+  return bound * (1.0 + 1e-12) < limit;
 }
 
 // The range rule of the double family: both ends 0 for the whole array, an end of 0 for the
@@ -392,8 +463,14 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(
                               nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
                               nIntegrationMethod};
   if (ScanCanRun(first, last, n, settings)) {
+    // Once a peak is in, only a candidate whose area could beat the largest matters.
+    const auto worth = [&](std::int64_t left, std::int64_t right) {
+      return summary.found == 0 ||
+             !AreaStaysBelow(x, y, left, right, nIntegrationMethod, dAreaScale,
+                             summary.largestArea);
+    };
     MovingMeanScan<double, double>(x, y, n, settings)
-        .Run(first, last, [&summary](std::int64_t, std::int64_t, std::int64_t, double area) {
+        .Run(first, last, worth, [&summary](std::int64_t, std::int64_t, std::int64_t, double area) {
           ++summary.found;
           // In table order from 0.0, as a search of the stored table would take it.
           summary.largestArea = std::max(summary.largestArea, area);
@@ -402,22 +479,24 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(
   return summary;
 }
 
-std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
-                            double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
-                            double dMinArea, int /*nReserved*/, int nMaxPeakWidth,
-                            double dNoiseThreshold, double dCentroidPct, int nIntegrationMethod,
-                            int bMassProcessing, int nMaxCharge, int nMaxIsotopes,
-                            double dMinRatio, double dMaxRatio, int bFinish, double dStartX,
-                            double dEndX, int bGaussFit) {
+std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n,
+                                    double dAreaScale, double dThreshold, int nFilterType,
+                                    int nFilterWidth, int nFilterInc, double dMinArea,
+                                    int /*nReserved*/, int nMaxPeakWidth, double dNoiseThreshold,
+                                    double dCentroidPct, int nIntegrationMethod,
+                                    int bMassProcessing, int nMaxCharge, int nMaxIsotopes,
+                                    double dMinRatio, double dMaxRatio, int bFinish, double dStartX,
+                                    double dEndX, int bGaussFit) {
   if (x == nullptr || y == nullptr || n == 0) return -1;
   std::int64_t first = 0;
   std::int64_t last = 0;
   ScanRange(x, n, dStartX, dEndX, first, last);
-  const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
-                              nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
-                              nIntegrationMethod};
+  const ScanSettings settings{dAreaScale,    dThreshold,      nFilterType,
+                              nFilterWidth,  nFilterInc,      dMinArea,
+                              nMaxPeakWidth, dNoiseThreshold, nIntegrationMethod};
   if (ScanCanRun(first, last, n, settings)) {
-    MovingMeanScan<double, double>(x, y, n, settings).Run(first, last, TableAppender(*this, x, y));
+    MovingMeanScan<double, double>(x, y, n, settings)
+        .Run(first, last, kAlwaysWorth, TableAppender(*this, x, y));
   }
   m_nSortMethod = 0;  // peaks were appended in increasing x
 
@@ -442,7 +521,8 @@ std::int32_t QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std:
                               nIntegrationMethod};
   const std::int64_t last = static_cast<std::int64_t>(n) - 1;
   if (ScanCanRun(0, last, n, settings)) {
-    MovingMeanScan<float, std::uint32_t>(x, y, n, settings).Run(0, last, TableAppender(*this, x, y));
+    MovingMeanScan<float, std::uint32_t>(x, y, n, settings)
+        .Run(0, last, kAlwaysWorth, TableAppender(*this, x, y));
   }
   m_nSortMethod = 0;
   // This family always centroids, and never runs mass processing or Gaussian fits.

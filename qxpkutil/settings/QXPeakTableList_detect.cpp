@@ -31,8 +31,16 @@ constexpr int kTrialRetryMaxPeakWidth = 10000;
 // The base-peak trial search only looks at peaks reaching this fraction of its height.
 constexpr double kBasePeakHeightFraction = 0.8;
 
+// x - x is 0 for a finite x and NaN otherwise, so a sum of such differences is 0 exactly
+// when every value is finite: a test without a branch per value.
 bool AllFinite(const double* v, std::uint32_t n) {
-  return std::all_of(v, v + n, [](double d) { return std::isfinite(d); });
+  double sum[4] = {0.0, 0.0, 0.0, 0.0};
+  std::uint32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    for (int k = 0; k < 4; ++k) sum[k] += v[i + k] - v[i + k];
+  }
+  for (; i < n; ++i) sum[0] += v[i] - v[i];
+  return (sum[0] + sum[1]) + (sum[2] + sum[3]) == 0.0;
 }
 
 // The lowest of n >= 1 values, or nothing when one is not finite: one pass that keeps four
@@ -40,20 +48,19 @@ bool AllFinite(const double* v, std::uint32_t n) {
 // does not matter to the callers, which compare it with 0.0.
 std::optional<double> LowestIfFinite(const double* v, std::uint32_t n) {
   double lo[4] = {v[0], v[0], v[0], v[0]};
-  bool finite = true;
+  double check[4] = {0.0, 0.0, 0.0, 0.0};  // as in AllFinite
   std::uint32_t i = 0;
   for (; i + 4 <= n; i += 4) {
-    for (int k = 0; k < 4; ++k) lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
-    // x - x is 0 for finite x and NaN otherwise, so the sum is 0 only when all four are.
-    finite &= (v[i] - v[i]) + (v[i + 1] - v[i + 1]) + (v[i + 2] - v[i + 2]) +
-                  (v[i + 3] - v[i + 3]) ==
-              0.0;
+    for (int k = 0; k < 4; ++k) {
+      lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
+      check[k] += v[i + k] - v[i + k];
+    }
   }
   for (; i < n; ++i) {
     lo[0] = v[i] < lo[0] ? v[i] : lo[0];
-    finite &= std::isfinite(v[i]);
+    check[0] += v[i] - v[i];
   }
-  if (!finite || !std::isfinite(lo[0])) return std::nullopt;
+  if (!((check[0] + check[1]) + (check[2] + check[3]) == 0.0)) return std::nullopt;
   return std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3]));
 }
 

@@ -13,6 +13,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "qxpkutil/fitting/QXNonLinFit.h"
@@ -212,10 +213,10 @@ class ReferenceTable : public QXPeakTable {
       first = QXDataExpUtils::FindNearestIndex(x, n, startX);
       if (endX != 0.0) last = QXDataExpUtils::FindNearestIndex(x, n, endX);
     }
-    const ScanSettings s{areaScale, threshold,      filterType,       filterWidth,
-                         filterInc, minArea,        maxPeakWidth,     noiseThreshold,
-                         integrationMethod};
-    if (ScanCanRun(first, last, n, s)) ReferenceScan<double, double>(x, y, n, s).Run(*this, first, last);
+    const ScanSettings s{areaScale, threshold,    filterType,     filterWidth,      filterInc,
+                         minArea,   maxPeakWidth, noiseThreshold, integrationMethod};
+    if (ScanCanRun(first, last, n, s))
+      ReferenceScan<double, double>(x, y, n, s).Run(*this, first, last);
     m_nSortMethod = 0;
     if (finish) {
       if (massProcessing) {
@@ -232,11 +233,11 @@ class ReferenceTable : public QXPeakTable {
                     double minArea, int maxPeakWidth, double noiseThreshold, double centroidPct,
                     int integrationMethod) {
     if (x == nullptr || y == nullptr || n == 0) return -1;
-    const ScanSettings s{areaScale, threshold,      filterType,       filterWidth,
-                         filterInc, minArea,        maxPeakWidth,     noiseThreshold,
-                         integrationMethod};
+    const ScanSettings s{areaScale, threshold,    filterType,     filterWidth,      filterInc,
+                         minArea,   maxPeakWidth, noiseThreshold, integrationMethod};
     const std::int64_t last = static_cast<std::int64_t>(n) - 1;
-    if (ScanCanRun(0, last, n, s)) ReferenceScan<float, std::uint32_t>(x, y, n, s).Run(*this, 0, last);
+    if (ScanCanRun(0, last, n, s))
+      ReferenceScan<float, std::uint32_t>(x, y, n, s).Run(*this, 0, last);
     m_nSortMethod = 0;
     if (centroidPct >= 0.0) CentroidPeaks(x, y, n, centroidPct);
     return GetNumPeaks();
@@ -316,8 +317,9 @@ void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, dou
 
 bool Same(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
-// Empty when the tables agree bit for bit, else what differs first.
-std::string Difference(const QXPeakTable& a, const QXPeakTable& b) {
+// Empty when the tables agree bit for bit, else what differs first. The filtered-iteration
+// cursors must agree too (read by moving them: the next peak they give).
+std::string Difference(QXPeakTable& a, QXPeakTable& b) {
   if (a.GetNumPeaks() != b.GetNumPeaks()) {
     return "peak counts " + std::to_string(a.GetNumPeaks()) + " and " +
            std::to_string(b.GetNumPeaks());
@@ -344,6 +346,12 @@ std::string Difference(const QXPeakTable& a, const QXPeakTable& b) {
                 p.m_strLabel == q.m_strLabel;
     if (!same) return "peak " + std::to_string(i) + " at apex " + std::to_string(p.m_nApexIndex);
   }
+  const QXPeakTableElement* nextA = a.GetNextFilteredPeak(kQXFilterAll, nullptr);
+  const QXPeakTableElement* nextB = b.GetNextFilteredPeak(kQXFilterAll, nullptr);
+  if ((nextA == nullptr) != (nextB == nullptr) ||
+      (nextA != nullptr && nextA->m_nApexIndex != nextB->m_nApexIndex)) {
+    return "cursors differ";
+  }
   return {};
 }
 
@@ -365,9 +373,10 @@ testing::Signal RandomSignal(std::mt19937& rng) {
     const double sigma = kind == 2 ? centre / 40000.0 : real(0.5, 6.0) * dx;
     peaks.push_back({centre, real(20.0, 5000.0), sigma});
   }
-  testing::Signal s = testing::MakeSignal(
-      n, x0, dx, peaks,
-      {.baseline = real(0.0, 50.0), .noiseSigma = real(0.0, 10.0), .seed = static_cast<unsigned>(rng())});
+  testing::Signal s = testing::MakeSignal(n, x0, dx, peaks,
+                                          {.baseline = real(0.0, 50.0),
+                                           .noiseSigma = real(0.0, 10.0),
+                                           .seed = static_cast<unsigned>(rng())});
   if (kind == 1) {
     for (double& v : s.y) v = std::round(std::max(v, 0.0));
   }
@@ -477,6 +486,50 @@ TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
       ASSERT_TRUE(Same(after.GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
     }
   }
+}
+
+// Two threads search different signals with different large windows (the per-thread kernel
+// cache) at once, each through the driver and its shared window means: each gets the table
+// a lone search gives.
+TEST(ClassicDetection, ThreadsKeepTheirOwnMeansAndKernels) {
+  std::mt19937 rng(99);
+  struct Job {
+    testing::Signal signal;
+    QXPeakTableList list;
+    std::unique_ptr<QXPeakTable> alone;
+    std::string difference;
+  };
+  Job jobs[2];
+  for (int k = 0; k < 2; ++k) {
+    Job& job = jobs[k];
+    job.signal = testing::MakeSignal(6000, 0.0, 0.05, {{60.0, 900.0, 2.0}, {200.0, 500.0, 3.0}},
+                                     {.baseline = 10.0, .noiseSigma = 3.0, .seed = 5u + k});
+    QXPeakDetectSetting s(0.0, 0.0, 1.0, 0.0, 0, 230 + 20 * k, 1, 0.0, 1.0, 1, 3000, 0, 0.0, 1,
+                          50.0, 4, 6, 0.05, 2.0);
+    job.list.AddDetectionSetting(-1);
+    job.list.SetDetectionSetting(0, s);
+    job.list.SetMassProcessing(1);
+    job.list.AddPeakTableToList();
+    const auto n = static_cast<std::uint32_t>(job.signal.x.size());
+    job.list.FindPeaks(job.signal.x.data(), job.signal.y.data(), n, 1000.0, 1.0, 0);
+    job.alone = std::make_unique<QXPeakTable>(*job.list.GetPeakTableFromList(0));
+    ASSERT_GT(job.alone->GetNumPeaks(), 0);
+  }
+  const auto work = [](Job& job) {
+    const auto n = static_cast<std::uint32_t>(job.signal.x.size());
+    for (int round = 0; round < 10 && job.difference.empty(); ++round) {
+      job.list.FindPeaks(job.signal.x.data(), job.signal.y.data(), n, 1000.0, 1.0, 0);
+      // Copies start their cursors afresh, so only the peaks are compared here.
+      QXPeakTable got(*job.list.GetPeakTableFromList(0));
+      QXPeakTable want(*job.alone);
+      job.difference = Difference(got, want);
+    }
+  };
+  std::thread other(work, std::ref(jobs[1]));
+  work(jobs[0]);
+  other.join();
+  EXPECT_EQ(jobs[0].difference, "");
+  EXPECT_EQ(jobs[1].difference, "");
 }
 
 }  // namespace
