@@ -6,6 +6,7 @@
 #include "qxpkutil/platform/QXFormat.h"
 #include "qxpkutil/platform/QXMessages.h"
 #include "qxpkutil/platform/QXObject.h"
+#include "qxpkutil/platform/QXParse.h"
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/platform/QXTypes.h"
 

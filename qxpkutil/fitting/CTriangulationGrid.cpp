@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "qxpkutil/fitting/QXNonLinFit.h"
+#include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
 namespace {
@@ -35,8 +36,7 @@ int CTriangulationGrid::AddPoint(const C3DPoint& p) {
   for (const C3DPoint& q : m_arrPoints) {
     if (q == p) return 0;
   }
-  if (m_arrPoints.size() >= static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
-    return 0;
+  if (m_arrPoints.size() >= kQXMaxPoints) return 0;
   try {
     m_arrPoints.push_back(p);
   } catch (const std::exception&) {

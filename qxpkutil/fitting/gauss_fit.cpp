@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "qxpkutil/peaks/QXPeakTable.h"
+#include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 
 namespace qxpkutil {
@@ -51,9 +52,8 @@ std::uint32_t QXNonLinFit::DeconvoluteSimilarGaussPeaks(const double* x, const d
                                                         std::uint32_t n,
                                                         std::vector<QXNonLinFitParam>& params,
                                                         double tol, std::uint32_t maxIter) {
-  constexpr auto kIntMax = static_cast<std::size_t>(std::numeric_limits<int>::max());
   const std::size_t size = params.size();
-  if (!x || !y || n == 0 || n > kIntMax || size == 0 || size > kIntMax) return 0;
+  if (!x || !y || n == 0 || n > kQXMaxPoints || size == 0 || size > kQXMaxPoints) return 0;
   const int ma = static_cast<int>(size);
   const int ndata = static_cast<int>(n);
 

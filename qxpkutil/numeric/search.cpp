@@ -7,12 +7,11 @@
 #include <cstdint>
 #include <limits>
 
+#include "qxpkutil/platform/QXTypes.h"
+
 namespace qxpkutil {
 
 namespace {
-
-// Index results are signed 32-bit, so longer arrays cannot be searched.
-constexpr std::uint32_t kMaxPoints = std::numeric_limits<std::int32_t>::max();
 
 // Narrows lo < hi (lo may be -1, hi may be n) until they are adjacent; lo moves whenever
 // "x[mid] <= value" agrees with the array's direction. Indices are 64-bit so that no sum
@@ -38,7 +37,7 @@ bool IsAscending(const X* x, std::uint32_t n) {
 
 template <class X>
 std::int32_t NearestIndexOf(const X* x, std::uint32_t n, double value) {
-  if (x == nullptr || n > kMaxPoints || std::isnan(value)) return -1;
+  if (x == nullptr || n > kQXMaxPoints || std::isnan(value)) return -1;
   if (n <= 1) return 0;
   const std::int64_t last = n;
   const std::int64_t lo = std::clamp<std::int64_t>(
@@ -51,7 +50,7 @@ std::int32_t NearestIndexOf(const X* x, std::uint32_t n, double value) {
 
 template <class X>
 std::int32_t HuntIndexOf(const X* x, std::uint32_t n, std::uint32_t start, double value) {
-  if (x == nullptr || n == 0 || n > kMaxPoints) return -1;
+  if (x == nullptr || n == 0 || n > kQXMaxPoints) return -1;
   const bool ascending = IsAscending(x, n);
   const std::int64_t count = n;
   const auto before = [&](std::int64_t i) {  // x[i] lies at or before value in array order

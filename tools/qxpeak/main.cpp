@@ -4,11 +4,15 @@
 #include <iostream>
 #include <new>
 
-#include "tools/qxpeak/commands.h"
-#include "tools/qxpeak/options.h"
+#include "tools/qxpeak/cli/commands.h"
+#include "tools/qxpeak/cli/options.h"
+#include "tools/qxpeak/output/output_files.h"
 
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
+  InstallSignalCleanup();
+  // Subcommands with a command line of their own are dispatched here, before the search's
+  // options are parsed (the browser view's `qxpeak view` goes on this line).
   try {
     Options options;
     if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {

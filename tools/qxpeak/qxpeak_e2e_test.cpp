@@ -1,8 +1,10 @@
 // End-to-end tests: run the built qxpeak binary on files written here and check what it
 // prints and writes.
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <signal.h>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include <sys/wait.h>
 
 #include "qxpkutil/io/MzmlFixture.h"
+#include "testing/QXTestFiles.h"
 
 namespace qxpkutil::qxpeak {
 namespace {
@@ -24,23 +27,11 @@ struct Result {
   std::string out, err;
 };
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+std::string ReadFile(const fs::path& path) { return qxpkutil::testing::ReadText(path.string()); }
 
 class QxpeakRun : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("qxpeak_e2e_" + std::to_string(::getpid()) + "_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
+  void SetUp() override { dir_ = fs::path(scratch_.PathOf("")).parent_path(); }
 
   Result Run(const std::string& args) const {
     const std::string cmd =
@@ -56,24 +47,33 @@ class QxpeakRun : public ::testing::Test {
     std::ofstream(dir_ / name, std::ios::binary) << text;
     return dir_ / name;
   }
+  qxpkutil::testing::ScratchDir scratch_;
   fs::path dir_;
 };
 
 // A profile spectrum with peaks at 500, 520 and 540 on a noisy baseline.
 FixtureSpectrum Spectrum() { return testing::ThreePeaks(500.0, 20.0, 0.01, 0.03); }
 
-// The apex x column of a TSV table.
-std::vector<double> ApexX(const std::string& tsv) {
-  std::vector<double> xs;
+// One column of a TSV table, found by its header.
+std::vector<std::string> Column(const std::string& tsv, const std::string& name) {
+  std::vector<std::string> values;
   std::istringstream lines(tsv);
-  std::string line;
-  std::getline(lines, line);  // header: apex_x is the fifth column
+  std::string line, cell;
+  std::getline(lines, line);
+  std::istringstream header(line);
+  int column = 0;
+  while (std::getline(header, cell, '\t') && cell != name) ++column;
   while (std::getline(lines, line)) {
     std::istringstream cells(line);
-    std::string cell;
-    for (int c = 0; c < 5; ++c) std::getline(cells, cell, '\t');
-    xs.push_back(std::stod(cell));
+    for (int c = 0; c <= column; ++c) std::getline(cells, cell, '\t');
+    values.push_back(cell);
   }
+  return values;
+}
+
+std::vector<double> ApexX(const std::string& tsv) {
+  std::vector<double> xs;
+  for (const std::string& cell : Column(tsv, "apex_x")) xs.push_back(std::stod(cell));
   return xs;
 }
 
@@ -111,8 +111,12 @@ TEST_F(QxpeakRun, SearchesChromatograms) {
   Write("chrom.mzML", testing::MakeMzml({}, {trace}));
   const Result r = Run("chrom.mzML -f tsv,svg -q");
   ASSERT_EQ(r.status, 0) << r.err;
-  ExpectPeaksAt(ApexX(ReadFile(dir_ / "chrom.peaks.tsv")), {20.0, 40.0, 60.0}, 0.011);
-  EXPECT_NE(ReadFile(dir_ / "chrom.svg").find("chromatogram 0 (TIC)"), std::string::npos);
+  const std::string tsv = ReadFile(dir_ / "chrom.peaks.tsv");
+  ExpectPeaksAt(ApexX(tsv), {20.0, 40.0, 60.0}, 0.011);
+  EXPECT_EQ(Column(tsv, "x_unit"), std::vector<std::string>(3, "s"));
+  const std::string svg = ReadFile(dir_ / "chrom.svg");
+  EXPECT_NE(svg.find("chromatogram 0 (TIC)"), std::string::npos);
+  EXPECT_NE(svg.find(">time (s)<"), std::string::npos);
 }
 
 TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
@@ -122,6 +126,7 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
   Write("junk.txt", "this is not\na signal\n");
   Write("empty.mzML", testing::MakeMzml({}));
   Write("one.mzML", good);
+  Write("my.lbs", "Label\tX Value\tDelta X\nA\t500\t0.1\n");
   Write("bad.ini", "[qxpeak\\PeakSettingsTrace-0]\nPeakFilterWidth-0=wide\n");
   const struct {
     std::string args;
@@ -137,6 +142,12 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
       {"junk.txt --settings bad.ini", 1, "PeakFilterWidth-0=wide is not a whole number"},
       {"junk.txt --labels missing.lbs", 1, "missing.lbs: cannot open"},
       {"junk.txt -d out.txt", 1, "cannot create the output folder"},
+      {"one.mzML --settings bad.ini -o bad.ini", 1, "would overwrite bad.ini"},
+      {"one.mzML --labels my.lbs -o my.lbs -f tsv", 1, "would overwrite my.lbs"},
+      {"one.mzML -o one.mzML", 1, "share the file name one.mzML"},
+      {"'bad\x1b[31m.mzML'", 1, "bad\\x1b[31m.mzML: cannot open"},
+      {"one.mzML -o one.peaks.mzML -f tsv", 2, "names a mzml file but -f asks for tsv"},
+      {"settings --abs-threshold nan", 2, "--abs-threshold"},
   };
   Write("out.txt", "");
   for (const auto& c : cases) {
@@ -146,8 +157,9 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << c.args << ": " << r.err;
   }
   EXPECT_EQ(ReadFile(dir_ / "cut.peaks.tsv"), "old results\n");
+  EXPECT_EQ(ReadFile(dir_ / "bad.ini"), "[qxpeak\\PeakSettingsTrace-0]\nPeakFilterWidth-0=wide\n");
   for (const auto& entry : fs::directory_iterator(dir_)) {
-    EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos)
+    EXPECT_EQ(entry.path().filename().string().find(".qxpeak-"), std::string::npos)
         << "temporary left behind: " << entry.path();
   }
 }
@@ -174,6 +186,47 @@ TEST_F(QxpeakRun, BatchGivesTheSameFilesAsSingleRuns) {
   }
 }
 
+// A trace that cannot be searched is named on standard error and skipped; the rest of the
+// file is written and the exit status says something was skipped.
+TEST_F(QxpeakRun, ASkippedTraceLeavesTheRestAndSaysSo) {
+  FixtureSpectrum far = Spectrum();
+  for (double& x : far.x) x += 1000.0;
+  Write("run.mzML", testing::MakeMzml({Spectrum(), far, Spectrum()}));
+  const Result r = Run("run.mzML --sn 490:495 -f tsv,json");
+  EXPECT_EQ(r.status, 3) << r.err;
+  EXPECT_NE(r.err.find("spectrum 1 (scan=2) skipped: the --sn range 490:495 lies outside"),
+            std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("run.mzML: 3 traces, 6 peaks, 1 skipped"), std::string::npos) << r.err;
+  EXPECT_EQ(ApexX(ReadFile(dir_ / "run.peaks.tsv")).size(), 6u);
+}
+
+// Without options the automatic mode runs: every peak gets a centroid and an S/N; -o's
+// extension chooses the format.
+TEST_F(QxpeakRun, DefaultsMeasureEveryPeak) {
+  Write("run.mzML", testing::MakeMzml({Spectrum()}));
+  ASSERT_EQ(Run("run.mzML -q").status, 0);
+  const std::string tsv = ReadFile(dir_ / "run.peaks.tsv");
+  for (const char* column : {"centroid_x", "snr", "fwhm", "height"}) {
+    for (const std::string& cell : Column(tsv, column)) EXPECT_FALSE(cell.empty()) << column;
+  }
+  ASSERT_EQ(Run("run.mzML -q -o picked.mzML").status, 0);
+  pugi::xml_document doc;
+  EXPECT_TRUE(doc.load_file((dir_ / "picked.mzML").c_str()));
+  EXPECT_TRUE(doc.child("mzML") || doc.child("indexedmzML"));
+}
+
+// SIGTERM ends a run with status 128 + 15 and leaves no temporary file behind.
+TEST_F(QxpeakRun, ASignalEndsTheRunCleanly) {
+  const std::string cmd = "cd '" + dir_.string() + "' && (sleep 2 | '" QXPEAK_BINARY
+                          "' - -q & p=$!; sleep 0.3; kill -TERM $p; wait $p; echo $? > status)";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  EXPECT_EQ(ReadFile(dir_ / "status"), "143\n");
+  for (const auto& entry : fs::directory_iterator(dir_)) {
+    EXPECT_EQ(entry.path().filename().string().find(".qxpeak-"), std::string::npos);
+  }
+}
+
 TEST_F(QxpeakRun, CentroidedMzmlFeedsTheNextSearch) {
   Write("run.mzML", testing::MakeMzml({Spectrum(), Spectrum()}));
   ASSERT_EQ(Run("run.mzML -f mzml -q --mass").status, 0);
@@ -186,6 +239,8 @@ TEST_F(QxpeakRun, SettingsAndLabelsRoundTrip) {
   Write("run.mzML", testing::MakeMzml({Spectrum()}));
   Write("marks.lbs", "Label\tX Value\tDelta X\nmiddle <b>\t520.0\t0.05\n");
   ASSERT_EQ(Run("settings --threshold 40 -o strict.ini").status, 0);
+  ASSERT_EQ(Run("settings run.mzML -o auto.ini").status, 0);
+  EXPECT_NE(ReadFile(dir_ / "auto.ini").find("NumDetectSegments="), std::string::npos);
   const Result r = Run("run.mzML --settings strict.ini --labels marks.lbs -f tsv,svg -q");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string tsv = ReadFile(dir_ / "run.peaks.tsv");
@@ -212,6 +267,12 @@ TEST_F(QxpeakRun, DemoWorksWithoutAnyFile) {
   EXPECT_GT(fs::file_size(dir_ / "results" / "qxpeak_demo.peaks.tsv"), 1000u);
   EXPECT_GT(fs::file_size(dir_ / "results" / "qxpeak_demo.svg"), 1000u);
   EXPECT_EQ(Run("--help").status, 0);
+  // The example label file names the demo's six isotope series.
+  ASSERT_EQ(Run("demo -q -d labelled --labels '" QXPEAK_EXAMPLES "/calibrants.lbs'").status, 0);
+  const std::vector<std::string> labels =
+      Column(ReadFile(dir_ / "labelled" / "qxpeak_demo.peaks.tsv"), "label");
+  EXPECT_EQ(std::count_if(labels.begin(), labels.end(), [](const auto& l) { return !l.empty(); }),
+            6);
 }
 
 }  // namespace

@@ -1,0 +1,108 @@
+#include "qxpkutil/platform/QXParse.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <random>
+#include <regex>
+#include <string>
+
+namespace qxpkutil {
+namespace {
+
+struct DoubleCase {
+  const char* text;
+  bool ok;
+  double value;
+};
+
+TEST(QXParse, DoubleFollowsTheOneRule) {
+  const DoubleCase cases[] = {
+      {"1.5", true, 1.5},       {" \t-2e3\r\n", true, -2000.0}, {"+4", true, 4.0},
+      {".5", true, 0.5},        {"5.", true, 5.0},              {"1.E2", true, 100.0},
+      {"-0", true, -0.0},       {"1e308", true, 1e308},         {"4.9e-324", true, 4.9e-324},
+      {"", false, 0},           {"  ", false, 0},               {"+-3", false, 0},
+      {"--3", false, 0},        {"+", false, 0},                {".", false, 0},
+      {"nan", false, 0},        {"-inf", false, 0},             {"infinity", false, 0},
+      {"0x10", false, 0},       {"1e", false, 0},               {"1e+", false, 0},
+      {"1.5x", false, 0},       {"1 2", false, 0},              {"1e400", false, 0},
+      {"1e-400", false, 0},     {"1,5", false, 0},              {"e5", false, 0},
+  };
+  for (const DoubleCase& c : cases) {
+    double out = 7.0;
+    EXPECT_EQ(QXParseDouble(c.text, out), c.ok) << '"' << c.text << '"';
+    EXPECT_EQ(out, c.ok ? c.value : 7.0) << '"' << c.text << '"';
+  }
+}
+
+TEST(QXParse, IntegersTakeNoFractionAndStayInRange) {
+  int i = 7;
+  EXPECT_TRUE(QXParseInt(" -2147483648 ", i));
+  EXPECT_EQ(i, INT32_MIN);
+  EXPECT_TRUE(QXParseInt("+12", i));
+  EXPECT_EQ(i, 12);
+  for (const char* bad : {"2147483648", "1.0", "1e2", "+-1", "0x1", "", "12a"}) {
+    i = 7;
+    EXPECT_FALSE(QXParseInt(bad, i)) << bad;
+    EXPECT_EQ(i, 7);
+  }
+  std::uint32_t u = 7;
+  EXPECT_TRUE(QXParseUInt32("4294967295", u));
+  EXPECT_EQ(u, 4294967295u);
+  for (const char* bad : {"4294967296", "-0", "-1"}) {
+    u = 7;
+    EXPECT_FALSE(QXParseUInt32(bad, u)) << bad;
+    EXPECT_EQ(u, 7u);
+  }
+}
+
+TEST(QXParse, PrefixFormsStopWhereTheNumberEnds) {
+  double x = 0.0;
+  EXPECT_EQ(QXParseDoublePrefix("  1.5e2 3", x), 7u);
+  EXPECT_EQ(x, 150.0);
+  EXPECT_EQ(QXParseDoublePrefix("2e+x", x), 1u);  // the exponent needs a digit
+  EXPECT_EQ(x, 2.0);
+  EXPECT_EQ(QXParseDoublePrefix(" nan", x), 0u);
+  int i = 0;
+  EXPECT_EQ(QXParseIntPrefix("\t-3.5", i), 3u);
+  EXPECT_EQ(i, -3);
+  EXPECT_EQ(QXParseIntPrefix("+-3", i), 0u);
+  EXPECT_EQ(i, -3);
+}
+
+TEST(QXParse, LeadingIntReadsAsAtoiAndClamps) {
+  int i = 7;
+  EXPECT_TRUE(QXParseLeadingInt(" +12abc", i));
+  EXPECT_EQ(i, 12);
+  EXPECT_TRUE(QXParseLeadingInt("-99999999999999999999", i));
+  EXPECT_EQ(i, INT32_MIN);
+  EXPECT_TRUE(QXParseLeadingInt("99999999999", i));
+  EXPECT_EQ(i, INT32_MAX);
+  i = 7;
+  EXPECT_FALSE(QXParseLeadingInt("+-3", i));
+  EXPECT_FALSE(QXParseLeadingInt(" x1", i));
+  EXPECT_EQ(i, 7);
+}
+
+// Random texts over the characters numbers are made of: the parser accepts exactly what a
+// regular expression of the rule accepts and strtod finds in range, with strtod's value.
+TEST(QXParse, DoubleAgreesWithTheGrammarAndStrtod) {
+  const std::regex rule(R"([ \t]*[+-]?([0-9]+\.?[0-9]*|\.[0-9]+)([eE][+-]?[0-9]+)?[ \t]*)");
+  const std::string alphabet = "0123456789+-.eE x";
+  std::mt19937 rng(18);
+  for (int trial = 0; trial < 20000; ++trial) {
+    std::string text(rng() % 9, ' ');
+    for (char& c : text) c = alphabet[rng() % alphabet.size()];
+    double out = 7.0;
+    errno = 0;
+    const double expected = std::strtod(text.c_str(), nullptr);
+    const bool inRange = errno == 0;
+    const bool ok = QXParseDouble(text, out);
+    ASSERT_EQ(ok, inRange && std::regex_match(text, rule)) << '"' << text << '"';
+    ASSERT_EQ(out, ok ? expected : 7.0) << '"' << text << '"';
+  }
+}
+
+}  // namespace
+}  // namespace qxpkutil
