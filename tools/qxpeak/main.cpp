@@ -3,13 +3,18 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string_view>
 
 #include "tools/qxpeak/commands.h"
 #include "tools/qxpeak/options.h"
+#include "tools/qxpeak/view/view_server.h"
 
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
   try {
+    if (argc > 1 && std::string_view(argv[1]) == "view") {
+      return view::RunView(argc - 1, argv + 1, std::cout, std::cerr);
+    }
     Options options;
     if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {
       return *done;
