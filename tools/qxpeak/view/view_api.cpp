@@ -112,7 +112,9 @@ std::int32_t ReadIndex(const json& body, std::int32_t count) {
 }
 bool ReadBool(const json& body, const char* key) {
   const auto it = body.find(key);
-  if (it == body.end() || !it->is_boolean()) throw Refusal{std::string(key) + " must be true or false"};
+  if (it == body.end() || !it->is_boolean()) {
+    throw Refusal{std::string(key) + " must be true or false"};
+  }
   return it->get<bool>();
 }
 std::string ReadString(const json& body, const char* key) {
@@ -211,7 +213,8 @@ int ApplyRangeBound(ViewState& s, QXPeakTableList& list, std::int32_t index, boo
     return applied;
   }
   CChroPkDetectSetupDlg dlg;
-  std::vector<QXPeakDetectSetting> segments(static_cast<std::size_t>(list.GetNumDetectionSettings()));
+  std::vector<QXPeakDetectSetting> segments(
+      static_cast<std::size_t>(list.GetNumDetectionSettings()));
   for (std::int32_t i = 0; i < list.GetNumDetectionSettings(); ++i) {
     list.GetDetectionSetting(i, segments[static_cast<std::size_t>(i)]);
   }
@@ -849,9 +852,13 @@ ApiReply HandleApi(ViewState& state, const std::string& method, const std::strin
       {"/api/settings/load", LoadSettings},
   };
   const auto it = posts.find(path);
-  if (method != "POST" || it == posts.end()) return Error("no such API: " + method + " " + path, 404);
+  if (method != "POST" || it == posts.end()) {
+    return Error("no such API: " + method + " " + path, 404);
+  }
   json request = json::parse(body.empty() ? std::string("{}") : body, nullptr, false);
-  if (request.is_discarded() || !request.is_object()) return Error("the request is not a JSON object");
+  if (request.is_discarded() || !request.is_object()) {
+    return Error("the request is not a JSON object");
+  }
   try {
     return it->second(state, request);
   } catch (const Refusal& refusal) {

@@ -6,7 +6,8 @@
 //
 //   ViewState state;  std::string error;
 //   if (!OpenViewFile("run.mzML", {}, state, error)) { ... }
-//   ApiReply r = HandleApi(state, "POST", "/api/segments/range", R"({"index":0,"bound":"x2","text":"500"})");
+//   ApiReply r = HandleApi(state, "POST", "/api/segments/range",
+//                          R"({"index": 0, "bound": "x2", "text": "500"})");
 #pragma once
 
 #include <cstdint>

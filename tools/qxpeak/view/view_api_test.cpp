@@ -132,10 +132,12 @@ TEST_F(ViewApiTest, RefusedRequestsChangeNothing) {
        "The value is below the allowed minimum."},
       {"/api/segments/field", {{"index", 0}, {"field", "FilterInc"}, {"text", "1.5"}},
        "Enter a whole number within the allowed range."},
-      {"/api/binning", {{"enabled", true}, {"width", "0"}}, "The bin width must be greater than 0."},
+      {"/api/binning", {{"enabled", true}, {"width", "0"}},
+       "The bin width must be greater than 0."},
       {"/api/labels/add", {{"label", "a"}, {"x", "15"}, {"delta", "0"}},
        "The delta x value must be greater than 0."},
-      {"/api/calc/res", {{"percent", "100"}}, "The percent of peak height must be between 1 and 99."},
+      {"/api/calc/res", {{"percent", "100"}},
+       "The percent of peak height must be between 1 and 99."},
       {"/api/switches", {{"resolution", "0"}}, "The resolution must be greater than 0."},
   };
   const json before = Get("/api/state");
