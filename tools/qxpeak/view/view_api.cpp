@@ -428,8 +428,8 @@ json StateJson(ViewState& s) {
     traces.push_back({{"index", t.index},
                       {"id", t.id},
                       {"kind", t.kind == Trace::Kind::kChromatogram ? "chromatogram" : "spectrum"},
-                      {"ms_level", t.msLevel},
-                      {"rt", Number(t.retentionTime)},
+                      {"ms_level", t.ms_level},
+                      {"rt", Number(t.rt)},
                       {"points", t.x.size()}});
   }
   json out = PeaksJson(s);
