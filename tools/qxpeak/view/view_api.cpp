@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -299,8 +300,10 @@ void Detect(ViewState& s) {
   if (!s.automatic) {
     options.classic.emplace(s.list);
     options.classic->DeleteAllPeakTables();
-    // As the tool does: a spectrum the file declares centroided is searched as centroid data.
-    if (t != nullptr && t->centroided) options.classic->SetCentroidSpecData(1);
+    // The settings file has no key for centroided input: the tool takes it from the file's
+    // declaration unless told otherwise (--centroided yes), and so does the page.
+    const bool declared = t != nullptr && t->centroided;
+    options.classic->SetCentroidSpecData(declared || s.list.CentroidSpecData() != 0 ? 1 : 0);
   }
   if (s.matchLabels && s.labels.GetNumUserLabels() > 0) {
     options.labels = std::make_shared<const QXUserPkLabels>(s.labels);
@@ -421,6 +424,35 @@ json LabelsJson(const ViewState& s) {
           {"match", s.matchLabels}};
 }
 
+// The qxpeak command line that searches the file as the page does; `settings.ini` stands for
+// the file the classic settings are saved to.
+std::string CommandLine(ViewState& s) {
+  std::string line = "qxpeak " + s.path;
+  char number[64];
+  const auto add = [&](const char* option, double v) {
+    std::snprintf(number, sizeof number, " %s %.10g", option, v);
+    line += number;
+  };
+  if (!s.automatic) {
+    line += " --settings settings.ini";
+    const Trace* t = CurrentTrace(s);
+    if (s.list.CentroidSpecData() != 0 && !(t != nullptr && t->centroided)) {
+      line += " --centroided yes";
+    }
+    return line;
+  }
+  const DetectOptions& p = s.physical;
+  if (p.snr != DetectOptions{}.snr) add("--snr", p.snr);
+  if (!s.fwhmText.empty()) line += " --fwhm " + s.fwhmText;
+  if (p.resolution > 0.0) {
+    add("--resolution", p.resolution);
+    add("--resolution-at", p.resolution_at);
+  }
+  if (p.width_law != WidthLaw::kAuto) line += std::string(" --analyzer ") + LawName(p.width_law);
+  if (p.max_charge != DetectOptions{}.max_charge) add("--max-charge", p.max_charge);
+  return line;
+}
+
 json StateJson(ViewState& s) {
   Detect(s);
   json traces = json::array();
@@ -447,6 +479,7 @@ json StateJson(ViewState& s) {
                 {"min_intensity", s.res.GetMinIntensity()},
                 {"targets", CalcJson(s.res)}};
   out["binning"] = {{"enabled", s.binning}, {"width", s.binWidth}};
+  out["command"] = CommandLine(s);
   return out;
 }
 
@@ -776,6 +809,11 @@ ApiReply SetBinning(ViewState& s, const json& b) {
 
 ApiReply SaveSettings(ViewState& s, const json& b) {
   const std::string path = ReadString(b, "path");
+  if (s.automatic) {
+    // A settings file holds segments; the automatic mode is its command line's options.
+    throw Refusal{"the automatic mode is saved as its command line (" + CommandLine(s) +
+                  "); 'Edit these as segments' gives segments to save"};
+  }
   std::string error;
   if (!WriteOutput(path, FormatSettingsIni(s.list, s.section, s.settingsTrace), error)) {
     throw Refusal{QXLoadString(24735) + " " + error};

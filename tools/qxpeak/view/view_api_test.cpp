@@ -2,11 +2,13 @@
 
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "qxpkutil/io/MzmlFixture.h"
 #include "testing/QXTestDialogs.h"
 #include "testing/QXTestFiles.h"
 #include "testing/QXTestSignals.h"
@@ -16,6 +18,7 @@ namespace qxpkutil::qxpeak::view {
 namespace {
 
 using json = nlohmann::json;
+using qxpkutil::testing::MakeMzml;
 using qxpkutil::testing::ScratchDir;
 
 // Five peaks on 0..100; the last two are under half the tallest one.
@@ -209,6 +212,54 @@ TEST_F(ViewApiTest, BinningMergesPointsBeforeDetection) {
   EXPECT_GE(binned["x"].size(), raw / 5);
   EXPECT_LE(binned["x"].size(), raw / 4);
   EXPECT_EQ(Centroids().size(), 3u);
+}
+
+// The spectrum dialog refuses equal bounds silently, the chromatogram dialog with a message:
+// the page gets whichever the trace's kind calls for.
+TEST(ViewApiDialogs, EqualBoundsFollowTheDialogOfTheTraceKind) {
+  const auto trace = qxpkutil::testing::ThreePeaks(10.0, 10.0, 0.05, 0.5);
+  const std::string spectra = qxpkutil::testing::WriteTempFile("s.mzML", MakeMzml({trace}));
+  const std::string chromatograms =
+      qxpkutil::testing::WriteTempFile("c.mzML", MakeMzml({}, {trace, trace}));
+  const json equal = {{"index", 0}, {"bound", "x2"}, {"text", "0"}};  // the range is 0..0
+  for (const auto& [path, status, error] :
+       {std::tuple{spectra, 200, ""},
+        std::tuple{chromatograms, 400, "0.000000 to 0.000000 is not a valid range."}}) {
+    ViewState state;
+    std::string message;
+    ASSERT_TRUE(OpenViewFile(path, "", state, message)) << message;
+    HandleApi(state, "POST", "/api/mode", R"({"mode": "classic"})");
+    const ApiReply r = HandleApi(state, "POST", "/api/segments/range", equal.dump());
+    EXPECT_EQ(r.status, status) << path;
+    const json reply = json::parse(r.body);
+    if (status == 200) {
+      EXPECT_FALSE(reply["applied"].get<bool>());
+    } else {
+      EXPECT_EQ(reply["error"], error);
+    }
+  }
+}
+
+TEST(ViewApiTraces, TheChooserSwitchesTracesAndRefusesOnesTheFileLacks) {
+  auto second = qxpkutil::testing::ThreePeaks(50.0, 5.0, 0.05, 0.5);
+  second.id = "second";
+  const std::string path = qxpkutil::testing::WriteTempFile(
+      "two.mzML", MakeMzml({}, {qxpkutil::testing::ThreePeaks(10.0, 10.0, 0.05, 0.5), second}));
+  ViewState state;
+  std::string message;
+  ASSERT_TRUE(OpenViewFile(path, "", state, message)) << message;
+  const json first = json::parse(HandleApi(state, "GET", "/api/state", "").body);
+  ASSERT_EQ(first["traces"].size(), 2u);
+  EXPECT_EQ(first["traces"][0]["kind"], "chromatogram");
+
+  const json chosen = json::parse(HandleApi(state, "POST", "/api/trace", R"({"index": 1})").body);
+  EXPECT_EQ(chosen["current"], 1);
+  ASSERT_EQ(chosen["peaks"].size(), 3u);
+  EXPECT_NEAR(chosen["peaks"][0]["apex_x"].get<double>(), 50.0, 0.1);
+  EXPECT_EQ(HandleApi(state, "POST", "/api/trace", R"({"index": 2})").status, 400);
+  // The automatic mode has no settings file to save.
+  EXPECT_EQ(HandleApi(state, "POST", "/api/settings/save", R"({"path": "unused.ini"})").status,
+            400);
 }
 
 }  // namespace

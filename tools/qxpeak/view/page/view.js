@@ -134,6 +134,7 @@ function renderHeader() {
   }
   sel.value = state.current;
   $('#mode').value = state.settings.mode;
+  $('#command').textContent = state.command;
 }
 
 function sortedPeaks() {
@@ -185,6 +186,7 @@ function renderSettings() {
   const s = state.settings;
   const automatic = s.mode === 'automatic';
   $('#automatic').classList.toggle('inactive', !automatic);
+  $('#classic').classList.toggle('inactive', automatic);
   for (const input of $$('[data-auto]')) setValue(input, s.automatic[input.dataset.auto]);
   const r = state.report;
   $('#report').textContent = automatic && r.noise !== null
