@@ -76,7 +76,22 @@ int RunView(int argc, const char* const* argv, std::ostream& out, std::ostream& 
       res.set_content(std::string(asset.body), std::string(asset.type));
     });
   }
+  int boundPort = 0;
   const auto api = [&](const httplib::Request& req, httplib::Response& res) {
+    // Only this page may call the API: a request from another site's page cannot send JSON
+    // without a CORS preflight (which gets no answer), and one through a rebound DNS name
+    // carries a foreign Host. Some calls write files, so neither gets through.
+    const std::string hostHeader = req.get_header_value("Host");
+    const std::string port = ":" + std::to_string(boundPort);
+    if (hostHeader != "127.0.0.1" + port && hostHeader != "localhost" + port) {
+      res.status = 403;
+      return;
+    }
+    if (req.method == "POST" &&
+        req.get_header_value("Content-Type").rfind("application/json", 0) != 0) {
+      res.status = 415;
+      return;
+    }
     std::lock_guard<std::mutex> guard(lock);
     const ApiReply reply = HandleApi(state, req.method, req.path, req.body);
     res.status = reply.status;
@@ -96,6 +111,7 @@ int RunView(int argc, const char* const* argv, std::ostream& out, std::ostream& 
         << '\n';
     return 1;
   }
+  boundPort = port;
   const std::string url = "http://" + std::string(host) + ":" + std::to_string(port) + "/";
   out << "qxpeak view: " << url << " (Ctrl+C stops the server)" << std::endl;
   if (!noBrowser) OpenBrowser(url, err);
