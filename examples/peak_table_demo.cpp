@@ -35,8 +35,8 @@ int main() {
   }
 
   const QXPeakTableElement* tallest = table.GetPeakInRange(95.0, 115.0, 0, nullptr, 0);
-  std::printf("%ld peaks; tallest at x = %.3f with intensity %.1f\n\n", table.GetNumPeaks(),
-              tallest->m_dApexX, tallest->m_dApexY);
+  std::printf("%d peaks; tallest at x = %.3f with intensity %.1f\n\n",
+              static_cast<int>(table.GetNumPeaks()), tallest->m_dApexX, tallest->m_dApexY);
   const char* dump = "peak_table_demo.txt";
   table.DumpToFile(dump);
   std::printf("the table's text dump (%s):\n", dump);

@@ -92,7 +92,7 @@ void RegionSignalToNoise(std::span<const double> x, std::span<const double> y,
   if (peaks.empty() || table.DoSignalToNoiseOnList(x.data(), y.data(), n, &sn) == 0) return;
   for (std::size_t i = 0; i < peaks.size(); ++i) {
     peaks[i].noise = sn.GetNoise();
-    peaks[i].snr = table.GetPeak(static_cast<long>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(),
+    peaks[i].snr = table.GetPeak(static_cast<std::int32_t>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(),
                                                                            sn.GetNoise());
   }
 }
@@ -186,9 +186,9 @@ PeakList DetectClassic(std::span<const double> x, std::span<const double> y,
   const bool centroids = list.CentroidSpecData() != 0 || list.MassProcessingOn() != 0;
   MatchLabels(options, table, centroids);
   result.report.segments = list.GetNumDetectionSettings();
-  const long count = table.GetNumPeaks();
+  const std::int32_t count = table.GetNumPeaks();
   result.peaks.reserve(static_cast<std::size_t>(count));
-  for (long i = 0; i < count; ++i) {
+  for (std::int32_t i = 0; i < count; ++i) {
     result.peaks.push_back(PeakFromRecord(*table.GetPeak(i), centroids));
   }
   MeasurePeakShapes(x, y, result.peaks);

@@ -52,6 +52,9 @@ inline constexpr double kNotMeasured = std::numeric_limits<double>::quiet_NaN();
 
 struct DetectOptions {
   SignalKind kind = SignalKind::kSpectrum;
+  // The points are already peaks (a centroided spectrum): each point above zero is one
+  // peak, measured as it stands, and only charges are assigned.
+  bool centroided = false;
 
   // ---- automatic mode ----
   // Sensitivity: a peak is kept when its height above the local baseline is at least

@@ -5,16 +5,227 @@
 #include <cmath>
 #include <vector>
 
+#include "qxpkutil/detect/signal_model.h"
+#include "testing/QXTestSignals.h"
+
 namespace qxpkutil {
 namespace {
 
-TEST(DetectPeaks, RefusesBadTraces) {
-  const std::vector<double> x{1.0, 3.0, 2.0}, y{1.0, 2.0, 1.0};
+using testing::GaussPeak;
+using testing::MakeSignal;
+using testing::Signal;
+
+constexpr double kFwhmPerSigma = 2.354820045030949;
+
+// Peaks of FWHM `fwhm` every 20 widths, sampled at `ppf` points per FWHM, on a baseline of
+// 100 with white noise of `sigma`; heights cycle through `heights`.
+Signal Ladder(double ppf, double fwhm, double sigma, const std::vector<double>& heights,
+              unsigned seed = 7) {
+  const double dx = fwhm / ppf;
+  std::vector<GaussPeak> peaks;
+  for (int k = 0; k < 60; ++k) {
+    peaks.push_back({400.0 + (20.0 * k + 10.3) * fwhm, heights[k % heights.size()],
+                     fwhm / kFwhmPerSigma});
+  }
+  const auto n = static_cast<std::size_t>(1220.0 * fwhm / dx);
+  return MakeSignal(n, 400.0, dx, peaks, {.baseline = 100.0, .noiseSigma = sigma, .seed = seed});
+}
+
+TEST(DetectPeaks, RefusesBadTracesAndOptions) {
+  const std::vector<double> x{1.0, 3.0, 2.0}, y{1.0, 2.0, 1.0}, ok{1.0, 2.0, 3.0};
   EXPECT_EQ(DetectPeaks(x, y).status, DetectStatus::kNotAscending);
-  const std::vector<double> nan{1.0, NAN, 1.0};
-  EXPECT_EQ(DetectPeaks(std::vector<double>{1, 2, 3}, nan).status, DetectStatus::kNotFinite);
+  EXPECT_EQ(DetectPeaks(ok, std::vector<double>{1.0, NAN, 1.0}).status, DetectStatus::kNotFinite);
   EXPECT_EQ(DetectPeaks(std::vector<double>{1, 2}, y).status, DetectStatus::kBadInput);
   EXPECT_TRUE(DetectPeaks(std::vector<double>{}, std::vector<double>{}).ok());
+  for (auto bad : {+[](DetectOptions& o) { o.snr = 0.0; }, +[](DetectOptions& o) { o.snr = NAN; },
+                   +[](DetectOptions& o) { o.fwhm = -1.0; }, +[](DetectOptions& o) { o.resolution = INFINITY; },
+                   +[](DetectOptions& o) { o.max_charge = -1; }}) {
+    DetectOptions options;
+    bad(options);
+    const PeakList found = DetectPeaks(ok, y, options);
+    EXPECT_EQ(found.status, DetectStatus::kBadOption);
+    EXPECT_FALSE(found.message.empty());
+  }
+}
+
+// The estimators recover the noise and the width they were given, at any sampling.
+TEST(SignalModel, RecoversNoiseAndWidth) {
+  for (const double ppf : {4.0, 10.0, 30.0}) {
+    SCOPED_TRACE(ppf);
+    const Signal s = Ladder(ppf, 0.02, 5.0, {50.0, 500.0, 5000.0});
+    const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+    const auto mid = static_cast<std::int32_t>(s.x.size() / 2);
+    EXPECT_NEAR(m.NoiseAt(mid), 5.0, 0.5);
+    EXPECT_NEAR(m.BaselineAt(mid), 100.0, 1.0);
+    EXPECT_NEAR(m.FwhmAt(s.x[mid]), 0.02, 0.002);
+    EXPECT_NEAR(m.PointsPerFwhm(mid), ppf, 0.1 * ppf);
+  }
+}
+
+// Noise averaged over five points (as filtered profiles have) is not mistaken for a
+// quieter signal: the second differences at longer lags show its full size.
+TEST(SignalModel, SeesNoiseCorrelatedOverAFewPoints) {
+  for (const double ppf : {10.0, 30.0}) {
+    SCOPED_TRACE(ppf);
+    Signal s = Ladder(ppf, 0.02, 0.0, {500.0});
+    const std::vector<double> white = testing::MakeNoise(s.y.size() + 4, 10.0, 3);
+    for (std::size_t i = 0; i < s.y.size(); ++i) {
+      s.y[i] += (white[i] + white[i + 1] + white[i + 2] + white[i + 3] + white[i + 4]) / std::sqrt(5.0);
+    }
+    const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+    EXPECT_NEAR(m.NoiseAt(static_cast<std::int32_t>(s.x.size() / 2)), 10.0, 2.0);
+    EXPECT_LT(DetectPeaks(s.x, s.y).peaks.size(), 70u);
+  }
+}
+
+// A width that grows in proportion to x is recognised as a constant resolving power.
+TEST(SignalModel, RecognisesTheWidthLaw) {
+  std::vector<GaussPeak> peaks;
+  for (double c = 210.0; c < 1990.0; c += 7.3) peaks.push_back({c, 1000.0, c / 20000.0 / kFwhmPerSigma});
+  const Signal s = MakeSignal(400000, 200.0, 0.0045, peaks, {.baseline = 10.0, .noiseSigma = 2.0});
+  const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+  EXPECT_EQ(m.law, WidthLaw::kTof);
+  EXPECT_NEAR(m.FwhmAt(1000.0), 0.05, 0.005);
+}
+
+// Stored only above a threshold: zero baseline, noise from the threshold crossings, and no
+// peak bound reaches across a gap.
+TEST(SignalModel, ThresholdedDataKeepsPeaksInsideTheirRuns) {
+  Signal s = Ladder(8.0, 0.02, 5.0, {100.0, 400.0});
+  for (double& v : s.y) v -= 100.0;
+  Signal stored;
+  for (std::size_t i = 0; i < s.x.size(); ++i) {
+    if (s.y[i] > 10.0) {
+      stored.x.push_back(s.x[i]);
+      stored.y.push_back(s.y[i]);
+    }
+  }
+  const SignalModel m = EstimateSignalModel(stored.x, stored.y, {});
+  EXPECT_TRUE(m.thresholded);
+  EXPECT_NEAR(m.NoiseAt(static_cast<std::int32_t>(stored.x.size() / 2)), 5.0, 1.5);
+  const PeakList found = DetectPeaks(stored.x, stored.y);
+  ASSERT_TRUE(found.ok());
+  EXPECT_EQ(found.peaks.size(), 60u);
+  for (const Peak& p : found.peaks) {
+    for (std::int32_t i = p.left_index; i < p.right_index; ++i) {
+      EXPECT_LT(stored.x[i + 1] - stored.x[i], 0.01) << "a bound crosses a gap at " << p.apex_x;
+    }
+  }
+}
+
+// Every peak at S/N 8 is found and measured; a higher S/N option keeps a subset.
+TEST(DetectPeaks, FindsAndMeasuresPeaksAboveTheNoise) {
+  const Signal s = Ladder(10.0, 0.02, 5.0, {40.0, 400.0});
+  const PeakList found = DetectPeaks(s.x, s.y);
+  ASSERT_TRUE(found.ok()) << found.message;
+  ASSERT_EQ(found.peaks.size(), 60u);
+  for (std::size_t k = 0; k < found.peaks.size(); ++k) {
+    const Peak& p = found.peaks[k];
+    const double truth = 400.0 + (20.0 * static_cast<double>(k) + 10.3) * 0.02;
+    const double height = k % 2 ? 400.0 : 40.0;
+    EXPECT_NEAR(p.centroid_x, truth, 0.1 * 0.02);
+    EXPECT_NEAR(p.height, height, 0.15 * height);
+    EXPECT_NEAR(p.fwhm, 0.02, 0.3 * 0.02);
+    EXPECT_NEAR(p.snr, height / 5.0, 0.25 * height / 5.0);
+    EXPECT_LE(p.left_x, p.apex_x);
+    EXPECT_GE(p.right_x, p.apex_x);
+    EXPECT_TRUE(p.marks & kQXPeakNormal);
+  }
+  DetectOptions strict;
+  strict.snr = 20.0;
+  EXPECT_EQ(DetectPeaks(s.x, s.y, strict).peaks.size(), 30u);
+}
+
+TEST(DetectPeaks, CountFamilyMatchesTheWidenedDoubles) {
+  const Signal s = Ladder(6.0, 0.05, 3.0, {30.0, 300.0});
+  const testing::CountSignal counts = testing::ToCountFamily(s);
+  const Signal widened = testing::FromCountFamily(counts);
+  const PeakList a = DetectPeaks(counts.x, counts.y), b = DetectPeaks(widened.x, widened.y);
+  ASSERT_EQ(a.peaks.size(), b.peaks.size());
+  for (std::size_t i = 0; i < a.peaks.size(); ++i) {
+    EXPECT_EQ(a.peaks[i].centroid_x, b.peaks[i].centroid_x);
+    EXPECT_EQ(a.peaks[i].area, b.peaks[i].area);
+  }
+}
+
+// Isotope envelopes get the charge their spacing says, and series marks.
+TEST(DetectPeaks, AssignsChargesFromIsotopeSpacing) {
+  std::vector<GaussPeak> peaks;
+  const double abundance[] = {1.0, 0.8, 0.4, 0.15};
+  for (int z = 1; z <= 4; ++z) {
+    const double mono = 300.0 + 150.0 * z;
+    for (int k = 0; k < 4; ++k) {
+      peaks.push_back({mono + k * 1.00336 / z, 2000.0 * abundance[k], mono / 40000.0 / kFwhmPerSigma});
+    }
+  }
+  const Signal s = MakeSignal(200000, 400.0, 0.003, peaks, {.baseline = 5.0, .noiseSigma = 2.0});
+  const PeakList found = DetectPeaks(s.x, s.y);
+  ASSERT_EQ(found.peaks.size(), 16u);
+  for (std::size_t i = 0; i < found.peaks.size(); ++i) {
+    const Peak& p = found.peaks[i];
+    EXPECT_EQ(p.charge, static_cast<int>(i / 4) + 1) << p.centroid_x;
+    EXPECT_TRUE(p.marks & kQXPeakChargeAssigned);
+    EXPECT_EQ((p.marks & kQXPeakSeriesLow) != 0, i % 4 == 0);
+  }
+  // The same centroids as a centroided spectrum get the same charges.
+  std::vector<double> cx, cy;
+  for (const Peak& p : found.peaks) {
+    cx.push_back(p.centroid_x);
+    cy.push_back(p.height);
+  }
+  DetectOptions centroided;
+  centroided.centroided = true;
+  const PeakList sticks = DetectPeaks(cx, cy, centroided);
+  ASSERT_EQ(sticks.peaks.size(), found.peaks.size());
+  for (std::size_t i = 0; i < cx.size(); ++i) EXPECT_EQ(sticks.peaks[i].charge, found.peaks[i].charge);
+  DetectOptions chromatogram;
+  chromatogram.kind = SignalKind::kChromatogram;
+  for (const Peak& p : DetectPeaks(s.x, s.y, chromatogram).peaks) EXPECT_EQ(p.charge, 0);
+}
+
+// The classic mode runs the list's segments as they are: the same table as the driver.
+TEST(DetectPeaks, ClassicModeIsTheDriversTable) {
+  const Signal s = Ladder(6.0, 0.05, 3.0, {30.0, 300.0});
+  QXPeakTableList list;
+  list.AddDetectionSetting(-1);
+  list.SetMassProcessing(1);
+  DetectOptions options;
+  options.classic = list;
+  const PeakList found = DetectPeaks(s.x, s.y, options);
+  list.AddPeakTableToList();
+  const double yMax = *std::max_element(s.y.begin(), s.y.end());
+  list.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), yMax, 1.0, 0);
+  const QXPeakTable& table = *list.GetPeakTableFromList(0);
+  ASSERT_EQ(found.peaks.size(), static_cast<std::size_t>(table.GetNumPeaks()));
+  for (std::size_t i = 0; i < found.peaks.size(); ++i) {
+    const QXPeakTableElement& e = *table.GetPeak(static_cast<std::int32_t>(i));
+    EXPECT_EQ(found.peaks[i].apex_x, e.m_dApexX);
+    EXPECT_EQ(found.peaks[i].centroid_x, e.m_dCentroidX);
+    EXPECT_EQ(found.peaks[i].area, e.m_dArea);
+    EXPECT_EQ(found.peaks[i].marks, e.m_dwFlags);
+  }
+}
+
+TEST(ParseFwhm, ReadsWidthsWithUnitsAndReference) {
+  struct Case {
+    const char* text;
+    bool ok;
+    double fwhm, at;
+  };
+  for (const Case& c : {Case{"0.01@400", true, 0.01, 400.0}, Case{"4s", true, 4.0, 0.0},
+                        Case{"0.1min", true, 6.0, 0.0}, Case{"20ppm@500", true, 0.01, 500.0},
+                        Case{"0.5", true, 0.5, 0.0}, Case{"-1", false, 0, 0}, Case{"nan", false, 0, 0},
+                        Case{"0.01@", false, 0, 0}, Case{"abc", false, 0, 0}, Case{"", false, 0, 0}}) {
+    DetectOptions options;
+    std::string error;
+    EXPECT_EQ(ParseFwhm(c.text, options, error), c.ok) << c.text;
+    if (!c.ok) {
+      EXPECT_FALSE(error.empty());
+      continue;
+    }
+    EXPECT_NEAR(options.fwhm, c.fwhm, 1e-12) << c.text;
+    EXPECT_EQ(options.fwhm_at, c.at) << c.text;
+  }
 }
 
 }  // namespace

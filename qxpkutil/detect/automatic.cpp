@@ -4,7 +4,6 @@
 // every peak in physical terms (S/N, FWHM, centroid), then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <unordered_map>
 
@@ -92,18 +91,19 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
-// Least-squares height of a Gaussian of the local width centred on point i, over the
-// region; memoised, since neighbouring seeds ask for the same points.
+// Least-squares height of a Gaussian of `scale` times the local width centred on point i,
+// over the region; memoised, since neighbouring seeds ask for the same points. At scale 1
+// it is the matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
 class MatchedFilter {
  public:
   MatchedFilter(std::span<const double> x, std::span<const double> y, const SignalModel& m,
-                const std::vector<double>& baseline)
-      : x_(x), y_(y), m_(m), baseline_(baseline), memo_(x.size(), std::nan("")) {}
+                const std::vector<double>& baseline, double scale = 1.0)
+      : x_(x), y_(y), m_(m), baseline_(baseline), scale_(scale), memo_(x.size(), std::nan("")) {}
 
   double At(std::int32_t i, const Region& r) {
     double& value = memo_[static_cast<std::size_t>(i)];
     if (!std::isnan(value)) return value;
-    const std::vector<double>& g = Kernel(m_.PointsPerFwhm(i, x_[i]));
+    const std::vector<double>& g = KernelAt(i);
     const auto half = static_cast<std::int32_t>(g.size() / 2);
     double num = 0.0, den = 0.0;
     const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
@@ -113,18 +113,28 @@ class MatchedFilter {
       num += w * (y_[j] - baseline_[j]);
       den += w * w;
     }
+    // Thresholded data: the absent points were below the threshold, near the baseline, so
+    // they count in the fit as baseline points.
+    if (m_.thresholded) den = full_[&g];
     value = den > 0.0 ? num / den : 0.0;
     return value;
   }
   // The standard deviation of At(i) for white noise of `sigma`.
   double Spread(std::int32_t i, double sigma) {
-    const std::vector<double>& g = Kernel(m_.PointsPerFwhm(i, x_[i]));
+    const std::vector<double>& g = KernelAt(i);
     double den = 0.0;
     for (double w : g) den += w * w;
     return sigma / std::sqrt(den);
   }
 
  private:
+  // One kernel per block of the model, chosen on first use.
+  const std::vector<double>& KernelAt(std::int32_t i) {
+    const auto b = static_cast<std::size_t>(i / m_.block);
+    if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
+    if (blockKernel_[b] == nullptr) blockKernel_[b] = &Kernel(m_.ppf_[b] * scale_);
+    return *blockKernel_[b];
+  }
   const std::vector<double>& Kernel(double ppf) {
     const int key = static_cast<int>(std::lround(std::min(ppf, 4000.0) * 4.0));
     auto found = kernels_.find(key);
@@ -135,21 +145,29 @@ class MatchedFilter {
     for (std::int32_t k = -half; k <= half; ++k) {
       g[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
     }
-    return kernels_.emplace(key, std::move(g)).first->second;
+    const std::vector<double>& kept = kernels_.emplace(key, std::move(g)).first->second;
+    double full = 0.0;
+    for (double w : kept) full += w * w;
+    full_[&kept] = full;
+    return kept;
   }
 
   std::span<const double> x_, y_;
   const SignalModel& m_;
   const std::vector<double>& baseline_;
+  double scale_;
   std::vector<double> memo_;
-  std::unordered_map<int, std::vector<double>> kernels_;
+  std::unordered_map<int, std::vector<double>> kernels_;  // node-based: pointers stay valid
+  std::vector<const std::vector<double>*> blockKernel_;
+  std::unordered_map<const std::vector<double>*, double> full_;  // sum of squares per kernel
 };
 
 struct Found {
-  std::int32_t top;      // local maximum of the matched filter
+  std::int32_t top;      // local maximum of the narrow (shape) filter
   std::int32_t left, right;
+  std::int32_t strongest;  // the matched filter's top near it
   std::size_t region;
-  double strength;       // matched-filter height at the top
+  double strength;       // matched-filter height near the top
   double noise;
 };
 
@@ -173,18 +191,43 @@ std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
   }
 }
 
-// Walks from the top while the matched filter keeps falling and stays above the baseline.
-std::int32_t Bound(MatchedFilter& mf, const Region& r, std::int32_t top, int step,
-                   std::int32_t limit) {
-  std::int32_t i = top;
-  for (std::int32_t k = 0; k < limit; ++k) {
-    const std::int32_t next = i + step;
-    if (next < r.begin || next >= r.end) break;
-    const double now = mf.At(i, r), after = mf.At(next, r);
-    i = next;
-    if (after > now || after <= 0.0) break;
+// A top of a filtered signal with the valleys either side. Wiggles smaller than
+// `tolerance` do not end a flank, so noise on a broad top does not split it.
+struct Hill {
+  std::int32_t top, left, right;
+  bool leftRises = false, rightRises = false;  // the flank ends where the signal rises again
+};
+
+std::int32_t Valley(MatchedFilter& f, const Region& r, std::int32_t top, int step,
+                    double tolerance, std::int32_t limit, bool& rises) {
+  std::int32_t lowest = top;
+  rises = false;
+  for (std::int32_t i = top + step, k = 0; i >= r.begin && i < r.end && k < limit; i += step, ++k) {
+    const double v = f.At(i, r);
+    if (v < f.At(lowest, r)) lowest = i;
+    if (v <= 0.0) break;
+    if (v > f.At(lowest, r) + tolerance) {
+      rises = true;
+      break;
+    }
   }
-  return i;
+  return lowest;
+}
+
+Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tolerance,
+               std::int32_t limit) {
+  Hill hill{Climb(f, r, seed), seed, seed};
+  for (int round = 0; round < 8; ++round) {
+    hill.left = Valley(f, r, hill.top, -1, tolerance, limit, hill.leftRises);
+    hill.right = Valley(f, r, hill.top, +1, tolerance, limit, hill.rightRises);
+    std::int32_t highest = hill.top;
+    for (std::int32_t i = hill.left; i <= hill.right; ++i) {
+      if (f.At(i, r) > f.At(highest, r)) highest = i;
+    }
+    if (highest == hill.top) break;
+    hill.top = highest;
+  }
+  return hill;
 }
 
 void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
@@ -193,7 +236,7 @@ void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
   }
 }
 
-// Weighted least-squares parabola through ln(y - b) of the points above 60 % of the top:
+// Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
 bool FitLogParabola(std::span<const double> x, std::span<const double> y,
                     const std::vector<double>& b, std::int32_t top, std::int32_t lo,
@@ -201,8 +244,8 @@ bool FitLogParabola(std::span<const double> x, std::span<const double> y,
   const double peak = y[top] - b[top];
   if (!(peak > 0.0)) return false;
   std::int32_t l = top, h = top;
-  while (l > lo && y[l - 1] - b[l - 1] >= 0.6 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && y[h + 1] - b[h + 1] >= 0.6 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && y[l - 1] - b[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && y[h + 1] - b[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
@@ -262,7 +305,10 @@ double HalfHeightWidth(std::span<const double> x, std::span<const double> y,
   return cross(h - 1, h) - cross(l + 1, l);
 }
 
-void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge) {
+// Links peaks whose centroids lie 1.00336 / z apart (within `tolerance(x)`), highest z
+// first, and marks each linked series.
+template <typename Tolerance>
+void AssignCharges(std::vector<Peak>& peaks, const Tolerance& tolerance, int maxCharge) {
   const std::size_t count = peaks.size();
   std::vector<std::size_t> parent(count);
   std::iota(parent.begin(), parent.end(), 0);
@@ -275,13 +321,13 @@ void AssignCharges(std::vector<Peak>& peaks, const SignalModel& m, int maxCharge
     for (std::size_t i = 0; i < count; ++i) {
       if (peaks[i].charge != 0 && peaks[i].charge != z) continue;
       const double c = peaks[i].centroid_x;
-      const double tolerance = 0.25 * m.FwhmAt(c) + 2e-6 * c;
+      const double slack = tolerance(c);
       // Peaks are in x order: find the first at or past the expected neighbour.
       auto it = std::lower_bound(peaks.begin() + static_cast<std::ptrdiff_t>(i + 1), peaks.end(),
-                                 c + spacing - tolerance,
+                                 c + spacing - slack,
                                  [](const Peak& p, double v) { return p.centroid_x < v; });
       std::size_t best = count;
-      for (; it != peaks.end() && it->centroid_x <= c + spacing + tolerance; ++it) {
+      for (; it != peaks.end() && it->centroid_x <= c + spacing + slack; ++it) {
         const auto j = static_cast<std::size_t>(it - peaks.begin());
         if (it->charge != 0 && it->charge != z) continue;
         if (best == count || std::fabs(it->centroid_x - c - spacing) <
@@ -342,10 +388,50 @@ QXPeakTableList BuildAutomaticSegments(std::span<const double> x, std::span<cons
   return SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
 }
 
+namespace {
+
+// Centroided input: every point above zero is a peak; charges from the spacings, within a
+// few ppm or a quarter of the FWHM the options give.
+void DetectCentroided(std::span<const double> x, std::span<const double> y,
+                      const DetectOptions& options, PeakList& result) {
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    if (!(y[i] > 0.0)) continue;
+    Peak p;
+    p.apex_x = p.centroid_x = p.left_x = p.right_x = x[i];
+    p.apex_y = p.area = p.height = y[i];
+    p.apex_index = p.left_index = p.right_index = static_cast<std::int32_t>(i);
+    p.baseline = 0.0;
+    p.marks = kQXPeakNormal;
+    result.peaks.push_back(std::move(p));
+  }
+  if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
+    // The width law of the options (constant resolving power when unnamed), if any width.
+    SignalModel law;
+    law.exponent = options.width_law == WidthLaw::kAuto ? 1.0 : WidthExponent(options.width_law);
+    if (options.fwhm > 0.0) {
+      law.fwhm_ref = options.fwhm;
+      law.x_ref = options.fwhm_at > 0.0 ? options.fwhm_at : 1.0;
+      if (options.fwhm_at <= 0.0) law.exponent = 0.0;
+    } else if (options.resolution > 0.0) {
+      law.fwhm_ref = options.resolution_at / options.resolution;
+      law.x_ref = options.resolution_at;
+    }
+    AssignCharges(result.peaks, [&](double c) { return 0.25 * law.FwhmAt(c) + 5e-6 * c; },
+                  options.max_charge);
+  }
+  FinishPeaks(x, y, options, result.peaks);
+}
+
+}  // namespace
+
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options) {
   PeakList result = CheckOptions(options);
   if (!result.ok() || x.empty()) return result;
+  if (options.centroided) {
+    DetectCentroided(x, y, options, result);
+    return result;
+  }
   const auto n = static_cast<std::int32_t>(x.size());
   SignalModel model = EstimateSignalModel(x, y, options);
   std::vector<Region> shortRegions;
@@ -366,9 +452,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
   }
 
-  // Each seed climbs the matched filter to its top. A first pass finds the clear peaks,
-  // whose flanks are then left out of a second baseline and noise estimate; the second
-  // pass decides on every top of the first.
+  // A first pass keeps the seeds whose matched-filter top is at least half the wanted
+  // S/N and measures the baseline and noise again without the clear peaks; the second
+  // pass decides on those seeds.
   std::vector<double> baseline(static_cast<std::size_t>(n));
   for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
   std::vector<Found> found;
@@ -379,61 +465,90 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     for (std::int32_t seed : seeds) {
       std::size_t region = 0;
       const Region* r = RegionOf(model.regions, seed, region);
-      if (r == nullptr) continue;
+      // A seed whose own point is not clearly above the baseline is noise: no peak of
+      // the wanted S/N has its highest point that low.
+      if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
       const std::int32_t top = Climb(first, *r, seed);
       const double strength = first.At(top, *r), noise = model.NoiseAt(top);
       if (strength < 0.5 * options.snr * noise) continue;
-      tops.push_back(top);
-      if (strength < options.snr * noise) continue;
-      const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(top, x[top])));
-      const std::int32_t lo = Bound(first, *r, top, -1, limit), hi = Bound(first, *r, top, +1, limit);
-      std::fill(exclude.begin() + lo, exclude.begin() + hi + 1, std::uint8_t{1});
+      tops.push_back(seed);
+    }
+    // Points clearly above the baseline, widened by a peak width, are left out.
+    for (std::int32_t i = 0; i < n;) {
+      if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
+        ++i;
+        continue;
+      }
+      const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
+      std::int32_t j = i;
+      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+      std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
+                std::uint8_t{1});
+      i = j + 1;
     }
     RefineLevels(x, y, exclude, model);
     for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
     seeds.swap(tops);
   }
   MatchedFilter mf(x, y, model, baseline);
-  for (std::int32_t seed : seeds) {
+  MatchedFilter shape(x, y, model, baseline, 0.5);
+  // Every hill that passes also sends seeds over its valleys, so a neighbour the scan did
+  // not report as a peak of its own (a shoulder, a peak on a tail) is still climbed.
+  std::vector<std::uint8_t> visited(static_cast<std::size_t>(n), 0);
+  while (!seeds.empty()) {
+    const std::int32_t seed = seeds.back();
+    seeds.pop_back();
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
-    const std::int32_t top = Climb(mf, *r, seed);
-    const double noise = model.NoiseAt(top);
-    const double strength = mf.At(top, *r);
+    if (r == nullptr) continue;
+    const double noise = model.NoiseAt(seed);
+    const double ppf = model.PointsPerFwhm(seed);
+    const Hill hill = ClimbHill(shape, *r, seed, 3.0 * shape.Spread(seed, noise),
+                                static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
+    if (visited[hill.top]) continue;
+    visited[hill.top] = 1;
+    // The strength is the matched filter near the shape's top, above the lower of the two
+    // valleys: a peak on the tail of a larger one counts by its own height.
+    std::int32_t strongest = Climb(mf, *r, hill.top);
+    if (std::abs(strongest - hill.top) > ppf / 2.0) strongest = hill.top;
+    auto side = [&](std::int32_t valley, bool rises) {
+      const double v = mf.At(valley, *r);
+      return rises && v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
+    };
+    const double floor = std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
+    const double strength = mf.At(strongest, *r) - floor;
     if (strength < options.snr * noise) continue;
-    found.push_back({top, top, top, region, strength, noise});
+    found.push_back({hill.top, hill.left, hill.right, strongest, region, strength, noise});
+    if (hill.leftRises && hill.left > r->begin) seeds.push_back(hill.left - 1);
+    if (hill.rightRises && hill.right + 1 < r->end) seeds.push_back(hill.right + 1);
   }
   std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
   found.erase(std::unique(found.begin(), found.end(),
                           [](const Found& a, const Found& b) { return a.top == b.top; }),
               found.end());
 
-  // Neighbouring tops without a real valley between them are one peak.
+  // Neighbouring tops without a real valley between them in the shape filter are one peak.
   std::vector<Found> peaks;
   for (const Found& f : found) {
     if (!peaks.empty() && peaks.back().region == f.region) {
       Found& prev = peaks.back();
       const Region& r = model.regions[f.region];
       double valley = INFINITY;
-      for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, mf.At(i, r));
-      const double lower = std::min(prev.strength, f.strength);
+      for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
+      const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
       const double depth = lower - valley;
-      if (depth < 3.0 * mf.Spread(f.top, f.noise) + 0.05 * lower) {
+      if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
+        const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
         if (f.strength > prev.strength) prev = f;
+        prev.left = left;
+        prev.right = right;
         continue;
       }
     }
     peaks.push_back(f);
   }
 
-  // Bounds: down the flanks of the filtered signal, meeting at the valley between peaks.
-  for (std::size_t k = 0; k < peaks.size(); ++k) {
-    Found& f = peaks[k];
-    const Region& r = model.regions[f.region];
-    const auto limit = static_cast<std::int32_t>(std::ceil(6.0 * model.PointsPerFwhm(f.top, x[f.top])));
-    f.left = Bound(mf, r, f.top, -1, limit);
-    f.right = Bound(mf, r, f.top, +1, limit);
-  }
+  // Bounds: the hills' valleys, meeting at the lowest point between neighbours.
   for (std::size_t k = 1; k < peaks.size(); ++k) {
     Found& a = peaks[k - 1];
     Found& b = peaks[k];
@@ -441,7 +556,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     const Region& r = model.regions[b.region];
     std::int32_t valley = a.top;
     for (std::int32_t i = a.top; i <= b.top; ++i) {
-      if (mf.At(i, r) < mf.At(valley, r)) valley = i;
+      if (shape.At(i, r) < shape.At(valley, r)) valley = i;
     }
     a.right = std::min(a.right, valley);
     b.left = std::max(b.left, valley);
@@ -456,7 +571,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       if (!model.missing[i] && y[i] - baseline[i] > y[apex] - baseline[apex]) apex = i;
     }
     // The raw top near the filter's top: the highest point within a third of a width.
-    const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top, x[f.top]) / 3.0));
+    const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
     std::int32_t top = f.top;
     for (std::int32_t i = std::max(f.left, f.top - near); i <= std::min(f.right, f.top + near); ++i) {
       if (y[i] > y[top]) top = i;
@@ -478,9 +593,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       p.height = height;
       p.fwhm = fwhm;
     } else {
-      // Gaussian interpolation of the filtered signal around its top.
+      // Gaussian interpolation of the matched filter around its own top.
       const Region& r = model.regions[f.region];
-      const std::int32_t t = f.top;
+      const std::int32_t t = f.strongest;
       p.centroid_x = x[t];
       if (t > r.begin && t + 1 < r.end) {
         const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
@@ -504,7 +619,8 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     result.peaks.push_back(std::move(p));
   }
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
-    AssignCharges(result.peaks, model, options.max_charge);
+    AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
+                  options.max_charge);
   }
   FinishPeaks(x, y, options, result.peaks);
 

@@ -20,19 +20,19 @@ double Median(std::vector<double>& v) {
   return *mid;
 }
 
+// The typical step: a low quantile, so that in data with many gaps the steps inside the
+// stored runs count, not the jumps between them.
+double TypicalStep(std::vector<double>& steps) {
+  if (steps.empty()) return std::nan("");
+  const auto q = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 5);
+  std::nth_element(steps.begin(), q, steps.end());
+  return *q;
+}
+
 double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
   scratch.clear();
   for (double value : v) scratch.push_back(std::fabs(value - centre));
   return Median(scratch);
-}
-
-double Exponent(WidthLaw law) {
-  switch (law) {
-    case WidthLaw::kTof: return 1.0;
-    case WidthLaw::kOrbitrap: return 1.5;
-    case WidthLaw::kFtIcr: return 2.0;
-    default: return 0.0;
-  }
 }
 
 // Replaces NaN entries by their nearest finite neighbour, then takes a running median of
@@ -53,13 +53,14 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   }
   width = std::min(width, n % 2 ? n : n - 1);
   if (width < 3) return;
+  // Near the ends the window shrinks symmetrically, so a trend is followed to the edge.
   std::vector<double> out(v), w(width);
-  const std::size_t half = width / 2;
   for (std::size_t i = 0; i < n; ++i) {
-    const std::size_t lo = i < half ? 0 : std::min(i - half, n - width);
-    std::copy(v.begin() + static_cast<std::ptrdiff_t>(lo),
-              v.begin() + static_cast<std::ptrdiff_t>(lo + width), w.begin());
-    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), w.end());
+    const std::size_t half = std::min({width / 2, i, n - 1 - i});
+    std::copy(v.begin() + static_cast<std::ptrdiff_t>(i - half),
+              v.begin() + static_cast<std::ptrdiff_t>(i + half + 1), w.begin());
+    const auto end = w.begin() + static_cast<std::ptrdiff_t>(2 * half + 1);
+    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), end);
     out[i] = w[half];
   }
   v.swap(out);
@@ -73,10 +74,11 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   std::vector<double> steps;
   for (std::int32_t b = 0; b < blocks; ++b) {
     steps.clear();
-    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); ++i) {
+    // Every fourth step is plenty for a typical figure.
+    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); i += 4) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
-    spacing[static_cast<std::size_t>(b)] = Median(steps);
+    spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
   std::vector<std::uint8_t> gapAfter(static_cast<std::size_t>(n), 0);
@@ -92,6 +94,14 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     const bool atGap = (i > 0 && gapAfter[i - 1]) || (i + 1 < n && gapAfter[i]);
     m.missing[i] = zeroLeft || zeroRight || atGap;
   }
+  double absent = 0.0;
+  for (std::int32_t i = 0; i + 1 < n; ++i) {
+    if (m.missing[i]) absent += 1.0;
+    if (gapAfter[i]) {
+      absent += (x[i + 1] - x[i]) / spacing[static_cast<std::size_t>(i / kSpacingBlock)] - 1.0;
+    }
+  }
+  m.thresholded = absent > n;
   m.regions.clear();
   std::int32_t begin = 0;
   for (std::int32_t i = 0; i < n; ++i) {
@@ -104,6 +114,42 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   }
 }
 
+// The z above which a standard normal value lies with probability p.
+double UpperQuantile(double p) {
+  double lo = 0.0, hi = 40.0;
+  for (int k = 0; k < 60; ++k) {
+    const double mid = 0.5 * (lo + hi);
+    (0.5 * std::erfc(mid / std::sqrt(2.0)) > p ? lo : hi) = mid;
+  }
+  return 0.5 * (lo + hi);
+}
+
+// Noise of thresholded data: the threshold T is about the lowest stored value, and noise
+// alone crosses it as often as the short runs of stored points show, so T = sigma *
+// z(p) where p is that rate over the whole sampling grid of the block.
+double ThresholdNoise(std::span<const double> x, std::span<const double> y, const SignalModel& m,
+                      std::int32_t lo, std::int32_t hi, double spacing, std::vector<double>& values) {
+  const auto fifth = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 20);
+  std::nth_element(values.begin(), fifth, values.end());
+  const double threshold = *fifth;
+  double crossings = 0.0;
+  std::int32_t run = 0;
+  for (std::int32_t i = lo; i <= hi; ++i) {
+    const bool stored = i < hi && !m.missing[i] && y[i] > 0.0;
+    const bool joined = stored && run > 0 && x[i] - x[i - 1] < kGapFactor * spacing;
+    if (stored && (run == 0 || joined)) {
+      ++run;
+      continue;
+    }
+    if (run > 0 && run <= 2) crossings += run;
+    run = stored ? 1 : 0;
+  }
+  const double grid = spacing > 0.0 ? (x[hi - 1] - x[lo]) / spacing + 1.0 : hi - lo;
+  const double rate = crossings / std::max(grid, 1.0);
+  if (!(threshold > 0.0) || rate <= 1e-5 || rate >= 0.3) return threshold > 0.0 ? threshold / 2.0 : std::nan("");
+  return threshold / UpperQuantile(rate);
+}
+
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
 // block of `block` points.
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
@@ -111,48 +157,79 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block - 1) / m.block;
+  // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
+  // read before the tables below are reset).
+  const double halfWidth =
+      m.fwhm_ref > 0.0 ? 0.5 * m.PointsPerFwhm(n / 2, x[static_cast<std::size_t>(n / 2)]) : 1.0;
+  std::vector<std::int32_t> lags{m.noise_lag > 0 ? m.noise_lag : 1};
+  while (m.noise_lag == 0 && lags.size() < 6 && 2.0 * lags.back() <= halfWidth) {
+    lags.push_back(2 * lags.back());
+  }
   m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature, steps;
+  std::vector<std::vector<double>> noiseAtLag(lags.size(),
+                                              std::vector<double>(static_cast<std::size_t>(blocks), std::nan("")));
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
     steps.clear();
-    for (std::int32_t i = lo; i + 1 < hi; ++i) {
+    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
-    m.spacing_[static_cast<std::size_t>(b)] = Median(steps);
+    m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
+    // About 128 points per block are enough for its figures.
+    const std::int32_t stride = std::max<std::int32_t>(1, (hi - lo) / 128);
     values.clear();
-    for (std::int32_t i = lo; i < hi; ++i) {
+    for (std::int32_t i = lo; i < hi; i += stride) {
       if (!skip(i)) values.push_back(y[i]);
     }
     if (values.size() < 8) continue;
+    if (m.thresholded) {
+      m.baseline_[static_cast<std::size_t>(b)] = 0.0;
+      m.noise_[static_cast<std::size_t>(b)] =
+          ThresholdNoise(x, y, m, lo, hi, m.spacing_[static_cast<std::size_t>(b)], values);
+      continue;
+    }
+    // One clipping round: the points more than three spreads above the median (peaks)
+    // leave; the median of the rest is the block's baseline, and the curvature of the rest
+    // its noise (second differences ignore a slope of the baseline).
     kept = values;
     double centre = Median(kept);
-    double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
-    for (int pass = 0; pass < 3 && spread > 0.0; ++pass) {
+    const double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
+    if (spread > 0.0) {
       kept.clear();
       for (double v : values) {
         if (v <= centre + 3.0 * spread) kept.push_back(v);
       }
       centre = Median(kept);
-      spread = kMadToSigma * MedianAbsDeviation(kept, centre, scratch);
-      kept.clear();
-      for (double v : values) {
-        if (v <= centre + 3.0 * spread) kept.push_back(v);
-      }
     }
     const double ceiling = centre + 3.0 * spread;
-    curvature.clear();
-    for (std::int32_t i = std::max(lo, 1); i + 1 < std::min(hi + 1, n); ++i) {
-      if (skip(i - 1) || skip(i) || skip(i + 1)) continue;
-      if (y[i - 1] > ceiling || y[i] > ceiling || y[i + 1] > ceiling) continue;
-      curvature.push_back(std::fabs(y[i - 1] - 2.0 * y[i] + y[i + 1]));
-    }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
-    m.noise_[static_cast<std::size_t>(b)] =
-        curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0) : spread;
+    for (std::size_t k = 0; k < lags.size(); ++k) {
+      const std::int32_t lag = lags[k];
+      curvature.clear();
+      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+        if (skip(i - lag) || skip(i) || skip(i + lag)) continue;
+        if (y[i - lag] > ceiling || y[i] > ceiling || y[i + lag] > ceiling) continue;
+        curvature.push_back(std::fabs(y[i - lag] - 2.0 * y[i] + y[i + lag]));
+      }
+      noiseAtLag[k][static_cast<std::size_t>(b)] =
+          curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0) : spread;
+    }
   }
+  // White noise has the same second difference at every lag. Noise correlated over a few
+  // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
+  // doubles while the figure still grows clearly, up to half a peak width.
+  std::size_t chosen = 0;
+  for (std::size_t k = 0; k + 1 < lags.size() && !m.thresholded; ++k) {
+    std::vector<double> shorter(noiseAtLag[k]), longer(noiseAtLag[k + 1]);
+    const double a = Median(shorter), c = Median(longer);
+    if (!(c > 1.2 * a)) break;
+    chosen = k + 1;
+  }
+  if (!m.thresholded) m.noise_ = noiseAtLag[chosen];
+  if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
   double largest = 0.0;
   for (double v : y) largest = std::max(largest, std::fabs(v));
   FillAndSmooth(m.baseline_, 0.0);
@@ -188,6 +265,11 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
       const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
       const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
       const double fwhm = xh - xl;
+      // A clean peak has fallen to a quarter of its height one half-width past each
+      // crossing; a neighbour overlapping it would widen the measurement.
+      const std::int32_t farLeft = 2 * l - i, farRight = 2 * h - i;
+      if (farLeft < r.begin || farRight >= r.end) continue;
+      if (y[farLeft] - base > 0.25 * height || y[farRight] - base > 0.25 * height) continue;
       if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
     }
   }
@@ -208,7 +290,7 @@ void FitWidthLaw(const std::vector<WidthSample>& samples, bool chromatogram, Sig
   double bestCost = INFINITY;
   for (WidthLaw law : kLaws) {
     if (chromatogram && law != WidthLaw::kConstant) break;
-    const double p = Exponent(law);
+    const double p = WidthExponent(law);
     residual.clear();
     for (const WidthSample& s : samples) {
       residual.push_back(std::log(s.fwhm) - p * std::log(std::max(s.x, 1e-300)));
@@ -236,7 +318,7 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
       law = o.fwhm > 0.0 && o.fwhm_at <= 0.0 ? WidthLaw::kConstant : WidthLaw::kTof;
     }
     m.law = law;
-    m.exponent = Exponent(law);
+    m.exponent = WidthExponent(law);
     if (o.fwhm > 0.0) {
       m.fwhm_ref = o.fwhm;
       m.x_ref = o.fwhm_at > 0.0 ? o.fwhm_at : 1.0;
@@ -252,9 +334,9 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
       FitWidthLaw(samples, chromatogram, m);
     } else {
       std::vector<double> ref;
-      for (const WidthSample& s : samples) ref.push_back(s.fwhm / std::pow(s.x, Exponent(law)));
+      for (const WidthSample& s : samples) ref.push_back(s.fwhm / std::pow(s.x, WidthExponent(law)));
       m.law = law;
-      m.exponent = Exponent(law);
+      m.exponent = WidthExponent(law);
       m.x_ref = 1.0;
       m.fwhm_ref = Median(ref);
     }
@@ -295,13 +377,31 @@ void RefineLevels(std::span<const double> x, std::span<const double> y,
   EstimateLevels(x, y, model, &exclude);
 }
 
+double WidthExponent(WidthLaw law) {
+  switch (law) {
+    case WidthLaw::kTof: return 1.0;
+    case WidthLaw::kOrbitrap: return 1.5;
+    case WidthLaw::kFtIcr: return 2.0;
+    default: return 0.0;
+  }
+}
+
+void SignalModel::TabulateWidths(std::span<const double> x) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  ppf_.resize(spacing_.size());
+  for (std::size_t b = 0; b < ppf_.size(); ++b) {
+    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block + block / 2);
+    ppf_[b] = PointsPerFwhm(mid, x[mid]);
+  }
+}
+
 SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,
                                 const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
-  m.block = std::clamp<std::int32_t>(n / 8, 16, 256);
+  m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
   EstimateLevels(x, y, m);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
@@ -314,6 +414,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
   m.block = std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096);
   EstimateLevels(x, y, m);
+  m.TabulateWidths(x);
   return m;
 }
 

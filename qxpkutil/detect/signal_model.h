@@ -32,15 +32,24 @@ class SignalModel {
   double FwhmAt(double x) const;
   // The same in points at point i (at least 1).
   double PointsPerFwhm(std::int32_t i, double x) const;
+  // The same, read from the per-block table (no power law evaluated).
+  double PointsPerFwhm(std::int32_t i) const { return Interpolate(ppf_, i); }
+  // Fills the per-block table from the width law and the spacing.
+  void TabulateWidths(std::span<const double> x);
 
   std::vector<Region> regions;
   std::vector<std::uint8_t> missing;  // 1 for a zero-filled point that carries no signal
+  // Most of the sampling grid is absent (zeros or x gaps): the instrument stored only the
+  // points above a threshold. The baseline is then 0 and the noise comes from how often
+  // the noise alone crosses the threshold.
+  bool thresholded = false;
   double fwhm_ref = 0.0;
   double x_ref = 1.0;
   double exponent = 0.0;
   WidthLaw law = WidthLaw::kConstant;
   std::int32_t block = 1;  // points per block
-  std::vector<double> baseline_, noise_, spacing_;
+  std::int32_t noise_lag = 0;  // lag of the second differences that measure the noise; 0: not chosen
+  std::vector<double> baseline_, noise_, spacing_, ppf_;
 
  private:
   double Interpolate(const std::vector<double>& v, std::int32_t i) const;
@@ -50,6 +59,9 @@ class SignalModel {
 // peaks found so far), so that dense peaks do not lift the baseline.
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model);
+
+// How FWHM grows with x under a law: FWHM ~ x^exponent (kAuto and kConstant: 0).
+double WidthExponent(WidthLaw law);
 
 // Learns the model of a validated, non-empty trace. The width comes from the options when
 // they give one, else from the cleanest strong peaks of the data.

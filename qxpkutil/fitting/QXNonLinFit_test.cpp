@@ -364,7 +364,7 @@ TEST(GaussFitPeakList, RefinesSeparatePeaksAndKeepsCentresInBounds) {
   EXPECT_EQ(t.GetPeak(3)->m_dCentroidX, s.x[590] + 0.01);
   EXPECT_NEAR(t.GetPeak(0)->m_dCentroidX, truth[0].centre, 0.003);
   EXPECT_NEAR(t.GetPeak(2)->m_dCentroidX, truth[1].centre, 0.003);
-  for (long i = 0; i < t.GetNumPeaks(); ++i) {
+  for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) {
     const QXPeakTableElement* p = t.GetPeak(i);
     EXPECT_TRUE(p->m_dCentroidX >= p->m_dLeftX && p->m_dCentroidX <= p->m_dRightX) << i;
   }
@@ -380,7 +380,7 @@ TEST(GaussFitPeakList, JointPassBeatsSinglePassOnOverlappingPeaks) {
     if (which[1]) AddPeak(t, s, 120, 111, 145, 0.0);
     QXNonLinFit::GaussFitPeakList(&t, s.x.data(), s.y.data(), 200);
     std::vector<double> c;
-    for (long i = 0; i < t.GetNumPeaks(); ++i) c.push_back(t.GetPeak(i)->m_dCentroidX);
+    for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) c.push_back(t.GetPeak(i)->m_dCentroidX);
     return c;
   };
   const double aloneLeft = fitted({1, 0})[0], aloneRight = fitted({0, 1})[0];

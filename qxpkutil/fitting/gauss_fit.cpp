@@ -128,7 +128,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
                                    int n) {
   if (!table || !x || !y || n <= 0) return;
   table->SortPeakTable(0);
-  const long count = table->GetNumPeaks();
+  const std::int32_t count = table->GetNumPeaks();
   const auto points = static_cast<std::uint32_t>(n);
 
   std::vector<double> width;
@@ -137,7 +137,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
   std::vector<QXNonLinFitParam> params;
   try {
     std::size_t widest = 0;
-    for (long i = 0; i < count; ++i) {
+    for (std::int32_t i = 0; i < count; ++i) {
       const QXPeakTableElement* p = table->GetPeak(i);
       if (InData(p, points)) {
         const std::size_t span = p->m_nRightIndex - p->m_nLeftIndex + std::size_t{1};
@@ -153,7 +153,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
   }
 
   // First pass: each peak alone over its bound indices, both ends included.
-  for (long i = 0; i < count; ++i) {
+  for (std::int32_t i = 0; i < count; ++i) {
     QXPeakTableElement* p = table->GetPeak(i);
     if (!InData(p, points)) continue;
     const double base = BaseOf(*p);
@@ -171,7 +171,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
   // Second pass: a peak close to a neighbour is fitted again together with it, with the
   // centroids as updated so far. Only the peak's own centre is written; each neighbour is
   // refined in its own turn.
-  for (long i = 0; i < count; ++i) {
+  for (std::int32_t i = 0; i < count; ++i) {
     QXPeakTableElement* p = table->GetPeak(i);
     const double wi = width[static_cast<std::size_t>(i)];
     if (!InData(p, points) || !(wi > 0.0)) continue;

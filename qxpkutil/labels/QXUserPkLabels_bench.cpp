@@ -21,9 +21,9 @@ QXUserPkLabels MakeLabels(std::int32_t n, int type) {
 }
 
 // Peaks 0.5 apart, so a difference list of spacings 0.5 .. 2.25 always finds pairs.
-QXPeakTable MakeTable(long n) {
+QXPeakTable MakeTable(std::int32_t n) {
   QXPeakTable table;
-  for (long i = 0; i < n; ++i) {
+  for (std::int32_t i = 0; i < n; ++i) {
     const double x = 100.0 + 0.5 * static_cast<double>(i);
     table.AddPeak(x, 1.0 + static_cast<double>(i % 17), 0, x, 0, 0, x, 0, 0, x, 0, x, 0, x, 0, 0);
   }

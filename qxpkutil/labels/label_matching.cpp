@@ -25,7 +25,7 @@ void MarkPeak(QXPeakTableElement& peak, const std::string& label) {
 }  // namespace
 
 void QXPeakTable::MatchUserPeakLabels(QXUserPkLabels* labels, int bCentroid,
-                                      unsigned long filterFlags,
+                                      std::uint32_t filterFlags,
                                       const tagQXPeakFilterStruct* filter) {
   if (labels == nullptr || labels->m_arrLabels.empty()) return;
   const auto& items = labels->m_arrLabels;

@@ -29,7 +29,7 @@ QXPeakTable MakeTable(const std::vector<Peak>& peaks) {
 // Each peak's label, with "*" in front when the peak carries the labelled mark.
 std::vector<std::string> PeakLabels(const QXPeakTable& table) {
   std::vector<std::string> labels;
-  for (long i = 0; i < table.GetNumPeaks(); ++i) {
+  for (std::int32_t i = 0; i < table.GetNumPeaks(); ++i) {
     const QXPeakTableElement& p = *table.GetPeak(i);
     labels.push_back(((p.m_dwFlags & kQXPeakLabelled) != 0 ? "*" : "") + p.m_strLabel);
   }

@@ -4,6 +4,7 @@
 // the kernel is used.
 #include "qxpkutil/numeric/QXDataExpUtils.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <memory>
@@ -142,6 +143,18 @@ bool numeric_detail::SelectGaussKernel(int w, GaussKernel& kernel) {
   if (w > kLargestTableWidth && w <= kLargestWidth) return SelectCachedKernel(w, kernel);
   return false;
 }
+
+template <class T>
+void numeric_detail::GaussMeans(const T* v, int w, std::size_t count, double* out) {
+  GaussKernel kernel;
+  if (v == nullptr || !SelectGaussKernel(w, kernel)) {
+    std::fill(out, out + count, 0.0);
+    return;
+  }
+  for (std::size_t i = 0; i < count; ++i) out[i] = ApplyGaussKernel(kernel, v + i);
+}
+template void numeric_detail::GaussMeans(const double*, int, std::size_t, double*);
+template void numeric_detail::GaussMeans(const std::uint32_t*, int, std::size_t, double*);
 
 double QXDataExpUtils::NormGaussMean(const double* v, int w) { return GaussMeanOf(v, w); }
 double QXDataExpUtils::NormGaussMean(const std::uint32_t* v, int w) { return GaussMeanOf(v, w); }

@@ -37,8 +37,8 @@ void QXPeakTable::CopyPeakTable(const QXPeakTable* src) {
   *this = *src;
 }
 
-long QXPeakTable::ResolveIndex(long index) const {
-  const long count = GetNumPeaks();
+std::int32_t QXPeakTable::ResolveIndex(std::int32_t index) const {
+  const std::int32_t count = GetNumPeaks();
   if (index == -1) return count > 0 ? count - 1 : -1;
   return (index >= 0 && index < count) ? index : -1;
 }
@@ -69,29 +69,29 @@ void QXPeakTable::SetPeak(double apexX, double apexY, std::uint32_t apexIndex, d
                           double leftY, std::uint32_t leftIndex, double rightX, double rightY,
                           std::uint32_t rightIndex, double centroidX, double area,
                           double centroidLeftX, double centroidLeftY, double centroidRightX,
-                          double centroidRightY, int charge, long index) {
-  const long i = ResolveIndex(index);
+                          double centroidRightY, int charge, std::int32_t index) {
+  const std::int32_t i = ResolveIndex(index);
   if (i < 0) return;
   m_arrPeaks[i]->SetElement(apexX, apexY, apexIndex, leftX, leftY, leftIndex, rightX, rightY,
                             rightIndex, centroidX, area, centroidLeftX, centroidLeftY,
                             centroidRightX, centroidRightY, charge);
 }
 
-QXPeakTableElement* QXPeakTable::GetPeak(long index) const {
-  const long i = ResolveIndex(index);
+QXPeakTableElement* QXPeakTable::GetPeak(std::int32_t index) const {
+  const std::int32_t i = ResolveIndex(index);
   return i < 0 ? nullptr : m_arrPeaks[i].get();
 }
 
-std::unique_ptr<QXPeakTableElement> QXPeakTable::RemovePeak(long index) {
-  const long i = ResolveIndex(index);
+std::unique_ptr<QXPeakTableElement> QXPeakTable::RemovePeak(std::int32_t index) {
+  const std::int32_t i = ResolveIndex(index);
   if (i < 0) return nullptr;
   std::unique_ptr<QXPeakTableElement> peak = std::move(m_arrPeaks[i]);
   m_arrPeaks.erase(m_arrPeaks.begin() + i);
   return peak;
 }
 
-int QXPeakTable::DeletePeak(long index) {
-  const long i = ResolveIndex(index);
+int QXPeakTable::DeletePeak(std::int32_t index) {
+  const std::int32_t i = ResolveIndex(index);
   if (i < 0) return 0;
   m_arrPeaks.erase(m_arrPeaks.begin() + i);
   return 1;
@@ -102,17 +102,17 @@ void QXPeakTable::DeleteAllPeaks() {
   while (!m_arrPeaks.empty()) m_arrPeaks.pop_back();
 }
 
-int QXPeakTable::GetPeakApex(double* x, double* y, long index) const {
-  const long i = ResolveIndex(index);
+int QXPeakTable::GetPeakApex(double* x, double* y, std::int32_t index) const {
+  const std::int32_t i = ResolveIndex(index);
   if (i < 0) return 0;
   if (x != nullptr) *x = m_arrPeaks[i]->m_dApexX;
   if (y != nullptr) *y = m_arrPeaks[i]->m_dApexY;
   return 1;
 }
 
-QXPeakTableElement* QXPeakTable::GetNextFilteredPeak(unsigned long flags,
+QXPeakTableElement* QXPeakTable::GetNextFilteredPeak(std::uint32_t flags,
                                                      const tagQXPeakFilterStruct* filter) {
-  const long count = GetNumPeaks();
+  const std::int32_t count = GetNumPeaks();
   if (m_nFilterPos < 0) m_nFilterPos = 0;
   while (m_nFilterPos < count) {
     QXPeakTableElement* peak = m_arrPeaks[m_nFilterPos++].get();
@@ -121,15 +121,15 @@ QXPeakTableElement* QXPeakTable::GetNextFilteredPeak(unsigned long flags,
   return nullptr;
 }
 
-long QXPeakTable::GetPeakNearest(double x, int bCentroid) {
-  const long count = GetNumPeaks();
+std::int32_t QXPeakTable::GetPeakNearest(double x, int bCentroid) {
+  const std::int32_t count = GetNumPeaks();
   if (count == 0) return -1;
   // Apex-x order even for centroid keys: centroids are assumed to follow their apexes.
   SortPeakTable(0);
-  long lo = -1;
-  long hi = count;
+  std::int32_t lo = -1;
+  std::int32_t hi = count;
   while (hi - lo != 1) {
-    const long mid = (lo + hi) / 2;
+    const std::int32_t mid = (lo + hi) / 2;
     if (x < m_arrPeaks[mid]->GetXVal(bCentroid)) {
       hi = mid;
     } else {
@@ -143,7 +143,7 @@ long QXPeakTable::GetPeakNearest(double x, int bCentroid) {
   return below <= above ? lo : lo + 1;
 }
 
-bool QXPeakTable::FindRangeIndices(double& x1, double& x2, int bCentroid, long& lo, long& hi) {
+bool QXPeakTable::FindRangeIndices(double& x1, double& x2, int bCentroid, std::int32_t& lo, std::int32_t& hi) {
   if (m_arrPeaks.empty() || x2 == kQXUnsetValue) return false;
   if (x1 > x2) std::swap(x1, x2);
   lo = GetPeakNearest(x1, bCentroid);
@@ -153,20 +153,20 @@ bool QXPeakTable::FindRangeIndices(double& x1, double& x2, int bCentroid, long& 
   return true;
 }
 
-QXPeakTableElement* QXPeakTable::GetPeakInRange(double x1, double x2, unsigned long flags,
+QXPeakTableElement* QXPeakTable::GetPeakInRange(double x1, double x2, std::uint32_t flags,
                                                 const tagQXPeakFilterStruct* filter,
                                                 int bCentroid) {
   if (m_arrPeaks.empty()) return nullptr;
-  long chosen = -1;
+  std::int32_t chosen = -1;
   if (x2 == kQXUnsetValue) {
     // No upper limit: the nearest peak, taken without a filter test.
     chosen = GetPeakNearest(x1, bCentroid);
   } else {
-    long lo = 0;
-    long hi = -1;
+    std::int32_t lo = 0;
+    std::int32_t hi = -1;
     FindRangeIndices(x1, x2, bCentroid, lo, hi);
     double best = kQXUnsetValue;
-    for (long i = lo; i <= hi; ++i) {
+    for (std::int32_t i = lo; i <= hi; ++i) {
       const QXPeakTableElement* peak = m_arrPeaks[i].get();
       if (peak->DoesPeakMatchCriteria(flags, filter) && peak->m_dApexY > best) {
         best = peak->m_dApexY;
@@ -182,13 +182,13 @@ QXPeakTableElement* QXPeakTable::GetPeakInRange(double x1, double x2, unsigned l
 }
 
 void QXPeakTable::GetAllPeaksInRange(std::vector<QXPeakTableElement*>& out, double x1, double x2,
-                                     unsigned long flags, const tagQXPeakFilterStruct* filter,
+                                     std::uint32_t flags, const tagQXPeakFilterStruct* filter,
                                      int bCentroid) {
   out.clear();
-  long lo = 0;
-  long hi = -1;
+  std::int32_t lo = 0;
+  std::int32_t hi = -1;
   if (!FindRangeIndices(x1, x2, bCentroid, lo, hi)) return;
-  for (long i = lo; i <= hi; ++i) {
+  for (std::int32_t i = lo; i <= hi; ++i) {
     QXPeakTableElement* peak = m_arrPeaks[i].get();
     const double key = peak->GetXVal(bCentroid);
     if (peak->DoesPeakMatchCriteria(flags, filter) && key >= x1 && key <= x2) out.push_back(peak);
@@ -239,16 +239,16 @@ void QXPeakTable::Sort3Peaks(int a, int b, int c) {
   }
 }
 
-void QXPeakTable::QuickSort(long first, long count) {
-  const auto key = [this](long i) { return SortKey(m_arrPeaks[i].get()); };
+void QXPeakTable::QuickSort(std::int32_t first, std::int32_t count) {
+  const auto key = [this](std::int32_t i) { return SortKey(m_arrPeaks[i].get()); };
   while (count >= 3) {
-    const long last = first + count - 1;
-    const long mid = first + (count - 1) / 2;
+    const std::int32_t last = first + count - 1;
+    const std::int32_t mid = first + (count - 1) / 2;
     Sort3Peaks(static_cast<int>(first), static_cast<int>(mid), static_cast<int>(last));
     if (count == 3) return;
     const double pivot = key(mid);
-    long i = first + 1;
-    long j = last - 1;
+    std::int32_t i = first + 1;
+    std::int32_t j = last - 1;
     // The ordered first and last entries stop the scans; the bounds only guard NaN keys.
     do {
       while (i < last && key(i) < pivot) ++i;
@@ -265,8 +265,8 @@ void QXPeakTable::QuickSort(long first, long count) {
         break;
       }
     } while (i <= j);
-    const long leftCount = j - first + 1;
-    const long rightCount = count - (i - first);
+    const std::int32_t leftCount = j - first + 1;
+    const std::int32_t rightCount = count - (i - first);
     if (leftCount < rightCount) {
       if (leftCount >= 2) QuickSort(first, leftCount);
       first = i;
@@ -286,7 +286,7 @@ void QXPeakTable::RemoveDuplicatedPeaks() {
   // Walk backwards so that of each run of equal apex x the highest index survives; the
   // gaps are closed in one pass afterwards.
   double remembered = m_arrPeaks.back()->m_dApexX;
-  for (long i = GetNumPeaks() - 2; i >= 0; --i) {
+  for (std::int32_t i = GetNumPeaks() - 2; i >= 0; --i) {
     if (m_arrPeaks[i]->m_dApexX == remembered) {
       m_arrPeaks[i].reset();
     } else {
@@ -298,7 +298,7 @@ void QXPeakTable::RemoveDuplicatedPeaks() {
 
 std::string QXPeakTable::DumpToText() const {
   std::string text;
-  QXAppendFormat(text, "# Peaks\t%ld\n", GetNumPeaks());
+  QXAppendFormat(text, "# Peaks\t%d\n", static_cast<int>(GetNumPeaks()));
   text +=
       "Apex Mass\tIntensity\tLeftBound X\tLeftBound Y\tRightBound X\tRightBound Y\t Area\t"
       "Centroid Mass\tCentroidLeft X\tCentroid Left Y\tCentroid Right X\tCentroid Right Y\n";

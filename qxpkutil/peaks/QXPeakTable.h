@@ -5,7 +5,7 @@
 //
 //   QXPeakTable table;
 //   table.AddPeak(QXPeakTableElement(500.27, 1200.0, 42));
-//   long i = table.GetPeakNearest(500.0, 0);          // -1 for an empty table
+//   std::int32_t i = table.GetPeakNearest(500.0, 0);          // -1 for an empty table
 //   QXPeakTableElement* best = table.GetPeakInRange(499.0, 502.0, 0, nullptr, 0);
 #pragma once
 
@@ -35,7 +35,7 @@ class QXPeakTable : public QXObject {
   const QXRuntimeClass* GetRuntimeClass() const override { return &classQXPeakTable; }
 
   // ---- Container (index convention: -1 is the last peak; others must be 0..count-1) ----
-  long GetNumPeaks() const { return static_cast<long>(m_arrPeaks.size()); }
+  std::int32_t GetNumPeaks() const { return static_cast<std::int32_t>(m_arrPeaks.size()); }
   // Appends a full copy (flags, label and spare values included); sort method becomes -1.
   void AddPeak(const QXPeakTableElement& peak);
   // Appends `peak` itself and takes ownership (null is ignored); sort method becomes -1.
@@ -50,34 +50,34 @@ class QXPeakTable : public QXObject {
   void SetPeak(double apexX, double apexY, std::uint32_t apexIndex, double leftX, double leftY,
                std::uint32_t leftIndex, double rightX, double rightY, std::uint32_t rightIndex,
                double centroidX, double area, double centroidLeftX, double centroidLeftY,
-               double centroidRightX, double centroidRightY, int charge, long index);
+               double centroidRightX, double centroidRightY, int charge, std::int32_t index);
   // The peak (still owned by the table), or null for an invalid index.
-  QXPeakTableElement* GetPeak(long index) const;
+  QXPeakTableElement* GetPeak(std::int32_t index) const;
   // Takes the peak out without deleting it; null for an invalid index.
-  std::unique_ptr<QXPeakTableElement> RemovePeak(long index);
+  std::unique_ptr<QXPeakTableElement> RemovePeak(std::int32_t index);
   // Deletes the peak and closes the gap; 1 on success, 0 for an invalid index.
-  int DeletePeak(long index);
+  int DeletePeak(std::int32_t index);
   // Deletes every peak; the sort method and cursor stay as they were.
   void DeleteAllPeaks();
   // Writes apex x and apex intensity; 1 on success, 0 (outputs untouched) for a bad index.
-  int GetPeakApex(double* x, double* y, long index) const;
+  int GetPeakApex(double* x, double* y, std::int32_t index) const;
 
   // ---- Queries ----
   void RestartFilteredPeak() { m_nFilterPos = 0; }
   // The next peak from the cursor on that passes the filter, or null at the end.
-  QXPeakTableElement* GetNextFilteredPeak(unsigned long flags, const tagQXPeakFilterStruct* filter);
+  QXPeakTableElement* GetNextFilteredPeak(std::uint32_t flags, const tagQXPeakFilterStruct* filter);
   // Index of the peak nearest to `x` (ties to the lower index), -1 for an empty table.
   // Sorts the table by apex x first.
-  long GetPeakNearest(double x, int bCentroid);
+  std::int32_t GetPeakNearest(double x, int bCentroid);
   // The most intense matching peak with x1 <= key <= x2 (lowest index among equals), or
   // null. `x2` == kQXUnsetValue means no upper limit: the peak nearest `x1` is returned
   // unfiltered. Moves the filtered-iteration cursor past the peak found.
-  QXPeakTableElement* GetPeakInRange(double x1, double x2, unsigned long flags,
+  QXPeakTableElement* GetPeakInRange(double x1, double x2, std::uint32_t flags,
                                      const tagQXPeakFilterStruct* filter, int bCentroid);
   // Every matching peak with x1 <= key <= x2, in table order (none when `x2` is
   // kQXUnsetValue). The pointers stay owned by the table; the cursor is not moved.
   void GetAllPeaksInRange(std::vector<QXPeakTableElement*>& out, double x1, double x2,
-                          unsigned long flags, const tagQXPeakFilterStruct* filter, int bCentroid);
+                          std::uint32_t flags, const tagQXPeakFilterStruct* filter, int bCentroid);
   // True when some peak's apex x satisfies x1 <= x < x2.
   bool IsPeakInRegion(double x1, double x2) const;
 
@@ -103,13 +103,13 @@ class QXPeakTable : public QXObject {
   void Serialize(QXArchive& ar) override;
 
   // ---- Peak finding: moving-mean scan ----
-  long FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
+  std::int32_t FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
                  double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
                  double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
                  double dCentroidPct, int nIntegrationMethod, int bMassProcessing,
                  int nMaxCharge, int nMaxIsotopes, double dMinRatio, double dMaxRatio,
                  int bFinish, double dStartX, double dEndX, int bGaussFit);
-  long FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n, double dAreaScale,
+  std::int32_t FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n, double dAreaScale,
                  double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
                  double dMinArea, int nReserved, int nMaxPeakWidth, double dNoiseThreshold,
                  double dCentroidPct, int nIntegrationMethod);
@@ -123,7 +123,7 @@ class QXPeakTable : public QXObject {
   // and refines centroids by Gaussian fits, as switched. Returns the peak count; -1 for null
   // arrays, a dDivisor that is negative, NaN or infinite (kQXUnsetValue included), or a range
   // with no point at or above dThreshold, with the table unchanged.
-  long FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
+  std::int32_t FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
                  double dDivisor, double dPctCentroid, int nIntegrateMethod, int bMassProcessing,
                  int nMaxCharge, int nMaxIsotope, double dRelMinIntensity,
                  double dRelMaxIntensity, int bFinish, double dRangeStart, double dRangeEnd,
@@ -133,7 +133,7 @@ class QXPeakTable : public QXObject {
   // intensity. The table is then sorted by apex x and, with bFinish, given charge states.
   // Returns the peak count (peaks of earlier ranges included); -1 for null arrays or more
   // than 2^31 - 1 points.
-  long BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
+  std::int32_t BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
                               double dThreshold, int nMaxCharge, int nMaxIsotope,
                               double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
                               double dRangeStart, double dRangeEnd);
@@ -157,13 +157,13 @@ class QXPeakTable : public QXObject {
   int DoResCalcOnList(const double* x, const double* y, ResCalcPeakCalc* calc);
 
   // ---- User labels ----
-  void MatchUserPeakLabels(QXUserPkLabels* labels, int bCentroid, unsigned long filterFlags,
+  void MatchUserPeakLabels(QXUserPkLabels* labels, int bCentroid, std::uint32_t filterFlags,
                            const tagQXPeakFilterStruct* filter);
   void ClearUserPeakLabels();
 
  protected:
   // Sorting primitives; keys follow the current sort method.
-  void QuickSort(long first, long count);
+  void QuickSort(std::int32_t first, std::int32_t count);
   void Sort3Peaks(int a, int b, int c);
   void Swap3Peaks(int a, int b, int c);
   void SwapPeaks(int a, int b);
@@ -181,22 +181,22 @@ class QXPeakTable : public QXObject {
   // success (the sort method is then -1); -3 when no point of the range reaches dThreshold;
   // -1 for null arrays, more than 2^31 - 1 points or a dDivisor that is negative, NaN or
   // infinite. On failure the table is unchanged.
-  long CentroidFindPeaks(const double* x, const double* y, std::uint32_t n, double dRangeStart,
+  std::int32_t CentroidFindPeaks(const double* x, const double* y, std::uint32_t n, double dRangeStart,
                          double dRangeEnd, double dThreshold, double dDivisor, double dPctCentroid);
   // Plain form (bPlainMax != 0): the highest point of from..to, the first of equals, NaN
   // never chosen; returns 1, index = from when from > to. Threshold form: the first local
   // top at or after the first point >= dThreshold; 0 with index -1 when there is none.
   // `to` is cut back to n - 1; a null y gives 0 with index -1.
   int FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t from, std::uint32_t to,
-                   long bPlainMax, long& index, double dThreshold) const;
+                   std::int32_t bPlainMax, std::int32_t& index, double dThreshold) const;
   // Measures the peak whose integration bounds are left and right: its apex is their
   // highest point, its centroid region is cut at dPct percent of the height as
   // QXDataExpUtils::CentroidRegion does (outside 0..100: the whole stretch), and `area` is
   // the trapezoid area over x above the line through the bound points, never negative.
   // 1 on success; 0 with outputs untouched when the bounds are not inside the arrays, the
   // apex does not rise above both bounds, or the centroid cannot be measured between them.
-  long ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct, long left,
-                       long right, double& centroidX, double& area, double& centroidLeftX,
+  std::int32_t ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct, std::int32_t left,
+                       std::int32_t right, double& centroidX, double& area, double& centroidLeftX,
                        double& centroidLeftY, double& centroidRightX,
                        double& centroidRightY) const;
 
@@ -210,9 +210,9 @@ class QXPeakTable : public QXObject {
   }
   // Index bounds lo..hi of the peaks a range query looks at (x1, x2 put in order); false
   // for an empty table or an absent upper limit.
-  bool FindRangeIndices(double& x1, double& x2, int bCentroid, long& lo, long& hi);
+  bool FindRangeIndices(double& x1, double& x2, int bCentroid, std::int32_t& lo, std::int32_t& hi);
   // Resolves the -1 index convention; -1 when `index` is invalid.
-  long ResolveIndex(long index) const;
+  std::int32_t ResolveIndex(std::int32_t index) const;
 
   std::vector<std::unique_ptr<QXPeakTableElement>> m_arrPeaks;
   int m_nSortMethod = 0;

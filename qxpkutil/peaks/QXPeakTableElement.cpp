@@ -74,13 +74,13 @@ int QXPeakTableElement::operator==(const QXPeakTableElement& other) {
   return m_dExtra4 != 0.0 ? 1 : 0;
 }
 
-int QXPeakTableElement::DoesPeakMatchCriteria(unsigned long flags,
+int QXPeakTableElement::DoesPeakMatchCriteria(std::uint32_t flags,
                                               const tagQXPeakFilterStruct* filter) const {
   if (flags & kQXFilterAll) return 1;
   if ((flags & kQXFilterSeriesLow) && !(m_dwFlags & kQXPeakSeriesLow)) return 0;
   if ((flags & kQXFilterSeriesMostIntense) && !(m_dwFlags & kQXPeakSeriesMostIntense)) return 0;
   if ((flags & kQXFilterLabelled) && !(m_dwFlags & kQXPeakLabelled)) return 0;
-  const unsigned long thresholdBits = kQXFilterCharge | kQXFilterMinArea | kQXFilterMinIntensity;
+  const std::uint32_t thresholdBits = kQXFilterCharge | kQXFilterMinArea | kQXFilterMinIntensity;
   if ((flags & thresholdBits) && filter == nullptr) return 0;
   if ((flags & kQXFilterMinIntensity) && m_dApexY < filter->dMinIntensity) return 0;
   if ((flags & kQXFilterCharge) && m_nCharge != filter->nCharge) return 0;

@@ -72,7 +72,7 @@ class QXPeakTableElement : public QXObject {
   double GetXVal(int bCentroid) const { return bCentroid ? m_dCentroidX : m_dApexX; }
 
   // 1 when the peak passes the filter bits `flags`; threshold bits with a null `filter` fail.
-  int DoesPeakMatchCriteria(unsigned long flags, const tagQXPeakFilterStruct* filter) const;
+  int DoesPeakMatchCriteria(std::uint32_t flags, const tagQXPeakFilterStruct* filter) const;
 
   // Twelve little-endian doubles (96 bytes): apex x, apex y, centroid x, area, centroid
   // left x/y, centroid right x/y, left x/y, right x/y. Indices, charge, flags, label and

@@ -68,7 +68,7 @@ TEST(QXPeakTableElement, FilterDecidesAsTheBitsSay) {
   p.m_dwFlags |= kQXPeakSeriesLow;
   const tagQXPeakFilterStruct filter{100, 2, 50.5};
   const struct {
-    unsigned long flags;
+    std::uint32_t flags;
     bool withFilter, passes;
   } cases[] = {
       {0, false, true},     {0x01 | 0x40, false, true},  // 0x01 passes even a null filter

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <type_traits>
 #include <vector>
 
 #include "qxpkutil/platform/QXArchive.h"
@@ -27,9 +28,44 @@ QXPeakTable MakeTable(const std::vector<double>& xs, std::vector<double> ys = {}
 
 std::vector<std::uint32_t> ApexIndices(const QXPeakTable& t) {
   std::vector<std::uint32_t> ids;
-  for (long i = 0; i < t.GetNumPeaks(); ++i) ids.push_back(t.GetPeak(i)->m_nApexIndex);
+  for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) ids.push_back(t.GetPeak(i)->m_nApexIndex);
   return ids;
 }
+
+// Indices, counts and flag words are 32 bits wide on every platform, as in every other
+// class; a member pointer of the exact type only compiles when the signature matches.
+struct SurfaceWidths : QXPeakTable {
+  using T = QXPeakTable;
+  using I = std::int32_t;
+  using U = std::uint32_t;
+  using E = QXPeakTableElement;
+  using F = const tagQXPeakFilterStruct*;
+  static_assert(std::is_same_v<decltype(std::declval<const T&>().GetNumPeaks()), I>);
+  static_assert(std::is_same_v<decltype(&T::GetPeak), E* (T::*)(I) const>);
+  static_assert(std::is_same_v<decltype(&T::RemovePeak), std::unique_ptr<E> (T::*)(I)>);
+  static_assert(std::is_same_v<decltype(&T::DeletePeak), int (T::*)(I)>);
+  static_assert(std::is_same_v<decltype(&T::GetPeakApex), int (T::*)(double*, double*, I) const>);
+  static_assert(std::is_same_v<decltype(&T::GetPeakNearest), I (T::*)(double, int)>);
+  static_assert(std::is_same_v<decltype(&T::GetNextFilteredPeak), E* (T::*)(U, F)>);
+  static_assert(std::is_same_v<decltype(&T::GetPeakInRange), E* (T::*)(double, double, U, F, int)>);
+  static_assert(std::is_same_v<decltype(&SurfaceWidths::QuickSort), void (T::*)(I, I)>);
+  static_assert(std::is_same_v<decltype(&SurfaceWidths::FindMaxIndex),
+                               int (T::*)(const double*, U, U, U, I, I&, double) const>);
+  static_assert(std::is_same_v<decltype(&T::BuildCentroidPeakTable),
+                               I (T::*)(const double*, const double*, U, double, int, int, double,
+                                        double, int, double, double)>);
+  // The three finders, each by its exact signature.
+  static constexpr auto kScan = static_cast<I (T::*)(
+      const double*, const double*, U, double, double, int, int, int, double, int, int, double,
+      double, int, int, int, int, double, double, int, double, double, int)>(&T::FindPeaks);
+  static constexpr auto kScanCounts = static_cast<I (T::*)(
+      const float*, const U*, U, double, double, int, int, int, double, int, int, double, double,
+      int)>(&T::FindPeaks);
+  static constexpr auto kDivisor = static_cast<I (T::*)(
+      const double*, const double*, U, double, double, double, int, int, int, int, double, double,
+      int, double, double, int)>(&T::FindPeaks);
+  static_assert(std::is_same_v<decltype(&E::DoesPeakMatchCriteria), int (E::*)(U, F) const>);
+};
 
 std::string ReadFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);

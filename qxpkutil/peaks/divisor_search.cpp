@@ -170,7 +170,7 @@ std::int64_t NextAbove(const double* y, std::int64_t from, std::int64_t last, do
 }  // namespace
 
 int QXPeakTable::FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t from,
-                              std::uint32_t to, long bPlainMax, long& index,
+                              std::uint32_t to, std::int32_t bPlainMax, std::int32_t& index,
                               double dThreshold) const {
   if (y == nullptr) {
     index = -1;
@@ -179,7 +179,7 @@ int QXPeakTable::FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t fr
   // Nothing past the array is read: `to` is cut back to the last point.
   const std::int64_t last = std::min<std::int64_t>(to, std::int64_t{n} - 1);
   if (bPlainMax) {
-    index = static_cast<long>(from <= last ? HighestPoint(y, from, last) : from);
+    index = static_cast<std::int32_t>(from <= last ? HighestPoint(y, from, last) : from);
     return 1;
   }
   index = -1;
@@ -188,19 +188,19 @@ int QXPeakTable::FindMaxIndex(const double* y, std::uint32_t n, std::uint32_t fr
   if (k > last) return 0;
   std::int64_t top = k;
   for (std::int64_t m = k + 1; m <= last && !(y[top] >= y[m]); ++m) top = m;
-  index = static_cast<long>(top);
+  index = static_cast<std::int32_t>(top);
   return 1;
 }
 
-long QXPeakTable::ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct,
-                                  long left, long right, double& centroidX, double& area,
+std::int32_t QXPeakTable::ComputeCentroid(const double* x, const double* y, std::uint32_t n, double dPct,
+                                  std::int32_t left, std::int32_t right, double& centroidX, double& area,
                                   double& centroidLeftX, double& centroidLeftY,
                                   double& centroidRightX, double& centroidRightY) const {
   if (x == nullptr || y == nullptr || left < 0 || left > right ||
-      right >= static_cast<long>(n)) {
+      right >= static_cast<std::int32_t>(n)) {
     return 0;
   }
-  long apex = left;
+  std::int32_t apex = left;
   FindMaxIndex(y, n, static_cast<std::uint32_t>(left), static_cast<std::uint32_t>(right), 1, apex,
                0.0);
   if (!(y[apex] > y[left] && y[apex] > y[right])) return 0;  // no top between the bounds
@@ -257,7 +257,7 @@ long QXPeakTable::ComputeCentroid(const double* x, const double* y, std::uint32_
   return 1;
 }
 
-long QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint32_t n,
+std::int32_t QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint32_t n,
                                     double dRangeStart, double dRangeEnd, double dThreshold,
                                     double dDivisor, double dPctCentroid) {
   if (x == nullptr || y == nullptr || n > kMaxPoints || !(dDivisor >= 0.0) ||
@@ -266,7 +266,7 @@ long QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint3
   }
   if (n == 0) return -3;
   const IndexRange range = RangeToIndices(x, n, dRangeStart, dRangeEnd);
-  long first = -1;
+  std::int32_t first = -1;
   if (!FindMaxIndex(y, n, static_cast<std::uint32_t>(range.first),
                     static_cast<std::uint32_t>(range.last), 0, first, dThreshold)) {
     return -3;
@@ -302,7 +302,7 @@ long QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint3
     double cLeftY = 0.0;
     double cRightX = 0.0;
     double cRightY = 0.0;
-    if (ComputeCentroid(x, y, n, dPctCentroid, static_cast<long>(left), static_cast<long>(right),
+    if (ComputeCentroid(x, y, n, dPctCentroid, static_cast<std::int32_t>(left), static_cast<std::int32_t>(right),
                         centroid, area, cLeftX, cLeftY, cRightX, cRightY) != 1) {
       return;
     }
@@ -359,7 +359,7 @@ void QXPeakTable::MarkApexXOrder() {
   SortPeakTable(0);
 }
 
-long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
+std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dThreshold,
                             double dDivisor, double dPctCentroid, int nIntegrateMethod,
                             int bMassProcessing, int nMaxCharge, int nMaxIsotope,
                             double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
@@ -368,7 +368,7 @@ long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, d
   if (CentroidFindPeaks(x, y, n, dRangeStart, dRangeEnd, dThreshold, dDivisor, dPctCentroid) < 1) {
     return -1;
   }
-  const long count = GetNumPeaks();
+  const std::int32_t count = GetNumPeaks();
   if (count <= 0) return count;
   MarkApexXOrder();
   // The finishing steps run once, after the last segment of a trace.
@@ -391,7 +391,7 @@ long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, d
   return count;
 }
 
-long QXPeakTable::BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
+std::int32_t QXPeakTable::BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
                                          double dThreshold, int nMaxCharge, int nMaxIsotope,
                                          double dRelMinIntensity, double dRelMaxIntensity,
                                          int bFinish, double dRangeStart, double dRangeEnd) {

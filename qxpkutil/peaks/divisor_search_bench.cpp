@@ -58,7 +58,7 @@ template <class Search>
 void RunOnSpectrum(benchmark::State& state, Search search) {
   const testing::Signal& s = ProfileSpectrum();
   const int finish = static_cast<int>(state.range(0));
-  long found = 0;
+  std::int32_t found = 0;
   for (auto _ : state) {
     QXPeakTable table;
     found = search(table, s.x.data(), s.y.data(), static_cast<std::uint32_t>(kPoints), finish);

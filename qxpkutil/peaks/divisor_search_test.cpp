@@ -30,13 +30,13 @@ class Table : public QXPeakTable {
   using QXPeakTable::ComputeCentroid;
   using QXPeakTable::FindMaxIndex;
 
-  long Find(const Signal& s, double threshold, double divisor, int method = 0, int finish = 1,
+  std::int32_t Find(const Signal& s, double threshold, double divisor, int method = 0, int finish = 1,
             double start = 0.0, double end = 0.0, double pct = 50.0) {
     return FindPeaks(s.x.data(), s.y.data(), N(s), threshold, divisor, pct, method, 0, 0, 0, 0.0,
                      0.0, finish, start, end, 0);
   }
   static std::uint32_t N(const Signal& s) { return static_cast<std::uint32_t>(s.x.size()); }
-  const QXPeakTableElement& operator[](long i) const { return *GetPeak(i); }
+  const QXPeakTableElement& operator[](std::int32_t i) const { return *GetPeak(i); }
 };
 
 Signal Reversed(const Signal& s) {
@@ -47,10 +47,10 @@ TEST(FindMaxIndex, PlainAndThresholdForms) {
   const std::vector<double> y{1, 3, 3, 2, 5, 5, 0, 9, 1};
   const struct {
     std::uint32_t from, to;
-    long plain;
+    std::int32_t plain;
     double threshold;
     int result;
-    long index;
+    std::int32_t index;
   } cases[] = {
       {0, 8, 1, 0, 1, 7},   {4, 6, 1, 0, 1, 4},    // first of equal highest points
       {2, 2, 1, 0, 1, 2},   {5, 3, 1, 0, 1, 5},    // from > to: from itself
@@ -61,13 +61,13 @@ TEST(FindMaxIndex, PlainAndThresholdForms) {
   };
   Table t;
   for (const auto& c : cases) {
-    long index = 99;
+    std::int32_t index = 99;
     EXPECT_EQ(t.FindMaxIndex(y.data(), 9, c.from, c.to, c.plain, index, c.threshold), c.result)
         << c.from << ".." << c.to << " plain " << c.plain;
     EXPECT_EQ(index, c.index) << c.from << ".." << c.to << " plain " << c.plain;
   }
   const std::vector<double> withNaN{kNaN, 1, kNaN, 2, 0};
-  long index = 0;
+  std::int32_t index = 0;
   EXPECT_EQ(t.FindMaxIndex(withNaN.data(), 5, 0, 4, 1, index, 0.0), 1);
   EXPECT_EQ(index, 3);
   EXPECT_EQ(t.FindMaxIndex(nullptr, 5, 0, 4, 1, index, 0.0), 0);
@@ -75,13 +75,13 @@ TEST(FindMaxIndex, PlainAndThresholdForms) {
 }
 
 struct Measured {
-  long result;
+  std::int32_t result;
   double centroid = -7, area = -7, leftX = -7, leftY = -7, rightX = -7, rightY = -7;
   std::vector<double> Outputs() const { return {centroid, area, leftX, leftY, rightX, rightY}; }
 };
 
 Measured Measure(const std::vector<double>& x, const std::vector<double>& y, double pct,
-                 long left, long right) {
+                 std::int32_t left, std::int32_t right) {
   Table t;
   Measured m{};
   m.result = t.ComputeCentroid(x.data(), y.data(), static_cast<std::uint32_t>(x.size()), pct,
@@ -130,7 +130,7 @@ TEST(ComputeCentroid, FailsWithoutTouchingOutputs) {
   const struct {
     std::vector<double> y;
     double pct;
-    long left, right;
+    std::int32_t left, right;
   } cases[] = {
       {kTriangle, 50.0, 4, 7},  // apex on a bound
       {kTriangle, 50.0, 1, 4},  {kTriangle, 50.0, 5, 3},  {kTriangle, 50.0, -1, 7},
@@ -167,7 +167,7 @@ TEST(FindPeaksDivisor, CleanPeaksHaveExactPositionsBoundsAndAreas) {
   ASSERT_EQ(unfinished.Find(s, 100.0, kDivisor, 0, 0), 3);
   ASSERT_EQ(summed.Find(s, 100.0, kDivisor, 0), 3);
   EXPECT_EQ(summed.GetSortMethod(), 0);
-  for (long i = 0; i < 3; ++i) {
+  for (std::int32_t i = 0; i < 3; ++i) {
     const QXPeakTableElement& p = summed[i];
     const GaussPeak& g = kPeaks[static_cast<std::size_t>(i)];
     const double sigmaPoints = g.sigma / kDx;
@@ -218,7 +218,7 @@ TEST(FindPeaksDivisor, RangesDirectionAndDivisorZero) {
     Table u;
     ASSERT_EQ(u.Find(v, 100.0, 0.0), 3);
     EXPECT_EQ(u.GetSortMethod(), 0);
-    for (long i = 0; i < 3; ++i) {
+    for (std::int32_t i = 0; i < 3; ++i) {
       EXPECT_NEAR(u[i].m_dCentroidX, kPeaks[static_cast<std::size_t>(i)].centre, 1e-9);
     }
   }
@@ -255,7 +255,7 @@ TEST(FindPeaksDivisor, HostileInputNeverBreaks) {
       for (double pct : {0.0, 50.0, 100.0, 150.0, -5.0}) {
         Table t;
         EXPECT_GE(t.Find(s, 0.0, d, 1, 1, 0.0, 0.0, pct), -1);
-        for (long i = 0; i < t.GetNumPeaks(); ++i) {
+        for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) {
           EXPECT_LT(t[i].m_nRightIndex, Table::N(s));
           EXPECT_LE(t[i].m_nLeftIndex, t[i].m_nApexIndex);
           EXPECT_LE(t[i].m_nApexIndex, t[i].m_nRightIndex);
@@ -287,7 +287,7 @@ TEST(FindPeaksDivisor, FinishingRunsMassProcessingAndFitsOnlyWhenAsked) {
   ASSERT_EQ(run(1, 0, finished), 3);
   ASSERT_EQ(run(1, 1, fitted), 3);
   bool fitMoved = false;
-  for (long i = 0; i < 3; ++i) {
+  for (std::int32_t i = 0; i < 3; ++i) {
     EXPECT_EQ(unfinished[i].m_dwFlags, kQXPeakNormal);
     EXPECT_EQ(finished[i].m_nCharge, 1);
     EXPECT_NEAR(fitted[i].m_dCentroidX, series[static_cast<std::size_t>(i)].centre, 0.01);
@@ -306,7 +306,7 @@ std::vector<QXPeakTableElement> StraightforwardSearch(Table& t, const Signal& s,
   const double* y = s.y.data();
   const auto n = static_cast<std::int64_t>(s.y.size());
   std::vector<QXPeakTableElement> out;
-  long first = 0;
+  std::int32_t first = 0;
   if (!t.FindMaxIndex(y, Table::N(s), 0, Table::N(s) - 1, 0, first, threshold)) return out;
   const auto isTop = [&](std::int64_t a, std::int64_t h) {
     for (std::int64_t k = std::max<std::int64_t>(a - h, 0); k <= std::min(a + h, n - 1); ++k) {
@@ -346,7 +346,7 @@ std::vector<QXPeakTableElement> StraightforwardSearch(Table& t, const Signal& s,
     const std::int64_t w = std::max<std::int64_t>(
         2, d == 0 ? std::min(span, n) : static_cast<std::int64_t>(std::min(st / d, 1.0 * n)));
     const std::int64_t e = std::min(st + w - 1, n - 1);
-    long a = 0;
+    std::int32_t a = 0;
     t.FindMaxIndex(y, Table::N(s), static_cast<std::uint32_t>(st), static_cast<std::uint32_t>(e),
                    1, a, 0.0);
     if (y[a] > threshold && a > pending && isTop(a, w / 2)) {
@@ -376,8 +376,8 @@ TEST(FindPeaksDivisor, AgreesWithTheStraightforwardSearch) {
     for (double d : {0.0, 0.37, 7.3, 150.0, 1191.0, 5e4}) {
       Table t;
       const std::vector<QXPeakTableElement> expected = StraightforwardSearch(t, s, 120.0, d);
-      ASSERT_EQ(t.Find(s, 120.0, d, 2, 0), static_cast<long>(expected.size())) << d;
-      for (long i = 0; i < t.GetNumPeaks(); ++i) {
+      ASSERT_EQ(t.Find(s, 120.0, d, 2, 0), static_cast<std::int32_t>(expected.size())) << d;
+      for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) {
         EXPECT_EQ(RecordValues(t[i]), RecordValues(expected[static_cast<std::size_t>(i)]))
             << d << " peak " << i;
       }
@@ -396,7 +396,7 @@ TEST(BuildCentroidPeakTable, EachStickAtTheThresholdIsOnePeak) {
       {100, 5, 0, 100, 5, 0, 100, 5, 0, 100, 5, 100, 5, 100, 5, 0, 0, 0, 0, 0},
       {101, 50, 1, 101, 50, 1, 101, 50, 1, 101, 50, 101, 50, 101, 50, 0, 0, 0, 0, 0},
       {103, 50, 3, 103, 50, 3, 103, 50, 3, 103, 50, 103, 50, 103, 50, 0, 0, 0, 0, 0}};
-  for (long i = 0; i < 3; ++i) EXPECT_EQ(RecordValues(t[i]), sticks[i]);
+  for (std::int32_t i = 0; i < 3; ++i) EXPECT_EQ(RecordValues(t[i]), sticks[i]);
   EXPECT_EQ(t.BuildCentroidPeakTable(nullptr, y.data(), 5, 5.0, 2, 3, 0.1, 1.0, 0, 0, 0), -1);
 }
 
@@ -408,7 +408,7 @@ TEST(BuildCentroidPeakTable, RangeOrderAndCharges) {
   ASSERT_EQ(t.BuildCentroidPeakTable(x.data(), y.data(), 4, 10.0, 2, 3, 0.1, 1.0, 1, 499.0, 503.0),
             3);
   EXPECT_EQ(t.GetSortMethod(), 0);
-  for (long i = 0; i < 3; ++i) {
+  for (std::int32_t i = 0; i < 3; ++i) {
     EXPECT_EQ(t[i].m_dApexX, x[static_cast<std::size_t>(3 - i)]);
     EXPECT_EQ(t[i].m_nCharge, 1);
   }

@@ -17,19 +17,19 @@ constexpr double kToleranceFraction = 0.15;
 
 void QXPeakTable::ProcessMassPeak(int nMaxCharge, int nMaxIsotopes, double dMinRatio,
                                   double dMaxRatio) {
-  const long count = GetNumPeaks();
+  const std::int32_t count = GetNumPeaks();
   if (count == 0) return;
 
   // Processing order: descending apex intensity, read backwards off the intensity sort.
   std::vector<QXPeakTableElement*> order(static_cast<std::size_t>(count));
   SortPeakTable(1);
-  for (long i = 0; i < count; ++i) order[static_cast<std::size_t>(count - 1 - i)] = GetPeak(i);
+  for (std::int32_t i = 0; i < count; ++i) order[static_cast<std::size_t>(count - 1 - i)] = GetPeak(i);
   SortPeakTable(0);  // the range queries below need apex-x order
 
   // A walk takes at most nMaxIsotopes - 1 steps. It is also capped at the peak count: with
   // a ratio window below 1 intensities fall strictly along a walk, so no walk can be longer,
   // and the cap keeps a huge nMaxIsotopes from turning a degenerate cycle into a hang.
-  const long walkLength = nMaxIsotopes > 1 ? std::min<long>(nMaxIsotopes - 1, count) : 0;
+  const std::int32_t walkLength = nMaxIsotopes > 1 ? std::min<std::int32_t>(nMaxIsotopes - 1, count) : 0;
   std::vector<QXPeakTableElement*> members;  // grows to what the caller's series needs
   members.reserve(static_cast<std::size_t>(2 * walkLength));
 
@@ -45,7 +45,7 @@ void QXPeakTable::ProcessMassPeak(int nMaxCharge, int nMaxIsotopes, double dMinR
       const auto walk = [&](double direction) {
         QXPeakTableElement* last = nullptr;
         const QXPeakTableElement* cur = start;
-        for (long step = 0; step < walkLength; ++step) {
+        for (std::int32_t step = 0; step < walkLength; ++step) {
           const double target = cur->m_dCentroidX + direction * spacing;
           // Centred on a centroid but searched on apex positions: the mixture is intended.
           QXPeakTableElement* q =

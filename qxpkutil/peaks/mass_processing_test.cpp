@@ -44,9 +44,9 @@ TEST_P(ProcessMassPeak, ChargesAndMarksEachSeries) {
     t.AddPeak(s.apex, s.intensity, 0, 0, 0, 0, 0, 0, 0, s.centroid, 0, 0, 0, 0, 0, 0);
   }
   t.ProcessMassPeak(c.maxCharge, c.maxIsotopes, c.minRatio, c.maxRatio);
-  ASSERT_EQ(t.GetNumPeaks(), static_cast<long>(c.sticks.size()));
+  ASSERT_EQ(t.GetNumPeaks(), static_cast<std::int32_t>(c.sticks.size()));
   EXPECT_EQ(t.GetSortMethod(), 0);  // left in apex-x order
-  for (long i = 1; i < t.GetNumPeaks(); ++i) {
+  for (std::int32_t i = 1; i < t.GetNumPeaks(); ++i) {
     EXPECT_LT(t.GetPeak(i - 1)->m_dApexX, t.GetPeak(i)->m_dApexX);
   }
   for (const Expect& e : c.expected) {

@@ -7,10 +7,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <vector>
 
 #include "qxpkutil/fitting/QXNonLinFit.h"
 #include "qxpkutil/numeric/QXDataExpUtils.h"
+#include "qxpkutil/numeric/numeric_internal.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
+#include "qxpkutil/peaks/scan_internal.h"
 #include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
@@ -30,6 +36,116 @@ struct ScanSettings {
 
 enum class Direction { kLeftward, kRightward };
 
+// Window means of one filter kind (0 Gaussian, 1 plain) and width over starts lo..hi-1,
+// computed exactly as WindowMean would compute them one by one.
+struct MeanBlock {
+  int kind = 0;
+  int width = 0;
+  std::int64_t lo = 0;
+  std::int64_t hi = 0;
+  std::unique_ptr<double[]> means;  // means[i - lo], filled as the block widens
+};
+
+template <class YValue>
+void ComputeMeans(const YValue* y, int kind, int width, std::int64_t lo, std::int64_t hi,
+                  double* out) {
+  const auto count = static_cast<std::size_t>(hi - lo);
+  if (kind == 0) {
+    numeric_detail::GaussMeans(y + lo, width, count, out);
+  } else {
+    for (std::size_t k = 0; k < count; ++k) out[k] = QXDataExpUtils::Mean(y + lo + k, width);
+  }
+}
+
+// Widens `block` to cover lo..hi-1 (its old range included), computing only what it lacks.
+// False when memory is short; the block is then left as it was.
+template <class YValue>
+bool CoverRange(MeanBlock& block, const YValue* y, std::int64_t lo, std::int64_t hi) {
+  if (block.hi > block.lo && block.lo <= lo && hi <= block.hi) return true;
+  const std::int64_t newLo = block.hi > block.lo ? std::min(lo, block.lo) : lo;
+  const std::int64_t newHi = block.hi > block.lo ? std::max(hi, block.hi) : hi;
+  // Left uninitialised: every slot is written below, and zeroing megabytes costs time.
+  const auto count = static_cast<std::size_t>(newHi - newLo);
+  std::unique_ptr<double[]> means(new (std::nothrow) double[count]);
+  if (!means) return false;
+  if (block.hi > block.lo) {
+    std::copy(block.means.get(), block.means.get() + (block.hi - block.lo),
+              means.get() + (block.lo - newLo));
+    ComputeMeans(y, block.kind, block.width, newLo, block.lo, means.get());
+    ComputeMeans(y, block.kind, block.width, block.hi, newHi, means.get() + (block.hi - newLo));
+  } else {
+    ComputeMeans(y, block.kind, block.width, newLo, newHi, means.get());
+  }
+  block.lo = newLo;
+  block.hi = newHi;
+  block.means = std::move(means);
+  return true;
+}
+
+}  // namespace
+
+namespace peaks_detail {
+
+struct SharedWindowMeans::Store {
+  const double* y;
+  std::uint32_t n;
+  std::vector<MeanBlock> blocks;
+};
+
+namespace {
+thread_local SharedWindowMeans* tSharedMeans = nullptr;
+thread_local SharedWindowMeans::Store* tSharedStore = nullptr;
+}  // namespace
+
+SharedWindowMeans::SharedWindowMeans(const double* y, std::uint32_t n)
+    : m_store(new (std::nothrow) Store{y, n, {}}), m_outer(tSharedMeans) {
+  tSharedMeans = this;
+  tSharedStore = m_store.get();
+}
+
+SharedWindowMeans::~SharedWindowMeans() {
+  tSharedMeans = m_outer;
+  tSharedStore = m_outer != nullptr ? m_outer->m_store.get() : nullptr;
+}
+
+}  // namespace peaks_detail
+
+namespace {
+
+// The means a scan over y reads for starts lo..hi-1: from the thread's shared store when it
+// holds this array, else from `local`. Null when memory is short (the scan then computes
+// each mean where it needs it). `fill` false only looks: a scan that would visit few of the
+// windows does not pay for all of them.
+template <class YValue>
+const MeanBlock* CoveredMeans(const YValue* y, std::uint32_t n, int kind, int width,
+                              std::int64_t lo, std::int64_t hi, bool fill, MeanBlock& local) {
+  MeanBlock* block = nullptr;
+  if constexpr (std::is_same_v<YValue, double>) {
+    peaks_detail::SharedWindowMeans::Store* store = peaks_detail::tSharedStore;
+    if (store != nullptr && store->y == y && store->n == n) {
+      for (MeanBlock& b : store->blocks) {
+        if (b.kind == kind && b.width == width) block = &b;
+      }
+      if (block == nullptr && fill) {
+        try {
+          store->blocks.push_back({kind, width, 0, 0, nullptr});
+        } catch (const std::bad_alloc&) {
+          return nullptr;
+        }
+        block = &store->blocks.back();
+      }
+    }
+  }
+  if (block == nullptr) {
+    if (!fill) return nullptr;
+    local.kind = kind;
+    local.width = width;
+    block = &local;
+  }
+  if (fill) return CoverRange(*block, y, lo, hi) ? block : nullptr;
+  return block->lo <= lo && hi <= block->hi ? block : nullptr;
+}
+
 // One scan over one array family. Indices are 64-bit so that i + width never overflows.
 template <class XValue, class YValue>
 class MovingMeanScan {
@@ -37,8 +153,9 @@ class MovingMeanScan {
   MovingMeanScan(const XValue* x, const YValue* y, std::uint32_t n, const ScanSettings& s)
       : m_x(x), m_y(y), m_n(n), m_s(s) {}
 
-  // Appends the accepted peaks of first..last to `table`.
-  void Run(QXPeakTable& table, std::int64_t first, std::int64_t last) const;
+  // Hands every accepted peak of first..last to `accept(apex, left, right, area)`.
+  template <class Accept>
+  void Run(std::int64_t first, std::int64_t last, Accept&& accept);
 
  private:
   double Y(std::int64_t i) const { return static_cast<double>(m_y[i]); }
@@ -47,6 +164,7 @@ class MovingMeanScan {
   // 0, plain for any other type (the bound finder's rule; the scan itself computes no mean
   // for types other than 0 and 1).
   double WindowMean(std::int64_t i) const {
+    if (m_means != nullptr && i >= m_meansLo && i < m_meansHi) return m_means[i - m_meansLo];
     return m_s.filterType == 0 ? QXDataExpUtils::NormGaussMean(m_y + i, m_s.filterWidth)
                                : QXDataExpUtils::Mean(m_y + i, m_s.filterWidth);
   }
@@ -64,6 +182,11 @@ class MovingMeanScan {
   const YValue* m_y;
   std::uint32_t m_n;
   ScanSettings m_s;
+  // Precomputed means for starts m_meansLo .. m_meansHi - 1, when there are any.
+  const double* m_means = nullptr;
+  std::int64_t m_meansLo = 0;
+  std::int64_t m_meansHi = 0;
+  MeanBlock m_localMeans;
 };
 
 template <class XValue, class YValue>
@@ -143,9 +266,20 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
 }
 
 template <class XValue, class YValue>
-void MovingMeanScan<XValue, YValue>::Run(QXPeakTable& table, std::int64_t first, std::int64_t last) const {
+template <class Accept>
+void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, Accept&& accept) {
   const std::int64_t width = m_s.filterWidth;
   const std::int64_t inc = m_s.filterInc;
+  // Every window mean the scan and its bound finder read starts in first .. last - width.
+  // With a step of 1 the scan reads nearly all of them, most two or three times: compute
+  // each once up front. With a longer step only means already shared are taken.
+  const int kind = m_s.filterType == 0 ? 0 : 1;
+  if (const MeanBlock* block = CoveredMeans(m_y, m_n, kind, m_s.filterWidth, first,
+                                            last - width + 1, inc == 1, m_localMeans)) {
+    m_means = block->means.get();
+    m_meansLo = block->lo;
+    m_meansHi = block->hi;
+  }
   double prevMean = kQXUnsetValue;
   double mean = 0.0;  // what a filter type without a mean compares
   bool rising = false;
@@ -179,18 +313,16 @@ void MovingMeanScan<XValue, YValue>::Run(QXPeakTable& table, std::int64_t first,
         riseStart = std::max(riseStart, left);
         const std::int64_t right =
             FindBound(Direction::kRightward, riseStart + 1, apex, last, m_s.noiseThreshold, mean);
-        const double area =
-            QXDataExpUtils::IntegrateSummedRegion(m_x, m_y, static_cast<std::int32_t>(left),
-                                                  static_cast<std::int32_t>(right),
-                                                  m_s.integrationMethod) *
-            m_s.areaScale;
+        // The cheap tests first: most candidates fail one, and then need no area.
         const std::int64_t peakWidth = right - left - 1;
         if (right > apex && peakWidth >= width / 2 && peakWidth <= m_s.maxPeakWidth &&
-            area >= m_s.minArea && Y(apex) >= m_s.threshold) {
-          table.AddPeak(static_cast<double>(m_x[apex]), Y(apex), static_cast<std::uint32_t>(apex),
-                        static_cast<double>(m_x[left]), Y(left), static_cast<std::uint32_t>(left),
-                        static_cast<double>(m_x[right]), Y(right),
-                        static_cast<std::uint32_t>(right), 0.0, area, 0.0, 0.0, 0.0, 0.0, 0);
+            Y(apex) >= m_s.threshold) {
+          const double area =
+              QXDataExpUtils::IntegrateSummedRegion(m_x, m_y, static_cast<std::int32_t>(left),
+                                                    static_cast<std::int32_t>(right),
+                                                    m_s.integrationMethod) *
+              m_s.areaScale;
+          if (area >= m_s.minArea) accept(apex, left, right, area);
         }
         valley = right;
         if (right != lastResume || mean != lastResumeMean) {
@@ -218,9 +350,59 @@ bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const Sc
          n <= static_cast<std::uint32_t>(INT32_MAX);
 }
 
+// Appends each accepted peak to a table, with its apex, bounds and area and nothing else.
+template <class XValue, class YValue>
+auto TableAppender(QXPeakTable& table, const XValue* x, const YValue* y) {
+  return [&table, x, y](std::int64_t apex, std::int64_t left, std::int64_t right, double area) {
+    const auto at = [y](std::int64_t i) { return static_cast<double>(y[i]); };
+    table.AddPeak(static_cast<double>(x[apex]), at(apex), static_cast<std::uint32_t>(apex),
+                  static_cast<double>(x[left]), at(left), static_cast<std::uint32_t>(left),
+                  static_cast<double>(x[right]), at(right), static_cast<std::uint32_t>(right),
+                  0.0, area, 0.0, 0.0, 0.0, 0.0, 0);
+  };
+}
+
+// The range rule of the double family: both ends 0 for the whole array, an end of 0 for the
+// last point, else the points nearest the two x values.
+void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std::int64_t& first,
+               std::int64_t& last) {
+  first = 0;
+  last = static_cast<std::int64_t>(n) - 1;
+  if (startX != 0.0 || endX != 0.0) {
+    first = QXDataExpUtils::FindNearestIndex(x, n, startX);
+    if (endX != 0.0) last = QXDataExpUtils::FindNearestIndex(x, n, endX);
+  }
+}
+
 }  // namespace
 
-long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
+peaks_detail::ScanSummary peaks_detail::SummariseScan(
+    const double* x, const double* y, std::uint32_t n, double dAreaScale, double dThreshold,
+    int nFilterType, int nFilterWidth, int nFilterInc, double dMinArea, int nMaxPeakWidth,
+    double dNoiseThreshold, int nIntegrationMethod, double dStartX, double dEndX) {
+  ScanSummary summary;
+  if (x == nullptr || y == nullptr || n == 0) {
+    summary.found = -1;
+    return summary;
+  }
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  ScanRange(x, n, dStartX, dEndX, first, last);
+  const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
+                              nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
+                              nIntegrationMethod};
+  if (ScanCanRun(first, last, n, settings)) {
+    MovingMeanScan<double, double>(x, y, n, settings)
+        .Run(first, last, [&summary](std::int64_t, std::int64_t, std::int64_t, double area) {
+          ++summary.found;
+          // In table order from 0.0, as a search of the stored table would take it.
+          summary.largestArea = std::max(summary.largestArea, area);
+        });
+  }
+  return summary;
+}
+
+std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, double dAreaScale,
                             double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
                             double dMinArea, int /*nReserved*/, int nMaxPeakWidth,
                             double dNoiseThreshold, double dCentroidPct, int nIntegrationMethod,
@@ -229,16 +411,13 @@ long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, d
                             double dEndX, int bGaussFit) {
   if (x == nullptr || y == nullptr || n == 0) return -1;
   std::int64_t first = 0;
-  std::int64_t last = static_cast<std::int64_t>(n) - 1;
-  if (dStartX != 0.0 || dEndX != 0.0) {
-    first = QXDataExpUtils::FindNearestIndex(x, n, dStartX);
-    if (dEndX != 0.0) last = QXDataExpUtils::FindNearestIndex(x, n, dEndX);
-  }
+  std::int64_t last = 0;
+  ScanRange(x, n, dStartX, dEndX, first, last);
   const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
                               nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
                               nIntegrationMethod};
   if (ScanCanRun(first, last, n, settings)) {
-    MovingMeanScan<double, double>(x, y, n, settings).Run(*this, first, last);
+    MovingMeanScan<double, double>(x, y, n, settings).Run(first, last, TableAppender(*this, x, y));
   }
   m_nSortMethod = 0;  // peaks were appended in increasing x
 
@@ -252,7 +431,7 @@ long QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n, d
   return GetNumPeaks();
 }
 
-long QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n,
+std::int32_t QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std::uint32_t n,
                             double dAreaScale, double dThreshold, int nFilterType,
                             int nFilterWidth, int nFilterInc, double dMinArea, int /*nReserved*/,
                             int nMaxPeakWidth, double dNoiseThreshold, double dCentroidPct,
@@ -263,7 +442,7 @@ long QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std::uint32_
                               nIntegrationMethod};
   const std::int64_t last = static_cast<std::int64_t>(n) - 1;
   if (ScanCanRun(0, last, n, settings)) {
-    MovingMeanScan<float, std::uint32_t>(x, y, n, settings).Run(*this, 0, last);
+    MovingMeanScan<float, std::uint32_t>(x, y, n, settings).Run(0, last, TableAppender(*this, x, y));
   }
   m_nSortMethod = 0;
   // This family always centroids, and never runs mass processing or Gaussian fits.

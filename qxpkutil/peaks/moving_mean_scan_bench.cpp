@@ -28,7 +28,7 @@ void BM_FindPeaksMovingMean(benchmark::State& state) {
   const testing::Signal& s = ProfileSpectrum();
   const int width = static_cast<int>(state.range(0));
   const int massProcessing = static_cast<int>(state.range(1));
-  long found = 0;
+  std::int32_t found = 0;
   for (auto _ : state) {
     QXPeakTable table;
     found = table.FindPeaks(s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), 1.0,

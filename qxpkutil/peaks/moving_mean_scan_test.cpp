@@ -32,14 +32,14 @@ struct ScanArgs {
   double endX = 0.0;
 };
 
-long Scan(QXPeakTable& t, const double* x, const double* y, std::uint32_t n,
+std::int32_t Scan(QXPeakTable& t, const double* x, const double* y, std::uint32_t n,
           const ScanArgs& a = {}) {
   return t.FindPeaks(x, y, n, 1.0, a.threshold, a.filterType, a.filterWidth, a.filterInc,
                      a.minArea, 0, a.maxPeakWidth, a.noiseThreshold, a.centroidPct, a.integration,
                      a.massProcessing, 3, 4, 0.05, 2.0, a.finish, a.startX, a.endX, 0);
 }
 
-long Scan(QXPeakTable& t, const Signal& s, const ScanArgs& a = {}) {
+std::int32_t Scan(QXPeakTable& t, const Signal& s, const ScanArgs& a = {}) {
   return Scan(t, s.x.data(), s.y.data(), static_cast<std::uint32_t>(s.x.size()), a);
 }
 
@@ -101,7 +101,7 @@ TEST(MovingMeanScan, RangeEndsAreaScaleAndFilterTypeRules) {
   scaled.FindPeaks(s.x.data(), s.y.data(), 1000, 2.5, 50.0, 0, 7, 1, 0.0, 0, 1000, 0.0, 50.0, 1,
                    0, 3, 4, 0.05, 2.0, 1, 0.0, 0.0, 0);
   ASSERT_EQ(scaled.GetNumPeaks(), 3);
-  for (long k = 0; k < 3; ++k) {
+  for (std::int32_t k = 0; k < 3; ++k) {
     EXPECT_DOUBLE_EQ(scaled.GetPeak(k)->m_dArea, 2.5 * plain.GetPeak(k)->m_dArea);
   }
 }
@@ -136,7 +136,7 @@ TEST(MovingMeanScan, RangesAccumulateOnOneTable) {
   EXPECT_EQ(Scan(t, s, {.finish = 0, .startX = 0.0, .endX = 35.0}), 1);
   EXPECT_EQ(t.GetPeak(0)->m_dCentroidX, 0.0);  // no finishing step, no centroid
   EXPECT_EQ(Scan(t, s, {.finish = 0, .startX = 35.0, .endX = 99.9}), 3);
-  for (long k = 0; k < 3; ++k) EXPECT_EQ(t.GetPeak(k)->m_dApexX, whole.GetPeak(k)->m_dApexX);
+  for (std::int32_t k = 0; k < 3; ++k) EXPECT_EQ(t.GetPeak(k)->m_dApexX, whole.GetPeak(k)->m_dApexX);
 }
 
 TEST(MovingMeanScan, FinishingStepCentroidsAndChargesIsotopeSeries) {
@@ -148,7 +148,7 @@ TEST(MovingMeanScan, FinishingStepCentroidsAndChargesIsotopeSeries) {
   // On a noise-free baseline the last right bound runs to the end: no width limit.
   QXPeakTable t;
   ASSERT_EQ(Scan(t, s, {.maxPeakWidth = 4000, .massProcessing = 1}), 4);
-  for (long k = 0; k < 4; ++k) {
+  for (std::int32_t k = 0; k < 4; ++k) {
     const QXPeakTableElement& p = *t.GetPeak(k);
     EXPECT_NEAR(p.m_dCentroidX, peaks[k].centre, 2e-4) << k;
     EXPECT_EQ(p.m_nCharge, 2) << k;
@@ -176,7 +176,7 @@ TEST(MovingMeanScan, CountFamilyAgreesWithTheDoubleFamilyOnIntegerData) {
                        a.filterWidth, a.filterInc, 0.0, 0, a.maxPeakWidth, noise, centroidPct, 1);
       ASSERT_EQ(narrow.GetNumPeaks(), wide.GetNumPeaks());
       EXPECT_GE(wide.GetNumPeaks(), 3);
-      for (long k = 0; k < wide.GetNumPeaks(); ++k) {
+      for (std::int32_t k = 0; k < wide.GetNumPeaks(); ++k) {
         EXPECT_EQ(narrow.GetPeak(k)->m_nApexIndex, wide.GetPeak(k)->m_nApexIndex);
         EXPECT_EQ(narrow.GetPeak(k)->m_nLeftIndex, wide.GetPeak(k)->m_nLeftIndex);
         EXPECT_EQ(narrow.GetPeak(k)->m_nRightIndex, wide.GetPeak(k)->m_nRightIndex);

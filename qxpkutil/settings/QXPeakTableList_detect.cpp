@@ -16,6 +16,7 @@
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/peaks/scan_internal.h"
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 
@@ -34,6 +35,28 @@ bool AllFinite(const double* v, std::uint32_t n) {
   return std::all_of(v, v + n, [](double d) { return std::isfinite(d); });
 }
 
+// The lowest of n >= 1 values, or nothing when one is not finite: one pass that keeps four
+// running minima (which the compiler can vectorise). Which of two equal zeros comes out
+// does not matter to the callers, which compare it with 0.0.
+std::optional<double> LowestIfFinite(const double* v, std::uint32_t n) {
+  double lo[4] = {v[0], v[0], v[0], v[0]};
+  bool finite = true;
+  std::uint32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    for (int k = 0; k < 4; ++k) lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
+    // x - x is 0 for finite x and NaN otherwise, so the sum is 0 only when all four are.
+    finite &= (v[i] - v[i]) + (v[i + 1] - v[i + 1]) + (v[i + 2] - v[i + 2]) +
+                  (v[i + 3] - v[i + 3]) ==
+              0.0;
+  }
+  for (; i < n; ++i) {
+    lo[0] = v[i] < lo[0] ? v[i] : lo[0];
+    finite &= std::isfinite(v[i]);
+  }
+  if (!finite || !std::isfinite(lo[0])) return std::nullopt;
+  return std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3]));
+}
+
 // Data a search can run on: both arrays present, at least one point, every value finite.
 bool UsableData(const double* x, const double* y, std::uint32_t n) {
   return x != nullptr && y != nullptr && n > 0 && AllFinite(x, n) && AllFinite(y, n);
@@ -47,7 +70,7 @@ std::optional<double> AutoNoise(int autoSNCalc, const double* y, std::uint32_t n
 // One trial search of segment `s` into `table` with filter increment 1, no finishing step and
 // no Gaussian fit; when it finds nothing it runs again with the widest peak-width limit.
 // Returns the table's peak count.
-long TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint32_t n,
+std::int32_t TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint32_t n,
                  double areaScale, double threshold, const QXPeakDetectSetting& s,
                  int massProcessing, double startX, double endX) {
   const auto search = [&](int maxPeakWidth) {
@@ -57,26 +80,40 @@ long TrialSearch(QXPeakTable& table, const double* x, const double* y, std::uint
         s.GetIntegratedMethod(), massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(),
         s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity(), 0, startX, endX, 0);
   };
-  const long found = search(s.GetMaxPeakWidth());
+  const std::int32_t found = search(s.GetMaxPeakWidth());
   return found > 0 ? found : search(kTrialRetryMaxPeakWidth);
 }
 
 // The largest area that a trial search of each segment over its own range finds, at the
 // segment's absolute threshold and minimum area; 0.0 when none finds a peak. `noise`, when
-// set, first becomes every segment's NoiseThreshold.
-double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, int massProcessing,
-                        const double* x, const double* y, std::uint32_t n, double areaScale,
+// set, first becomes every segment's NoiseThreshold. The trial's peaks are only counted
+// and their areas compared, never stored: a trial without finishing step leaves nothing
+// else behind, so this is what searching into a scratch table would give.
+double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double* x,
+                        const double* y, std::uint32_t n, double areaScale,
                         std::optional<double> noise) {
   double largest = 0.0;
-  QXPeakTable trial;
   for (QXPeakDetectSetting& s : segments) {
-    trial.DeleteAllPeaks();
     if (noise) s.SetNoiseThreshold(*noise);
-    const long found = TrialSearch(trial, x, y, n, areaScale, s.GetAbsThreshold(), s,
-                                   massProcessing, s.GetRangeX1(), s.GetRangeX2());
-    for (long i = 0; i < found; ++i) largest = std::max(largest, trial.GetPeak(i)->m_dArea);
+    const auto summarise = [&](int maxPeakWidth) {
+      return peaks_detail::SummariseScan(
+          x, y, n, areaScale, s.GetAbsThreshold(), s.GetFilterType(), s.GetFilterWidth(), 1,
+          s.GetMinPeakArea(), maxPeakWidth, s.GetNoiseThreshold(), s.GetIntegratedMethod(),
+          s.GetRangeX1(), s.GetRangeX2());
+    };
+    peaks_detail::ScanSummary trial = summarise(s.GetMaxPeakWidth());
+    if (trial.found <= 0) trial = summarise(kTrialRetryMaxPeakWidth);
+    largest = std::max(largest, trial.largestArea);
   }
   return largest;
+}
+
+// True when no area of a trial search can overflow to infinity: every area is a sum of at
+// most n intensities less a baseline that stays within the intensities, scaled.
+bool AreasStayFinite(const double* y, std::uint32_t n, double areaScale) {
+  const auto [lo, hi] = std::minmax_element(y, y + n);
+  const double largest = std::max(std::fabs(*lo), std::fabs(*hi));
+  return 2.0 * static_cast<double>(n) * largest * std::fabs(areaScale) < 1e300;
 }
 
 // Segments that overlap or come out of x order leave the table out of apex-x order although
@@ -84,9 +121,9 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, int massProc
 // found by two segments has its copies side by side and the later segment's copy is the one
 // that duplicate removal keeps.
 void RestoreApexXOrder(QXPeakTable& table) {
-  const long count = table.GetNumPeaks();
+  const std::int32_t count = table.GetNumPeaks();
   bool ordered = true;
-  for (long i = 1; i < count && ordered; ++i) {
+  for (std::int32_t i = 1; i < count && ordered; ++i) {
     ordered = !(table.GetPeak(i)->m_dApexX < table.GetPeak(i - 1)->m_dApexX);
   }
   if (ordered) return;
@@ -102,22 +139,31 @@ void RestoreApexXOrder(QXPeakTable& table) {
 std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::uint32_t n,
                                         double yMax, double dAreaScale, std::int32_t table) {
   QXPeakTable* target = GetPeakTableFromList(table);
-  if (target == nullptr || !UsableData(x, y, n) || !std::isfinite(yMax) ||
-      !std::isfinite(dAreaScale)) {
+  if (target == nullptr || x == nullptr || y == nullptr || n == 0 || !AllFinite(x, n) ||
+      !std::isfinite(yMax) || !std::isfinite(dAreaScale)) {
     return kNoSearch;
   }
   // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
-  const double minY = std::min(0.0, *std::min_element(y, y + n));
+  const std::optional<double> lowest = LowestIfFinite(y, n);
+  if (!lowest) return kNoSearch;
+  const double minY = std::min(0.0, *lowest);
   const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
-  // Only scan segments take a minimum area derived from the largest trial area; without
-  // one the trial searches would change nothing but the noise thresholds set below anyway.
-  const bool scanSegment =
+  // The trial searches and the real ones run the same windows over the same data.
+  const peaks_detail::SharedWindowMeans sharedMeans(y, n);
+  // Only scan segments take a minimum area derived from the largest trial area, and only
+  // through a non-zero area percentage (a finite largest area times 0 is 0). Without such
+  // a segment the trial searches would change nothing but the noise thresholds, which are
+  // set below anyway.
+  const bool areaMatters =
       !m_bCentroidSpecData &&
       std::any_of(m_arrDetectSettings.begin(), m_arrDetectSettings.end(),
-                  [](const QXPeakDetectSetting& s) { return s.GetDivisor() == kQXUnsetValue; });
-  const double maxArea = scanSegment ? LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x,
-                                                        y, n, dAreaScale, noise)
-                                     : 0.0;
+                  [](const QXPeakDetectSetting& s) {
+                    return s.GetDivisor() == kQXUnsetValue && !(s.GetPctPeakArea() == 0.0);
+                  });
+  const double maxArea =
+      areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(y, n, dAreaScale))
+          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise)
+          : 0.0;
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
@@ -173,7 +219,8 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
 double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std::uint32_t n,
                                            double dAreaScale) {
   if (!UsableData(x, y, n) || !std::isfinite(dAreaScale)) return 0.0;
-  return LargestTrialArea(m_arrDetectSettings, m_bMassProcessing, x, y, n, dAreaScale,
+  const peaks_detail::SharedWindowMeans sharedMeans(y, n);
+  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale,
                           AutoNoise(m_bAutoSNCalc, y, n));
 }
 

@@ -55,13 +55,13 @@ using PeakFields = decltype(Fields(QXPeakTableElement()));
 
 std::vector<PeakFields> TablePeaks(const QXPeakTable* table) {
   std::vector<PeakFields> out;
-  for (long i = 0; i < table->GetNumPeaks(); ++i) out.push_back(Fields(*table->GetPeak(i)));
+  for (std::int32_t i = 0; i < table->GetNumPeaks(); ++i) out.push_back(Fields(*table->GetPeak(i)));
   return out;
 }
 
 std::vector<double> ApexHeights(const QXPeakTable* table) {
   std::vector<double> out;
-  for (long i = 0; i < table->GetNumPeaks(); ++i)
+  for (std::int32_t i = 0; i < table->GetNumPeaks(); ++i)
     out.push_back(std::round(table->GetPeak(i)->m_dApexY));
   return out;
 }

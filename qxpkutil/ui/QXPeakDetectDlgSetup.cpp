@@ -21,12 +21,11 @@ void QXPeakDetectDlgSetup::SaveState(QXProfile* app, const char* section, int to
   QXPersistUtils::WriteParamSetting(app, section, kKeyShowCursor, m_bCursorShow, list, toProfile);
 }
 
-void QXPeakDetectDlgSetup::RestoreState(QXProfile* app, const char* section, unsigned long flags,
+void QXPeakDetectDlgSetup::RestoreState(QXProfile* app, const char* section, std::uint32_t flags,
                                         const std::map<std::string, std::string>& map) {
-  const auto sourceFlags = static_cast<unsigned>(flags);  // the flag bits are the low ones
   const auto read = [&](const char* key, int def) {
     return static_cast<std::int32_t>(
-        QXPersistUtils::GetParamSetting(app, section, key, def, map, sourceFlags));
+        QXPersistUtils::GetParamSetting(app, section, key, def, map, flags));
   };
   m_nWndX = read(kKeyX, -1);
   m_nWndY = read(kKeyY, -1);

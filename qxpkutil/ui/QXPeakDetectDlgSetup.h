@@ -46,7 +46,7 @@ class QXPeakDetectDlgSetup {
   // Reads the four keys from `map` or `app` as `flags` select
   // (QXPersistUtils::GetParamSetting); missing keys give -1, -1, 1 and 0. A cursor mode
   // beyond the range of short keeps its low 16 bits.
-  void RestoreState(QXProfile* app, const char* section, unsigned long flags,
+  void RestoreState(QXProfile* app, const char* section, std::uint32_t flags,
                     const std::map<std::string, std::string>& map);
 
  private:

@@ -61,14 +61,14 @@ std::string DemoCommandLine(const SettingOverrides& o) {
 void DemoSummary(const Trace& trace, const TracePeaks& peaks, double seconds, std::ostream& out) {
   const QXPeakTable& table = peaks.table;
   std::map<int, int> charges;
-  for (long i = 0; i < table.GetNumPeaks(); ++i) ++charges[table.GetPeak(i)->m_nCharge];
+  for (std::int32_t i = 0; i < table.GetNumPeaks(); ++i) ++charges[table.GetPeak(i)->m_nCharge];
   char line[160];
   std::snprintf(line, sizeof line,
                 "qxpeak demo: a generated profile spectrum, m/z %.0f to %.0f, %zu points\n",
                 trace.x.front(), trace.x.back(), trace.x.size());
   out << line;
-  std::snprintf(line, sizeof line, "Found %ld peaks in %.0f ms; by charge:", table.GetNumPeaks(),
-                seconds * 1000.0);
+  std::snprintf(line, sizeof line, "Found %d peaks in %.0f ms; by charge:",
+                static_cast<int>(table.GetNumPeaks()), seconds * 1000.0);
   out << line;
   for (const auto& [z, count] : charges) {
     out << ' ' << (z == 0 ? std::string("none") : "z=" + std::to_string(z)) << ' ' << count;
@@ -77,7 +77,7 @@ void DemoSummary(const Trace& trace, const TracePeaks& peaks, double seconds, st
 
   int found = 0;
   for (const DemoSeries& s : kDemoSeries) {
-    for (long i = 0; i < table.GetNumPeaks(); ++i) {
+    for (std::int32_t i = 0; i < table.GetNumPeaks(); ++i) {
       const QXPeakTableElement& p = *table.GetPeak(i);
       if (std::fabs(p.m_dCentroidX - s.monoisotopicMz) < 0.02 && p.m_nCharge == s.charge) {
         ++found;
@@ -89,7 +89,7 @@ void DemoSummary(const Trace& trace, const TracePeaks& peaks, double seconds, st
       << " placed in the spectrum\n";
 
   std::vector<const QXPeakTableElement*> top;
-  for (long i = 0; i < table.GetNumPeaks(); ++i) top.push_back(table.GetPeak(i));
+  for (std::int32_t i = 0; i < table.GetNumPeaks(); ++i) top.push_back(table.GetPeak(i));
   std::stable_sort(top.begin(), top.end(),
                    [](const auto* a, const auto* b) { return a->m_dApexY > b->m_dApexY; });
   top.resize(std::min<std::size_t>(top.size(), 8));

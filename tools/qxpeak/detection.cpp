@@ -42,13 +42,13 @@ TracePeaks DetectPeaks(const Trace& trace, const DetectionConfig& config) {
     result.signalToNoise.assign(count, std::numeric_limits<double>::quiet_NaN());
     for (std::size_t i = 0; measured && i < count; ++i) {
       result.signalToNoise[i] =
-          table.GetPeak(static_cast<long>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(), sn.GetNoise());
+          table.GetPeak(static_cast<std::int32_t>(i))->DoSigToNoiseOnPeak(sn.GetBaseline(), sn.GetNoise());
     }
   }
   if (config.resolutionPercent) {
     result.resolution.assign(count, -1);
     for (std::size_t i = 0; i < count; ++i) {
-      const QXPeakTableElement& p = *table.GetPeak(static_cast<long>(i));
+      const QXPeakTableElement& p = *table.GetPeak(static_cast<std::int32_t>(i));
       if (p.m_dApexY >= config.resolutionMinIntensity) {
         p.DoResCalcOnPeak(trace.x.data(), trace.y.data(), *config.resolutionPercent,
                           result.resolution[i]);

@@ -32,7 +32,7 @@ TEST(Detection, FindsEachPeakWithItsCentroid) {
   ASSERT_EQ(peaks.table.GetNumPeaks(), 3);
   EXPECT_TRUE(peaks.centroids);
   const double centres[] = {405.0, 410.0, 415.0};
-  for (long i = 0; i < 3; ++i) {
+  for (std::int32_t i = 0; i < 3; ++i) {
     EXPECT_NEAR(peaks.table.GetPeak(i)->m_dCentroidX, centres[i], 0.003) << i;
   }
   EXPECT_TRUE(peaks.signalToNoise.empty());

@@ -110,7 +110,7 @@ std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TraceP
   for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
     const Trace& trace = traces[t];
     const QXPeakTable& table = peaks[t].table;
-    for (long i = 0; i < table.GetNumPeaks(); ++i) {
+    for (std::int32_t i = 0; i < table.GetNumPeaks(); ++i) {
       const QXPeakTableElement& p = *table.GetPeak(i);
       AppendInt(out, trace.index);
       out += '\t';
@@ -164,7 +164,7 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
     j["centroided_input"] = trace.centroided;
     j["points"] = trace.x.size();
     Json& array = j["peaks"] = Json::array();
-    for (long i = 0; i < result.table.GetNumPeaks(); ++i) {
+    for (std::int32_t i = 0; i < result.table.GetNumPeaks(); ++i) {
       const QXPeakTableElement& p = *result.table.GetPeak(i);
       const auto index = static_cast<std::size_t>(i);
       Json peak;

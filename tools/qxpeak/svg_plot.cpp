@@ -168,7 +168,7 @@ void Signal(std::string& out, const Trace& t, const Frame& f) {
 // kind as one path.
 void PeakMarks(std::string& out, const TracePeaks& peaks, const Frame& f) {
   std::string apex, baseline, centroid;
-  for (long i = 0; i < peaks.table.GetNumPeaks(); ++i) {
+  for (std::int32_t i = 0; i < peaks.table.GetNumPeaks(); ++i) {
     const QXPeakTableElement& p = *peaks.table.GetPeak(i);
     const double ax = f.Px(p.m_dApexX), ay = f.Py(p.m_dApexY);
     Point(apex, 'M', ax - 3.5, ay - 7.0);
@@ -224,7 +224,7 @@ void PeakLabels(std::string& out, const Trace& t, const TracePeaks& peaks, const
     return false;
   };
   std::vector<const QXPeakTableElement*> byHeight;
-  for (long i = 0; i < peaks.table.GetNumPeaks(); ++i) {
+  for (std::int32_t i = 0; i < peaks.table.GetNumPeaks(); ++i) {
     const QXPeakTableElement* p = peaks.table.GetPeak(i);
     if (!p->m_strLabel.empty()) {
       place(f.Px(p->m_dApexX), f.Py(p->m_dApexY), p->m_strLabel,

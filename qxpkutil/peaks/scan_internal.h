@@ -1,0 +1,45 @@
+// Internal to the library (not part of the public API): what the detection driver uses to
+// run the moving-mean scan of QXPeakTable::FindPeaks cheaply several times over one array.
+//
+//   peaks_detail::SharedWindowMeans shared(y, n);   // scans over y on this thread share means
+//   peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(x, y, n, ...);
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+namespace qxpkutil::peaks_detail {
+
+// While one lives on a thread, the double-family scans on that thread over exactly this
+// intensity array take their window means from one store, so that each mean of a given
+// filter type and width is computed once for the trial and the real search together.
+// The array must not change while it lives. Nested instances: the innermost one counts.
+class SharedWindowMeans {
+ public:
+  SharedWindowMeans(const double* y, std::uint32_t n);
+  ~SharedWindowMeans();
+  SharedWindowMeans(const SharedWindowMeans&) = delete;
+  SharedWindowMeans& operator=(const SharedWindowMeans&) = delete;
+
+  struct Store;
+
+ private:
+  std::unique_ptr<Store> m_store;
+  SharedWindowMeans* m_outer;
+};
+
+// What a search without finishing step would leave in an empty table: how many peaks it
+// accepts and the largest of their areas (never below 0.0), without storing any.
+struct ScanSummary {
+  std::int32_t found = 0;
+  double largestArea = 0.0;
+};
+
+// The moving-mean scan of QXPeakTable::FindPeaks (double family, same arguments and range
+// rule), summarised instead of stored. `found` is -1 when x or y is null or n is 0.
+ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n, double dAreaScale,
+                          double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
+                          double dMinArea, int nMaxPeakWidth, double dNoiseThreshold,
+                          int nIntegrationMethod, double dStartX, double dEndX);
+
+}  // namespace qxpkutil::peaks_detail

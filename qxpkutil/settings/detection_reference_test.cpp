@@ -1,0 +1,483 @@
+// The classic detection path against a plain reference kept here: the moving-mean scan and
+// the detection driver as first written, one window mean at a time, a full trial table and
+// the padded, fully sorted noise estimate. The library's faster forms must give the same
+// tables bit for bit (every field of every peak) on random and spectrum-like signals,
+// both array families, every filter type and a spread of settings.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "qxpkutil/fitting/QXNonLinFit.h"
+#include "qxpkutil/numeric/QXDataExpUtils.h"
+#include "qxpkutil/numeric/QXWaveletAnalysis.h"
+#include "qxpkutil/peaks/QXPeakTable.h"
+#include "qxpkutil/platform/QXTypes.h"
+#include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestSignals.h"
+
+namespace qxpkutil {
+namespace {
+
+// ---------------------------------------------------------------------------------------
+// Reference scan: a window mean computed afresh wherever one is needed.
+
+struct ScanSettings {
+  double areaScale;
+  double threshold;
+  int filterType;
+  int filterWidth;
+  int filterInc;
+  double minArea;
+  int maxPeakWidth;
+  double noiseThreshold;
+  int integrationMethod;
+};
+
+enum class Direction { kLeftward, kRightward };
+
+template <class XValue, class YValue>
+class ReferenceScan {
+ public:
+  ReferenceScan(const XValue* x, const YValue* y, std::uint32_t n, const ScanSettings& s)
+      : m_x(x), m_y(y), m_n(n), m_s(s) {}
+
+  void Run(QXPeakTable& table, std::int64_t first, std::int64_t last) const {
+    const std::int64_t width = m_s.filterWidth;
+    const std::int64_t inc = m_s.filterInc;
+    double prevMean = kQXUnsetValue;
+    double mean = 0.0;
+    bool rising = false;
+    std::int64_t riseStart = 0;
+    std::int64_t valley = -1;
+    std::int64_t lastResume = -1;
+    double lastResumeMean = 0.0;
+    for (std::int64_t i = first; i <= last; i += inc) {
+      const std::int64_t w = i + width;
+      if (w > last) {
+        if (rising) mean = prevMean - 1.0;
+      } else if (m_s.filterType == 0 || m_s.filterType == 1) {
+        mean = WindowMean(i);
+      }
+      if (mean <= prevMean) {
+        if (!rising) valley = i;
+        if (rising && riseStart > 0) {
+          std::int64_t apex = riseStart;
+          const std::int64_t apexEnd = std::min<std::int64_t>(w - 1, m_n - 1);
+          for (std::int64_t k = riseStart + 1; k <= apexEnd; ++k) {
+            if (Y(k) > Y(apex)) apex = k;
+          }
+          if (valley < 0) valley = first;
+          const std::int64_t left =
+              FindBound(Direction::kLeftward, valley, apex, apex, m_s.noiseThreshold, mean);
+          riseStart = std::max(riseStart, left);
+          const std::int64_t right = FindBound(Direction::kRightward, riseStart + 1, apex, last,
+                                               m_s.noiseThreshold, mean);
+          const double area = QXDataExpUtils::IntegrateSummedRegion(
+                                  m_x, m_y, static_cast<std::int32_t>(left),
+                                  static_cast<std::int32_t>(right), m_s.integrationMethod) *
+                              m_s.areaScale;
+          const std::int64_t peakWidth = right - left - 1;
+          if (right > apex && peakWidth >= width / 2 && peakWidth <= m_s.maxPeakWidth &&
+              area >= m_s.minArea && Y(apex) >= m_s.threshold) {
+            table.AddPeak(static_cast<double>(m_x[apex]), Y(apex),
+                          static_cast<std::uint32_t>(apex), static_cast<double>(m_x[left]),
+                          Y(left), static_cast<std::uint32_t>(left),
+                          static_cast<double>(m_x[right]), Y(right),
+                          static_cast<std::uint32_t>(right), 0.0, area, 0.0, 0.0, 0.0, 0.0, 0);
+          }
+          valley = right;
+          if (right != lastResume || mean != lastResumeMean) {
+            lastResume = right;
+            lastResumeMean = mean;
+            i = right - inc;
+          }
+        }
+        rising = false;
+      } else if (m_s.threshold <= Y(std::min<std::int64_t>(i + width / 2, m_n - 1)) ||
+                 m_s.threshold <= mean) {
+        rising = true;
+        riseStart = i;
+      }
+      prevMean = mean;
+    }
+  }
+
+ private:
+  double Y(std::int64_t i) const { return static_cast<double>(m_y[i]); }
+
+  double WindowMean(std::int64_t i) const {
+    return m_s.filterType == 0 ? QXDataExpUtils::NormGaussMean(m_y + i, m_s.filterWidth)
+                               : QXDataExpUtils::Mean(m_y + i, m_s.filterWidth);
+  }
+
+  std::int64_t LowestPoint(std::int64_t lo, std::int64_t hi, Direction dir) const {
+    hi = std::min<std::int64_t>(hi, m_n - 1);
+    if (lo > hi) return hi;
+    if (dir == Direction::kRightward) {
+      std::int64_t best = lo;
+      for (std::int64_t k = lo + 1; k <= hi; ++k) {
+        if (Y(k) < Y(best)) best = k;
+      }
+      return best;
+    }
+    std::int64_t best = hi;
+    for (std::int64_t k = hi - 1; k >= lo; --k) {
+      if (Y(k) < Y(best)) best = k;
+    }
+    return best;
+  }
+
+  std::int64_t FindBound(Direction dir, std::int64_t start, std::int64_t apex, std::int64_t limit,
+                         double t, double& mean) const {
+    const std::int64_t w = m_s.filterWidth;
+    const std::int64_t inc = m_s.filterInc;
+    double prev = start + w <= limit ? WindowMean(start) : 0.0;
+    if (t <= 0.0) {
+      std::int64_t base = start;
+      std::int64_t stopIndex = -1;
+      for (std::int64_t i = start + inc; i <= limit - w; i += inc) {
+        const double m = WindowMean(i);
+        mean = m;
+        if (m > prev) {
+          stopIndex = i;
+          base = i - inc;
+          break;
+        }
+        prev = m;
+        base = i;
+      }
+      if (stopIndex < 0) stopIndex = base + inc;
+      if (dir == Direction::kRightward && (stopIndex < apex || base < apex)) base = apex;
+      mean = prev;
+      return LowestPoint(base, std::min(base + w, limit), dir);
+    }
+    if (dir == Direction::kLeftward) {
+      for (std::int64_t i = start + inc; i + w <= limit; i += inc) {
+        const double m = WindowMean(i);
+        mean = m;
+        const std::int64_t candidate = i + w / 2;
+        if (std::fabs(prev - m) >= t && prev != m) return candidate;
+        prev = m;
+        if (i + inc + w > limit) return candidate;
+      }
+      return start;
+    }
+    const std::int64_t r = FindBound(Direction::kRightward, start, apex, limit, 0.0, mean);
+    prev = mean;
+    for (std::int64_t i = r - 1; i >= apex && i <= limit - w; i -= inc) {
+      const double m = WindowMean(i);
+      mean = m;
+      const std::int64_t candidate = i + w / 2;
+      if (std::fabs(prev - m) >= t && prev != m) return candidate;
+      if (candidate < apex) return apex;
+      prev = m;
+      if (i - inc < apex) return candidate;
+    }
+    return r;
+  }
+
+  const XValue* m_x;
+  const YValue* m_y;
+  std::uint32_t m_n;
+  ScanSettings m_s;
+};
+
+bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const ScanSettings& s) {
+  return first >= 0 && first < last && last < static_cast<std::int64_t>(n) &&
+         s.filterWidth >= 1 && s.filterInc >= 1 && s.filterWidth < last - first &&
+         n <= static_cast<std::uint32_t>(INT32_MAX);
+}
+
+// The scan entry points with the library's own finishing steps.
+class ReferenceTable : public QXPeakTable {
+ public:
+  std::int32_t Find(const double* x, const double* y, std::uint32_t n, double areaScale,
+                    double threshold, int filterType, int filterWidth, int filterInc,
+                    double minArea, int maxPeakWidth, double noiseThreshold, double centroidPct,
+                    int integrationMethod, int massProcessing, int maxCharge, int maxIsotopes,
+                    double minRatio, double maxRatio, int finish, double startX, double endX,
+                    int gaussFit) {
+    if (x == nullptr || y == nullptr || n == 0) return -1;
+    std::int64_t first = 0;
+    std::int64_t last = static_cast<std::int64_t>(n) - 1;
+    if (startX != 0.0 || endX != 0.0) {
+      first = QXDataExpUtils::FindNearestIndex(x, n, startX);
+      if (endX != 0.0) last = QXDataExpUtils::FindNearestIndex(x, n, endX);
+    }
+    const ScanSettings s{areaScale, threshold,      filterType,       filterWidth,
+                         filterInc, minArea,        maxPeakWidth,     noiseThreshold,
+                         integrationMethod};
+    if (ScanCanRun(first, last, n, s)) ReferenceScan<double, double>(x, y, n, s).Run(*this, first, last);
+    m_nSortMethod = 0;
+    if (finish) {
+      if (massProcessing) {
+        CentroidPeaks(x, y, n, centroidPct);
+        ProcessMassPeak(maxCharge, maxIsotopes, minRatio, maxRatio);
+      }
+      if (gaussFit) QXNonLinFit::GaussFitPeakList(this, x, y, static_cast<int>(n));
+    }
+    return GetNumPeaks();
+  }
+
+  std::int32_t Find(const float* x, const std::uint32_t* y, std::uint32_t n, double areaScale,
+                    double threshold, int filterType, int filterWidth, int filterInc,
+                    double minArea, int maxPeakWidth, double noiseThreshold, double centroidPct,
+                    int integrationMethod) {
+    if (x == nullptr || y == nullptr || n == 0) return -1;
+    const ScanSettings s{areaScale, threshold,      filterType,       filterWidth,
+                         filterInc, minArea,        maxPeakWidth,     noiseThreshold,
+                         integrationMethod};
+    const std::int64_t last = static_cast<std::int64_t>(n) - 1;
+    if (ScanCanRun(0, last, n, s)) ReferenceScan<float, std::uint32_t>(x, y, n, s).Run(*this, 0, last);
+    m_nSortMethod = 0;
+    if (centroidPct >= 0.0) CentroidPeaks(x, y, n, centroidPct);
+    return GetNumPeaks();
+  }
+};
+
+// ---------------------------------------------------------------------------------------
+// Reference driver over scan segments: a full trial table per segment for the largest area.
+
+struct DriverInput {
+  std::vector<QXPeakDetectSetting> segments;
+  int massProcessing = 0;
+  int autoSN = 0;
+};
+
+std::int32_t ReferenceTrial(ReferenceTable& t, const testing::Signal& d, double areaScale,
+                            double threshold, const QXPeakDetectSetting& s, int massProcessing,
+                            double startX, double endX) {
+  const auto search = [&](int maxPeakWidth) {
+    return t.Find(d.x.data(), d.y.data(), static_cast<std::uint32_t>(d.x.size()), areaScale,
+                  threshold, s.GetFilterType(), s.GetFilterWidth(), 1, s.GetMinPeakArea(),
+                  maxPeakWidth, s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
+                  massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(), s.GetRelMasMinIntensity(),
+                  s.GetRelMassMaxIntensity(), 0, startX, endX, 0);
+  };
+  const std::int32_t found = search(s.GetMaxPeakWidth());
+  return found > 0 ? found : search(10000);
+}
+
+void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, double areaScale,
+                     ReferenceTable& target, double referenceNoise) {
+  const auto n = static_cast<std::uint32_t>(d.x.size());
+  const double minY = std::min(0.0, *std::min_element(d.y.begin(), d.y.end()));
+  std::optional<double> noise;
+  if (in.autoSN) noise = 0.75 * referenceNoise;
+  double maxArea = 0.0;
+  ReferenceTable trial;
+  for (QXPeakDetectSetting& s : in.segments) {
+    trial.DeleteAllPeaks();
+    if (noise) s.SetNoiseThreshold(*noise);
+    const std::int32_t found = ReferenceTrial(trial, d, areaScale, s.GetAbsThreshold(), s,
+                                              in.massProcessing, s.GetRangeX1(), s.GetRangeX2());
+    for (std::int32_t i = 0; i < found; ++i) maxArea = std::max(maxArea, trial.GetPeak(i)->m_dArea);
+  }
+  const auto count = static_cast<std::int32_t>(in.segments.size());
+  for (std::int32_t i = 0; i < count; ++i) {
+    QXPeakDetectSetting& s = in.segments[static_cast<std::size_t>(i)];
+    const double threshold =
+        std::max(s.GetRelThreshold() * 0.01 * (yMax - minY) + minY, s.GetAbsThreshold());
+    const double minArea = std::max(maxArea * s.GetPctPeakArea() * 0.01, s.GetMinPeakArea());
+    if (noise) s.SetNoiseThreshold(*noise);
+    double startX = s.GetRangeX1();
+    double endX = s.GetRangeX2();
+    if (i == 0) {
+      target.DeleteAllPeaks();
+      if (startX == endX) startX = endX = 0.0;
+    }
+    target.Find(d.x.data(), d.y.data(), n, areaScale, threshold, s.GetFilterType(),
+                s.GetFilterWidth(), s.GetFilterInc(), minArea, s.GetMaxPeakWidth(),
+                s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
+                in.massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(), s.GetRelMasMinIntensity(),
+                s.GetRelMassMaxIntensity(), i == count - 1 ? 1 : 0, startX, endX, 0);
+  }
+  // Overlapping segments: a stable sort by apex x, then duplicate removal.
+  std::vector<std::unique_ptr<QXPeakTableElement>> peaks;
+  while (target.GetNumPeaks() > 0) peaks.push_back(target.RemovePeak(-1));
+  std::reverse(peaks.begin(), peaks.end());
+  std::stable_sort(peaks.begin(), peaks.end(),
+                   [](const auto& a, const auto& b) { return a->m_dApexX < b->m_dApexX; });
+  for (auto& p : peaks) target.AddPeak(p.release());
+  target.RemoveDuplicatedPeaks();
+  target.SortPeakTable(0);
+}
+
+// ---------------------------------------------------------------------------------------
+// Comparison and random inputs.
+
+bool Same(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+// Empty when the tables agree bit for bit, else what differs first.
+std::string Difference(const QXPeakTable& a, const QXPeakTable& b) {
+  if (a.GetNumPeaks() != b.GetNumPeaks()) {
+    return "peak counts " + std::to_string(a.GetNumPeaks()) + " and " +
+           std::to_string(b.GetNumPeaks());
+  }
+  if (a.GetSortMethod() != b.GetSortMethod()) return "sort methods differ";
+  for (std::int32_t i = 0; i < a.GetNumPeaks(); ++i) {
+    const QXPeakTableElement& p = *a.GetPeak(i);
+    const QXPeakTableElement& q = *b.GetPeak(i);
+    const double pd[] = {p.m_dApexX,         p.m_dApexY,         p.m_dCentroidX,
+                         p.m_dArea,          p.m_dCentroidLeftX, p.m_dCentroidLeftY,
+                         p.m_dCentroidRightX, p.m_dCentroidRightY, p.m_dLeftX,
+                         p.m_dLeftY,         p.m_dRightX,        p.m_dRightY,
+                         p.m_dExtra1,        p.m_dExtra2,        p.m_dExtra3,
+                         p.m_dExtra4};
+    const double qd[] = {q.m_dApexX,         q.m_dApexY,         q.m_dCentroidX,
+                         q.m_dArea,          q.m_dCentroidLeftX, q.m_dCentroidLeftY,
+                         q.m_dCentroidRightX, q.m_dCentroidRightY, q.m_dLeftX,
+                         q.m_dLeftY,         q.m_dRightX,        q.m_dRightY,
+                         q.m_dExtra1,        q.m_dExtra2,        q.m_dExtra3,
+                         q.m_dExtra4};
+    bool same = std::memcmp(pd, qd, sizeof pd) == 0 && p.m_nApexIndex == q.m_nApexIndex &&
+                p.m_nLeftIndex == q.m_nLeftIndex && p.m_nRightIndex == q.m_nRightIndex &&
+                p.m_nCharge == q.m_nCharge && p.m_dwFlags == q.m_dwFlags &&
+                p.m_strLabel == q.m_strLabel;
+    if (!same) return "peak " + std::to_string(i) + " at apex " + std::to_string(p.m_nApexIndex);
+  }
+  return {};
+}
+
+// A signal of one of three kinds: isolated and crowded Gaussian peaks on noise, the same
+// rounded to whole numbers (ties everywhere), or a spectrum whose peaks widen with x.
+testing::Signal RandomSignal(std::mt19937& rng) {
+  const auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  const auto real = [&](double lo, double hi) {
+    return std::uniform_real_distribution<double>(lo, hi)(rng);
+  };
+  const int kind = pick(0, 2);
+  const auto n = static_cast<std::size_t>(pick(300, 3000));
+  const double dx = kind == 2 ? 0.002 : 0.05;
+  const double x0 = kind == 2 ? 400.0 : 0.0;
+  std::vector<testing::GaussPeak> peaks;
+  const int count = pick(1, 40);
+  for (int k = 0; k < count; ++k) {
+    const double centre = x0 + real(0.0, dx * static_cast<double>(n));
+    const double sigma = kind == 2 ? centre / 40000.0 : real(0.5, 6.0) * dx;
+    peaks.push_back({centre, real(20.0, 5000.0), sigma});
+  }
+  testing::Signal s = testing::MakeSignal(
+      n, x0, dx, peaks,
+      {.baseline = real(0.0, 50.0), .noiseSigma = real(0.0, 10.0), .seed = static_cast<unsigned>(rng())});
+  if (kind == 1) {
+    for (double& v : s.y) v = std::round(std::max(v, 0.0));
+  }
+  return s;
+}
+
+QXPeakDetectSetting RandomSegment(std::mt19937& rng, const testing::Signal& d) {
+  const auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  const auto real = [&](double lo, double hi) {
+    return std::uniform_real_distribution<double>(lo, hi)(rng);
+  };
+  const double x0 = d.x.front();
+  const double span = d.x.back() - x0;
+  double x1 = 0.0;
+  double x2 = 0.0;
+  if (pick(0, 2) != 0) {
+    x1 = x0 + real(0.0, 0.6) * span;
+    x2 = x1 + real(0.2, 0.6) * span;
+  }
+  const double rel = pick(0, 1) ? real(0.0, 10.0) : 0.0;
+  const double abs = real(0.0, 60.0);
+  const int type = pick(0, 2);
+  // Mostly table kernels; now and then the large-width kernel of the per-thread cache.
+  const int width = pick(0, 12) == 0 ? pick(202, 260) : pick(1, 25);
+  const int inc = pick(1, 4);
+  const double minArea = pick(0, 1) ? real(0.0, 500.0) : 0.0;
+  const double pctArea = pick(0, 1) ? real(0.0, 5.0) : 0.0;
+  const int maxWidth = pick(3, 300);
+  const double noise = pick(0, 1) ? real(0.0, 20.0) : 0.0;
+  const int method = pick(0, 2);
+  const double pctCentroid = real(10.0, 90.0);
+  QXPeakDetectSetting s(x1, x2, rel, abs, type, width, inc, minArea, pctArea, 1, maxWidth, 0,
+                        noise, method, pctCentroid, 4, 6, 0.05, 2.0);
+  return s;
+}
+
+// Every setting of the scan over random signals, both array families, against the reference.
+TEST(ClassicDetection, ScanMatchesReferenceBitForBit) {
+  std::mt19937 rng(20261125);
+  for (int round = 0; round < 300; ++round) {
+    const testing::Signal d = RandomSignal(rng);
+    const QXPeakDetectSetting s = RandomSegment(rng, d);
+    const int mass = static_cast<int>(rng() % 2);
+    const int finish = static_cast<int>(rng() % 3 != 0);
+    const double scale = (rng() % 2) ? 1.0 : 0.37;
+    const auto n = static_cast<std::uint32_t>(d.x.size());
+    QXPeakTable fast;
+    ReferenceTable slow;
+    const std::int32_t a = fast.FindPeaks(
+        d.x.data(), d.y.data(), n, scale, s.GetAbsThreshold(), s.GetFilterType(),
+        s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), 0, s.GetMaxPeakWidth(),
+        s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(), mass, 4, 6, 0.05,
+        2.0, finish, s.GetRangeX1(), s.GetRangeX2(), 0);
+    const std::int32_t b = slow.Find(
+        d.x.data(), d.y.data(), n, scale, s.GetAbsThreshold(), s.GetFilterType(),
+        s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), s.GetMaxPeakWidth(),
+        s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(), mass, 4, 6, 0.05,
+        2.0, finish, s.GetRangeX1(), s.GetRangeX2(), 0);
+    ASSERT_EQ(a, b) << "round " << round;
+    ASSERT_EQ(Difference(fast, slow), "") << "round " << round;
+
+    const testing::CountSignal c = testing::ToCountFamily(d);
+    QXPeakTable fastCounts;
+    ReferenceTable slowCounts;
+    fastCounts.FindPeaks(c.x.data(), c.y.data(), n, scale, s.GetAbsThreshold(), s.GetFilterType(),
+                         s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), 0,
+                         s.GetMaxPeakWidth(), s.GetNoiseThreshold(), s.GetPctCentroid(),
+                         s.GetIntegratedMethod());
+    slowCounts.Find(c.x.data(), c.y.data(), n, scale, s.GetAbsThreshold(), s.GetFilterType(),
+                    s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(),
+                    s.GetMaxPeakWidth(), s.GetNoiseThreshold(), s.GetPctCentroid(),
+                    s.GetIntegratedMethod());
+    ASSERT_EQ(Difference(fastCounts, slowCounts), "") << "round " << round << " (counts)";
+  }
+}
+
+// The driver with one to three segments, mass processing and the automatic noise threshold
+// on or off, against the reference driver; the noise thresholds it leaves behind too.
+TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
+  std::mt19937 rng(7);
+  for (int round = 0; round < 120; ++round) {
+    const testing::Signal d = RandomSignal(rng);
+    DriverInput in;
+    const int segments = 1 + static_cast<int>(rng() % 3);
+    for (int k = 0; k < segments; ++k) in.segments.push_back(RandomSegment(rng, d));
+    in.massProcessing = static_cast<int>(rng() % 2);
+    in.autoSN = static_cast<int>(rng() % 2);
+    QXPeakTableList list;
+    for (const QXPeakDetectSetting& s : in.segments) {
+      list.AddDetectionSetting(-1);
+      list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
+    }
+    list.SetMassProcessing(in.massProcessing);
+    list.SetAutoSNCalcOn(in.autoSN);
+    list.AddPeakTableToList();
+    const auto n = static_cast<std::uint32_t>(d.x.size());
+    const double yMax = *std::max_element(d.y.begin(), d.y.end());
+    const double noise = in.autoSN ? QXWaveletAnalysis::CalcWhiteNoiseLevel(d.y.data(), n) : 0.0;
+
+    list.FindPeaks(d.x.data(), d.y.data(), n, yMax, 1.0, 0);
+    ReferenceTable slow;
+    ReferenceDriver(in, d, yMax, 1.0, slow, noise);
+    ASSERT_EQ(Difference(*list.GetPeakTableFromList(0), slow), "") << "round " << round;
+    for (int k = 0; k < segments; ++k) {
+      QXPeakDetectSetting after;
+      list.GetDetectionSetting(k, after);
+      ASSERT_TRUE(Same(after.GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace qxpkutil
