@@ -3,10 +3,12 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string_view>
 
 #include "tools/qxpeak/cli/commands.h"
 #include "tools/qxpeak/cli/options.h"
 #include "tools/qxpeak/output/output_files.h"
+#include "tools/qxpeak/view/view_server.h"
 
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
@@ -14,6 +16,9 @@ int main(int argc, char** argv) {
   // Subcommands with a command line of their own are dispatched here, before the search's
   // options are parsed (the browser view's `qxpeak view` goes on this line).
   try {
+    if (argc > 1 && std::string_view(argv[1]) == "view") {
+      return view::RunView(argc - 1, argv + 1, std::cout, std::cerr);
+    }
     Options options;
     if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {
       return *done;
