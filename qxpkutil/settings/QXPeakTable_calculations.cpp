@@ -1,4 +1,6 @@
-// The calculators' work on a peak table and on one peak.
+// The calculators' work on a peak table and on one peak. QXPeakTable and QXPeakTableElement
+// declare these methods, but they take the calculators of settings/, so they are defined
+// here: settings/ calls down into peaks/, never the other way round.
 #include <cmath>
 #include <cstdint>
 
