@@ -15,7 +15,22 @@ endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/qxpkutil/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qxpkutil
   FILES_MATCHING PATTERN "*.h"
   PATTERN "*_internal.h" EXCLUDE
-  PATTERN "QXRangeRules.h" EXCLUDE)
+  PATTERN "QXRangeRules.h" EXCLUDE
+  PATTERN "io" EXCLUDE)
+# The optional io component, when it was built: its own export set, so that the package
+# needs pugixml and zlib only for users who ask for it.
+if(TARGET qxpkutil_io)
+  install(TARGETS qxpkutil_io EXPORT qxpkutilIoTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/qxpkutil/io/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qxpkutil/io
+    FILES_MATCHING PATTERN "*.h"
+    PATTERN "*_internal.h" EXCLUDE
+    PATTERN "MzmlFixture.h" EXCLUDE)
+  install(EXPORT qxpkutilIoTargets NAMESPACE qxpkutil:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxpkutil)
+endif()
 install(EXPORT qxpkutilTargets NAMESPACE qxpkutil:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qxpkutil)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/qxpkutilConfig.cmake.in

@@ -13,12 +13,12 @@
 
 #include <unistd.h>
 
+#include "qxpkutil/io/MzmlWriter.h"
+#include "qxpkutil/io/TextReader.h"
 #include "tools/qxpeak/file_io.h"
-#include "tools/qxpeak/mzml_writer.h"
 #include "tools/qxpeak/options.h"
 #include "tools/qxpeak/peak_writers.h"
 #include "tools/qxpeak/svg_plot.h"
-#include "tools/qxpeak/text_reader.h"
 
 namespace qxpkutil::qxpeak {
 
@@ -93,6 +93,23 @@ class Progress {
   bool m_shown = false;
   std::mutex m_mutex;
 };
+
+// What the centroided-mzML writer needs of each trace's peaks: apex and, when measured, the
+// centroid.
+std::vector<std::vector<Peak>> CentroidsOf(const std::vector<TracePeaks>& peaks) {
+  std::vector<std::vector<Peak>> out(peaks.size());
+  for (std::size_t t = 0; t < peaks.size(); ++t) {
+    const QXPeakTable& table = peaks[t].table;
+    out[t].resize(static_cast<std::size_t>(table.GetNumPeaks()));
+    for (std::size_t i = 0; i < out[t].size(); ++i) {
+      const QXPeakTableElement* e = table.GetPeak(static_cast<long>(i));
+      out[t][i].apex_x = e->m_dApexX;
+      out[t][i].apex_y = e->m_dApexY;
+      if (peaks[t].centroids) out[t][i].centroid_x = e->m_dCentroidX;
+    }
+  }
+  return out;
+}
 
 }  // namespace
 
@@ -200,8 +217,9 @@ bool FormatOutput(const std::string& format, const std::string& name, LoadedInpu
     text = FormatSvg(name, traces, peaks);
   } else {
     const ProcessingRecord record{kVersion, settingsSummary};
-    return input.mzml ? FormatCentroidedMzml(*input.mzml, peaks, record, text, error)
-                      : FormatCentroidedMzml(name, traces, peaks, record, text, error);
+    const std::vector<std::vector<Peak>> centroids = CentroidsOf(peaks);
+    return input.mzml ? FormatCentroidedMzml(*input.mzml, centroids, record, text, error)
+                      : FormatCentroidedMzml(name, traces, centroids, record, text, error);
   }
   return true;
 }

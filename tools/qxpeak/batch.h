@@ -18,9 +18,9 @@
 #include <utility>
 #include <vector>
 
+#include "qxpkutil/io/MzmlReader.h"
+#include "qxpkutil/io/Trace.h"
 #include "tools/qxpeak/detection.h"
-#include "tools/qxpeak/mzml_reader.h"
-#include "tools/qxpeak/trace.h"
 
 namespace qxpkutil::qxpeak {
 

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/qxpeak/mzml_fixture.h"
+#include "qxpkutil/io/MzmlFixture.h"
 
 namespace qxpkutil::qxpeak {
 namespace {

@@ -50,8 +50,8 @@ void AddGaussian(Trace& t, double centre, double height) {
 Trace MakeDemoSpectrum() {
   Trace t;
   t.id = "demo";
-  t.msLevel = 1;
-  t.retentionTime = 754.2;
+  t.ms_level = 1;
+  t.rt = 754.2;
   const auto n = static_cast<std::size_t>(std::llround((kLastMz - kFirstMz) / kStep)) + 1;
   t.x.resize(n);
   t.y.resize(n);

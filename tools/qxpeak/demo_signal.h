@@ -7,7 +7,7 @@
 //   for (const DemoSeries& s : kDemoSeries) { ... }   // what a search should find
 #pragma once
 
-#include "tools/qxpeak/trace.h"
+#include "qxpkutil/io/Trace.h"
 
 namespace qxpkutil::qxpeak {
 

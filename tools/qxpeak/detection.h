@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "qxpkutil/io/Trace.h"
 #include "qxpkutil/labels/QXUserPkLabels.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
-#include "tools/qxpeak/trace.h"
 
 namespace qxpkutil::qxpeak {
 

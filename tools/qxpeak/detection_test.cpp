@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "qxpkutil/io/MzmlFixture.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
-#include "tools/qxpeak/mzml_fixture.h"
 
 namespace qxpkutil::qxpeak {
 namespace {

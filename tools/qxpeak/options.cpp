@@ -160,7 +160,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
                       "--rt 5min:6.5min"))
       ->option_text("MIN:MAX")
       ->group(traces);
-  app.add_option("--ms-level", options.selection.msLevel,
+  app.add_option("--ms-level", options.selection.ms_level,
                  Help("Search only spectra of this MS level", "--ms-level 1"))
       ->check(CLI::Range(1, 100))
       ->option_text("N")
@@ -359,7 +359,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
     problem = "--spectra takes positions like 0,5-9, not '" + spectra + "'";
   } else if (!scans.empty() && !ParseNumberList(scans, options.selection.scans)) {
     problem = "--scans takes scan numbers like 1200-1300, not '" + scans + "'";
-  } else if (!rt.empty() && !ParseTimeRange(rt, options.selection.rtMin, options.selection.rtMax)) {
+  } else if (!rt.empty() && !ParseTimeRange(rt, options.selection.rt_min, options.selection.rt_max)) {
     problem = "--rt takes MIN:MAX in seconds or with 'min', like 5min:6.5min, not '" + rt + "'";
   } else if (!noise.empty()) {
     std::pair<double, double> range;

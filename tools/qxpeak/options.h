@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "qxpkutil/io/MzmlReader.h"
 #include "tools/qxpeak/detection.h"
-#include "tools/qxpeak/mzml_reader.h"
 
 #ifndef QXPEAK_VERSION
 #define QXPEAK_VERSION "unknown"

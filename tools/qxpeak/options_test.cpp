@@ -42,9 +42,9 @@ TEST(Options, ReadsEveryKindOfValue) {
   EXPECT_EQ(o.selection.indices[1].first, 3);
   EXPECT_EQ(o.selection.indices[1].last, 5);
   EXPECT_EQ(o.selection.scans[0].first, 12);
-  EXPECT_EQ(o.selection.rtMin, 90.0);
-  EXPECT_TRUE(std::isinf(o.selection.rtMax));
-  EXPECT_EQ(o.selection.msLevel, 1);
+  EXPECT_EQ(o.selection.rt_min, 90.0);
+  EXPECT_TRUE(std::isinf(o.selection.rt_max));
+  EXPECT_EQ(o.selection.ms_level, 1);
   EXPECT_EQ(o.centroided, CentroidedInput::kNo);
   EXPECT_EQ(o.overrides.threshold, 2.5);
   EXPECT_EQ(o.overrides.filterType, 1);

@@ -116,9 +116,9 @@ std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TraceP
       out += '\t';
       AppendText(out, trace.id);
       out += '\t';
-      if (trace.scanNumber >= 0) AppendInt(out, trace.scanNumber);
+      if (trace.scan_number >= 0) AppendInt(out, trace.scan_number);
       out += '\t';
-      AppendNumber(out, trace.retentionTime);
+      AppendNumber(out, trace.rt);
       for (const Field& f : kFields) {
         out += '\t';
         AppendNumber(out, f.get(p));
@@ -158,9 +158,9 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
     j["index"] = trace.index;
     j["kind"] = KindName(trace.kind);
     j["id"] = trace.id;
-    j["scan"] = trace.scanNumber >= 0 ? Json(trace.scanNumber) : Json(nullptr);
-    j["ms_level"] = trace.msLevel > 0 ? Json(trace.msLevel) : Json(nullptr);
-    j["rt_seconds"] = JsonNumber(trace.retentionTime);
+    j["scan"] = trace.scan_number >= 0 ? Json(trace.scan_number) : Json(nullptr);
+    j["ms_level"] = trace.ms_level > 0 ? Json(trace.ms_level) : Json(nullptr);
+    j["rt_seconds"] = JsonNumber(trace.rt);
     j["centroided_input"] = trace.centroided;
     j["points"] = trace.x.size();
     Json& array = j["peaks"] = Json::array();

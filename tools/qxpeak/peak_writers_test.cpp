@@ -13,7 +13,7 @@
 
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXTypes.h"
-#include "tools/qxpeak/mzml_fixture.h"
+#include "tools/qxpeak/test_peaks.h"
 
 namespace qxpkutil::qxpeak {
 namespace {
@@ -43,8 +43,8 @@ struct Sample {
   Sample() {
     traces.resize(2);
     traces[0].id = "scan=7";
-    traces[0].scanNumber = 7;
-    traces[0].retentionTime = 61.25;
+    traces[0].scan_number = 7;
+    traces[0].rt = 61.25;
     traces[0].x = {1.0};
     traces[0].y = {1.0};
     traces[1].kind = Trace::Kind::kChromatogram;

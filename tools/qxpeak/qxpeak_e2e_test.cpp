@@ -11,7 +11,7 @@
 #include <pugixml.hpp>
 #include <sys/wait.h>
 
-#include "tools/qxpeak/mzml_fixture.h"
+#include "qxpkutil/io/MzmlFixture.h"
 
 namespace qxpkutil::qxpeak {
 namespace {

@@ -253,8 +253,8 @@ std::string PanelTitle(const Trace& t) {
   std::string title = t.kind == Trace::Kind::kChromatogram ? "chromatogram " : "spectrum ";
   title += std::to_string(t.index);
   if (!t.id.empty()) title += " (" + t.id + ")";
-  if (t.msLevel > 0) title += ", MS" + std::to_string(t.msLevel);
-  if (std::isfinite(t.retentionTime)) title += ", RT " + Fixed(t.retentionTime, 2) + " s";
+  if (t.ms_level > 0) title += ", MS" + std::to_string(t.ms_level);
+  if (std::isfinite(t.rt)) title += ", RT " + Fixed(t.rt, 2) + " s";
   return title;
 }
 

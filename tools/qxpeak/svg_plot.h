@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "qxpkutil/io/Trace.h"
 #include "tools/qxpeak/detection.h"
-#include "tools/qxpeak/trace.h"
 
 namespace qxpkutil::qxpeak {
 

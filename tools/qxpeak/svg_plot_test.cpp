@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
 
-#include "tools/qxpeak/mzml_fixture.h"
+#include "tools/qxpeak/test_peaks.h"
 
 namespace qxpkutil::qxpeak {
 namespace {

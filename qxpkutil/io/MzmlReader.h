@@ -4,7 +4,7 @@
 // writer can replace the arrays of the traces it was given and keep everything else.
 //
 //   MzmlRun run;  std::string error;
-//   MzmlSelection sel;  sel.msLevel = 1;
+//   MzmlSelection sel;  sel.ms_level = 1;
 //   if (!run.Read("sample.mzML", sel, error)) { std::cerr << error << '\n'; }
 //   for (const Trace& t : run.Traces()) { ... }
 #pragma once
@@ -16,9 +16,9 @@
 
 #include <pugixml.hpp>
 
-#include "tools/qxpeak/trace.h"
+#include "qxpkutil/io/Trace.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 // An inclusive range of indices or scan numbers.
 struct NumberRange {
@@ -34,9 +34,9 @@ struct MzmlSelection {
   List list = List::kAuto;  // kAuto: the spectra, or the chromatograms when there is no spectrum
   std::vector<NumberRange> indices;  // positions in the list; empty: every position
   std::vector<NumberRange> scans;    // scan numbers ("scan=N" ids); empty: any
-  double rtMin = -std::numeric_limits<double>::infinity();  // seconds, inclusive
-  double rtMax = std::numeric_limits<double>::infinity();
-  int msLevel = 0;  // 0: any
+  double rt_min = -std::numeric_limits<double>::infinity();  // seconds, inclusive
+  double rt_max = std::numeric_limits<double>::infinity();
+  int ms_level = 0;  // 0: any
 
   bool Accepts(const Trace& trace) const;
 };
@@ -83,4 +83,4 @@ class MzmlRun {
   const char* m_listElement = "spectrum";
 };
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -1,8 +1,8 @@
-#include "tools/qxpeak/base64.h"
+#include "qxpkutil/io/Base64.h"
 
 #include <array>
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 namespace {
 
@@ -96,4 +96,4 @@ std::string EncodeBase64(const void* data, std::size_t size) {
   return out;
 }
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

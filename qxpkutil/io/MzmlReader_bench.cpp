@@ -1,18 +1,18 @@
 // Reading a one-million-point profile spectrum from mzML (64-bit, plain and zlib) and from
-// text, and reading plus searching it with the library's default settings.
-#include "tools/qxpeak/mzml_reader.h"
+// text, and reading plus searching it with the library's default detection.
+#include "qxpkutil/io/MzmlReader.h"
 
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "qxpkutil/detect/PeakDetection.h"
+#include "qxpkutil/io/MzmlFixture.h"
+#include "qxpkutil/io/TextReader.h"
 #include "testing/QXTestSignals.h"
-#include "tools/qxpeak/batch.h"
-#include "tools/qxpeak/mzml_fixture.h"
-#include "tools/qxpeak/text_reader.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 namespace {
 
 constexpr std::size_t kPoints = 1000000;
@@ -64,19 +64,17 @@ BENCHMARK(BM_ParseText)->Unit(benchmark::kMillisecond);
 void BM_ReadAndSearch(benchmark::State& state) {
   const std::string path =
       testing::WriteTempFile("bench.mzML", testing::MakeMzml({MillionPoints(true)}));
-  DetectionConfig config;
-  config.list.AddDetectionSetting(-1);
   std::size_t peaks = 0;
   for (auto _ : state) {
-    LoadedInput input;
+    MzmlRun run;
     std::string error;
-    if (!LoadInput(path, {}, input, error)) state.SkipWithError(error.c_str());
-    const std::vector<TracePeaks> found = SearchTraces(input.Traces(), config, 1);
-    peaks = static_cast<std::size_t>(found[0].table.GetNumPeaks());
+    if (!run.Read(path, {}, error)) state.SkipWithError(error.c_str());
+    const PeakList found = DetectPeaks(run.Traces()[0].x, run.Traces()[0].y);
+    peaks = found.peaks.size();
   }
   state.counters["peaks"] = static_cast<double>(peaks);
 }
 BENCHMARK(BM_ReadAndSearch)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

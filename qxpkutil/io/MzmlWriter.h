@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "tools/qxpeak/detection.h"
-#include "tools/qxpeak/mzml_reader.h"
-#include "tools/qxpeak/trace.h"
+#include "qxpkutil/detect/PeakDetection.h"
+#include "qxpkutil/io/MzmlReader.h"
+#include "qxpkutil/io/Trace.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 // What the data-processing entry says about the search.
 struct ProcessingRecord {
@@ -24,13 +24,13 @@ struct ProcessingRecord {
 };
 
 // Writes `run`'s document with the arrays of every trace of the run replaced by the
-// trace's peaks: x is the centroid when `peaks[i].centroids`, else the apex x; y is the
-// apex intensity; both 64-bit floats, uncompressed. Spectra are marked "centroid spectrum"
+// trace's peaks: x is the centroid, or the apex x where no centroid was measured (NaN); y is
+// the apex intensity; both 64-bit floats, uncompressed. Spectra are marked "centroid spectrum"
 // (a referenced parameter group that says profile or centroid is copied into the spectrum
 // first, so other spectra sharing it keep it). Elements that were not selected are left as
 // they were. An indexedmzML wrapper is dropped: its offsets would no longer hold. Changes
 // `run`'s document. False with a message when `peaks` does not match the run's traces.
-[[nodiscard]] bool FormatCentroidedMzml(MzmlRun& run, const std::vector<TracePeaks>& peaks,
+[[nodiscard]] bool FormatCentroidedMzml(MzmlRun& run, const std::vector<std::vector<Peak>>& peaks,
                                         const ProcessingRecord& record, std::string& out,
                                         std::string& error);
 
@@ -38,8 +38,8 @@ struct ProcessingRecord {
 // built around them, naming `sourceName` as the source file.
 [[nodiscard]] bool FormatCentroidedMzml(const std::string& sourceName,
                                         const std::vector<Trace>& traces,
-                                        const std::vector<TracePeaks>& peaks,
+                                        const std::vector<std::vector<Peak>>& peaks,
                                         const ProcessingRecord& record, std::string& out,
                                         std::string& error);
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

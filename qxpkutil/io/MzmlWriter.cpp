@@ -1,5 +1,6 @@
-#include "tools/qxpeak/mzml_writer.h"
+#include "qxpkutil/io/MzmlWriter.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
@@ -7,10 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "qxpkutil/peaks/QXPeakTableElement.h"
-#include "tools/qxpeak/base64.h"
+#include "qxpkutil/io/Base64.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 namespace {
 
@@ -139,14 +139,13 @@ void AppendArray(pugi::xml_node list, const std::vector<double>& values, pugi::x
   array.append_child("binary").text().set(text.c_str());
 }
 
-void ReplaceArrays(pugi::xml_node node, const TracePeaks& peaks, bool chromatogram) {
-  const QXPeakTable& table = peaks.table;
-  std::vector<double> x(static_cast<std::size_t>(table.GetNumPeaks()));
-  std::vector<double> y(x.size());
-  for (std::size_t i = 0; i < x.size(); ++i) {
-    const QXPeakTableElement* p = table.GetPeak(static_cast<long>(i));
-    x[i] = p->GetXVal(peaks.centroids ? 1 : 0);
-    y[i] = p->m_dApexY;
+void ReplaceArrays(pugi::xml_node node, const std::vector<Peak>& peaks, bool chromatogram) {
+  std::vector<double> x(peaks.size());
+  std::vector<double> y(peaks.size());
+  for (std::size_t i = 0; i < peaks.size(); ++i) {
+    // Without a measured centroid the apex is the best position there is.
+    x[i] = std::isnan(peaks[i].centroid_x) ? peaks[i].apex_x : peaks[i].centroid_x;
+    y[i] = peaks[i].apex_y;
   }
   const pugi::xml_node old = node.child("binaryDataArrayList");
   const char* xAccession = chromatogram ? "MS:1000595" : "MS:1000514";
@@ -230,7 +229,7 @@ struct StringWriter : pugi::xml_writer {
 // Replaces the arrays of `nodes` (spectra or chromatograms of `mzml`) by `peaks` and
 // prints the element.
 void WriteCentroided(pugi::xml_node mzml, const std::vector<pugi::xml_node>& nodes,
-                     const std::vector<TracePeaks>& peaks, const ProcessingRecord& record,
+                     const std::vector<std::vector<Peak>>& peaks, const ProcessingRecord& record,
                      std::string& out) {
   // Without its wrapper the element needs the namespace the wrapper declared.
   const pugi::xml_node wrapper = mzml.parent();
@@ -273,7 +272,7 @@ constexpr const char* kSkeleton =
 
 }  // namespace
 
-bool FormatCentroidedMzml(MzmlRun& run, const std::vector<TracePeaks>& peaks,
+bool FormatCentroidedMzml(MzmlRun& run, const std::vector<std::vector<Peak>>& peaks,
                           const ProcessingRecord& record, std::string& out, std::string& error) {
   if (!run.MzmlElement() || peaks.size() != run.Nodes().size()) {
     error = "internal error: the peaks do not match the traces of the mzML document";
@@ -284,7 +283,7 @@ bool FormatCentroidedMzml(MzmlRun& run, const std::vector<TracePeaks>& peaks,
 }
 
 bool FormatCentroidedMzml(const std::string& sourceName, const std::vector<Trace>& traces,
-                          const std::vector<TracePeaks>& peaks, const ProcessingRecord& record,
+                          const std::vector<std::vector<Peak>>& peaks, const ProcessingRecord& record,
                           std::string& out, std::string& error) {
   pugi::xml_document document;
   if (peaks.size() != traces.size() || !document.load_string(kSkeleton)) {
@@ -314,8 +313,8 @@ bool FormatCentroidedMzml(const std::string& sourceName, const std::vector<Trace
     node.append_attribute("index") = static_cast<unsigned long long>(counts[kind]++);
     node.append_attribute("id") = id.c_str();
     node.append_attribute("defaultArrayLength") = 0;
-    if (kind == 0 && t.msLevel > 0) {
-      AddParam(node, "MS:1000511", "ms level", std::to_string(t.msLevel).c_str());
+    if (kind == 0 && t.ms_level > 0) {
+      AddParam(node, "MS:1000511", "ms level", std::to_string(t.ms_level).c_str());
     }
     node.append_child("binaryDataArrayList");
     nodes.push_back(node);
@@ -328,4 +327,4 @@ bool FormatCentroidedMzml(const std::string& sourceName, const std::vector<Trace
   return true;
 }
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

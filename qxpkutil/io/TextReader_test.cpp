@@ -1,13 +1,13 @@
-#include "tools/qxpeak/text_reader.h"
+#include "qxpkutil/io/TextReader.h"
 
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "tools/qxpeak/mzml_fixture.h"
+#include "qxpkutil/io/MzmlFixture.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 namespace {
 
 TEST(TextReader, AcceptsEveryLayout) {
@@ -59,4 +59,4 @@ TEST(TextReader, ReadsAFile) {
 }
 
 }  // namespace
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/mzml_reader.h"
+#include "qxpkutil/io/MzmlReader.h"
 
 #include <algorithm>
 #include <bit>
@@ -12,10 +12,10 @@
 
 #include <zlib.h>
 
-#include "tools/qxpeak/base64.h"
-#include "tools/qxpeak/file_io.h"
+#include "qxpkutil/io/Base64.h"
+#include "qxpkutil/io/io_internal.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 namespace {
 
@@ -285,23 +285,23 @@ bool MzmlSelection::Accepts(const Trace& trace) const {
     return false;
   };
   if (!inRanges(indices, trace.index)) return false;
-  if (!scans.empty() && (trace.scanNumber < 0 || !inRanges(scans, trace.scanNumber))) {
+  if (!scans.empty() && (trace.scan_number < 0 || !inRanges(scans, trace.scan_number))) {
     return false;
   }
   if (trace.kind == Trace::Kind::kSpectrum) {
-    const bool rtFiltered = rtMin > -std::numeric_limits<double>::infinity() ||
-                            rtMax < std::numeric_limits<double>::infinity();
-    if (rtFiltered && !(trace.retentionTime >= rtMin && trace.retentionTime <= rtMax)) {
+    const bool rtFiltered = rt_min > -std::numeric_limits<double>::infinity() ||
+                            rt_max < std::numeric_limits<double>::infinity();
+    if (rtFiltered && !(trace.rt >= rt_min && trace.rt <= rt_max)) {
       return false;
     }
-    if (msLevel != 0 && trace.msLevel != msLevel) return false;
+    if (ms_level != 0 && trace.ms_level != ms_level) return false;
   }
   return true;
 }
 
 bool MzmlRun::Read(const std::string& path, const MzmlSelection& selection, std::string& error) {
   std::vector<char> text;
-  if (!ReadWholeFile(path, kMaxInputBytes, text, error)) return false;
+  if (!io_internal::ReadWholeFile(path, io_internal::kMaxInputBytes, text, error)) return false;
   return Parse(std::move(text), path, selection, error);
 }
 
@@ -345,12 +345,12 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
     t.kind = readSpectra ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
     t.index = position++;
     t.id = node.attribute("id").value();
-    t.scanNumber = ScanNumberOf(t.id);
+    t.scan_number = ScanNumberOf(t.id);
     if (readSpectra) {
       if (pugi::xml_node p = params.Find(node, kMsLevel)) {
         std::uint64_t level = 0;
         if (ParseUnsigned(p.attribute("value").value(), level) && level <= INT_MAX) {
-          t.msLevel = static_cast<int>(level);
+          t.ms_level = static_cast<int>(level);
         }
       }
       t.centroided = static_cast<bool>(params.Find(node, kCentroidSpectrum));
@@ -360,7 +360,7 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
         if (ParseDouble(p.attribute("value").value(), rt)) {
           const bool minutes = kMinuteUnit == p.attribute("unitAccession").value() ||
                                std::string_view("minute") == p.attribute("unitName").value();
-          t.retentionTime = minutes ? rt * 60.0 : rt;
+          t.rt = minutes ? rt * 60.0 : rt;
         }
       }
     }
@@ -423,4 +423,4 @@ bool MzmlRun::Parse(std::vector<char> text, const std::string& name, const MzmlS
   return true;
 }
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/text_reader.h"
+#include "qxpkutil/io/TextReader.h"
 
 #include <charconv>
 #include <cmath>
@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "tools/qxpeak/file_io.h"
+#include "qxpkutil/io/io_internal.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 namespace {
 
@@ -51,7 +51,7 @@ bool ParsePoint(std::string_view line, double& x, double& y) {
 
 bool ReadTextSignal(const std::string& path, Trace& trace, std::string& error) {
   std::vector<char> bytes;
-  if (!ReadWholeFile(path, kMaxInputBytes, bytes, error)) return false;
+  if (!io_internal::ReadWholeFile(path, io_internal::kMaxInputBytes, bytes, error)) return false;
   return ParseTextSignal(std::string_view(bytes.data(), bytes.size()), path, trace, error);
 }
 
@@ -103,4 +103,4 @@ bool ParseTextSignal(std::string_view text, const std::string& name, Trace& trac
   return true;
 }
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -1,4 +1,4 @@
-// One signal the tool works on: a spectrum or chromatogram read from a file (or generated
+// One signal: a spectrum or chromatogram read from a file (or generated
 // by the demo), with what the file says about it. Readers fill it, the detection step and
 // every writer read it.
 //
@@ -10,19 +10,19 @@
 #include <string>
 #include <vector>
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 struct Trace {
   enum class Kind { kSpectrum, kChromatogram };
   Kind kind = Kind::kSpectrum;
   std::int32_t index = 0;        // position in the file's spectrum or chromatogram list
   std::string id;                // the file's id ("scan=12", "TIC"); empty for text input
-  std::int64_t scanNumber = -1;  // N of a "scan=N" id; -1 when there is none
-  int msLevel = 0;               // 0 when the file does not say
-  double retentionTime = std::numeric_limits<double>::quiet_NaN();  // seconds; NaN: unknown
+  std::int64_t scan_number = -1;  // N of a "scan=N" id; -1 when there is none
+  int ms_level = 0;               // 0 when the file does not say
+  double rt = std::numeric_limits<double>::quiet_NaN();  // seconds; NaN: unknown
   bool centroided = false;  // the file declares the spectrum centroided
   std::vector<double> x;    // m/z or time, non-decreasing, finite
   std::vector<double> y;    // intensities, finite, as many as x
 };
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "tools/qxpeak/trace.h"
+#include "qxpkutil/io/Trace.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 // Reads the file at `path` ("-" is standard input) into `trace` (a spectrum, index 0).
 // False with one line in `error` for an unreadable file, and as ParseTextSignal says.
@@ -25,4 +25,4 @@ namespace qxpkutil::qxpeak {
 [[nodiscard]] bool ParseTextSignal(std::string_view text, const std::string& name, Trace& trace,
                                    std::string& error);
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

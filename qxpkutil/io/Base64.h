@@ -3,8 +3,8 @@
 // Standard alphabet only; whitespace inside the text is skipped, as XML line wrapping needs.
 //
 //   std::vector<std::uint8_t> bytes;
-//   if (!qxpkutil::qxpeak::DecodeBase64("AAAAAAAA8D8=", 1 << 20, bytes)) { /* bad text */ }
-//   std::string text = qxpkutil::qxpeak::EncodeBase64(bytes.data(), bytes.size());
+//   if (!qxpkutil::DecodeBase64("AAAAAAAA8D8=", 1 << 20, bytes)) { /* bad text */ }
+//   std::string text = qxpkutil::EncodeBase64(bytes.data(), bytes.size());
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 
 // Decodes `text` into `out` (resized to the decoded length). False, with `out` in an
 // unspecified state, for a character outside the alphabet, padding anywhere but at the end,
@@ -25,4 +25,4 @@ namespace qxpkutil::qxpeak {
 void AppendBase64(const void* data, std::size_t size, std::string& out);
 std::string EncodeBase64(const void* data, std::size_t size);
 
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

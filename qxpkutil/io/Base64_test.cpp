@@ -1,4 +1,4 @@
-#include "tools/qxpeak/base64.h"
+#include "qxpkutil/io/Base64.h"
 
 #include <random>
 #include <string>
@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 namespace {
 
 std::string Decoded(std::string_view text, std::size_t maxBytes = 1 << 20) {
@@ -56,4 +56,4 @@ TEST(Base64, RefusesMoreThanTheCap) {
 }
 
 }  // namespace
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

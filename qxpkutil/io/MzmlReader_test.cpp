@@ -1,4 +1,4 @@
-#include "tools/qxpeak/mzml_reader.h"
+#include "qxpkutil/io/MzmlReader.h"
 
 #include <cmath>
 #include <limits>
@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/qxpeak/mzml_fixture.h"
+#include "qxpkutil/io/MzmlFixture.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 namespace {
 
 using testing::FixtureSpectrum;
@@ -61,7 +61,7 @@ TEST_P(MzmlEncodings, ValuesComeBackAsWritten) {
     EXPECT_EQ(t.y[i], y);
   }
   EXPECT_EQ(t.index, 1);
-  EXPECT_EQ(t.scanNumber, 2);
+  EXPECT_EQ(t.scan_number, 2);
   EXPECT_EQ(run.Nodes().size(), 2u);
   EXPECT_STREQ(run.MzmlElement().name(), "mzML");
 }
@@ -73,19 +73,19 @@ INSTANTIATE_TEST_SUITE_P(All, MzmlEncodings,
 
 TEST(MzmlReader, ReadsSpectrumMetadata) {
   FixtureSpectrum s = Ramp(10, 100.0);
-  s.msLevel = 2;
+  s.ms_level = 2;
   s.centroided = true;
-  s.rtMinutes = 1.5;
+  s.rt_minutes = 1.5;
   s.id = "controllerType=0 controllerNumber=1 scan=4711";
   MzmlRun run;
   std::string error;
   ASSERT_TRUE(ParseText(run, MakeMzml({s}), error)) << error;
   const Trace& t = run.Traces().at(0);
   EXPECT_EQ(t.kind, Trace::Kind::kSpectrum);
-  EXPECT_EQ(t.msLevel, 2);
+  EXPECT_EQ(t.ms_level, 2);
   EXPECT_TRUE(t.centroided);
-  EXPECT_DOUBLE_EQ(t.retentionTime, 90.0);
-  EXPECT_EQ(t.scanNumber, 4711);
+  EXPECT_DOUBLE_EQ(t.rt, 90.0);
+  EXPECT_EQ(t.scan_number, 4711);
   EXPECT_EQ(t.id, s.id);
 }
 
@@ -112,8 +112,8 @@ TEST(MzmlReader, SelectionFiltersCombine) {
   std::vector<FixtureSpectrum> spectra;
   for (int i = 0; i < 6; ++i) {
     FixtureSpectrum s = Ramp(8, 100.0);
-    s.msLevel = i % 2 + 1;  // 1, 2, 1, 2, 1, 2
-    s.rtMinutes = i;        // 0 .. 5 minutes
+    s.ms_level = i % 2 + 1;  // 1, 2, 1, 2, 1, 2
+    s.rt_minutes = i;        // 0 .. 5 minutes
     spectra.push_back(s);
   }
   const std::string text = MakeMzml(spectra);
@@ -124,11 +124,11 @@ TEST(MzmlReader, SelectionFiltersCombine) {
   MzmlSelection byIndex, byScan, byRt, byLevel, combined;
   byIndex.indices = {{0, 1}, {4, 4}};
   byScan.scans = {{3, 5}};  // scan numbers are positions + 1
-  byRt.rtMin = 60.0;
-  byRt.rtMax = 180.0;  // minutes 1 to 3, in seconds
-  byLevel.msLevel = 2;
-  combined.msLevel = 1;
-  combined.rtMin = 60.0;
+  byRt.rt_min = 60.0;
+  byRt.rt_max = 180.0;  // minutes 1 to 3, in seconds
+  byLevel.ms_level = 2;
+  combined.ms_level = 1;
+  combined.rt_min = 60.0;
   const Case cases[] = {{{}, {0, 1, 2, 3, 4, 5}}, {byIndex, {0, 1, 4}}, {byScan, {2, 3, 4}},
                         {byRt, {1, 2, 3}},        {byLevel, {1, 3, 5}}, {combined, {2, 4}}};
   for (const Case& c : cases) {
@@ -177,19 +177,19 @@ TEST(MzmlReader, HostileDocumentsGiveAClearError) {
   bomb.x.assign(100000, 1.0);
   bomb.y.assign(100000, 1.0);
   bomb.zlib = true;
-  bomb.declaredLength = 10;
+  bomb.declared_length = 10;
   FixtureSpectrum tooShort = plain;
-  tooShort.declaredLength = 11;
+  tooShort.declared_length = 11;
   FixtureSpectrum tooShortZlib = packed;
-  tooShortZlib.declaredLength = 11;
+  tooShortZlib.declared_length = 11;
   FixtureSpectrum huge = packed;
-  huge.declaredLength = 4000000000ull;
+  huge.declared_length = 4000000000ull;
   FixtureSpectrum notFinite = plain;
   notFinite.y[3] = std::numeric_limits<double>::quiet_NaN();
   FixtureSpectrum descending = plain;
   std::swap(descending.x[2], descending.x[3]);
   FixtureSpectrum tooLong = plain;
-  tooLong.declaredLength = 9;
+  tooLong.declared_length = 9;
   FixtureSpectrum oneShort = plain;  // the intensity array one value short of the m/z array
   oneShort.y.pop_back();
   std::string mismatched = MakeMzml({oneShort});
@@ -230,7 +230,7 @@ TEST(MzmlReader, HostileDocumentsGiveAClearError) {
 
 TEST(MzmlReader, ErrorsNameTheFileAndTheSpectrum) {
   FixtureSpectrum s = Ramp(4, 100.0);
-  s.declaredLength = 5;
+  s.declared_length = 5;
   MzmlRun run;
   std::string error;
   ASSERT_FALSE(ParseText(run, MakeMzml({Ramp(4, 100.0), s}), error));
@@ -248,4 +248,4 @@ TEST(MzmlReader, ReadsFromAFileAndReportsAMissingOne) {
 }
 
 }  // namespace
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -1,13 +1,13 @@
-#include "tools/qxpeak/mzml_writer.h"
+#include "qxpkutil/io/MzmlWriter.h"
 
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "tools/qxpeak/mzml_fixture.h"
+#include "qxpkutil/io/MzmlFixture.h"
 
-namespace qxpkutil::qxpeak {
+namespace qxpkutil {
 namespace {
 
 using testing::FixtureSpectrum;
@@ -20,11 +20,11 @@ MzmlRun& Parse(MzmlRun& run, const std::string& text, const MzmlSelection& selec
   return run;
 }
 
-FixtureSpectrum Profile(int msLevel) {
+FixtureSpectrum Profile(int ms_level) {
   FixtureSpectrum s;
   s.x = {100.0, 100.1, 100.2, 100.3};
   s.y = {1.0, 5.0, 2.0, 1.0};
-  s.msLevel = msLevel;
+  s.ms_level = ms_level;
   s.zlib = true;
   s.bits = 32;
   return s;
@@ -33,12 +33,13 @@ FixtureSpectrum Profile(int msLevel) {
 TEST(MzmlWriter, ReplacesSelectedSpectraAndRecordsTheStep) {
   MzmlRun run;
   MzmlSelection ms1;
-  ms1.msLevel = 1;
+  ms1.ms_level = 1;
   Parse(run, testing::MakeMzml({Profile(1), Profile(2), Profile(1)}, {}, /*indexed=*/true), ms1);
   ASSERT_EQ(run.Traces().size(), 2u);
-  std::vector<TracePeaks> peaks = {PeaksAt({100.1}, {5.0}), PeaksAt({100.1, 100.25}, {5.0, 3.0})};
-  peaks[1].centroids = false;  // apex x goes out
-  peaks[1].table.GetPeak(1)->m_dCentroidX = 999.0;
+  std::vector<std::vector<Peak>> peaks = {PeaksAt({100.1}, {5.0}),
+                                          PeaksAt({100.1, 999.0}, {5.0, 3.0})};
+  peaks[1][1].centroid_x = kNotMeasured;  // apex x goes out
+  peaks[1][1].apex_x = 100.25;
   std::string text, error;
   ASSERT_TRUE(FormatCentroidedMzml(run, peaks, {"9.9", "PeakThresholdPct-0=1"}, text, error));
   EXPECT_EQ(text.find("indexedmzML"), std::string::npos);
@@ -52,7 +53,7 @@ TEST(MzmlWriter, ReplacesSelectedSpectraAndRecordsTheStep) {
   EXPECT_FALSE(back.Traces()[1].centroided);
   EXPECT_EQ(back.Traces()[2].x, (std::vector<double>{100.1, 100.25}));
   EXPECT_EQ(back.Traces()[2].y, (std::vector<double>{5.0, 3.0}));
-  EXPECT_EQ(back.Traces()[2].msLevel, 1);
+  EXPECT_EQ(back.Traces()[2].ms_level, 1);
   const pugi::xml_node mzml = back.MzmlElement();
   EXPECT_STREQ(mzml.attribute("xmlns").value(), "http://psi.hupo.org/ms/mzml");
   const pugi::xml_node dp =
@@ -98,7 +99,7 @@ TEST(MzmlWriter, CopiesASharedProfileGroupInsteadOfChangingIt) {
 
 TEST(MzmlWriter, BuildsADocumentForTextInput) {
   Trace spectrum;
-  spectrum.msLevel = 1;
+  spectrum.ms_level = 1;
   Trace chromatogram;
   chromatogram.kind = Trace::Kind::kChromatogram;
   chromatogram.id = "TIC <1>";
@@ -128,4 +129,4 @@ TEST(MzmlWriter, BuildsADocumentForTextInput) {
 }
 
 }  // namespace
-}  // namespace qxpkutil::qxpeak
+}  // namespace qxpkutil

@@ -1,4 +1,4 @@
-#include "tools/qxpeak/mzml_fixture.h"
+#include "qxpkutil/io/MzmlFixture.h"
 
 #include <cmath>
 #include <cstring>
@@ -8,10 +8,10 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include "qxpkutil/io/Base64.h"
 #include "testing/QXTestSignals.h"
-#include "tools/qxpeak/base64.h"
 
-namespace qxpkutil::qxpeak::testing {
+namespace qxpkutil::testing {
 
 namespace {
 
@@ -39,17 +39,17 @@ std::string Element(const FixtureSpectrum& s, std::size_t position, bool chromat
   const std::string id = !s.id.empty()  ? s.id
                          : chromatogram ? "TIC"
                                         : "scan=" + std::to_string(position + 1);
-  const std::uint64_t length = s.declaredLength.value_or(s.x.size());
+  const std::uint64_t length = s.declared_length.value_or(s.x.size());
   std::string out = std::string(chromatogram ? "<chromatogram" : "<spectrum") + " index=\"" +
                     std::to_string(position) + "\" id=\"" + id + "\" defaultArrayLength=\"" +
                     std::to_string(length) + "\">\n";
   if (!chromatogram) {
-    if (s.msLevel > 0) out += CvParam("MS:1000511", "ms level", std::to_string(s.msLevel));
+    if (s.ms_level > 0) out += CvParam("MS:1000511", "ms level", std::to_string(s.ms_level));
     out += s.centroided ? CvParam("MS:1000127", "centroid spectrum")
                         : CvParam("MS:1000128", "profile spectrum");
-    if (s.rtMinutes >= 0.0) {
+    if (s.rt_minutes >= 0.0) {
       out += "<scanList count=\"1\">\n" + CvParam("MS:1000795", "no combination") + "<scan>\n" +
-             CvParam("MS:1000016", "scan start time", std::to_string(s.rtMinutes), "UO:0000031") +
+             CvParam("MS:1000016", "scan start time", std::to_string(s.rt_minutes), "UO:0000031") +
              "</scan>\n</scanList>\n";
     }
   }
@@ -134,15 +134,20 @@ std::string MakeMzml(const std::vector<FixtureSpectrum>& spectra,
          "<fileChecksum>0</fileChecksum>\n</indexedmzML>\n";
 }
 
-TracePeaks PeaksAt(const std::vector<double>& apexX, const std::vector<double>& apexY) {
-  TracePeaks peaks;
+std::vector<Peak> PeaksAt(const std::vector<double>& apexX, const std::vector<double>& apexY) {
+  std::vector<Peak> peaks(apexX.size());
   for (std::size_t i = 0; i < apexX.size(); ++i) {
-    const auto index = static_cast<std::uint32_t>(10 * i + 5);
-    peaks.table.AddPeak(apexX[i], apexY[i], index, apexX[i] - 0.1, 1.0, index - 1, apexX[i] + 0.1,
-                        1.0, index + 1, apexX[i], 2.0 * apexY[i], apexX[i] - 0.05, apexY[i] / 2,
-                        apexX[i] + 0.05, apexY[i] / 2, 0);
+    Peak& p = peaks[i];
+    p.apex_index = static_cast<std::int32_t>(10 * i + 5);
+    p.left_index = p.apex_index - 1;
+    p.right_index = p.apex_index + 1;
+    p.apex_x = apexX[i];
+    p.apex_y = apexY[i];
+    p.centroid_x = apexX[i];
+    p.left_x = apexX[i] - 0.1;
+    p.right_x = apexX[i] + 0.1;
+    p.area = 2.0 * apexY[i];
   }
-  peaks.centroids = true;
   return peaks;
 }
 
@@ -163,4 +168,4 @@ std::string WriteTempFile(const std::string& name, const std::string& text) {
   return path;
 }
 
-}  // namespace qxpkutil::qxpeak::testing
+}  // namespace qxpkutil::testing
