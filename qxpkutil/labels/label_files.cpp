@@ -53,6 +53,10 @@ bool ReadNumber(std::string_view& rest, int& value) {
 // missing or malformed: the fields from there on keep their earlier values. A line
 // starting with a tab therefore changes nothing.
 void ParseLabelLine(std::string_view line, LabelFields& fields) {
+  // A label item holds its name as a C string, so a line ends at its first NUL: without
+  // this, a name starting with NUL would be stored empty and saved as a line that loads
+  // back as a repeat of the label before it.
+  line = line.substr(0, line.find('\0'));
   const std::size_t tab = line.find('\t');
   const std::string_view label = line.substr(0, tab);
   if (label.empty()) return;
