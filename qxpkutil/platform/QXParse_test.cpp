@@ -76,7 +76,7 @@ TEST(QXParse, LeadingIntReadsAsAtoiAndClamps) {
   EXPECT_EQ(i, 12);
   EXPECT_TRUE(QXParseLeadingInt("-99999999999999999999", i));
   EXPECT_EQ(i, INT32_MIN);
-  EXPECT_TRUE(QXParseLeadingInt("99999999999", i));
+  EXPECT_TRUE(QXParseLeadingInt("18446744073709551617", i));  // 2^64 + 1 must not wrap
   EXPECT_EQ(i, INT32_MAX);
   i = 7;
   EXPECT_FALSE(QXParseLeadingInt("+-3", i));
