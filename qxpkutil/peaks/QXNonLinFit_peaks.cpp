@@ -52,7 +52,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
                                    int n) {
   if (!table || !x || !y || n <= 0) return;
   table->SortPeakTable(0);
-  const long count = table->GetNumPeaks();
+  const std::int32_t count = table->GetNumPeaks();
   const auto points = static_cast<std::uint32_t>(n);
 
   std::vector<double> width;
@@ -61,7 +61,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
   std::vector<QXNonLinFitParam> params;
   try {
     std::size_t widest = 0;
-    for (long i = 0; i < count; ++i) {
+    for (std::int32_t i = 0; i < count; ++i) {
       const QXPeakTableElement* p = table->GetPeak(i);
       if (InData(p, points)) {
         const std::size_t span = p->m_nRightIndex - p->m_nLeftIndex + std::size_t{1};
@@ -77,7 +77,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
   }
 
   // First pass: each peak alone over its bound indices, both ends included.
-  for (long i = 0; i < count; ++i) {
+  for (std::int32_t i = 0; i < count; ++i) {
     QXPeakTableElement* p = table->GetPeak(i);
     if (!InData(p, points)) continue;
     const double base = BaseOf(*p);
@@ -95,7 +95,7 @@ void QXNonLinFit::GaussFitPeakList(QXPeakTable* table, const double* x, const do
   // Second pass: a peak close to a neighbour is fitted again together with it, with the
   // centroids as updated so far. Only the peak's own centre is written; each neighbour is
   // refined in its own turn.
-  for (long i = 0; i < count; ++i) {
+  for (std::int32_t i = 0; i < count; ++i) {
     QXPeakTableElement* p = table->GetPeak(i);
     const double wi = width[static_cast<std::size_t>(i)];
     if (!InData(p, points) || !(wi > 0.0)) continue;
