@@ -8,7 +8,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${QXPKUTIL_FUZZ_BUILD:-$root/build-fuzz}
 if [[ ${1:-} == list || $# -lt 2 ]]; then
-  sed -n '/set(QXPKUTIL_FUZZ_TARGETS/,/)/p' "$root/fuzz/CMakeLists.txt" | grep -o 'fuzz_[a-z_]*'
+  grep -v '^#' "$root/fuzz/CMakeLists.txt" | grep -o '\<fuzz_[a-z_]*' | sort -u
   [[ ${1:-} == list ]] && exit 0
   echo "usage: scripts/fuzz.sh TARGET SECONDS [libFuzzer options]" >&2
   exit 2
