@@ -74,13 +74,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       fields.back() += c == '\0' ? 'z' : c;
     }
   }
+  // Names with blanks at their ends are documented not to survive a reload, and one such
+  // write can shadow a later key on reload ("k " and "k" both load as "k", first wins), so
+  // reloads are compared only until the first of them.
+  bool reloadable = true;
   for (std::size_t i = 0; i + 2 < fields.size() && i < 12; i += 3) {
     const std::string& section = fields[i];
     const std::string& key = fields[i + 1];
     const std::string& value = fields[i + 2];
     if (!loaded.WriteProfileString(section.c_str(), key.c_str(), value.c_str())) continue;
     QXFUZZ_CHECK(loaded.GetProfileString(section.c_str(), key.c_str(), "\x01") == value);
-    if (TrimStable(section) && TrimStable(key) && TrimStable(value)) {
+    reloadable = reloadable && TrimStable(section) && TrimStable(key) && TrimStable(value);
+    if (reloadable) {
       QXIniProfile reloaded(path);
       QXFUZZ_CHECK(reloaded.GetProfileString(section.c_str(), key.c_str(), "\x01") == value);
     }
