@@ -1,5 +1,5 @@
-// For tests of the setup dialogs: a message sink that answers from a script, and detection
-// ranges written as (lo, hi) pairs, built into or read from a list or segment records.
+// For tests of the setup dialogs: detection ranges written as (lo, hi) pairs, built into or
+// read from a list or segment records, and the scripted message sink of QXTestMessages.h.
 //
 //   qxpkutil::testing::ScriptedSink sink({true, false});  // installed: Yes, then No
 //   QXPeakTableList list = qxpkutil::testing::MakeList({{0, 10}, {10, 20}});
@@ -11,35 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "qxpkutil/platform/QXMessages.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestMessages.h"
 
 namespace qxpkutil::testing {
-
-// Installed as the process-wide sink for its lifetime; records every message and question
-// and answers questions from the script, then No.
-class ScriptedSink : public QXMessageSink {
- public:
-  using Record = std::vector<std::pair<int, std::string>>;
-  explicit ScriptedSink(std::vector<bool> answers = {}) : m_answers(std::move(answers)) {
-    QXSetMessageSink(this);
-  }
-  ~ScriptedSink() override { QXSetMessageSink(nullptr); }
-  ScriptedSink(const ScriptedSink&) = delete;
-  ScriptedSink& operator=(const ScriptedSink&) = delete;
-
-  void ShowMessage(int id, const std::string& text) override { shown.emplace_back(id, text); }
-  bool AskYesNo(int id, const std::string& text) override {
-    asked.emplace_back(id, text);
-    return m_next < m_answers.size() && m_answers[m_next++];
-  }
-
-  Record shown, asked;
-
- private:
-  std::vector<bool> m_answers;
-  std::size_t m_next = 0;
-};
 
 using Ranges = std::vector<std::pair<double, double>>;
 

@@ -130,8 +130,9 @@ class QXUserPkLabels : public QXObject {
   // "label<TAB>x<TAB>delta x[<TAB>charge]"; a field a line lacks keeps the previous line's
   // value (before the first: x 1.0, delta x 1.0, charge 0, empty name), so an empty line
   // repeats the label before it. Names may be of any length; line ends ("\n", "\r\n") are
-  // not part of a line, in files or text. Numbers are read in the C locale's form whatever
-  // the process locale; one beyond the range of double counts as malformed. Returns 1 when
+  // not part of a line, in files or text. Numbers follow the library's one rule (QXParse.h)
+  // whatever the process locale: one sign at most, no "nan", "inf" or hexadecimal, and one
+  // beyond the range of its type counts as malformed. Returns 1 when
   // at least one label line was read, else 0; with `showMessages`, an unopenable file shows
   // message 24725 and a missing header or a read error shows 24707.
   int LoadLabelsFromFile(const char* path, int showMessages, const std::string& text);

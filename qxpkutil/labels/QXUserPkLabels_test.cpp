@@ -9,6 +9,7 @@
 
 #include "qxpkutil/platform/QXMessages.h"
 #include "testing/QXTestFiles.h"
+#include "testing/QXTestMessages.h"
 
 namespace qxpkutil {
 namespace {
@@ -109,20 +110,11 @@ TEST(QXUserPkLabels, ReplaceKeepsTheChangedFlagWhileSetAndAppendRaiseIt) {
 
 // ---- Label files and text ----
 
-class RecordingSink : public QXMessageSink {
- public:
-  void ShowMessage(int id, const std::string&) override { ids.push_back(id); }
-  bool AskYesNo(int, const std::string&) override { return false; }
-  std::vector<int> ids;
-};
-
 class LabelFiles : public ::testing::Test {
  protected:
-  void SetUp() override { QXSetMessageSink(&sink_); }
-  void TearDown() override { QXSetMessageSink(nullptr); }
   std::string PathOf(const char* file) const { return dir_.PathOf(file); }
 
-  RecordingSink sink_;
+  testing::ScriptedSink sink_;
   testing::ScratchDir dir_;
 };
 
@@ -151,7 +143,7 @@ TEST_P(LabelRoundTrip, RestoresLabelsChargesAndBothSwitches) {
   EXPECT_EQ(loaded.GetUseChargeState(), useCharge);
   EXPECT_EQ(loaded.GetUserLabelType(), difference);
   EXPECT_EQ(loaded.LabelsChanged(), 1);
-  EXPECT_TRUE(sink_.ids.empty());
+  EXPECT_TRUE(sink_.shown.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(AllForms, LabelRoundTrip,
@@ -208,7 +200,7 @@ TEST_F(LabelFiles, HeaderAloneSetsTheSwitchesButKeepsTheLabels) {
   EXPECT_EQ(list.GetUseChargeState() + list.GetUserLabelType(), 0);
   EXPECT_EQ(Names(list), "k");
   EXPECT_EQ(list.LabelsChanged(), 0);
-  EXPECT_TRUE(sink_.ids.empty());
+  EXPECT_TRUE(sink_.shown.empty());
 }
 
 TEST_F(LabelFiles, FailuresLeaveTheListAndShowTheirMessageOnlyWhenAsked) {
@@ -225,10 +217,11 @@ TEST_F(LabelFiles, FailuresLeaveTheListAndShowTheirMessageOnlyWhenAsked) {
       {24715, [&](int show) { return list.SaveLabelsToFile(1, "/dev/full", show, text); }},
   };
   for (const auto& [id, call] : cases) {
-    sink_.ids.clear();
+    sink_.shown.clear();
     EXPECT_EQ(call(0), 0);
     EXPECT_EQ(call(1), 0);
-    EXPECT_EQ(sink_.ids, std::vector<int>{id});
+    ASSERT_EQ(sink_.shown.size(), 1u);
+    EXPECT_EQ(sink_.shown[0].first, id);
   }
   EXPECT_EQ(Names(list), "k");
   EXPECT_TRUE(text.empty());

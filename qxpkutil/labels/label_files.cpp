@@ -11,13 +11,10 @@
 
 #include "qxpkutil/platform/QXAtomicFile.h"
 #include "qxpkutil/platform/QXMessages.h"
+#include "qxpkutil/platform/QXParse.h"
 
 namespace qxpkutil {
 namespace {
-
-constexpr int kMsgReadError = 24707;
-constexpr int kMsgWriteError = 24715;
-constexpr int kMsgOpenError = 24725;
 
 // The same words as string 24706; a file format must not follow the string table.
 constexpr std::string_view kHeader = "Label\tX Value\tDelta X";
@@ -38,39 +35,28 @@ struct LabelFields {
   int charge = 0;
 };
 
-bool IsSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+// Reads one number after optional white space, by the library's one rule for numbers
+// whatever the process locale is. False (nothing stored) when no number starts there.
+bool ReadNumber(std::string_view& rest, double& value) {
+  const std::size_t used = QXParseDoublePrefix(rest, value);
+  rest.remove_prefix(used);
+  return used != 0;
 }
 
-void SkipSpace(std::string_view& rest) {
-  while (!rest.empty() && IsSpace(rest.front())) rest.remove_prefix(1);
-}
-
-// A leading '+' is allowed once, as the C library reads numbers; from_chars does not take it.
-bool SkipPlus(std::string_view& rest) {
-  if (rest.empty() || rest.front() != '+') return true;
-  rest.remove_prefix(1);
-  return !rest.empty() && rest.front() != '+' && rest.front() != '-';
-}
-
-// Reads one number after optional white space, in the C locale's decimal form whatever the
-// process locale is. False (nothing stored) when no number starts there or it is out of range.
-template <typename T>
-bool ReadNumber(std::string_view& rest, T& value) {
-  SkipSpace(rest);
-  if (!SkipPlus(rest)) return false;
-  T parsed{};
-  const auto [end, ec] = std::from_chars(rest.data(), rest.data() + rest.size(), parsed);
-  if (ec != std::errc()) return false;
-  rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
-  value = parsed;
-  return true;
+bool ReadNumber(std::string_view& rest, int& value) {
+  const std::size_t used = QXParseIntPrefix(rest, value);
+  rest.remove_prefix(used);
+  return used != 0;
 }
 
 // Reads "label<TAB>x delta-x charge" into `fields`, stopping at the first field that is
 // missing or malformed: the fields from there on keep their earlier values. A line
 // starting with a tab therefore changes nothing.
 void ParseLabelLine(std::string_view line, LabelFields& fields) {
+  // A label item holds its name as a C string, so a line ends at its first NUL: without
+  // this, a name starting with NUL would be stored empty and saved as a line that loads
+  // back as a repeat of the label before it.
+  line = line.substr(0, line.find('\0'));
   const std::size_t tab = line.find('\t');
   const std::string_view label = line.substr(0, tab);
   if (label.empty()) return;
@@ -123,13 +109,13 @@ bool WriteLabelFile(const char* path, const std::string& content, int showMessag
   // so a read-only label file is refused rather than renamed over.
   std::FILE* probe = std::fopen(path, "a");
   if (probe == nullptr) {
-    Report(showMessages, kMsgOpenError);
+    Report(showMessages, kQXMsgLabelFileOpenError);
     return false;
   }
   std::fclose(probe);
   if (!QXWriteFileAtomically(path, content)) {
     if (!existed) std::remove(path);  // the empty file the probe created
-    Report(showMessages, kMsgWriteError);
+    Report(showMessages, kQXMsgLabelFileWriteError);
     return false;
   }
   return true;
@@ -156,7 +142,7 @@ int QXUserPkLabels::LoadLabelsFromFile(const char* path, int showMessages,
   if (fromFile) {
     file.open(path);
     if (!file.is_open()) {
-      Report(showMessages, kMsgOpenError);
+      Report(showMessages, kQXMsgLabelFileOpenError);
       return 0;
     }
   }
@@ -175,7 +161,7 @@ int QXUserPkLabels::LoadLabelsFromFile(const char* path, int showMessages,
 
   std::string_view line;
   if (!nextLine(line)) {
-    Report(showMessages, kMsgReadError);
+    Report(showMessages, kQXMsgLabelFileReadError);
     return 0;
   }
   m_bUseChargeState = line.find(kUseChargeKeyword) != std::string_view::npos ? 1 : 0;
@@ -196,7 +182,7 @@ int QXUserPkLabels::LoadLabelsFromFile(const char* path, int showMessages,
     }
     read = 1;
   }
-  if (failed || file.bad()) Report(showMessages, kMsgReadError);
+  if (failed || file.bad()) Report(showMessages, kQXMsgLabelFileReadError);
   return read;
 }
 

@@ -78,8 +78,8 @@ class QXDataExpUtils {
   static void DeleteGaussTable();
   // Gaussian-weighted mean of v[0..w-1]. w = 1 gives v[0]. For 2 <= w <= 201 the weights
   // are the first w of table row w-2 divided by that whole row's sum: a kernel that peaks
-  // at position w-2 and is under-normalised, kept exactly as the established results rely
-  // on it. For 202 <= w <= 2001 the symmetric kernel exp(-(w/2-k)^2/(w/2)^2), normalised,
+  // at position w-2 and is under-normalised, kept exactly: smoothed levels, and so the
+  // peaks found on them, must match earlier results. For 202 <= w <= 2001 the symmetric kernel exp(-(w/2-k)^2/(w/2)^2), normalised,
   // is kept in a one-entry cache per thread. 0 for w <= 0, w > 2001, a null `v`, or when
   // the table cannot be allocated.
   static double NormGaussMean(const double* v, int w);
@@ -166,7 +166,8 @@ class QXDataExpUtils {
                      double& intercept);
   // Least-squares line y = intercept + slope*x with standard errors, scaled by the residual
   // deviation when n > 2. Null output pointers are skipped. Outputs are untouched for null
-  // arrays, n < 2, n > 65535 (the limit of the established routine) or all x equal.
+  // arrays, n < 2, n > 65535 (point counts are 16-bit here, so longer fits never had a result) or
+  // all x equal.
   static void LinearFit(const double* x, const double* y, std::uint32_t n, double* slope,
                         double* intercept, double* interceptError, double* slopeError);
   // Least-squares parabola y = c0 + c1*x + c2*x^2 by Cramer's rule on the normal equations;

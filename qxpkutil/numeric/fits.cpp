@@ -11,7 +11,8 @@ namespace {
 
 using numeric_detail::Wide;
 
-// The established fits counted points in 16 bits; more points never finished there.
+// Point counts are 16-bit in these fits; longer arrays never had a result, and returning
+// none keeps callers from trusting one.
 constexpr std::uint32_t kMaxFitPoints = 65535;
 
 // Determinant of the 3x3 matrix given row by row, expanded along its first row.

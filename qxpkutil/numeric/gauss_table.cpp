@@ -135,7 +135,8 @@ bool numeric_detail::SelectGaussKernel(int w, GaussKernel& kernel) {
       if (rows == nullptr) return false;
     }
     // Deliberately the first w weights of row w - 2 over the whole row's sum: a skewed,
-    // under-normalised kernel that established results depend on. Row 0 has one weight;
+    // under-normalised kernel. Smoothed levels, thresholds and the peaks found on them
+    // must match earlier results, so it is not normalised. Row 0 has one weight;
     // width 2's missing second weight counts as 0.
     kernel = {rows[w - 2], w == 2 ? 1 : w, pGaussRowSum[w - 2]};
     return true;

@@ -48,8 +48,8 @@ double TrapezoidRegion(const X* x, const Y* y, std::uint32_t first, std::uint32_
     const double x0 = static_cast<double>(x[i]);
     const double x1 = static_cast<double>(x[i + 1]);
     const double dx = x1 - x0;
-    // For counts the pair is added in 32 bits and wraps above 2^32 - 1, as established
-    // results were computed.
+    // For counts the pair is added in 32 bits and wraps above 2^32 - 1: areas of count data
+    // must equal those stored in saved peak tables, which were computed so.
     signal += static_cast<double>(y[i] + y[i + 1]) * dx * 0.5;
     baseline += (slope * x0 + intercept + slope * x1 + intercept) * dx * 0.5;
   }
@@ -89,8 +89,8 @@ int CentroidOf(const X* xs, const Y* ys, std::uint32_t n, double percent, std::u
     }
     if (i + 1 >= n || x(i) == x(i + 1)) return 0;
     const double m = (y(i) - y(i + 1)) / (x(i) - x(i + 1));
-    // A flat left crossing keeps both caller values and skips the right crossing; kept as
-    // established.
+    // A flat left crossing keeps both caller values and skips the right crossing, so the
+    // caller reads its own bounds back as the region; kept on purpose.
     if (m != 0) {
       leftX = (level - (y(i) - m * x(i))) / m;
       if (j < 1) return 0;

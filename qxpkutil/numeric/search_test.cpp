@@ -15,7 +15,10 @@ constexpr std::uint32_t kNoStart = std::numeric_limits<std::uint32_t>::max();
 
 TEST(Search, KnownAnswers) {
   const double x[] = {1.0, 3.0};
-  EXPECT_EQ(U::FindNearestIndex(x, 0, 2.0), 0);  // empty array
+  // An empty array gives 0, as one point does: the bisection never runs and lo clamps to 0.
+  const float xf[] = {1.0f};
+  EXPECT_EQ(U::FindNearestIndex(x, 0, 2.0), 0);
+  EXPECT_EQ(U::FindNearestIndex(xf, 0, 2.0), 0);
   EXPECT_EQ(U::FindNearestIndex(x, 2, 2.0), 0);  // a midpoint goes to the lower index
   EXPECT_EQ(U::FindNearestIndex(x, 2, 2.0001), 1);
   EXPECT_EQ(U::FindNearestIndex(x, 1, 0.0), 0);  // one point, value below it

@@ -12,6 +12,7 @@
 
 #include "qxpkutil/platform/QXArchive.h"
 #include "qxpkutil/platform/QXTypes.h"
+#include "testing/QXTestFiles.h"
 
 namespace qxpkutil {
 namespace {
@@ -66,11 +67,6 @@ struct SurfaceWidths : QXPeakTable {
       int, double, double, int)>(&T::FindPeaks);
   static_assert(std::is_same_v<decltype(&E::DoesPeakMatchCriteria), int (E::*)(U, F) const>);
 };
-
-std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 TEST(QXPeakTable, IndexConventionAndOwnership) {
   QXPeakTable t;
@@ -259,19 +255,19 @@ TEST(QXPeakTable, AssignmentIsDeepAndKeepsTheTargetCursor) {
 }
 
 TEST(QXPeakTable, DumpWritesTheCountHeaderAndOneLinePerPeak) {
-  const auto dir = std::filesystem::path(::testing::TempDir()) / "qxpeaktable_dump";
-  std::filesystem::create_directories(dir);
+  const testing::ScratchDir scratch;
+  const std::filesystem::path dir = scratch.PathOf("");
   const std::string header =
       "Apex Mass\tIntensity\tLeftBound X\tLeftBound Y\tRightBound X\tRightBound Y\t Area\t"
       "Centroid Mass\tCentroidLeft X\tCentroid Left Y\tCentroid Right X\tCentroid Right Y\n";
   QXPeakTable t;
   t.DumpToFile((dir / "empty.txt").c_str());
-  EXPECT_EQ(ReadFile(dir / "empty.txt"), "# Peaks\t0\n" + header);
+  EXPECT_EQ(testing::ReadText(scratch.PathOf("empty.txt")), "# Peaks\t0\n" + header);
 
   t.AddPeak(QXPeakTableElement(500.25, 1e3, 1, 499.5, 2, 0, 501, 3, 2, 500.125, 42.5, 499.75,
                                4, 500.75, 5));
   t.DumpToFile((dir / "one.txt").c_str());
-  EXPECT_EQ(ReadFile(dir / "one.txt"),
+  EXPECT_EQ(testing::ReadText(scratch.PathOf("one.txt")),
             "# Peaks\t1\n" + header +
                 "500.250000\t1000.000000\t499.500000\t2.000000\t501.000000\t3.000000\t"
                 "42.500000\t500.125000\t499.750000\t4.000000\t500.750000\t5.000000\n");

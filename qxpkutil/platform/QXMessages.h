@@ -24,9 +24,14 @@ inline constexpr int kQXMsgRangeReversed = 24705;
 inline constexpr int kQXMsgLabelFileHeader = 24706;       // the label file's header line
 inline constexpr int kQXMsgLabelFileReadError = 24707;
 inline constexpr int kQXMsgInvalidRange = 24710;          // %lf lo, %lf hi
+inline constexpr int kQXMsgFilterWidthOdd = 24712;
+inline constexpr int kQXMsgFilterWidthZeroOrOdd = 24713;
+inline constexpr int kQXMsgBelowMinimum = 24714;
 inline constexpr int kQXMsgLabelFileWriteError = 24715;
 inline constexpr int kQXMsgLabelFileOpenError = 24725;
 inline constexpr int kQXMsgLabelListDiffers = 24730;
+inline constexpr int kQXMsgEnterNumber = 24738;
+inline constexpr int kQXMsgWholeNumberInRange = 24739;
 
 // The text of string `id`; empty for ids outside the table.
 std::string QXLoadString(int id);

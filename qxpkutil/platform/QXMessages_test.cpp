@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <utility>
 #include <vector>
+
+#include "testing/QXTestMessages.h"
 
 namespace qxpkutil {
 namespace {
@@ -31,30 +32,17 @@ TEST(QXLoadString, EveryIdOfTheTableHasTextAndNoOtherDoes) {
   }
 }
 
-struct RecordingSink : QXMessageSink {
-  void ShowMessage(int id, const std::string& text) override { shown.emplace_back(id, text); }
-  bool AskYesNo(int id, const std::string& text) override {
-    asked.emplace_back(id, text);
-    return answer;
-  }
-  std::vector<std::pair<int, std::string>> shown, asked;
-  bool answer = true;
-};
-
 TEST(QXMessageSink, ForwardsToTheInstalledSinkAndAnswersNoWithoutOne) {
-  RecordingSink sink;
-  QXSetMessageSink(&sink);
+  testing::ScriptedSink sink({true, false, true});
   EXPECT_EQ(QXGetMessageSink(), &sink);
   QXShowMessage(24725, "shown");
   EXPECT_TRUE(QXAskYesNo(24704, "yes?"));
-  sink.answer = false;
   EXPECT_FALSE(QXAskYesNo(24700, "no?"));
-  using Record = std::vector<std::pair<int, std::string>>;
+  using Record = testing::ScriptedSink::Record;
   EXPECT_EQ(sink.shown, (Record{{24725, "shown"}}));
   EXPECT_EQ(sink.asked, (Record{{24704, "yes?"}, {24700, "no?"}}));
 
-  QXSetMessageSink(nullptr);
-  sink.answer = true;
+  QXSetMessageSink(nullptr);  // the script's next answer would be Yes
   QXShowMessage(24725, "nowhere");
   EXPECT_FALSE(QXAskYesNo(24704, "nobody to ask"));
   EXPECT_EQ(sink.shown.size(), 1u);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "qxpkutil/platform/QXAtomicFile.h"
+#include "qxpkutil/platform/QXParse.h"
 
 namespace qxpkutil {
 namespace {
@@ -28,20 +28,10 @@ std::string_view Trim(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// atoi's reading (leading white space, one sign, decimal digits), except that a text
-// without digits gives `def` and an overflow clamps instead of being undefined.
+// atoi's reading, except that a text without digits gives `def`.
 int LeadingInt(std::string_view text, int def) {
-  std::size_t i = text.find_first_not_of(" \t\n\v\f\r");
-  if (i == std::string_view::npos) return def;
-  const bool negative = text[i] == '-';
-  if (text[i] == '-' || text[i] == '+') ++i;
-  if (i == text.size() || text[i] < '0' || text[i] > '9') return def;
-  long long magnitude = 0;
-  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-    magnitude = std::min(magnitude * 10 + (text[i] - '0'), 1LL + INT_MAX);
-  }
-  const long long value = negative ? -magnitude : magnitude;
-  return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
+  int value = def;
+  return QXParseLeadingInt(text, value) ? value : def;
 }
 
 bool HasLineBreak(std::string_view text) { return text.find_first_of("\r\n") != std::string_view::npos; }

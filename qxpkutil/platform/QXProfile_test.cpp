@@ -16,10 +16,8 @@ using testing::ReadText;
 using testing::WriteText;
 
 TEST(QXMemoryProfile, IntegersReadLikeAtoiButNoDigitsGiveTheDefault) {
-  const std::pair<const char*, int> cases[] = {{"42", 42},         {"  -7 apples", -7}, {"+3", 3},
-                           {"\t0012", 12},     {"abc", 99},         {"", 99},
-                           {"-", 99},          {"- 5", 99},         {"99999999999", INT_MAX},
-                           {"-2147483648", INT_MIN}, {"-99999999999", INT_MIN}};
+  // The atoi reading itself (signs, clamping) is QXParseLeadingInt's, tested with it.
+  const std::pair<const char*, int> cases[] = {{"  -7 apples", -7}, {"abc", 99}, {"- 5", 99}};
   QXMemoryProfile profile;
   for (const auto& [stored, expected] : cases) {
     ASSERT_TRUE(profile.WriteProfileString("Sec", "Key", stored));

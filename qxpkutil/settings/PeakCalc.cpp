@@ -30,7 +30,8 @@ const QXRuntimeClass PeakCalcBase::classPeakCalcBase{"PeakCalcBase", kQXNoSchema
 const QXRuntimeClass PeakCalcBaseList::classPeakCalcBaseList{"PeakCalcBaseList", kQXNoSchema,
                                                              &QXObject::classQXObject};
 // The two calculators' records name PeakCalcBase as their base although they derive from
-// the list; an established quirk of the class records, kept.
+// the list, so IsKindOf says yes to PeakCalcBase and no to PeakCalcBaseList; code that
+// sorts calculators by kind gets that answer, so it is kept.
 const QXRuntimeClass SNPeakCalc::classSNPeakCalc{"SNPeakCalc", kQXNoSchema,
                                                  &PeakCalcBase::classPeakCalcBase};
 const QXRuntimeClass ResCalcPeakCalc::classResCalcPeakCalc{"ResCalcPeakCalc", kQXNoSchema,

@@ -1,12 +1,12 @@
 #include "qxpkutil/settings/QXPersistUtils.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "qxpkutil/platform/QXFormat.h"
+#include "qxpkutil/platform/QXParse.h"
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/persist_internal.h"
 
@@ -47,10 +47,12 @@ int GetConvertedEntry(const char* text, const char* key, T& out, T (*convert)(co
 namespace persist_detail {
 
 int ParseInt(const char* text) {
-  // strtoll saturates instead of overflowing; the clamp then keeps int's range.
-  return static_cast<int>(std::clamp<long long>(std::strtoll(text, nullptr, 10), INT_MIN, INT_MAX));
+  int value = 0;  // atoi's 0 for a text without digits
+  return QXParseLeadingInt(text, value) ? value : 0;
 }
 
+// Saved settings texts are read as atof reads them ("1.5abc" is 1.5, "abc" is 0), so the
+// strict rule of QXParseDouble would turn values that load today into defaults.
 double ParseDouble(const char* text) { return std::strtod(text, nullptr); }
 
 std::string FormatDouble(double value, DoubleFormat format) {

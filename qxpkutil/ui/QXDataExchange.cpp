@@ -8,17 +8,11 @@
 #include <system_error>
 
 #include "qxpkutil/platform/QXMessages.h"
+#include "qxpkutil/platform/QXParse.h"
 #include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
 namespace {
-
-// String-table texts of the checks that QXMessages.h does not name.
-constexpr int kMsgFilterWidthOdd = 24712;
-constexpr int kMsgFilterWidthZeroOrOdd = 24713;
-constexpr int kMsgBelowMinimum = 24714;
-constexpr int kMsgEnterNumber = 24738;
-constexpr int kMsgWholeNumberInRange = 24739;
 
 constexpr std::string_view kBlanks = " \t\r\n\v\f";
 
@@ -43,29 +37,19 @@ bool Fail(int id, std::string& message) {
 
 // An odd value within the limits; `evenId` names what an even one is told.
 bool CheckOddInRange(int value, int minValue, int maxValue, int evenId, std::string& message) {
-  if (value < minValue || value > maxValue) return Fail(kMsgWholeNumberInRange, message);
+  if (value < minValue || value > maxValue) return Fail(kQXMsgWholeNumberInRange, message);
   return value % 2 != 0 || Fail(evenId, message);
 }
 
 }  // namespace
 
 bool DDX_TextSpace(const std::string& text, double& value, std::string& message) {
-  std::string_view digits(text);
-  const std::size_t first = digits.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) {
+  // A blank field is how the unset value is entered.
+  if (std::string_view(text).find_first_not_of(kBlanks) == std::string_view::npos) {
     value = kQXUnsetValue;
     return true;
   }
-  digits = digits.substr(first, digits.find_last_not_of(kBlanks) - first + 1);
-  // from_chars takes no '+'; a second sign after it must still fail.
-  if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
-  double parsed = 0.0;
-  const auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), parsed);
-  if (ec != std::errc() || end != digits.data() + digits.size() || !std::isfinite(parsed)) {
-    return Fail(kMsgEnterNumber, message);
-  }
-  value = parsed;
-  return true;
+  return QXParseDouble(text, value) || Fail(kQXMsgEnterNumber, message);
 }
 
 std::string DDX_TextSpace(double value, std::int32_t precision) {
@@ -83,16 +67,16 @@ double QXRoundToPrecision(double value, std::int32_t precision) {
 }
 
 bool DDV_MinDouble(double value, double minValue, std::string& message) {
-  return value >= minValue || Fail(kMsgBelowMinimum, message);
+  return value >= minValue || Fail(kQXMsgBelowMinimum, message);
 }
 
 bool DDV_OddMinMaxInt(int value, int minValue, int maxValue, std::string& message) {
-  return CheckOddInRange(value, minValue, maxValue, kMsgFilterWidthOdd, message);
+  return CheckOddInRange(value, minValue, maxValue, kQXMsgFilterWidthOdd, message);
 }
 
 bool DDV_ZeroOddMinMaxInt(int value, int minValue, int maxValue, std::string& message) {
   return value == 0 ||
-         CheckOddInRange(value, minValue, maxValue, kMsgFilterWidthZeroOrOdd, message);
+         CheckOddInRange(value, minValue, maxValue, kQXMsgFilterWidthZeroOrOdd, message);
 }
 
 bool DDV_SegmentRange(double lo, double hi, std::string& message) {

@@ -1,4 +1,6 @@
-// The calculators' work on a peak table and on one peak.
+// The calculators' work on a peak table and on one peak. QXPeakTable and QXPeakTableElement
+// declare these methods, but they take the calculators of settings/, so they are defined
+// here: settings/ calls down into peaks/, never the other way round.
 #include <cmath>
 #include <cstdint>
 
@@ -11,8 +13,9 @@ namespace qxpkutil {
 
 namespace {
 
-// 0.01 as a float, widened: the established level factor of the width measurement. Using
-// exactly 0.01 would move some results across a whole number.
+// 0.01 as a float, widened, is the level factor of the width measurement. Resolutions are
+// reported as whole numbers, and exactly 0.01 moves some of them across a whole number, so
+// the same peak would report a different resolution than in results users already hold.
 constexpr double kPercentToFraction = static_cast<double>(0.01f);
 // The baseline routine's band: points within two deviations of the mean make the level.
 constexpr std::int32_t kBaselineSigma = 2;
@@ -41,7 +44,8 @@ bool ForEachTargetPeak(QXPeakTable& table, const PeakCalcBaseList& calc, Measure
 }
 
 // Where the line through (xa, ya) and (xb, yb) reaches `level`; `fallback` for a vertical
-// or flat segment. The intercept form is the established arithmetic, kept for equal results.
+// or flat segment. The intercept form rounds differently from the two-point form; the
+// whole-number resolution built on this crossing must match earlier results, so it stays.
 double Crossing(double xa, double ya, double xb, double yb, double level, double fallback) {
   if (xa == xb) return fallback;
   const double slope = (ya - yb) / (xa - xb);

@@ -1,4 +1,6 @@
-// Stamping user labels onto the peaks of a table, and taking them off again.
+// Stamping user labels onto the peaks of a table, and taking them off again. QXPeakTable
+// declares these methods, but they work with label lists, so they are defined here, above
+// both: labels/ calls down into peaks/, never the other way round.
 #include "qxpkutil/peaks/QXPeakTable.h"
 
 #include <algorithm>
