@@ -7,6 +7,7 @@
 #include <string>
 
 #include "qxpkutil/detect/detect_internal.h"
+#include "qxpkutil/detect/gauss_refine_internal.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/settings/PeakCalc.h"
@@ -15,8 +16,6 @@ namespace qxpkutil {
 
 namespace {
 
-// The library indexes points with signed 32-bit numbers.
-constexpr std::size_t kMaxPoints = 0x7fffffff;
 
 PeakList Failure(DetectStatus status, std::string message) {
   PeakList list;
@@ -33,7 +32,7 @@ PeakList ValidateSizes(std::size_t nx, std::size_t ny) {
     std::snprintf(text, sizeof text, "x has %zu values but y has %zu", nx, ny);
     return Failure(DetectStatus::kBadInput, text);
   }
-  if (nx > kMaxPoints) return Failure(DetectStatus::kBadInput, "more than 2147483647 points");
+  if (nx > kQXMaxPoints) return Failure(DetectStatus::kBadInput, "more than 2147483647 points");
   return {};
 }
 
@@ -202,8 +201,9 @@ PeakList DetectPeaks(std::span<const double> x, std::span<const double> y,
                      const DetectOptions& options) {
   PeakList checked = ValidateTrace(x, y);
   if (!checked.ok()) return checked;
-  if (options.classic) return DetectClassic(x, y, options);
-  return DetectAutomatic(x, y, options);
+  PeakList found = options.classic ? DetectClassic(x, y, options) : DetectAutomatic(x, y, options);
+  if (found.ok() && options.gauss_refine) RefineCentroidsByGaussFit(x, y, found.peaks);
+  return found;
 }
 
 PeakList DetectPeaks(std::span<const float> x, std::span<const std::uint32_t> y,

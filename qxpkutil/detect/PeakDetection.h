@@ -70,16 +70,15 @@ struct DetectOptions {
   WidthLaw width_law = WidthLaw::kAuto;
   // Isotope charges 1..max_charge from spacings of 1.00336 / z (spectra only); 0: none.
   int max_charge = 4;
-  // Refine each centroid with a Gaussian fitted to a few FWHM around the apex, started
-  // from the measured centroid, height and FWHM.
-  bool gauss_refine = false;
-
   // ---- classic mode ----
   // When set, these segments and global switches run as they are (the areas unscaled);
   // the automatic options above are then not used.
   std::optional<QXPeakTableList> classic;
 
   // ---- either mode ----
+  // Refine each centroid with a Gaussian fitted to a few FWHM around the apex, started
+  // from the measured centroid, height and FWHM (not the classic settings' own fit).
+  bool gauss_refine = false;
   std::shared_ptr<const QXUserPkLabels> labels;  // matched onto the peaks when set
   // Classic signal-to-noise: baseline and noise measured over this x range (the library's
   // calculator); when unset, S/N comes from the local noise estimate.

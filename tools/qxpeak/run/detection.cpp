@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "qxpkutil/detect/gauss_refine_internal.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 
 namespace qxpkutil::qxpeak {
@@ -30,14 +29,13 @@ TracePeaks SearchTrace(const Trace& trace, const DetectionConfig& config) {
   DetectOptions options = config.options;
   options.kind = trace.kind == Trace::Kind::kChromatogram ? SignalKind::kChromatogram
                                                           : SignalKind::kSpectrum;
-  // The refinement runs here, once, whichever mode found the peaks.
-  const bool refine = options.gauss_refine;
-  options.gauss_refine = false;
+  const bool centroided = config.centroided == CentroidedInput::kAuto
+                              ? trace.centroided
+                              : config.centroided == CentroidedInput::kYes;
   if (options.classic) {
-    const bool centroided = config.centroided == CentroidedInput::kAuto
-                                ? trace.centroided
-                                : config.centroided == CentroidedInput::kYes;
     options.classic->SetCentroidSpecData(centroided ? 1 : 0);
+  } else {
+    options.centroided = centroided;
   }
   TracePeaks result;
   if (options.noise_region && !trace.x.empty()) {
@@ -58,7 +56,6 @@ TracePeaks SearchTrace(const Trace& trace, const DetectionConfig& config) {
     return result;
   }
   result.peaks = std::move(found.peaks);
-  if (refine) RefineCentroidsByGaussFit(trace.x, trace.y, result.peaks);
   if (config.resolutionPercent) {
     result.resolution.assign(result.peaks.size(), -1);
     for (std::size_t i = 0; i < result.peaks.size(); ++i) {
