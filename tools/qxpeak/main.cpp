@@ -8,7 +8,9 @@
 #include "tools/qxpeak/cli/commands.h"
 #include "tools/qxpeak/cli/options.h"
 #include "tools/qxpeak/output/output_files.h"
+#ifdef QXPEAK_WITH_VIEW
 #include "tools/qxpeak/view/view_server.h"
+#endif
 
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
@@ -17,7 +19,12 @@ int main(int argc, char** argv) {
   // options are parsed (the browser view's `qxpeak view` goes on this line).
   try {
     if (argc > 1 && std::string_view(argv[1]) == "view") {
+#ifdef QXPEAK_WITH_VIEW
       return view::RunView(argc - 1, argv + 1, std::cout, std::cerr);
+#else
+      std::cerr << "qxpeak: this build has no browser view (cpp-httplib was not found)\n";
+      return 2;
+#endif
     }
     Options options;
     if (const std::optional<int> done = ParseOptions(argc, argv, options, std::cout, std::cerr)) {
