@@ -140,12 +140,12 @@ bool QXIniProfile::Load() {
     if (text.size() > kMaxIniFileSize) return false;
   }
   if (in.bad() || !in.eof()) return false;
-  Parse(text);
+  ParseIni(text);
   m_loaded = true;
   return true;
 }
 
-void QXIniProfile::Parse(std::string_view text) {
+void QXMemoryProfile::ParseIni(std::string_view text) {
   m_sections.clear();
   if (text.starts_with(kUtf8Bom)) text.remove_prefix(kUtf8Bom.size());
   std::string section;

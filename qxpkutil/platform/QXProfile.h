@@ -63,6 +63,9 @@ class QXMemoryProfile : public QXProfile {
   // value too unless `replace`.
   void Put(const std::string& section, const std::string& key, std::string_view value,
            bool replace);
+  // Replaces every section with those of INI `text` (comments, blanks, CRLF and a byte
+  // order mark tolerated; the first of repeated keys wins).
+  void ParseIni(std::string_view text);
 
   std::map<std::string, Section, NoCaseLess> m_sections;
   std::uint64_t m_nextOrder = 0;
@@ -96,7 +99,6 @@ class QXIniProfile : public QXMemoryProfile {
   bool WriteProfileString(const char* section, const char* key, const char* value) override;
 
  private:
-  void Parse(std::string_view text);
   std::string ToText() const;
 
   std::string m_path;

@@ -64,26 +64,7 @@ bool InRange(std::string_view text, const SettingRange& range) {
 // once), with the INI rules of the library's profile file, and access to a section's keys.
 class SettingsIni : public QXMemoryProfile {
  public:
-  explicit SettingsIni(std::string_view text) {
-    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
-    std::string section;
-    bool inSection = false;
-    while (!text.empty()) {
-      const std::size_t end = text.find('\n');
-      const std::string_view line = Trim(text.substr(0, end));
-      text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-      if (line.empty() || line.front() == ';' || line.front() == '#') continue;
-      if (line.front() == '[') {
-        section = Trim(line.substr(1, line.find(']') - 1));
-        inSection = true;
-        continue;
-      }
-      const std::size_t equals = line.find('=');
-      if (!inSection || equals == std::string_view::npos) continue;
-      const std::string key(Trim(line.substr(0, equals)));
-      if (!key.empty()) Put(section, key, Trim(line.substr(equals + 1)), false);
-    }
-  }
+  explicit SettingsIni(std::string_view text) { ParseIni(text); }
 
   // The section's (key, value) pairs, or false when there is no such section.
   bool Keys(const std::string& section,
