@@ -8,7 +8,7 @@ packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev
   libpugixml-dev zlib1g-dev libcli11-dev nlohmann-json3-dev librsvg2-bin
   topp  # OpenMS FileInfo: the test that validates written mzML
   pybind11-dev python3-dev python3-numpy python3-pandas python3-pytest python3-dask
-  python3-distributed
+  python3-distributed python3-pymzml  # pymzML reads the written mzML in a test
   pkg-config libcpp-httplib-dev chromium)
 # node and npm from Debian unless some node is already installed.
 command -v node > /dev/null || packages+=(nodejs)
