@@ -38,9 +38,11 @@ bool MakeOutDir(const std::string& dir, std::string& error) {
 }
 
 // The demo's settings: what its spectrum needs, each still open to the command line.
+// The demo runs what `qxpeak FILE` runs: the automatic mode, unless classic options were
+// given, in which case the classic settings that suit its spectrum fill what is not set.
 Options DemoOptions(const Options& given) {
   Options demo = given;
-  demo.mode = Options::Mode::kClassic;
+  if (demo.mode != Options::Mode::kClassic) return demo;
   SettingOverrides& o = demo.overrides;
   if (!o.massProcessing) o.massProcessing = true;
   if (!o.maxCharge) o.maxCharge = 4;
@@ -50,8 +52,10 @@ Options DemoOptions(const Options& given) {
   return demo;
 }
 
-// The command-line options that repeat the demo's search on a file.
-std::string DemoCommandLine(const SettingOverrides& o) {
+// The command line that repeats the demo's search on a file.
+std::string DemoCommandLine(const Options& demo) {
+  if (demo.mode != Options::Mode::kClassic) return "qxpeak FILE -f tsv,svg";
+  const SettingOverrides& o = demo.overrides;
   std::string line = "qxpeak FILE --mass --max-charge " + std::to_string(*o.maxCharge) +
                      " --max-isotopes " + std::to_string(*o.maxIsotope) + " --filter-width " +
                      std::to_string(*o.filterWidth);
@@ -233,7 +237,7 @@ int RunDemo(const Options& options, std::ostream& out, std::ostream& err) {
     for (std::size_t i = 0; i < written.size(); ++i) {
       summary << (i == 0 ? " " : ", ") << Printable(written[i]);
     }
-    summary << ".\nThe same search on a file of your own: " << DemoCommandLine(demo.overrides)
+    summary << ".\nThe same search on a file of your own: " << DemoCommandLine(demo)
             << '\n';
   }
   return kExitOk;
