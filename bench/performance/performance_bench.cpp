@@ -1,5 +1,5 @@
 // The speed figures of the library on the TOF-like profile spectrum (bench/performance/
-// spectrum.h): the classic detection driver with one segment, the Gaussian filter and mass
+// tof_profile.h): the classic detection driver with one segment, the Gaussian filter and mass
 // processing, with the automatic noise threshold off and on, at one and ten million points;
 // the automatic mode with its default options; and one pass over the data as the floor.
 //
@@ -14,7 +14,7 @@
 #include <numeric>
 #include <span>
 
-#include "bench/performance/spectrum.h"
+#include "bench/performance/tof_profile.h"
 #include "qxpkutil/detect/PeakDetection.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 

@@ -1,4 +1,4 @@
-#include "bench/performance/spectrum.h"
+#include "bench/performance/tof_profile.h"
 
 #include <algorithm>
 #include <cmath>
