@@ -91,75 +91,123 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
+// The trace as the filters read it: the height above the baseline at each point, and how
+// many missing points come before each point, so that a window free of them is found in
+// one subtraction.
+struct FilterInput {
+  FilterInput(std::span<const double> y, const std::vector<double>& baseline,
+              const std::vector<std::uint8_t>& missing)
+      : above(y.size()), missingBefore(y.size() + 1, 0) {
+    for (std::size_t i = 0; i < y.size(); ++i) {
+      above[i] = y[i] - baseline[i];
+      missingBefore[i + 1] = missingBefore[i] + missing[i];
+    }
+  }
+  std::vector<double> above;
+  std::vector<std::int32_t> missingBefore;
+};
+
 // Least-squares height of a Gaussian of `scale` times the local width centred on point i,
 // over the region; memoised, since neighbouring seeds ask for the same points. At scale 1
 // it is the matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
 class MatchedFilter {
  public:
-  MatchedFilter(std::span<const double> x, std::span<const double> y, const SignalModel& m,
-                const std::vector<double>& baseline, double scale = 1.0)
-      : x_(x), y_(y), m_(m), baseline_(baseline), scale_(scale), memo_(x.size(), std::nan("")) {}
+  MatchedFilter(const FilterInput& input, const SignalModel& m, double scale = 1.0)
+      : in_(input), m_(m), scale_(scale), memo_(input.above.size(), std::nan("")) {}
 
   double At(std::int32_t i, const Region& r) {
+    const double value = memo_[static_cast<std::size_t>(i)];
+    return std::isnan(value) ? Compute(i, r) : value;
+  }
+  // The standard deviation of At(i) for white noise of `sigma`.
+  double Spread(std::int32_t i, double sigma) { return sigma / std::sqrt(KernelAt(i).sumOfSquares); }
+
+ private:
+  struct Kernel {
+    std::vector<double> weights;
+    double sumOfSquares = 0.0;
+  };
+  // Neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
+  static constexpr std::int32_t kRun = 16;
+
+  double Compute(std::int32_t i, const Region& r) {
     double& value = memo_[static_cast<std::size_t>(i)];
-    if (!std::isnan(value)) return value;
-    const std::vector<double>& g = KernelAt(i);
-    const auto half = static_cast<std::int32_t>(g.size() / 2);
+    const Kernel& g = KernelAt(i);
+    const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
+    if (i - half >= r.begin && i + half < r.end && !MissingIn(i - half, i + half + 1)) {
+      ComputeRun(i, r, g);
+      return value;
+    }
     double num = 0.0, den = 0.0;
     const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
     for (std::int32_t j = lo; j <= hi; ++j) {
       if (m_.missing[j]) continue;
-      const double w = g[static_cast<std::size_t>(j - i + half)];
-      num += w * (y_[j] - baseline_[j]);
+      const double w = g.weights[static_cast<std::size_t>(j - i + half)];
+      num += w * in_.above[j];
       den += w * w;
     }
     // Thresholded data: the absent points were below the threshold, near the baseline, so
     // they count in the fit as baseline points.
-    if (m_.thresholded) den = full_[&g];
+    if (m_.thresholded) den = g.sumOfSquares;
     value = den > 0.0 ? num / den : 0.0;
     return value;
   }
-  // The standard deviation of At(i) for white noise of `sigma`.
-  double Spread(std::int32_t i, double sigma) {
-    const std::vector<double>& g = KernelAt(i);
-    double den = 0.0;
-    for (double w : g) den += w * w;
-    return sigma / std::sqrt(den);
-  }
 
- private:
+  bool MissingIn(std::int32_t lo, std::int32_t hi) const {
+    return in_.missingBefore[static_cast<std::size_t>(hi)] != in_.missingBefore[static_cast<std::size_t>(lo)];
+  }
+  // The run of up to kRun points around i whose windows lie whole inside the region and the
+  // block of i's kernel, and hold no missing point; each sum adds its window in the same
+  // order as At's own loop, so every value is the same whichever way it was reached.
+  void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
+    const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
+    const std::int32_t blockBegin = i / m_.block * m_.block;
+    std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
+    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block, r.end - half});
+    if (MissingIn(begin - half, end + half)) begin = i, end = i + 1;
+    double sums[kRun] = {};
+    const double* window = in_.above.data() + (begin - half);
+    const std::size_t count = static_cast<std::size_t>(end - begin);
+    for (std::size_t k = 0; k < g.weights.size(); ++k) {
+      const double w = g.weights[k];
+      if (count == kRun) {
+        for (std::size_t o = 0; o < kRun; ++o) sums[o] += w * window[o + k];
+      } else {
+        for (std::size_t o = 0; o < count; ++o) sums[o] += w * window[o + k];
+      }
+    }
+    for (std::size_t o = 0; o < count; ++o) {
+      memo_[static_cast<std::size_t>(begin) + o] = g.sumOfSquares > 0.0 ? sums[o] / g.sumOfSquares : 0.0;
+    }
+  }
   // One kernel per block of the model, chosen on first use.
-  const std::vector<double>& KernelAt(std::int32_t i) {
+  const Kernel& KernelAt(std::int32_t i) {
     const auto b = static_cast<std::size_t>(i / m_.block);
     if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
-    if (blockKernel_[b] == nullptr) blockKernel_[b] = &Kernel(m_.ppf_[b] * scale_);
+    if (blockKernel_[b] == nullptr) blockKernel_[b] = &MakeKernel(m_.ppf_[b] * scale_);
     return *blockKernel_[b];
   }
-  const std::vector<double>& Kernel(double ppf) {
+  const Kernel& MakeKernel(double ppf) {
     const int key = static_cast<int>(std::lround(std::min(ppf, 4000.0) * 4.0));
     auto found = kernels_.find(key);
     if (found != kernels_.end()) return found->second;
     const double sigma = std::max(0.25, key / 4.0 / kFwhmPerSigma);
     const auto half = static_cast<std::int32_t>(std::ceil(2.5 * sigma));
-    std::vector<double> g(static_cast<std::size_t>(2 * half + 1));
+    Kernel g;
+    g.weights.resize(static_cast<std::size_t>(2 * half + 1));
     for (std::int32_t k = -half; k <= half; ++k) {
-      g[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
+      g.weights[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
     }
-    const std::vector<double>& kept = kernels_.emplace(key, std::move(g)).first->second;
-    double full = 0.0;
-    for (double w : kept) full += w * w;
-    full_[&kept] = full;
-    return kept;
+    for (double w : g.weights) g.sumOfSquares += w * w;
+    return kernels_.emplace(key, std::move(g)).first->second;
   }
 
-  std::span<const double> x_, y_;
+  const FilterInput& in_;
   const SignalModel& m_;
-  const std::vector<double>& baseline_;
   double scale_;
   std::vector<double> memo_;
-  std::unordered_map<int, std::vector<double>> kernels_;  // node-based: pointers stay valid
-  std::vector<const std::vector<double>*> blockKernel_;
-  std::unordered_map<const std::vector<double>*, double> full_;  // sum of squares per kernel
+  std::unordered_map<int, Kernel> kernels_;  // node-based: references stay valid
+  std::vector<const Kernel*> blockKernel_;
 };
 
 struct Found {
@@ -456,12 +504,15 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   // S/N and measures the baseline and noise again without the clear peaks; the second
   // pass decides on those seeds.
   std::vector<double> baseline(static_cast<std::size_t>(n));
-  for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
+  model.Tabulate(model.baseline_, baseline);
   std::vector<Found> found;
   {
-    MatchedFilter first(x, y, model, baseline);
+    const FilterInput input(y, baseline, model.missing);
+    MatchedFilter first(input, model);
     std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
     std::vector<std::int32_t> tops;
+    std::vector<double> noise(static_cast<std::size_t>(n));
+    model.Tabulate(model.noise_, noise);
     for (std::int32_t seed : seeds) {
       std::size_t region = 0;
       const Region* r = RegionOf(model.regions, seed, region);
@@ -475,23 +526,24 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
     // Points clearly above the baseline, widened by a peak width, are left out.
     for (std::int32_t i = 0; i < n;) {
-      if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
+      if (y[i] - baseline[i] <= 3.0 * noise[i]) {
         ++i;
         continue;
       }
       const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
       std::int32_t j = i;
-      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * noise[j + 1]) ++j;
       std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
                 std::uint8_t{1});
       i = j + 1;
     }
     RefineLevels(x, y, exclude, model);
-    for (std::int32_t i = 0; i < n; ++i) baseline[i] = model.BaselineAt(i);
+    model.Tabulate(model.baseline_, baseline);
     seeds.swap(tops);
   }
-  MatchedFilter mf(x, y, model, baseline);
-  MatchedFilter shape(x, y, model, baseline, 0.5);
+  const FilterInput input(y, baseline, model.missing);
+  MatchedFilter mf(input, model);
+  MatchedFilter shape(input, model, 0.5);
   // Every hill that passes also sends seeds over its valleys, so a neighbour the scan did
   // not report as a peak of its own (a shoulder, a peak on a tail) is still climbed.
   std::vector<std::uint8_t> visited(static_cast<std::size_t>(n), 0);

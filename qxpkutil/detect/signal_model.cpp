@@ -168,9 +168,13 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
+  // Per block: the level above which points count as signal (NaN: too few points to
+  // measure) and the spread of the points, the noise when curvature cannot be had.
+  std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
+  std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature, steps;
-  std::vector<std::vector<double>> noiseAtLag(lags.size(),
-                                              std::vector<double>(static_cast<std::size_t>(blocks), std::nan("")));
+  // About 128 points per block are enough for its figures.
+  auto strideOf = [](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / 128); };
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
     steps.clear();
@@ -178,8 +182,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
     m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
-    // About 128 points per block are enough for its figures.
-    const std::int32_t stride = std::max<std::int32_t>(1, (hi - lo) / 128);
+    const std::int32_t stride = strideOf(lo, hi);
     values.clear();
     for (std::int32_t i = lo; i < hi; i += stride) {
       if (!skip(i)) values.push_back(y[i]);
@@ -204,32 +207,46 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       }
       centre = Median(kept);
     }
-    const double ceiling = centre + 3.0 * spread;
     m.baseline_[static_cast<std::size_t>(b)] = centre;
-    for (std::size_t k = 0; k < lags.size(); ++k) {
-      const std::int32_t lag = lags[k];
+    ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
+    spreads[static_cast<std::size_t>(b)] = spread;
+  }
+  // The noise of every block from the second differences at one lag.
+  auto noiseAtLag = [&](std::int32_t lag) {
+    std::vector<double> noise(static_cast<std::size_t>(blocks), std::nan(""));
+    for (std::int32_t b = 0; b < blocks; ++b) {
+      const double top = ceiling[static_cast<std::size_t>(b)];
+      if (std::isnan(top)) continue;
+      const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
       curvature.clear();
-      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += strideOf(lo, hi)) {
         if (skip(i - lag) || skip(i) || skip(i + lag)) continue;
-        if (y[i - lag] > ceiling || y[i] > ceiling || y[i + lag] > ceiling) continue;
+        if (y[i - lag] > top || y[i] > top || y[i + lag] > top) continue;
         curvature.push_back(std::fabs(y[i - lag] - 2.0 * y[i] + y[i + lag]));
       }
-      noiseAtLag[k][static_cast<std::size_t>(b)] =
-          curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0) : spread;
+      noise[static_cast<std::size_t>(b)] = curvature.size() >= 8
+                                               ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
+                                               : spreads[static_cast<std::size_t>(b)];
     }
-  }
+    return noise;
+  };
   // White noise has the same second difference at every lag. Noise correlated over a few
   // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
   // doubles while the figure still grows clearly, up to half a peak width.
-  std::size_t chosen = 0;
-  for (std::size_t k = 0; k + 1 < lags.size() && !m.thresholded; ++k) {
-    std::vector<double> shorter(noiseAtLag[k]), longer(noiseAtLag[k + 1]);
-    const double a = Median(shorter), c = Median(longer);
-    if (!(c > 1.2 * a)) break;
-    chosen = k + 1;
+  if (!m.thresholded) {
+    std::size_t chosen = 0;
+    m.noise_ = noiseAtLag(lags[0]);
+    for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
+      std::vector<double> longer = noiseAtLag(lags[k + 1]);
+      std::vector<double> a(m.noise_), c(longer);
+      if (!(Median(c) > 1.2 * Median(a))) break;
+      m.noise_.swap(longer);
+      chosen = k + 1;
+    }
+    if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
+  } else if (m.fwhm_ref > 0.0) {
+    m.noise_lag = lags[0];
   }
-  if (!m.thresholded) m.noise_ = noiseAtLag[chosen];
-  if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
   double largest = 0.0;
   for (double v : y) largest = std::max(largest, std::fabs(v));
   FillAndSmooth(m.baseline_, 0.0);
@@ -352,14 +369,9 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
 
 }  // namespace
 
-double SignalModel::Interpolate(const std::vector<double>& v, std::int32_t i) const {
-  if (v.empty()) return 0.0;
-  const double t = (static_cast<double>(i) + 0.5) / block - 0.5;
-  if (t <= 0.0) return v.front();
-  const auto k = static_cast<std::size_t>(t);
-  if (k + 1 >= v.size()) return v.back();
-  const double f = t - static_cast<double>(k);
-  return v[k] + f * (v[k + 1] - v[k]);
+void SignalModel::Tabulate(const std::vector<double>& blocks, std::vector<double>& out) const {
+  const auto n = static_cast<std::int32_t>(out.size());
+  for (std::int32_t i = 0; i < n; ++i) out[static_cast<std::size_t>(i)] = Interpolate(blocks, i);
 }
 
 double SignalModel::FwhmAt(double x) const {

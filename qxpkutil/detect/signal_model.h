@@ -34,6 +34,8 @@ class SignalModel {
   double PointsPerFwhm(std::int32_t i, double x) const;
   // The same, read from the per-block table (no power law evaluated).
   double PointsPerFwhm(std::int32_t i) const { return Interpolate(ppf_, i); }
+  // Writes a per-block table (baseline_, noise_) out at every point of `out`.
+  void Tabulate(const std::vector<double>& blocks, std::vector<double>& out) const;
   // Fills the per-block table from the width law and the spacing.
   void TabulateWidths(std::span<const double> x);
 
@@ -52,7 +54,15 @@ class SignalModel {
   std::vector<double> baseline_, noise_, spacing_, ppf_;
 
  private:
-  double Interpolate(const std::vector<double>& v, std::int32_t i) const;
+  double Interpolate(const std::vector<double>& v, std::int32_t i) const {
+    if (v.empty()) return 0.0;
+    const double t = (static_cast<double>(i) + 0.5) / block - 0.5;
+    if (t <= 0.0) return v.front();
+    const auto k = static_cast<std::size_t>(t);
+    if (k + 1 >= v.size()) return v.back();
+    const double f = t - static_cast<double>(k);
+    return v[k] + f * (v[k + 1] - v[k]);
+  }
 };
 
 // Measures the baseline and noise again without the points where `exclude` is 1 (the
