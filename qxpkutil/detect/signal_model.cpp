@@ -13,20 +13,56 @@ constexpr double kGapFactor = 2.5;
 // Robust sigma from the median absolute deviation of a normal distribution.
 constexpr double kMadToSigma = 1.4826;
 
+// The k-th smallest of the finite values v (reordered), as std::nth_element finds it. On
+// noise every comparison is a coin flip, so the partition moves each element without a
+// branch: the block levels take thousands of these medians per trace.
+double SelectNth(std::vector<double>& v, std::size_t k) {
+  double* a = v.data();
+  std::size_t lo = 0, hi = v.size();
+  auto partition = [a](std::size_t from, std::size_t to, auto goesLeft) {
+    std::size_t store = from;
+    for (std::size_t i = from; i < to; ++i) {
+      const double e = a[i];
+      a[i] = a[store];
+      a[store] = e;
+      store += goesLeft(e) ? 1 : 0;
+    }
+    return store;
+  };
+  while (hi - lo > 16) {
+    const double p = a[lo], q = a[lo + (hi - lo) / 2], r = a[hi - 1];
+    const double pivot = std::max(std::min(p, q), std::min(std::max(p, q), r));
+    const std::size_t less = partition(lo, hi, [pivot](double e) { return e < pivot; });
+    if (k < less) {
+      hi = less;
+      continue;
+    }
+    // The pivot is one of the values, so the equal run is never empty.
+    const std::size_t equal = partition(less, hi, [pivot](double e) { return e <= pivot; });
+    if (k < equal) return pivot;
+    lo = equal;
+  }
+  std::sort(a + lo, a + hi);
+  return a[k];
+}
+
 double Median(std::vector<double>& v) {
-  if (v.empty()) return std::nan("");
-  const auto mid = v.begin() + static_cast<std::ptrdiff_t>(v.size() / 2);
-  std::nth_element(v.begin(), mid, v.end());
-  return *mid;
+  return v.empty() ? std::nan("") : SelectNth(v, v.size() / 2);
+}
+
+// The median of the entries that were measured (blocks too sparse to measure hold NaN).
+double FiniteMedian(const std::vector<double>& v) {
+  std::vector<double> finite;
+  for (double e : v) {
+    if (!std::isnan(e)) finite.push_back(e);
+  }
+  return Median(finite);
 }
 
 // The typical step: a low quantile, so that in data with many gaps the steps inside the
 // stored runs count, not the jumps between them.
 double TypicalStep(std::vector<double>& steps) {
-  if (steps.empty()) return std::nan("");
-  const auto q = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 5);
-  std::nth_element(steps.begin(), q, steps.end());
-  return *q;
+  return steps.empty() ? std::nan("") : SelectNth(steps, steps.size() / 5);
 }
 
 double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
@@ -238,8 +274,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     m.noise_ = noiseAtLag(lags[0]);
     for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
       std::vector<double> longer = noiseAtLag(lags[k + 1]);
-      std::vector<double> a(m.noise_), c(longer);
-      if (!(Median(c) > 1.2 * Median(a))) break;
+      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(m.noise_))) break;
       m.noise_.swap(longer);
       chosen = k + 1;
     }
