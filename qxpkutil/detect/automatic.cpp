@@ -95,13 +95,12 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
 // many missing points come before each point, so that a window free of them is found in
 // one subtraction.
 struct FilterInput {
-  FilterInput(std::span<const double> y, const std::vector<double>& baseline,
-              const std::vector<std::uint8_t>& missing)
-      : above(y.size()), missingBefore(y.size() + 1, 0) {
-    for (std::size_t i = 0; i < y.size(); ++i) {
-      above[i] = y[i] - baseline[i];
-      missingBefore[i + 1] = missingBefore[i] + missing[i];
-    }
+  explicit FilterInput(const std::vector<std::uint8_t>& missing)
+      : above(missing.size()), missingBefore(missing.size() + 1, 0) {
+    for (std::size_t i = 0; i < missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + missing[i];
+  }
+  void SetBaseline(std::span<const double> y, const std::vector<double>& baseline) {
+    for (std::size_t i = 0; i < y.size(); ++i) above[i] = y[i] - baseline[i];
   }
   std::vector<double> above;
   std::vector<std::int32_t> missingBefore;
@@ -505,9 +504,10 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   // pass decides on those seeds.
   std::vector<double> baseline(static_cast<std::size_t>(n));
   model.Tabulate(model.baseline_, baseline);
+  FilterInput input(model.missing);
+  input.SetBaseline(y, baseline);
   std::vector<Found> found;
   {
-    const FilterInput input(y, baseline, model.missing);
     MatchedFilter first(input, model);
     std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
     std::vector<std::int32_t> tops;
@@ -541,7 +541,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     model.Tabulate(model.baseline_, baseline);
     seeds.swap(tops);
   }
-  const FilterInput input(y, baseline, model.missing);
+  input.SetBaseline(y, baseline);
   MatchedFilter mf(input, model);
   MatchedFilter shape(input, model, 0.5);
   // Every hill that passes also sends seeds over its valleys, so a neighbour the scan did
