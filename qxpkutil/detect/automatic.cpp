@@ -248,12 +248,13 @@ struct Hill {
 std::int32_t Valley(MatchedFilter& f, const Region& r, std::int32_t top, int step,
                     double tolerance, std::int32_t limit, bool& rises) {
   std::int32_t lowest = top;
+  double lowestValue = f.At(top, r);
   rises = false;
   for (std::int32_t i = top + step, k = 0; i >= r.begin && i < r.end && k < limit; i += step, ++k) {
     const double v = f.At(i, r);
-    if (v < f.At(lowest, r)) lowest = i;
+    if (v < lowestValue) lowest = i, lowestValue = v;
     if (v <= 0.0) break;
-    if (v > f.At(lowest, r) + tolerance) {
+    if (v > lowestValue + tolerance) {
       rises = true;
       break;
     }
@@ -268,8 +269,10 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tole
     hill.left = Valley(f, r, hill.top, -1, tolerance, limit, hill.leftRises);
     hill.right = Valley(f, r, hill.top, +1, tolerance, limit, hill.rightRises);
     std::int32_t highest = hill.top;
+    double highestValue = f.At(highest, r);
     for (std::int32_t i = hill.left; i <= hill.right; ++i) {
-      if (f.At(i, r) > f.At(highest, r)) highest = i;
+      const double v = f.At(i, r);
+      if (v > highestValue) highest = i, highestValue = v;
     }
     if (highest == hill.top) break;
     hill.top = highest;

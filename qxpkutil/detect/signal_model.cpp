@@ -282,8 +282,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   } else if (m.fwhm_ref > 0.0) {
     m.noise_lag = lags[0];
   }
-  double largest = 0.0;
-  for (double v : y) largest = std::max(largest, std::fabs(v));
+  const double largest = m.largest;
   FillAndSmooth(m.baseline_, 0.0);
   // The noise varies slowly along x; a wide running median steadies it.
   FillAndSmooth(m.noise_, largest * 1e-3, 9);
@@ -446,6 +445,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
                                 const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
+  for (double v : y) m.largest = std::max(m.largest, std::fabs(v));
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);

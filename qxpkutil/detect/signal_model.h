@@ -45,6 +45,7 @@ class SignalModel {
   // points above a threshold. The baseline is then 0 and the noise comes from how often
   // the noise alone crosses the threshold.
   bool thresholded = false;
+  double largest = 0.0;  // the largest |y|: noise is never taken below its rounding
   double fwhm_ref = 0.0;
   double x_ref = 1.0;
   double exponent = 0.0;
