@@ -588,11 +588,14 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     if (!peaks.empty() && peaks.back().region == f.region) {
       Found& prev = peaks.back();
       const Region& r = model.regions[f.region];
-      double valley = INFINITY;
-      for (std::int32_t i = prev.top; i <= f.top; ++i) valley = std::min(valley, shape.At(i, r));
       const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
-      const double depth = lower - valley;
-      if (depth < 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower) {
+      const double deepEnough = 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower;
+      // The walk stops once the valley is deep enough: far-apart tops are settled at once.
+      double valley = INFINITY;
+      for (std::int32_t i = prev.top; i <= f.top && !(lower - valley >= deepEnough); ++i) {
+        valley = std::min(valley, shape.At(i, r));
+      }
+      if (lower - valley < deepEnough) {
         const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
         if (f.strength > prev.strength) prev = f;
         prev.left = left;

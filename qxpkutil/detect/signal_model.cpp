@@ -241,7 +241,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       for (double v : values) {
         if (v <= centre + 3.0 * spread) kept.push_back(v);
       }
-      centre = Median(kept);
+      if (kept.size() < values.size()) centre = Median(kept);
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
