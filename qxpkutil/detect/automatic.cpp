@@ -514,8 +514,6 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     MatchedFilter first(input, model);
     std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
     std::vector<std::int32_t> tops;
-    std::vector<double> noise(static_cast<std::size_t>(n));
-    model.Tabulate(model.noise_, noise);
     for (std::int32_t seed : seeds) {
       std::size_t region = 0;
       const Region* r = RegionOf(model.regions, seed, region);
@@ -529,13 +527,13 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
     // Points clearly above the baseline, widened by a peak width, are left out.
     for (std::int32_t i = 0; i < n;) {
-      if (y[i] - baseline[i] <= 3.0 * noise[i]) {
+      if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
         ++i;
         continue;
       }
       const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
       std::int32_t j = i;
-      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * noise[j + 1]) ++j;
+      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
       std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
                 std::uint8_t{1});
       i = j + 1;
