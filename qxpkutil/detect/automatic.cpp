@@ -474,24 +474,16 @@ void DetectCentroided(std::span<const double> x, std::span<const double> y,
 
 }  // namespace
 
-PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
-                         const DetectOptions& options) {
-  PeakList result = CheckOptions(options);
-  if (!result.ok() || x.empty()) return result;
-  if (options.centroided) {
-    DetectCentroided(x, y, options, result);
-    return result;
-  }
-  const auto n = static_cast<std::int32_t>(x.size());
-  SignalModel model = EstimateSignalModel(x, y, options);
-  std::vector<Region> shortRegions;
-  QXPeakTableList list = SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
+namespace {
 
-  // Seeds: the classic driver's peaks, and every local top of the regions too short to scan.
+// Seeds: the classic driver's peaks, and every local top of the regions too short to scan.
+std::vector<std::int32_t> ScanForSeeds(std::span<const double> x, std::span<const double> y,
+                                       const SignalModel& model, QXPeakTableList& list,
+                                       const std::vector<Region>& shortRegions) {
   std::vector<std::int32_t> seeds;
   if (list.GetNumDetectionSettings() > 0) {
     const double yMax = *std::max_element(y.begin(), y.end());
-    list.FindPeaks(x.data(), y.data(), static_cast<std::uint32_t>(n), yMax, 1.0, 0);
+    list.FindPeaks(x.data(), y.data(), static_cast<std::uint32_t>(x.size()), yMax, 1.0, 0);
     AddSeeds(*list.GetPeakTableFromList(0), seeds);
   }
   for (const Region& r : shortRegions) {
@@ -501,53 +493,57 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       }
     }
   }
+  return seeds;
+}
 
-  // A first pass keeps the seeds whose matched-filter top is at least half the wanted
-  // S/N and measures the baseline and noise again without the clear peaks; the second
-  // pass decides on those seeds.
-  std::vector<double> baseline(static_cast<std::size_t>(n));
-  model.Tabulate(model.baseline_, baseline);
-  FilterInput input(model.missing);
-  input.SetBaseline(y, baseline);
-  std::vector<Found> found;
-  {
-    MatchedFilter first(input, model);
-    std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
-    std::vector<std::int32_t> tops;
-    for (std::int32_t seed : seeds) {
-      std::size_t region = 0;
-      const Region* r = RegionOf(model.regions, seed, region);
-      // A seed whose own point is not clearly above the baseline is noise: no peak of
-      // the wanted S/N has its highest point that low.
-      if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
-      const std::int32_t top = Climb(first, *r, seed);
-      const double strength = first.At(top, *r), noise = model.NoiseAt(top);
-      if (strength < 0.5 * options.snr * noise) continue;
-      tops.push_back(seed);
-    }
-    // Points clearly above the baseline, widened by a peak width, are left out.
-    for (std::int32_t i = 0; i < n;) {
-      if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
-        ++i;
-        continue;
-      }
-      const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
-      std::int32_t j = i;
-      while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
-      std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
-                std::uint8_t{1});
-      i = j + 1;
-    }
-    RefineLevels(x, y, exclude, model);
-    model.Tabulate(model.baseline_, baseline);
-    seeds.swap(tops);
+// A first look keeps the seeds whose matched-filter top reaches half the wanted S/N, then
+// measures the baseline and noise again without the points clearly above the baseline
+// (widened by a peak width), so that dense peaks do not lift them.
+std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const double> y,
+                                    const DetectOptions& options, const std::vector<std::int32_t>& seeds,
+                                    SignalModel& model, std::vector<double>& baseline,
+                                    FilterInput& input) {
+  const auto n = static_cast<std::int32_t>(y.size());
+  MatchedFilter first(input, model);
+  std::vector<std::int32_t> kept;
+  for (std::int32_t seed : seeds) {
+    std::size_t region = 0;
+    const Region* r = RegionOf(model.regions, seed, region);
+    // A seed whose own point is not clearly above the baseline is noise: no peak of
+    // the wanted S/N has its highest point that low.
+    if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
+    const std::int32_t top = Climb(first, *r, seed);
+    if (first.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top)) continue;
+    kept.push_back(seed);
   }
+  std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
+  for (std::int32_t i = 0; i < n;) {
+    if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
+      ++i;
+      continue;
+    }
+    const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
+    std::int32_t j = i;
+    while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+    std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
+              std::uint8_t{1});
+    i = j + 1;
+  }
+  RefineLevels(x, y, exclude, model);
+  model.Tabulate(model.baseline_, baseline);
   input.SetBaseline(y, baseline);
-  MatchedFilter mf(input, model);
-  MatchedFilter shape(input, model, 0.5);
-  // Every hill that passes also sends seeds over its valleys, so a neighbour the scan did
-  // not report as a peak of its own (a shoulder, a peak on a tail) is still climbed.
-  std::vector<std::uint8_t> visited(static_cast<std::size_t>(n), 0);
+  return kept;
+}
+
+// Climbs the shape filter from every seed to a hill and keeps the hills whose matched
+// filter stands the wanted S/N above the lower valley: a peak on the tail of a larger one
+// counts by its own height. Every hill kept also sends seeds over its valleys, so a
+// neighbour the scan did not report (a shoulder, a peak on a tail) is still climbed.
+// Returns the hills in x order, one per top.
+std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
+                              const DetectOptions& options, MatchedFilter& mf, MatchedFilter& shape) {
+  std::vector<Found> found;
+  std::vector<std::uint8_t> visited(model.missing.size(), 0);
   while (!seeds.empty()) {
     const std::int32_t seed = seeds.back();
     seeds.pop_back();
@@ -560,8 +556,6 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
     if (visited[hill.top]) continue;
     visited[hill.top] = 1;
-    // The strength is the matched filter near the shape's top, above the lower of the two
-    // valleys: a peak on the tail of a larger one counts by its own height.
     std::int32_t strongest = Climb(mf, *r, hill.top);
     if (std::abs(strongest - hill.top) > ppf / 2.0) strongest = hill.top;
     auto side = [&](std::int32_t valley, bool rises) {
@@ -579,8 +573,13 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   found.erase(std::unique(found.begin(), found.end(),
                           [](const Found& a, const Found& b) { return a.top == b.top; }),
               found.end());
+  return found;
+}
 
-  // Neighbouring tops without a real valley between them in the shape filter are one peak.
+// Neighbouring tops without a real valley between them in the shape filter are one peak;
+// the bounds are the hills' valleys, meeting at the lowest point between neighbours.
+std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalModel& model,
+                                 MatchedFilter& shape) {
   std::vector<Found> peaks;
   for (const Found& f : found) {
     if (!peaks.empty() && peaks.back().region == f.region) {
@@ -603,8 +602,6 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
     peaks.push_back(f);
   }
-
-  // Bounds: the hills' valleys, meeting at the lowest point between neighbours.
   for (std::size_t k = 1; k < peaks.size(); ++k) {
     Found& a = peaks[k - 1];
     Found& b = peaks[k];
@@ -617,78 +614,112 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     a.right = std::min(a.right, valley);
     b.left = std::max(b.left, valley);
   }
+  return peaks;
+}
 
-  // Measurement.
-  result.peaks.reserve(peaks.size());
-  for (const Found& f : peaks) {
-    Peak p;
-    std::int32_t apex = f.left;
-    for (std::int32_t i = f.left; i <= f.right; ++i) {
-      if (!model.missing[i] && y[i] - baseline[i] > y[apex] - baseline[apex]) apex = i;
-    }
-    // The raw top near the filter's top: the highest point within a third of a width.
-    const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
-    std::int32_t top = f.top;
-    for (std::int32_t i = std::max(f.left, f.top - near); i <= std::min(f.right, f.top + near); ++i) {
-      if (y[i] > y[top]) top = i;
-    }
-    p.apex_index = top;
-    p.apex_x = x[top];
-    p.apex_y = y[top];
-    p.left_index = f.left;
-    p.right_index = f.right;
-    p.left_x = x[f.left];
-    p.right_x = x[f.right];
-    p.baseline = baseline[top];
-    p.noise = f.noise;
-    double centre = 0.0, height = 0.0, fwhm = 0.0;
-    const bool fitted = f.strength >= 20.0 * f.noise &&
-                        FitLogParabola(x, y, baseline, top, f.left, f.right, centre, height, fwhm);
-    if (fitted) {
-      p.centroid_x = centre;
-      p.height = height;
-      p.fwhm = fwhm;
-    } else {
-      // Gaussian interpolation of the matched filter around its own top.
-      const Region& r = model.regions[f.region];
-      const std::int32_t t = f.strongest;
-      p.centroid_x = x[t];
-      if (t > r.begin && t + 1 < r.end) {
-        const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
-        if (a > 0.0 && b > 0.0 && c > 0.0) {
-          const double la = std::log(a), lb = std::log(b), lc = std::log(c);
-          const double den = la - 2.0 * lb + lc;
-          if (den < 0.0) p.centroid_x = XAt(x, t, std::clamp(0.5 * (la - lc) / den, -0.5, 0.5));
-        }
-      }
-      p.height = f.strength;
-      const double measured = HalfHeightWidth(x, y, baseline, top, f.left, f.right, p.height);
-      p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
-    }
-    p.snr = p.height / p.noise;
-    double area = 0.0;
-    for (std::int32_t i = f.left; i <= f.right; ++i) {
-      if (!model.missing[i]) area += y[i] - baseline[i];
-    }
-    p.area = std::max(0.0, area);
-    p.marks = kQXPeakNormal;
-    result.peaks.push_back(std::move(p));
+// Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
+// comes from a log-parabola fit for strong peaks and from Gaussian interpolation of the
+// matched filter otherwise.
+Peak Measure(std::span<const double> x, std::span<const double> y, const std::vector<double>& baseline,
+             const SignalModel& model, MatchedFilter& mf, const Found& f) {
+  Peak p;
+  // The raw top near the filter's top: the highest point within a third of a width.
+  const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
+  std::int32_t top = f.top;
+  for (std::int32_t i = std::max(f.left, f.top - near); i <= std::min(f.right, f.top + near); ++i) {
+    if (y[i] > y[top]) top = i;
   }
+  p.apex_index = top;
+  p.apex_x = x[top];
+  p.apex_y = y[top];
+  p.left_index = f.left;
+  p.right_index = f.right;
+  p.left_x = x[f.left];
+  p.right_x = x[f.right];
+  p.baseline = baseline[top];
+  p.noise = f.noise;
+  double centre = 0.0, height = 0.0, fwhm = 0.0;
+  const bool fitted = f.strength >= 20.0 * f.noise &&
+                      FitLogParabola(x, y, baseline, top, f.left, f.right, centre, height, fwhm);
+  if (fitted) {
+    p.centroid_x = centre;
+    p.height = height;
+    p.fwhm = fwhm;
+  } else {
+    const Region& r = model.regions[f.region];
+    const std::int32_t t = f.strongest;
+    p.centroid_x = x[t];
+    if (t > r.begin && t + 1 < r.end) {
+      const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
+      if (a > 0.0 && b > 0.0 && c > 0.0) {
+        const double la = std::log(a), lb = std::log(b), lc = std::log(c);
+        const double den = la - 2.0 * lb + lc;
+        if (den < 0.0) p.centroid_x = XAt(x, t, std::clamp(0.5 * (la - lc) / den, -0.5, 0.5));
+      }
+    }
+    p.height = f.strength;
+    const double measured = HalfHeightWidth(x, y, baseline, top, f.left, f.right, p.height);
+    p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
+  }
+  p.snr = p.height / p.noise;
+  double area = 0.0;
+  for (std::int32_t i = f.left; i <= f.right; ++i) {
+    if (!model.missing[i]) area += y[i] - baseline[i];
+  }
+  p.area = std::max(0.0, area);
+  p.marks = kQXPeakNormal;
+  return p;
+}
+
+// What the search learnt about the trace: median noise, the width at the middle x.
+DetectReport Report(std::span<const double> x, const SignalModel& model, std::int32_t segments) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  std::vector<double> noise;
+  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block)) noise.push_back(model.NoiseAt(i));
+  std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
+  DetectReport report;
+  report.noise = noise[noise.size() / 2];
+  const double midX = x[static_cast<std::size_t>(n / 2)];
+  report.fwhm_at_median_x = model.FwhmAt(midX);
+  report.points_per_fwhm = model.PointsPerFwhm(n / 2, midX);
+  report.width_law = model.law;
+  report.segments = segments;
+  return report;
+}
+
+}  // namespace
+
+PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
+                         const DetectOptions& options) {
+  PeakList result = CheckOptions(options);
+  if (!result.ok() || x.empty()) return result;
+  if (options.centroided) {
+    DetectCentroided(x, y, options, result);
+    return result;
+  }
+  SignalModel model = EstimateSignalModel(x, y, options);
+  std::vector<Region> shortRegions;
+  QXPeakTableList list = SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
+  const std::vector<std::int32_t> seeds = ScanForSeeds(x, y, model, list, shortRegions);
+
+  std::vector<double> baseline(x.size());
+  model.Tabulate(model.baseline_, baseline);
+  FilterInput input(model.missing);
+  input.SetBaseline(y, baseline);
+  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, baseline, input);
+
+  MatchedFilter mf(input, model);
+  MatchedFilter shape(input, model, 0.5);
+  const std::vector<Found> peaks =
+      MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape);
+  result.peaks.reserve(peaks.size());
+  for (const Found& f : peaks) result.peaks.push_back(Measure(x, y, baseline, model, mf, f));
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
     AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
                   options.max_charge);
   }
   FinishPeaks(x, y, options, result.peaks);
-
-  std::vector<double> noise;
-  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block)) noise.push_back(model.NoiseAt(i));
-  std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
-  result.report.noise = noise[noise.size() / 2];
-  const double midX = x[static_cast<std::size_t>(n / 2)];
-  result.report.fwhm_at_median_x = model.FwhmAt(midX);
-  result.report.points_per_fwhm = model.PointsPerFwhm(n / 2, midX);
-  result.report.width_law = model.law;
-  result.report.segments = list.GetNumDetectionSettings();
+  result.report = Report(x, model, list.GetNumDetectionSettings());
   return result;
 }
 
