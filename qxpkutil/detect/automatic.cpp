@@ -99,8 +99,9 @@ struct FilterInput {
       : above(missing.size()), missingBefore(missing.size() + 1, 0) {
     for (std::size_t i = 0; i < missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + missing[i];
   }
-  void SetBaseline(std::span<const double> y, const std::vector<double>& baseline) {
-    for (std::size_t i = 0; i < y.size(); ++i) above[i] = y[i] - baseline[i];
+  void SetBaseline(std::span<const double> y, const SignalModel& model) {
+    const auto n = static_cast<std::int32_t>(y.size());
+    for (std::int32_t i = 0; i < n; ++i) above[i] = y[i] - model.BaselineAt(i);
   }
   std::vector<double> above;
   std::vector<std::int32_t> missingBefore;
@@ -289,17 +290,17 @@ void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
 bool FitLogParabola(std::span<const double> x, std::span<const double> y,
-                    const std::vector<double>& b, std::int32_t top, std::int32_t lo,
+                    const std::vector<double>& above, std::int32_t top, std::int32_t lo,
                     std::int32_t hi, double& centre, double& height, double& fwhm) {
-  const double peak = y[top] - b[top];
+  const double peak = above[top];
   if (!(peak > 0.0)) return false;
   std::int32_t l = top, h = top;
-  while (l > lo && y[l - 1] - b[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && y[h + 1] - b[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && above[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && above[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
-    const double v = y[i] - b[i];
+    const double v = above[i];
     const double w = v * v, u = x[i] - x[top], ln = std::log(v);
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
@@ -340,16 +341,16 @@ double XAt(std::span<const double> x, std::int32_t i, double d) {
   return i > 0 ? x[i] + d * (x[i] - x[i - 1]) : x[i];
 }
 
-double HalfHeightWidth(std::span<const double> x, std::span<const double> y,
-                       const std::vector<double>& b, std::int32_t top, std::int32_t lo,
-                       std::int32_t hi, double height) {
+// The width at half `height` of the heights above the baseline around `top`.
+double HalfHeightWidth(std::span<const double> x, const std::vector<double>& above, std::int32_t top,
+                       std::int32_t lo, std::int32_t hi, double height) {
   const double level = 0.5 * height;
   std::int32_t l = top, h = top;
-  while (l > lo && y[l] - b[l] > level) --l;
-  while (h < hi && y[h] - b[h] > level) ++h;
-  if (y[l] - b[l] > level || y[h] - b[h] > level || l == top || h == top) return kNotMeasured;
+  while (l > lo && above[l] > level) --l;
+  while (h < hi && above[h] > level) ++h;
+  if (above[l] > level || above[h] > level || l == top || h == top) return kNotMeasured;
   auto cross = [&](std::int32_t i, std::int32_t j) {
-    const double vi = y[i] - b[i], vj = y[j] - b[j];
+    const double vi = above[i], vj = above[j];
     return vj == vi ? x[j] : x[i] + (level - vi) * (x[j] - x[i]) / (vj - vi);
   };
   return cross(h - 1, h) - cross(l + 1, l);
@@ -501,8 +502,7 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> x, std::span<cons
 // (widened by a peak width), so that dense peaks do not lift them.
 std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const double> y,
                                     const DetectOptions& options, const std::vector<std::int32_t>& seeds,
-                                    SignalModel& model, std::vector<double>& baseline,
-                                    FilterInput& input) {
+                                    SignalModel& model, FilterInput& input) {
   const auto n = static_cast<std::int32_t>(y.size());
   MatchedFilter first(input, model);
   std::vector<std::int32_t> kept;
@@ -511,27 +511,26 @@ std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const d
     const Region* r = RegionOf(model.regions, seed, region);
     // A seed whose own point is not clearly above the baseline is noise: no peak of
     // the wanted S/N has its highest point that low.
-    if (r == nullptr || y[seed] - baseline[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
+    if (r == nullptr || input.above[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
     const std::int32_t top = Climb(first, *r, seed);
     if (first.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top)) continue;
     kept.push_back(seed);
   }
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
   for (std::int32_t i = 0; i < n;) {
-    if (y[i] - baseline[i] <= 3.0 * model.NoiseAt(i)) {
+    if (input.above[i] <= 3.0 * model.NoiseAt(i)) {
       ++i;
       continue;
     }
     const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
     std::int32_t j = i;
-    while (j + 1 < n && y[j + 1] - baseline[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+    while (j + 1 < n && input.above[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
     std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
               std::uint8_t{1});
     i = j + 1;
   }
   RefineLevels(x, y, exclude, model);
-  model.Tabulate(model.baseline_, baseline);
-  input.SetBaseline(y, baseline);
+  input.SetBaseline(y, model);
   return kept;
 }
 
@@ -620,8 +619,9 @@ std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalMo
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
 // comes from a log-parabola fit for strong peaks and from Gaussian interpolation of the
 // matched filter otherwise.
-Peak Measure(std::span<const double> x, std::span<const double> y, const std::vector<double>& baseline,
+Peak Measure(std::span<const double> x, std::span<const double> y, const FilterInput& input,
              const SignalModel& model, MatchedFilter& mf, const Found& f) {
+  const std::vector<double>& above = input.above;
   Peak p;
   // The raw top near the filter's top: the highest point within a third of a width.
   const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
@@ -636,11 +636,11 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const std::ve
   p.right_index = f.right;
   p.left_x = x[f.left];
   p.right_x = x[f.right];
-  p.baseline = baseline[top];
+  p.baseline = model.BaselineAt(top);
   p.noise = f.noise;
   double centre = 0.0, height = 0.0, fwhm = 0.0;
   const bool fitted = f.strength >= 20.0 * f.noise &&
-                      FitLogParabola(x, y, baseline, top, f.left, f.right, centre, height, fwhm);
+                      FitLogParabola(x, y, above, top, f.left, f.right, centre, height, fwhm);
   if (fitted) {
     p.centroid_x = centre;
     p.height = height;
@@ -658,13 +658,13 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const std::ve
       }
     }
     p.height = f.strength;
-    const double measured = HalfHeightWidth(x, y, baseline, top, f.left, f.right, p.height);
+    const double measured = HalfHeightWidth(x, above, top, f.left, f.right, p.height);
     p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
   }
   p.snr = p.height / p.noise;
   double area = 0.0;
   for (std::int32_t i = f.left; i <= f.right; ++i) {
-    if (!model.missing[i]) area += y[i] - baseline[i];
+    if (!model.missing[i]) area += above[i];
   }
   p.area = std::max(0.0, area);
   p.marks = kQXPeakNormal;
@@ -702,18 +702,16 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   QXPeakTableList list = SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
   const std::vector<std::int32_t> seeds = ScanForSeeds(x, y, model, list, shortRegions);
 
-  std::vector<double> baseline(x.size());
-  model.Tabulate(model.baseline_, baseline);
   FilterInput input(model.missing);
-  input.SetBaseline(y, baseline);
-  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, baseline, input);
+  input.SetBaseline(y, model);
+  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, input);
 
   MatchedFilter mf(input, model);
   MatchedFilter shape(input, model, 0.5);
   const std::vector<Found> peaks =
       MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape);
   result.peaks.reserve(peaks.size());
-  for (const Found& f : peaks) result.peaks.push_back(Measure(x, y, baseline, model, mf, f));
+  for (const Found& f : peaks) result.peaks.push_back(Measure(x, y, input, model, mf, f));
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
     AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
                   options.max_charge);

@@ -403,11 +403,6 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
 
 }  // namespace
 
-void SignalModel::Tabulate(const std::vector<double>& blocks, std::vector<double>& out) const {
-  const auto n = static_cast<std::int32_t>(out.size());
-  for (std::int32_t i = 0; i < n; ++i) out[static_cast<std::size_t>(i)] = Interpolate(blocks, i);
-}
-
 double SignalModel::FwhmAt(double x) const {
   if (exponent == 0.0) return fwhm_ref;
   return fwhm_ref * std::pow(std::max(x, 1e-300) / x_ref, exponent);

@@ -34,8 +34,6 @@ class SignalModel {
   double PointsPerFwhm(std::int32_t i, double x) const;
   // The same, read from the per-block table (no power law evaluated).
   double PointsPerFwhm(std::int32_t i) const { return Interpolate(ppf_, i); }
-  // Writes a per-block table (baseline_, noise_) out at every point of `out`.
-  void Tabulate(const std::vector<double>& blocks, std::vector<double>& out) const;
   // Fills the per-block table from the width law and the spacing.
   void TabulateWidths(std::span<const double> x);
 
