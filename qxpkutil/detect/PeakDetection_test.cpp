@@ -136,6 +136,36 @@ TEST(DetectPeaks, FindsAndMeasuresPeaksAboveTheNoise) {
   EXPECT_EQ(DetectPeaks(s.x, s.y, strict).peaks.size(), 30u);
 }
 
+// A peak on the exponential tail of a larger one (a chromatographic shoulder) has no
+// maximum of its own; it is still found, and found once.
+TEST(DetectPeaks, FindsShouldersOnTheTailOfALargerPeak) {
+  for (const double ppf : {8.0, 20.0}) {
+    SCOPED_TRACE(ppf);
+    const double fwhm = 4.0, sigma = fwhm / kFwhmPerSigma, tau = 2.0 * sigma, dx = fwhm / ppf;
+    const auto n = static_cast<std::size_t>(400.0 / dx);
+    Signal s = MakeSignal(n, 0.0, dx, {}, {.baseline = 100.0, .noiseSigma = 5.0});
+    std::vector<double> shoulders;
+    for (double host = 20.0; host < 380.0; host += 40.0) {
+      const double at = host + 2.2 * fwhm;
+      shoulders.push_back(at);
+      for (std::size_t i = 0; i < n; ++i) {
+        const double u = (s.x[i] - host) / sigma;  // Gaussian convolved with an exponential
+        s.y[i] += 3000.0 * std::exp(0.5 * sigma * sigma / (tau * tau) - u * sigma / tau) *
+                  std::erfc((sigma / tau - u) / std::sqrt(2.0)) / 2.0;
+        s.y[i] += 200.0 * std::exp(-0.5 * std::pow((s.x[i] - at) / sigma, 2));
+      }
+    }
+    DetectOptions chromatogram;
+    chromatogram.kind = SignalKind::kChromatogram;
+    chromatogram.fwhm = fwhm;  // nine hosts, all with shoulders: too few clean peaks to learn it
+    const PeakList found = DetectPeaks(s.x, s.y, chromatogram);
+    ASSERT_EQ(found.peaks.size(), 2 * shoulders.size());
+    for (std::size_t k = 0; k < shoulders.size(); ++k) {
+      EXPECT_NEAR(found.peaks[2 * k + 1].centroid_x, shoulders[k], 0.5 * fwhm);
+    }
+  }
+}
+
 TEST(DetectPeaks, CountFamilyMatchesTheWidenedDoubles) {
   const Signal s = Ladder(6.0, 0.05, 3.0, {30.0, 300.0});
   const testing::CountSignal counts = testing::ToCountFamily(s);

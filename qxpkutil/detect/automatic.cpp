@@ -616,6 +616,85 @@ std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalMo
   return peaks;
 }
 
+// Shoulders: a peak without a maximum of its own on the flank of a larger one still bends
+// the flank the other way. The curvature of the shape filter, C = 2 S(i) - S(i-L) - S(i+L)
+// at a lag L of the filter's sigma, is negative all along a single peak's flank past its
+// top lobe; a positive top there that noise does not explain is a peak of its own, kept
+// when the height it implies passes the S/N rule.
+std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalModel& model,
+                                const DetectOptions& options, MatchedFilter& shape) {
+  std::vector<Found> out;
+  for (const Found& f : peaks) {
+    const Region& r = model.regions[f.region];
+    const double ppf = model.PointsPerFwhm(f.top);
+    const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
+    const auto lag = static_cast<std::int32_t>(std::lround(sigma));
+    // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
+    // points, which sets the spread of C against that of S.
+    const double rho1 = std::exp(-lag * lag / (4.0 * sigma * sigma));
+    const double rho2 = std::exp(-4.0 * lag * lag / (4.0 * sigma * sigma));
+    const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
+    // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
+    // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
+    // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
+    const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
+    const double perHeight =
+        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag * lag / (2.0 * se2)));
+    auto curvature = [&](std::int32_t i) {
+      return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
+    };
+    const auto clear = static_cast<std::int32_t>(std::ceil(0.75 * ppf));
+    std::vector<Found> found{f};
+    const double halfTop = 0.5 * shape.At(f.top, r);
+    for (int side : {-1, +1}) {
+      // The host's own top lobe reaches past its half height, wherever the width model puts it.
+      std::int32_t from = f.top + side * clear;
+      while ((side < 0 ? from > f.left : from < f.right) && shape.At(from, r) > halfTop) from += side;
+      const std::int32_t to = side < 0 ? f.left : f.right;
+      std::int32_t best = -1;
+      double bestValue = 0.0;
+      for (std::int32_t i = from; side < 0 ? i >= to : i <= to; i += side) {
+        // Near the region's ends the filter sees a cut window: no shoulder is read there.
+        if (i - 4 * lag < r.begin || i + 4 * lag >= r.end) break;
+        const double c = curvature(i);
+        if (c > bestValue) best = i, bestValue = c;
+      }
+      if (best < 0 || best == from || best == to) continue;
+      const double noise = model.NoiseAt(best);
+      const double spread = shape.Spread(best, noise) * spreadFactor;
+      const double height = bestValue / perHeight;
+      // The flank itself must stand clear of the noise there, or the top is the noise's.
+      if (bestValue < 3.0 * spread || height < options.snr * noise ||
+          shape.At(best, r) < options.snr * noise) {
+        continue;
+      }
+      Found s = f;
+      s.top = s.strongest = best;
+      s.strength = height;
+      s.noise = noise;
+      // The bound between them: the least curved point between the two tops.
+      std::int32_t cut = best;
+      double least = INFINITY;
+      for (std::int32_t i = std::min(best, f.top) + 1; i < std::max(best, f.top); ++i) {
+        const double c = curvature(i);
+        if (c < least) cut = i, least = c;
+      }
+      Found& host = found.front();
+      if (side < 0) {
+        s.left = f.left, s.right = cut;
+        host.left = std::max(host.left, cut);
+      } else {
+        s.left = cut, s.right = f.right;
+        host.right = std::min(host.right, cut);
+      }
+      found.push_back(s);
+    }
+    std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
+    out.insert(out.end(), found.begin(), found.end());
+  }
+  return out;
+}
+
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
 // comes from a log-parabola fit for strong peaks and from Gaussian interpolation of the
 // matched filter otherwise.
@@ -708,8 +787,8 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
 
   MatchedFilter mf(input, model);
   MatchedFilter shape(input, model, 0.5);
-  const std::vector<Found> peaks =
-      MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape);
+  const std::vector<Found> peaks = AddShoulders(
+      MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape), model, options, shape);
   result.peaks.reserve(peaks.size());
   for (const Found& f : peaks) result.peaks.push_back(Measure(x, y, input, model, mf, f));
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
