@@ -1,7 +1,8 @@
 // The automatic mode: the signal model (noise, baseline, width) turns into detection
 // segments whose point-based settings follow the local peak width; the classic driver runs
 // them and its peaks seed a matched-filter measurement that decides, bounds and measures
-// every peak in physical terms (S/N, FWHM, centroid), then isotope charges are assigned.
+// every peak in physical terms (S/N, FWHM, centroid); shoulders are read from the flanks'
+// curvature, then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
 #include <numeric>
