@@ -6,9 +6,13 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
+#include <new>
 #include <utility>
 #include <vector>
+
+#include "qxpkutil/numeric/numeric_internal.h"
 
 namespace qxpkutil {
 namespace {
@@ -59,7 +63,8 @@ bool NoThrow(F&& f) noexcept {
 }
 
 // Scratch arrays of doubles that every user writes before reading: growing one leaves the
-// new values uninitialised instead of zeroing megabytes for nothing.
+// new values uninitialised instead of zeroing megabytes for nothing, and large ones come in
+// large pages (AllocateLarge).
 template <class T>
 struct UninitialisedAllocator : std::allocator<T> {
   template <class U>
@@ -69,6 +74,13 @@ struct UninitialisedAllocator : std::allocator<T> {
   UninitialisedAllocator() = default;
   template <class U>
   UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+  T* allocate(std::size_t n) {
+    if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_alloc();
+    void* p = numeric_detail::AllocateLarge(n * sizeof(T));
+    if (p == nullptr) throw std::bad_alloc();
+    return static_cast<T*>(p);
+  }
+  void deallocate(T* p, std::size_t) noexcept { std::free(p); }
   template <class U>
   void construct(U* p) noexcept {
     ::new (static_cast<void*>(p)) U;

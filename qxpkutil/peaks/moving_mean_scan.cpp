@@ -43,7 +43,8 @@ struct MeanBlock {
   int width = 0;
   std::int64_t lo = 0;
   std::int64_t hi = 0;
-  std::unique_ptr<double[]> means;  // means[i - lo], filled as the block widens
+  // means[i - lo], filled as the block widens
+  std::unique_ptr<double[], numeric_detail::FreeLarge> means;
 };
 
 template <class YValue>
@@ -66,7 +67,8 @@ bool CoverRange(MeanBlock& block, const YValue* y, std::int64_t lo, std::int64_t
   const std::int64_t newHi = block.hi > block.lo ? std::max(hi, block.hi) : hi;
   // Left uninitialised: every slot is written below, and zeroing megabytes costs time.
   const auto count = static_cast<std::size_t>(newHi - newLo);
-  std::unique_ptr<double[]> means(new (std::nothrow) double[count]);
+  std::unique_ptr<double[], numeric_detail::FreeLarge> means(
+      static_cast<double*>(numeric_detail::AllocateLarge(count * sizeof(double))));
   if (!means) return false;
   if (block.hi > block.lo) {
     std::copy(block.means.get(), block.means.get() + (block.hi - block.lo),
