@@ -324,12 +324,19 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
         }
       }
       prevMean = means[rose ? i : i - inc];
-      mean = prevMean;
       if (rose) {
         rising = true;
         riseStart = i;
-        continue;
+        // While the mean keeps rising, the rise start follows the latest window above the
+        // threshold; the first step that does not rise goes on below.
+        for (i += inc; i <= fastStop; i += inc) {
+          const double m = means[i];
+          if (m <= prevMean) break;
+          if (threshold <= Y(i + width / 2) || threshold <= m) riseStart = i;
+          prevMean = m;
+        }
       }
+      mean = prevMean;
       if (i > last) break;
     }
     const std::int64_t w = i + width;
