@@ -37,7 +37,7 @@ struct WalkTable {
       apexY[i] = p->m_dApexY;
       centroidX[i] = p->m_dCentroidX;
       assigned[i] = (p->m_dwFlags & kQXPeakChargeAssigned) != 0;
-      ordered = ordered && !(i > 0 && !(apexX[i - 1] <= apexX[i]));
+      if (i > 0 && !(apexX[i - 1] <= apexX[i])) ordered = false;
     }
   }
 
