@@ -6,9 +6,13 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
+#include <new>
 #include <utility>
 #include <vector>
+
+#include "qxpkutil/numeric/numeric_internal.h"
 
 namespace qxpkutil {
 namespace {
@@ -59,7 +63,8 @@ bool NoThrow(F&& f) noexcept {
 }
 
 // Scratch arrays of doubles that every user writes before reading: growing one leaves the
-// new values uninitialised instead of zeroing megabytes for nothing.
+// new values uninitialised instead of zeroing megabytes for nothing, and large ones come in
+// large pages (AllocateLarge).
 template <class T>
 struct UninitialisedAllocator : std::allocator<T> {
   template <class U>
@@ -69,6 +74,13 @@ struct UninitialisedAllocator : std::allocator<T> {
   UninitialisedAllocator() = default;
   template <class U>
   UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+  T* allocate(std::size_t n) {
+    if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_alloc();
+    void* p = numeric_detail::AllocateLarge(n * sizeof(T));
+    if (p == nullptr) throw std::bad_alloc();
+    return static_cast<T*>(p);
+  }
+  void deallocate(T* p, std::size_t) noexcept { std::free(p); }
   template <class U>
   void construct(U* p) noexcept {
     ::new (static_cast<void*>(p)) U;
@@ -195,54 +207,82 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
   return AllFinite(buf.data(), paddedN);
 }
 
-// Sorts finite values ascending; `tmp` holds n values. Long arrays take an LSD radix sort
-// on the order-preserving bit pattern, several times faster than a comparison sort on the
-// million-point segments the detection driver hands over. Only the top 33 bits (sign,
-// exponent and 21 mantissa bits) go through the three 11-bit passes; the runs that share
-// them, rarely more than a value or two in a real signal, are then put in order by their
-// whole pattern. That is the order a full six-pass sort gives, at half the passes, and a
-// run of many near-equal values costs a comparison sort of that run only.
+// The order-preserving bit pattern of a double: ascending keys are ascending values, -0.0
+// just before +0.0.
+std::uint64_t SortKey(double d) {
+  const auto b = std::bit_cast<std::uint64_t>(d);
+  return (b >> 63) != 0 ? ~b : b | (std::uint64_t{1} << 63);
+}
+
+// LSD radix passes over key bits 31 .. 51 of m values that share their top 12 key bits
+// (sign and exponent); `tmp` holds m values. The result is in v.
+void SortMantissaTops(double* v, double* tmp, std::size_t m) {
+  constexpr int kBits = 11;
+  constexpr int kLowBit = 31;
+  constexpr std::size_t kBuckets = std::size_t{1} << kBits;
+  std::array<std::array<std::size_t, kBuckets>, 2> count{};
+  for (std::size_t i = 0; i < m; ++i) {
+    const std::uint64_t k = SortKey(v[i]) >> kLowBit;
+    ++count[0][k & (kBuckets - 1)];
+    ++count[1][(k >> kBits) & (kBuckets - 1)];
+  }
+  double* from = v;
+  double* to = tmp;
+  for (int p = 0; p < 2; ++p) {
+    std::array<std::size_t, kBuckets>& c = count[static_cast<std::size_t>(p)];
+    if (std::find(c.begin(), c.end(), m) != c.end()) continue;  // one digit for all
+    std::size_t start = 0;
+    for (std::size_t& b : c) start += std::exchange(b, start);
+    const int shift = kLowBit + p * kBits;
+    for (std::size_t i = 0; i < m; ++i)
+      to[c[(SortKey(from[i]) >> shift) & (kBuckets - 1)]++] = from[i];
+    std::swap(from, to);
+  }
+  if (from != v) std::copy(from, from + m, v);
+}
+
+// Sorts finite values ascending; `tmp` holds n values. Long arrays take a radix sort on
+// the order-preserving bit pattern, several times faster than a comparison sort on the
+// million-point segments the detection driver hands over. One pass splits them by sign
+// and exponent (a signal's values have few exponents, so the pass writes to few places);
+// each part, now small enough to stay in cache, goes through two passes over the next 21
+// bits; the runs that share those 33 bits, rarely more than a value or two in a real
+// signal, are then put in order by their whole pattern. Any sort by the pattern gives
+// the same array, so this one only changes the time.
 void SortAscending(double* v, double* tmp, std::size_t n) {
   constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
   if (n < kRadixFrom) {
     std::sort(v, v + n);
     return;
   }
-  constexpr int kBits = 11;
-  constexpr int kPasses = 3;
-  constexpr int kLowBits = 64 - kBits * kPasses;
-  constexpr std::size_t kBuckets = std::size_t{1} << kBits;
-  const auto key = [](double d) {
-    const auto b = std::bit_cast<std::uint64_t>(d);
-    return (b >> 63) != 0 ? ~b : b | (std::uint64_t{1} << 63);
-  };
-  std::vector<std::array<std::size_t, kBuckets>> count;
-  if (!NoThrow([&] { count.resize(kPasses); })) {
+  constexpr std::size_t kTops = 4096;  // sign and exponent: the top 12 key bits
+  std::vector<std::size_t> start;
+  if (!NoThrow([&] { start.assign(kTops + 1, 0); })) {
     std::sort(v, v + n);
     return;
   }
-  for (std::size_t i = 0; i < n; ++i) {
-    const std::uint64_t k = key(v[i]) >> kLowBits;
-    for (int p = 0; p < kPasses; ++p) ++count[p][(k >> (p * kBits)) & (kBuckets - 1)];
+  for (std::size_t i = 0; i < n; ++i) ++start[(SortKey(v[i]) >> 52) + 1];
+  for (std::size_t b = 0; b < kTops; ++b) start[b + 1] += start[b];
+  // The split runs from v into tmp and back, part by part, with `start` as the write cursor.
+  for (std::size_t i = 0; i < n; ++i) tmp[start[SortKey(v[i]) >> 52]++] = v[i];
+  std::size_t lo = 0;
+  for (std::size_t b = 0; b < kTops; ++b) {
+    const std::size_t hi = start[b];  // advanced to the start of part b + 1
+    const std::size_t m = hi - lo;
+    std::copy(tmp + lo, tmp + hi, v + lo);
+    if (m >= 256) {
+      SortMantissaTops(v + lo, tmp + lo, m);
+    } else if (m > 1) {
+      std::sort(v + lo, v + hi);  // one sign: the order of the values is that of the keys
+    }
+    lo = hi;
   }
-  double* from = v;
-  double* to = tmp;
-  for (int p = 0; p < kPasses; ++p) {
-    std::array<std::size_t, kBuckets>& c = count[p];
-    if (std::find(c.begin(), c.end(), n) != c.end()) continue;  // one digit for all
-    std::size_t start = 0;
-    for (std::size_t& b : c) start += std::exchange(b, start);
-    const int shift = kLowBits + p * kBits;
-    for (std::size_t i = 0; i < n; ++i)
-      to[c[(key(from[i]) >> shift) & (kBuckets - 1)]++] = from[i];
-    std::swap(from, to);
-  }
-  if (from != v) std::copy(from, from + n, v);
-  const auto byKey = [&key](double a, double b) { return key(a) < key(b); };
-  std::uint64_t runTop = key(v[0]) >> kLowBits;
+  constexpr int kLowBits = 31;
+  const auto byKey = [](double a, double b) { return SortKey(a) < SortKey(b); };
+  std::uint64_t runTop = SortKey(v[0]) >> kLowBits;
   std::size_t runStart = 0;
   for (std::size_t i = 1; i <= n; ++i) {
-    const std::uint64_t top = i < n ? key(v[i]) >> kLowBits : ~std::uint64_t{0};
+    const std::uint64_t top = i < n ? SortKey(v[i]) >> kLowBits : ~std::uint64_t{0};
     if (top == runTop) continue;
     if (i - runStart > 1) std::sort(v + runStart, v + i, byKey);
     runTop = top;
@@ -273,19 +313,6 @@ double WhiteNoiseFromSorted(const double* sorted, std::size_t n) {
       static_cast<std::size_t>(std::upper_bound(sorted, sorted + n, 0.0) - sorted);
   const std::size_t z = pastZero == 0 ? n - 1 : pastZero - 1;
   const std::size_t mid = (z + f) / 2;
-
-  // Fall-back: spread of the central 80 %. The divisors m + 1 and m are the historical
-  // ones and stay. N >= 4 always leaves lo below hi.
-  const auto lo = static_cast<std::size_t>(std::floor(0.1 * static_cast<double>(n)));
-  const auto hi = static_cast<std::size_t>(std::ceil(0.9 * static_cast<double>(n)));
-  const auto m = static_cast<double>(hi - lo);
-  double sum = 0.0;
-  double sumSq = 0.0;
-  for (std::size_t i = lo; i < hi; ++i) {
-    sum += sorted[i];
-    sumSq += sorted[i] * sorted[i];
-  }
-  const double fallback = std::sqrt((sumSq - sum * sum / (m + 1.0)) / m);
 
   // Five runs outwards-in on the left of the centre, five inwards-out on the right, at
   // positions 5 .. 1 and 1 .. 5; ln(count) = a + b k^2 is a Gaussian when b < 0.
@@ -338,7 +365,19 @@ double WhiteNoiseFromSorted(const double* sorted, std::size_t n) {
     }
     if (r2 > 0.985) break;
   }
-  return FiniteOrZero(best < 0.8 ? fallback : level);
+  if (best >= 0.8) return FiniteOrZero(level);
+  // Fall-back: spread of the central 80 %. The divisors m + 1 and m are the historical
+  // ones and stay. N >= 4 always leaves lo below hi.
+  const auto lo = static_cast<std::size_t>(std::floor(0.1 * static_cast<double>(n)));
+  const auto hi = static_cast<std::size_t>(std::ceil(0.9 * static_cast<double>(n)));
+  const auto m = static_cast<double>(hi - lo);
+  double sum = 0.0;
+  double sumSq = 0.0;
+  for (std::size_t i = lo; i < hi; ++i) {
+    sum += sorted[i];
+    sumSq += sorted[i] * sorted[i];
+  }
+  return FiniteOrZero(std::sqrt((sumSq - sum * sum / (m + 1.0)) / m));
 }
 
 template <typename T>

@@ -37,18 +37,20 @@ struct WalkTable {
       apexY[i] = p->m_dApexY;
       centroidX[i] = p->m_dCentroidX;
       assigned[i] = (p->m_dwFlags & kQXPeakChargeAssigned) != 0;
+      if (i > 0 && !(apexX[i - 1] <= apexX[i])) ordered = false;
     }
   }
 
-  // The index GetPeakInRange would return, or -1 for none.
-  std::int32_t InRange(double x1, double x2) const {
+  // The index GetPeakInRange would return, or -1 for none. `hint` is an index near x1.
+  std::int32_t InRange(double x1, double x2, std::int32_t hint) const {
     if (apexX.empty()) return -1;
     if (x2 == kQXUnsetValue) return Nearest(x1);
     if (x1 > x2) std::swap(x1, x2);
     const auto count = static_cast<std::int32_t>(apexX.size());
-    std::int32_t lo = Nearest(x1);
+    const std::int32_t belowX1 = BoundaryNear(x1, hint);
+    std::int32_t lo = NearestFrom(x1, belowX1);
     if (apexX[lo] < x1 && lo != count - 1) ++lo;
-    std::int32_t hi = Nearest(x2);
+    std::int32_t hi = NearestFrom(x2, BoundaryNear(x2, belowX1));
     if (apexX[hi] > x2) --hi;
     std::int32_t chosen = -1;
     double best = kQXUnsetValue;
@@ -63,17 +65,41 @@ struct WalkTable {
   }
 
   // GetPeakNearest's search: ties go to the lower index.
-  std::int32_t Nearest(double x) const {
-    const auto count = static_cast<std::int32_t>(apexX.size());
+  std::int32_t Nearest(double x) const { return NearestFrom(x, Boundary(x)); }
+
+  // GetPeakNearest's halving: the last index whose apex x is not above x, or -1.
+  std::int32_t Boundary(double x) const {
     std::int32_t lo = -1;
-    std::int32_t hi = count;
+    std::int32_t hi = static_cast<std::int32_t>(apexX.size());
     while (hi - lo != 1) {
-      // The same halving, written for conditional moves: which half holds x is a coin toss.
+      // Written for conditional moves: which half holds x is a coin toss.
       const std::int32_t mid = (lo + hi) / 2;
       const bool below = x < apexX[mid];
       hi = below ? mid : hi;
       lo = below ? lo : mid;
     }
+    return lo;
+  }
+
+  // Boundary(x), found by a few steps from `hint` (-1 .. count - 1) when the apexes ascend:
+  // the halving then has one answer, and the walks search next to a peak they stand on.
+  // Otherwise, or when the steps do not reach it, by the halving.
+  std::int32_t BoundaryNear(double x, std::int32_t hint) const {
+    if (!ordered) return Boundary(x);
+    const auto count = static_cast<std::int32_t>(apexX.size());
+    const auto above = [&](std::int32_t k) { return k < count && x < apexX[k]; };
+    std::int32_t b = hint;
+    for (int step = 0; step < 8; ++step) {
+      const bool atOrBelow = b < 0 || !above(b);
+      if (atOrBelow && (b + 1 == count || above(b + 1))) return b;
+      b += atOrBelow ? 1 : -1;
+    }
+    return Boundary(x);
+  }
+
+  // GetPeakNearest's choice between the boundary and the peak after it.
+  std::int32_t NearestFrom(double x, std::int32_t lo) const {
+    const auto count = static_cast<std::int32_t>(apexX.size());
     if (lo < 0) lo = 0;
     if (lo == count - 1) return lo;
     return std::fabs(x - apexX[lo]) <= std::fabs(x - apexX[lo + 1]) ? lo : lo + 1;
@@ -84,6 +110,7 @@ struct WalkTable {
   std::vector<double> apexY;
   std::vector<double> centroidX;
   std::vector<char> assigned;  // mirrors kQXPeakChargeAssigned as the walks set it
+  bool ordered = true;          // apex x ascending (ties allowed), none NaN
 };
 
 }  // namespace
@@ -131,7 +158,7 @@ void QXPeakTable::ProcessMassPeak(int nMaxCharge, int nMaxIsotopes, double dMinR
         for (std::int32_t step = 0; step < walkLength; ++step) {
           const double target = t.centroidX[cur] + direction * spacing;
           // Centred on a centroid but searched on apex positions: the mixture is intended.
-          const std::int32_t q = t.InRange(target - tolerance, target + tolerance);
+          const std::int32_t q = t.InRange(target - tolerance, target + tolerance, cur);
           if (q >= 0) lastFound = q;
           if (q < 0 || t.assigned[q] || t.apexY[q] >= dMaxRatio * t.apexY[cur] ||
               t.apexY[q] <= dMinRatio * t.apexY[cur]) {

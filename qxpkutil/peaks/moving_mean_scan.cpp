@@ -43,7 +43,8 @@ struct MeanBlock {
   int width = 0;
   std::int64_t lo = 0;
   std::int64_t hi = 0;
-  std::unique_ptr<double[]> means;  // means[i - lo], filled as the block widens
+  // means[i - lo], filled as the block widens
+  std::unique_ptr<double[], numeric_detail::FreeLarge> means;
 };
 
 template <class YValue>
@@ -66,7 +67,8 @@ bool CoverRange(MeanBlock& block, const YValue* y, std::int64_t lo, std::int64_t
   const std::int64_t newHi = block.hi > block.lo ? std::max(hi, block.hi) : hi;
   // Left uninitialised: every slot is written below, and zeroing megabytes costs time.
   const auto count = static_cast<std::size_t>(newHi - newLo);
-  std::unique_ptr<double[]> means(new (std::nothrow) double[count]);
+  std::unique_ptr<double[], numeric_detail::FreeLarge> means(
+      static_cast<double*>(numeric_detail::AllocateLarge(count * sizeof(double))));
   if (!means) return false;
   if (block.hi > block.lo) {
     std::copy(block.means.get(), block.means.get() + (block.hi - block.lo),
@@ -295,30 +297,46 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
 
   // Outside a rise, a step only moves the valley until a window rises above the threshold.
   // Most steps of a spectrum are such steps, and whether a noisy mean goes up or down is a
-  // coin toss, so they run in a loop of their own without a branch on it.
+  // coin toss, so they run in a loop of their own that looks at the direction only where
+  // the point or the mean reaches the threshold, and finds the valley afterwards.
   const bool fastFlat = m_means != nullptr && (m_s.filterType == 0 || m_s.filterType == 1);
   const std::int64_t fastStop = fastFlat ? std::min(last - width, m_meansHi - 1) : -1;
   const double threshold = m_s.threshold;
   for (std::int64_t i = first; i <= last; i += inc) {
     if (!rising && i <= fastStop && i >= m_meansLo) {
       const double* means = m_means - m_meansLo;
+      const std::int64_t entry = i;
+      const double entryMean = prevMean;
+      const auto before = [&](std::int64_t k) { return k == entry ? entryMean : means[k - inc]; };
       bool rose = false;
       for (; i <= fastStop; i += inc) {
-        const double m = means[i];
-        const bool up = !(m <= prevMean);
-        valley = up ? valley : i;
-        prevMean = m;
-        if (up & ((threshold <= Y(i + width / 2)) | (threshold <= m))) {
+        if (((threshold <= Y(i + width / 2)) | (threshold <= means[i])) &&
+            !(means[i] <= before(i))) {
           rose = true;
           break;
         }
       }
-      mean = prevMean;
+      // The valley is the last step before the stop whose mean did not rise.
+      for (std::int64_t k = i - inc; k >= entry; k -= inc) {
+        if (means[k] <= before(k)) {
+          valley = k;
+          break;
+        }
+      }
+      prevMean = means[rose ? i : i - inc];
       if (rose) {
         rising = true;
         riseStart = i;
-        continue;
+        // While the mean keeps rising, the rise start follows the latest window above the
+        // threshold; the first step that does not rise goes on below.
+        for (i += inc; i <= fastStop; i += inc) {
+          const double m = means[i];
+          if (m <= prevMean) break;
+          if (threshold <= Y(i + width / 2) || threshold <= m) riseStart = i;
+          prevMean = m;
+        }
       }
+      mean = prevMean;
       if (i > last) break;
     }
     const std::int64_t w = i + width;
