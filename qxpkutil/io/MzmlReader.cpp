@@ -273,6 +273,45 @@ const char* RoleName(ArrayDescription::Role role) {
 
 bool IsNameEnd(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '>' || c == '/'; }
 
+// Whether `text` at `at` starts the tag `<name` (`prefix` "<") or `</name` (`prefix` "</").
+bool IsTagAt(std::string_view text, std::size_t at, std::string_view prefix,
+             std::string_view name) {
+  const std::string_view rest = text.substr(at);
+  return rest.size() > prefix.size() + name.size() && rest.starts_with(prefix) &&
+         rest.substr(prefix.size()).starts_with(name) &&
+         IsNameEnd(rest[prefix.size() + name.size()]);
+}
+
+// The most text that markup starting at a '<' needs to be told apart ("</chromatogram>").
+constexpr std::size_t kMarkupLookahead = 16;
+
+// One past the end of the markup that starts at text[at] == '<': a comment, a CDATA section,
+// a processing instruction, or a tag (whose quoted attribute values may hold '>'); npos
+// when the text ends first. Searching markup by markup keeps a '<' inside a comment or CDATA
+// section from being taken for a tag.
+std::size_t MarkupEnd(std::string_view text, std::size_t at) {
+  const std::string_view rest = text.substr(at);
+  const auto past = [&](std::string_view open, std::string_view close) {
+    const std::size_t found = text.find(close, at + open.size());
+    return found == std::string_view::npos ? found : found + close.size();
+  };
+  if (rest.starts_with("<!--")) return past("<!--", "-->");
+  if (rest.starts_with("<![CDATA[")) return past("<![CDATA[", "]]>");
+  if (rest.starts_with("<?")) return past("<?", "?>");
+  char quote = 0;
+  for (std::size_t i = at + 1; i < text.size(); ++i) {
+    const char c = text[i];
+    if (quote != 0) {
+      if (c == quote) quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '>') {
+      return i + 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
 }  // namespace
 
 bool MzmlSelection::Accepts(const Trace& trace) const {
@@ -296,6 +335,53 @@ bool MzmlSelection::Accepts(const Trace& trace) const {
   return true;
 }
 
+struct MzmlReader::Workspace::Impl {
+  // The element without the text of its <binary> elements, parsed; each left-out text is
+  // stood for by one character, found again by where pugixml's value of it starts.
+  std::string skeleton;
+  std::vector<std::pair<std::size_t, std::string_view>> payloads;  // (skeleton offset, text)
+  pugi::xml_document document;
+  ArrayDecoder decoder;
+
+  // Copies the markup of `text` into `skeleton`, leaving out the base64 text of each
+  // <binary>: the parser then never walks megabytes of it. A text with an entity or a NUL
+  // is left in, so that the parser treats it as it always did.
+  void Skeletonize(std::string_view text) {
+    skeleton.clear();
+    payloads.clear();
+    std::size_t copied = 0;
+    for (std::size_t lt = text.find('<'); lt != std::string_view::npos;) {
+      const std::size_t end = MarkupEnd(text, lt);
+      if (end == std::string_view::npos) break;
+      const std::size_t next = text.find('<', end);
+      if (next != std::string_view::npos && IsTagAt(text, lt, "<", "binary") &&
+          text[end - 2] != '/') {
+        const std::string_view body = text.substr(end, next - end);
+        if (body.size() > 1 && body.find('&') == std::string_view::npos &&
+            body.find('\0') == std::string_view::npos) {
+          skeleton.append(text.substr(copied, end - copied));
+          payloads.emplace_back(skeleton.size(), body);
+          skeleton += 'A';
+          copied = next;
+        }
+      }
+      lt = next;
+    }
+    skeleton.append(text.substr(copied));
+  }
+
+  // The text a <binary> value stands for.
+  std::string_view Payload(const char* value) const {
+    for (const auto& [offset, text] : payloads) {
+      if (value == skeleton.data() + offset) return text;
+    }
+    return value;
+  }
+};
+
+MzmlReader::Workspace::Workspace() : m_impl(std::make_unique<Impl>()) {}
+MzmlReader::Workspace::~Workspace() = default;
+
 struct MzmlReader::Impl {
   // Where the bytes come from: a file (through the gz reader) or a text in memory.
   io_internal::Input input;
@@ -313,12 +399,9 @@ struct MzmlReader::Impl {
   std::string listTags[2];
   pugi::xml_document headerDocument;
   ParamLookup params;
-  pugi::xml_document element;
-  ArrayDecoder decoder;
+  Workspace::Impl workspace;  // Next's own
 
-  // The list in the file's current position (-1 outside lists), the one being read, and
-  // how many elements each list held so far.
-  int inList = -1;
+  // The list being read, and how many elements each list held so far.
   int reading = 0;  // 0 spectra, 1 chromatograms
   std::size_t seen[2] = {0, 0};
   bool done = false;
@@ -457,24 +540,25 @@ struct MzmlReader::Impl {
     return true;
   }
 
-  // Turns the element in `text` into `trace`. Problems with the element go to
-  // trace.problem; only the selection decides whether it is returned.
-  void Interpret(std::string_view text, int kind, Trace& trace) {
+  // Turns the element in `text` (of list `kind`, at `position` in it) into `trace`; true
+  // when the trace is to be returned. Problems with the element go to trace.problem; only
+  // the selection decides whether it is returned. Reads nothing that changes while the file
+  // is read, so that threads with workspaces of their own may call it at once.
+  bool Interpret(std::string_view text, int kind, std::size_t position, bool listRead,
+                 Workspace::Impl& ws, Trace& trace) const {
     trace = Trace();
     trace.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
-    const std::size_t position = seen[kind]++;
     trace.index = static_cast<std::int32_t>(std::min<std::size_t>(position, INT32_MAX));
     const char* elementName = kind == 0 ? "spectrum" : "chromatogram";
-    if (options.keep_elements) trace.element.assign(text);
-    // Parsed in place: the text is consumed afterwards.
+    ws.Skeletonize(text);
     const pugi::xml_parse_result parsed =
-        element.load_buffer_inplace(const_cast<char*>(text.data()), text.size());
-    const pugi::xml_node node = element.child(elementName);
+        ws.document.load_buffer_inplace(ws.skeleton.data(), ws.skeleton.size());
+    const pugi::xml_node node = ws.document.child(elementName);
     if (!parsed || !node) {
       trace.problem = std::string(elementName) + " " + std::to_string(position) +
                       ": malformed XML" + (parsed ? "" : std::string(": ") + parsed.description());
-      trace.selected = kind == reading;
-      return;
+      trace.selected = listRead;
+      return trace.selected || options.keep_elements;
     }
     trace.id = node.attribute("id").value();
     trace.scan_number = ScanNumberOf(trace.id);
@@ -492,14 +576,14 @@ struct MzmlReader::Impl {
         if (ParseDouble(p.attribute("value").value(), rt)) trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
       }
     }
-    trace.selected = kind == reading && options.selection.Accepts(trace);
-    if (!trace.selected) return;
+    trace.selected = listRead && options.selection.Accepts(trace);
+    if (!trace.selected) return options.keep_elements;
     const std::string where = std::string(elementName) + " " + std::to_string(position) +
                               (trace.id.empty() ? "" : " (" + Printable(trace.id) + ")");
     std::uint64_t declared = 0;
     if (!ParseUnsigned(node.attribute("defaultArrayLength").value(), declared)) {
       trace.problem = where + ": missing or invalid defaultArrayLength";
-      return;
+      return true;
     }
     const ArrayDescription::Role xRole =
         kind == 0 ? ArrayDescription::Role::kMz : ArrayDescription::Role::kTime;
@@ -516,7 +600,8 @@ struct MzmlReader::Impl {
         break;
       }
       std::string why;
-      if (!decoder.Decode(d, array.child_value("binary"), count, isX ? trace.x : trace.y, why)) {
+      if (!ws.decoder.Decode(d, ws.Payload(array.child_value("binary")), count,
+                             isX ? trace.x : trace.y, why)) {
         trace.problem = where + ": " + RoleName(d.role) + " array: " + why;
         break;
       }
@@ -536,9 +621,45 @@ struct MzmlReader::Impl {
       trace.x.clear();
       trace.y.clear();
     }
+    return true;
   }
 
-  bool Next(Trace& trace) {
+  // One past the close tag of the element `name` whose start tag ends at `from`, reading
+  // more as needed; markup is stepped over whole, so that a comment or CDATA section holding
+  // the close tag does not end the element. npos when the file ends first or the element
+  // grows beyond the limit (`error` says which).
+  std::size_t ElementEnd(std::string_view name, std::size_t from) {
+    for (;;) {
+      const std::size_t lt = buffer.find('<', from);
+      if (lt != std::string::npos && (lt + kMarkupLookahead <= buffer.size() || atEnd)) {
+        const std::size_t end = MarkupEnd(buffer, lt);
+        if (end != std::string::npos) {
+          if (IsTagAt(buffer, lt, "</", name)) return end;
+          from = end;
+          continue;
+        }
+      }
+      from = lt == std::string::npos ? buffer.size() : lt;
+      if (buffer.size() - pos > kMaxMzmlElementBytes) {
+        Fail(std::string("a ") + std::string(name) + " element is larger than " +
+             std::to_string(kMaxMzmlElementBytes >> 20) + " MiB");
+        return std::string::npos;
+      }
+      const std::size_t before = pos;
+      if (!Fill()) {
+        const int kind = name == "spectrum" ? 0 : 1;
+        Fail(error.empty() ? "ends inside " + std::string(name) + " " +
+                                 std::to_string(seen[kind]) + " (truncated file?)"
+                           : error);
+        return std::string::npos;
+      }
+      from -= before - pos;
+    }
+  }
+
+  // Cuts the next element to interpret out of the file: its text (valid until the next
+  // read), list and position. False at the end of the list or when the file is broken.
+  bool FindElement(std::string_view& text, int& kind, std::size_t& position) {
     while (!done) {
       std::size_t at = buffer.find('<', pos);
       while (at == std::string::npos || at + 24 > buffer.size()) {
@@ -578,7 +699,6 @@ struct MzmlReader::Impl {
         if (end == std::string::npos) return Fail("ends inside a list's start tag (truncated file?)");
         listTags[listKind].assign(buffer, pos, end - pos);
         pos = end;
-        inList = listKind;
         if (listKind == 1 && options.selection.list == MzmlSelection::List::kAuto && seen[0] == 0) {
           reading = 1;  // no spectrum: the chromatograms are what there is to read
         }
@@ -589,7 +709,7 @@ struct MzmlReader::Impl {
         }
         continue;
       }
-      const int kind = isTag("<spectrum") ? 0 : isTag("<chromatogram") ? 1 : -1;
+      kind = isTag("<spectrum") ? 0 : isTag("<chromatogram") ? 1 : -1;
       if (kind < 0) {  // a closing list tag or anything else: step over it
         const std::size_t end = TagEnd(pos);
         if (end == std::string::npos) return Fail("ends inside a tag (truncated file?)");
@@ -601,39 +721,26 @@ struct MzmlReader::Impl {
       if (startEnd == std::string::npos) {
         return Fail(std::string("ends inside a ") + elementName + " (truncated file?)");
       }
-      std::size_t end = startEnd;
-      if (buffer[startEnd - 2] != '/') {
-        const std::string close = std::string("</") + elementName + ">";
-        std::size_t from = startEnd;
-        for (;;) {
-          const std::size_t found = buffer.find(close, from);
-          if (found != std::string::npos) {
-            end = found + close.size();
-            break;
-          }
-          if (buffer.size() - pos > kMaxMzmlElementBytes) {
-            return Fail(std::string("a ") + elementName + " element is larger than " +
-                        std::to_string(kMaxMzmlElementBytes >> 20) + " MiB");
-          }
-          from = std::max(pos, buffer.size() - std::min(buffer.size(), close.size()));
-          const std::size_t before = pos;
-          if (!Fill()) {
-            return Fail(error.empty() ? std::string("ends inside ") + elementName + " " +
-                                            std::to_string(seen[kind]) + " (truncated file?)"
-                                      : error);
-          }
-          from -= before - pos;
-        }
-      }
-      const std::string_view text(buffer.data() + pos, end - pos);
+      const std::size_t end =
+          buffer[startEnd - 2] == '/' ? startEnd : ElementEnd(elementName, startEnd);
+      if (end == std::string::npos) return false;
+      text = std::string_view(buffer.data() + pos, end - pos);
       pos = end;
-      const bool wanted = kind == reading || options.keep_elements;
-      if (!wanted) {
-        ++seen[kind];
-        continue;
+      position = seen[kind]++;
+      if (kind == reading || options.keep_elements) return true;
+    }
+    return false;
+  }
+
+  bool Next(Trace& trace) {
+    std::string_view text;
+    int kind = 0;
+    std::size_t position = 0;
+    while (FindElement(text, kind, position)) {
+      if (Interpret(text, kind, position, kind == reading, workspace, trace)) {
+        if (options.keep_elements) trace.element.assign(text);
+        return true;
       }
-      Interpret(text, kind, trace);
-      if (trace.selected || options.keep_elements) return true;
     }
     return false;
   }
@@ -683,6 +790,26 @@ bool MzmlReader::OpenText(std::string text, const std::string& name,
 }
 
 bool MzmlReader::Next(Trace& trace) { return m_impl->Next(trace); }
+
+bool MzmlReader::NextElement(Element& element) {
+  std::string_view text;
+  int kind = 0;
+  if (!m_impl->FindElement(text, kind, element.position)) return false;
+  element.text.assign(text);
+  element.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
+  element.listRead = kind == m_impl->reading;
+  return true;
+}
+
+bool MzmlReader::Interpret(Element& element, Workspace& workspace, Trace& trace) const {
+  const int kind = element.kind == Trace::Kind::kSpectrum ? 0 : 1;
+  if (!m_impl->Interpret(element.text, kind, element.position, element.listRead,
+                         *workspace.m_impl, trace)) {
+    return false;
+  }
+  if (m_impl->options.keep_elements) trace.element = std::move(element.text);
+  return true;
+}
 const std::string& MzmlReader::Error() const { return m_impl->error; }
 const char* MzmlReader::ListElement() const {
   return m_impl->reading == 0 ? "spectrum" : "chromatogram";

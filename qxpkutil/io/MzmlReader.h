@@ -85,6 +85,32 @@ class MzmlReader {
   // Empty while all is well and at a clean end.
   const std::string& Error() const;
 
+  // Next in two steps, for pipelines that spread the work over threads. NextElement only
+  // finds where the next element of interest ends and copies its text out (cheap, in the
+  // reading thread); Interpret parses and decodes it (the costly part) and reads nothing but
+  // what Open set up, so several threads may call it at once, each with its own Workspace.
+  // Interpret returns false for an element Next would have skipped (outside the selection).
+  struct Element {
+    std::string text;  // the element's XML
+    Trace::Kind kind = Trace::Kind::kSpectrum;
+    std::size_t position = 0;  // in its list
+    bool listRead = true;      // false: from the other list, only passed through (keep_elements)
+  };
+  class Workspace {  // scratch buffers for Interpret, reused from element to element
+   public:
+    Workspace();
+    ~Workspace();
+    Workspace(const Workspace&) = delete;
+    Workspace& operator=(const Workspace&) = delete;
+
+   private:
+    friend class MzmlReader;
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+  };
+  bool NextElement(Element& element);
+  bool Interpret(Element& element, Workspace& workspace, Trace& trace) const;
+
   // The element name of the list being read ("spectrum" or "chromatogram") and how many of
   // its elements were seen so far, selected or not.
   const char* ListElement() const;
