@@ -390,9 +390,12 @@ struct MzmlReader::Impl {
   std::string name;
   MzmlReadOptions options;
 
-  // Unconsumed text is m_buffer[pos, size()).
-  std::string buffer;
+  // Unconsumed text is buffer[pos, size()): a view of the mapped file, or of `owned`, which
+  // holds what was read so far of a file that cannot be mapped (or the text in memory).
+  std::string_view buffer;
+  std::string owned;
   std::size_t pos = 0;
+  bool mapped = false;
 
   std::string error;
   std::string header;
@@ -406,21 +409,30 @@ struct MzmlReader::Impl {
   std::size_t seen[2] = {0, 0};
   bool done = false;
 
-  // Appends up to one chunk; false at the end of the source or on a read error.
+  // Appends up to one chunk (the first time, maps the whole file when it can); false at the
+  // end of the source or on a read error.
   bool Fill() {
     if (atEnd) return false;
-    if (pos > kChunk && pos * 2 > buffer.size()) {
-      buffer.erase(0, pos);
+    if (!fromMemory && owned.empty() && !mapped) {
+      buffer = input.Map();
+      mapped = !buffer.empty();
+      atEnd = mapped;
+      if (mapped) return true;
+    }
+    if (pos > kChunk && pos * 2 > owned.size()) {
+      owned.erase(0, pos);
       pos = 0;
     }
+    buffer = owned;
     if (fromMemory) {
       atEnd = true;
       return false;
     }
-    const std::size_t used = buffer.size();
-    buffer.resize(used + kChunk);
-    const long got = input.Read(buffer.data() + used, kChunk);
-    buffer.resize(used + static_cast<std::size_t>(std::max(got, 0L)));
+    const std::size_t used = owned.size();
+    owned.resize(used + kChunk);
+    const long got = input.Read(owned.data() + used, kChunk);
+    owned.resize(used + static_cast<std::size_t>(std::max(got, 0L)));
+    buffer = owned;
     if (got < 0) error = input.Error();
     if (got <= 0) atEnd = true;
     return got > 0;
@@ -660,6 +672,7 @@ struct MzmlReader::Impl {
   // Cuts the next element to interpret out of the file: its text (valid until the next
   // read), list and position. False at the end of the list or when the file is broken.
   bool FindElement(std::string_view& text, int& kind, std::size_t& position) {
+    if (mapped) input.Release(pos);  // what came before is no longer looked at
     while (!done) {
       std::size_t at = buffer.find('<', pos);
       while (at == std::string::npos || at + 24 > buffer.size()) {
@@ -780,7 +793,8 @@ bool MzmlReader::OpenText(std::string text, const std::string& name,
   m_impl->options = options;
   m_impl->name = name;
   m_impl->fromMemory = true;
-  m_impl->buffer = std::move(text);
+  m_impl->owned = std::move(text);
+  m_impl->buffer = m_impl->owned;
   if (!m_impl->OpenSource()) {
     error = m_impl->error;
     m_impl->done = true;
