@@ -44,6 +44,9 @@ constexpr std::string_view kNumpress[] = {"MS:1002312", "MS:1002313", "MS:100231
 // bound cannot be honest, and refusing it keeps a tiny file from claiming gigabytes.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kChunk = std::size_t{1} << 20;
+// How far behind the reading position the mapped pages of a pipeline's elements are kept:
+// room for the elements in flight, which are read where they are in the file.
+constexpr std::size_t kPipelineLag = std::size_t{16} << 20;
 
 bool ParseUnsigned(std::string_view text, std::uint64_t& value) {
   const char* end = text.data() + text.size();
@@ -355,8 +358,8 @@ struct MzmlReader::Workspace::Impl {
   ArrayDecoder decoder;
 
   // Copies the markup of `text` into `skeleton`, leaving out the base64 text of each
-  // <binary>: the parser then never walks megabytes of it. A text with an entity or a NUL
-  // is left in, so that the parser treats it as it always did.
+  // <binary>: the parser then never walks megabytes of it. A text with an entity is left
+  // in, for the parser to resolve.
   void Skeletonize(std::string_view text) {
     skeleton.clear();
     payloads.clear();
@@ -368,8 +371,7 @@ struct MzmlReader::Workspace::Impl {
       if (next != std::string_view::npos && IsTagAt(text, lt, "<", "binary") &&
           text[end - 2] != '/') {
         const std::string_view body = text.substr(end, next - end);
-        if (body.size() > 1 && body.find('&') == std::string_view::npos &&
-            body.find('\0') == std::string_view::npos) {
+        if (body.size() > 1 && body.find('&') == std::string_view::npos) {
           skeleton.append(text.substr(copied, end - copied));
           payloads.emplace_back(skeleton.size(), body);
           skeleton += 'A';
@@ -681,9 +683,11 @@ struct MzmlReader::Impl {
   }
 
   // Cuts the next element to interpret out of the file: its text (valid until the next
-  // read), list and position. False at the end of the list or when the file is broken.
-  bool FindElement(std::string_view& text, int& kind, std::size_t& position) {
-    if (mapped) input.Release(pos);  // what came before is no longer looked at
+  // read, or, for a mapped file, while the reader lives), list and position. False at the
+  // end of the list or when the file is broken. The mapped pages more than `lag` bytes
+  // behind are let go (touched again, they are read again from the file).
+  bool FindElement(std::string_view& text, int& kind, std::size_t& position, std::size_t lag) {
+    if (mapped && pos > lag) input.Release(pos - lag);  // what came before is not looked at
     while (!done) {
       std::size_t at = buffer.find('<', pos);
       while (at == std::string::npos || at + 24 > buffer.size()) {
@@ -760,7 +764,7 @@ struct MzmlReader::Impl {
     std::string_view text;
     int kind = 0;
     std::size_t position = 0;
-    while (FindElement(text, kind, position)) {
+    while (FindElement(text, kind, position, 0)) {
       if (Interpret(text, kind, position, kind == reading, workspace, trace)) {
         if (options.keep_elements) trace.element.assign(text);
         return true;
@@ -819,8 +823,11 @@ bool MzmlReader::Next(Trace& trace) { return m_impl->Next(trace); }
 bool MzmlReader::NextElement(Element& element) {
   std::string_view text;
   int kind = 0;
-  if (!m_impl->FindElement(text, kind, element.position)) return false;
-  element.text.assign(text);
+  if (!m_impl->FindElement(text, kind, element.position, kPipelineLag)) return false;
+  // A mapped file's text stays where it is; a buffer's moves on and is copied.
+  element.m_owned = !m_impl->mapped;
+  element.m_view = element.m_owned ? std::string_view() : text;
+  if (element.m_owned) element.m_copy.assign(text);
   element.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
   element.listRead = kind == m_impl->reading;
   return true;
@@ -828,11 +835,11 @@ bool MzmlReader::NextElement(Element& element) {
 
 bool MzmlReader::Interpret(Element& element, Workspace& workspace, Trace& trace) const {
   const int kind = element.kind == Trace::Kind::kSpectrum ? 0 : 1;
-  if (!m_impl->Interpret(element.text, kind, element.position, element.listRead,
+  if (!m_impl->Interpret(element.Text(), kind, element.position, element.listRead,
                          *workspace.m_impl, trace)) {
     return false;
   }
-  if (m_impl->options.keep_elements) trace.element = std::move(element.text);
+  if (m_impl->options.keep_elements) trace.element.assign(element.Text());
   return true;
 }
 const std::string& MzmlReader::Error() const { return m_impl->error; }

@@ -15,6 +15,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qxpkutil/io/Trace.h"
@@ -90,11 +91,19 @@ class MzmlReader {
   // reading thread); Interpret parses and decodes it (the costly part) and reads nothing but
   // what Open set up, so several threads may call it at once, each with its own Workspace.
   // Interpret returns false for an element Next would have skipped (outside the selection).
-  struct Element {
-    std::string text;  // the element's XML
+  class Element {
+   public:
+    // The element's XML: in the mapped file (valid while the reader lives) or a copy.
+    std::string_view Text() const { return m_owned ? std::string_view(m_copy) : m_view; }
     Trace::Kind kind = Trace::Kind::kSpectrum;
     std::size_t position = 0;  // in its list
     bool listRead = true;      // false: from the other list, only passed through (keep_elements)
+
+   private:
+    friend class MzmlReader;
+    std::string_view m_view;
+    std::string m_copy;
+    bool m_owned = false;
   };
   class Workspace {  // scratch buffers for Interpret, reused from element to element
    public:

@@ -361,7 +361,6 @@ class SearchPool {
       try {
         if (m_mzml != nullptr) {
           item->returned = m_mzml->Interpret(item->element, workspace, item->trace);
-          item->element = MzmlReader::Element();
         }
         if (item->returned) Complete(*item, m_config, m_out);
       } catch (...) {
