@@ -512,44 +512,37 @@ struct MzmlReader::Impl {
       return Fail(error.empty() ? "not an mzML file (no <mzML> element)" : error);
     }
     pos = mzml;
-    // The header runs to the first list (or the end of an empty run).
+    // The header runs to the first list (or the end of an empty run); comments and CDATA
+    // sections are stepped over whole.
     std::size_t end = std::string::npos;
     for (std::size_t from = pos;;) {
       const std::size_t lt = buffer.find('<', from);
-      if (lt == std::string::npos || lt + 20 > buffer.size()) {
-        if (buffer.size() - pos > kMaxMzmlHeaderBytes) {
-          return Fail("the mzML header (before the first spectrum) is larger than " +
-                      std::to_string(kMaxMzmlHeaderBytes >> 20) + " MiB");
+      if (lt != std::string::npos && (lt + 20 <= buffer.size() || atEnd)) {
+        const std::string_view tag = buffer.substr(lt);
+        if (tag.starts_with("<spectrumList") || tag.starts_with("<chromatogramList") ||
+            tag.starts_with("</run")) {
+          end = lt;
+          break;
         }
-        from = lt == std::string::npos ? buffer.size() : lt;
-        const std::size_t before = pos;
-        const bool more = Fill();
-        if (!more) {
-          if (lt == std::string::npos || lt - (before - pos) >= buffer.size()) {
-            return Fail(error.empty() ? "ends before its first spectrum or chromatogram "
-                                        "(truncated file?)"
-                                      : error);
-          }
-          // A short tail: look at it as it is.
-          from = lt - (before - pos);
-          const std::string_view rest(buffer.data() + from, buffer.size() - from);
-          if (rest.starts_with("</run") || rest.starts_with("<spectrumList") ||
-              rest.starts_with("<chromatogramList")) {
-            end = from;
-            break;
-          }
-          return Fail("ends before its first spectrum or chromatogram (truncated file?)");
+        const bool skipped = tag.starts_with("<!--") || tag.starts_with("<![CDATA[");
+        const std::size_t next = skipped ? MarkupEnd(buffer, lt) : lt + 1;
+        if (next != std::string::npos) {
+          from = next;
+          continue;
         }
-        from -= before - pos;
-        continue;
       }
-      const std::string_view tag(buffer.data() + lt, 20);
-      if (tag.starts_with("<spectrumList") || tag.starts_with("<chromatogramList") ||
-          tag.starts_with("</run")) {
-        end = lt;
-        break;
+      if (buffer.size() - pos > kMaxMzmlHeaderBytes) {
+        return Fail("the mzML header (before the first spectrum) is larger than " +
+                    std::to_string(kMaxMzmlHeaderBytes >> 20) + " MiB");
       }
-      from = lt + 1;
+      from = lt == std::string::npos ? buffer.size() : lt;
+      const std::size_t before = pos;
+      if (!Fill()) {
+        return Fail(error.empty() ? "ends before its first spectrum or chromatogram "
+                                    "(truncated file?)"
+                                  : error);
+      }
+      from -= before - pos;
     }
     header.assign(buffer, pos, end - pos);
     pos = end;

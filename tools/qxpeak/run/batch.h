@@ -1,6 +1,7 @@
-// Searching inputs in bulk. Each input is streamed: its traces are read and decoded one at a
-// time, searched by worker threads, and written in input order as they come back, with at
-// most a few traces in flight, so memory is bounded by a few spectra rather than by the file.
+// Searching inputs in bulk. Each input is streamed: the reading thread only cuts the mzML
+// elements out of the file; worker threads parse and decode them, search the traces and
+// format their rows; the reading thread writes the rows in input order as they come back.
+// At most a few traces are in flight, so memory is bounded by a few spectra, not the file.
 // Several inputs share the workers out one input each. One line per input (and one per
 // skipped trace) goes to standard error; a terminal also gets a progress line.
 //
