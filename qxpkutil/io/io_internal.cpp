@@ -35,7 +35,7 @@ void Input::Unmap() {
 std::string_view Input::Map() {
   if (m_map == nullptr) {
     struct stat info {};
-    if (m_gz == nullptr || m_read || gzdirect(static_cast<gzFile>(m_gz)) != 1 ||
+    if (m_gz == nullptr || m_fd < 0 || m_read || gzdirect(static_cast<gzFile>(m_gz)) != 1 ||
         ::fstat(m_fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0 ||
         static_cast<std::uint64_t>(info.st_size) > SIZE_MAX) {
       return {};
@@ -85,7 +85,8 @@ bool Input::Open(const std::string& path, std::string& error) {
   }
   gzbuffer(gz, 1u << 17);
   m_gz = gz;
-  m_fd = fd;
+  // Standard input may be a file that someone has read part of: then it is not mapped.
+  m_fd = ::lseek(fd, 0, SEEK_CUR) == 0 ? fd : -1;
   return true;
 }
 

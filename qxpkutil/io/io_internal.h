@@ -47,7 +47,7 @@ class Input {
   void Unmap();
 
   void* m_gz = nullptr;  // gzFile
-  int m_fd = -1;         // owned by m_gz
+  int m_fd = -1;         // owned by m_gz; -1 when it cannot be mapped
   bool m_read = false;   // Read has returned data
   char* m_map = nullptr;
   std::size_t m_mapSize = 0, m_released = 0;
