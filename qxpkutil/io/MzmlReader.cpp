@@ -358,8 +358,7 @@ struct MzmlReader::Workspace::Impl {
   ArrayDecoder decoder;
 
   // Copies the markup of `text` into `skeleton`, leaving out the base64 text of each
-  // <binary>: the parser then never walks megabytes of it. A text with an entity is left
-  // in, for the parser to resolve.
+  // <binary>: the parser then never walks megabytes of it.
   void Skeletonize(std::string_view text) {
     skeleton.clear();
     payloads.clear();
@@ -371,7 +370,7 @@ struct MzmlReader::Workspace::Impl {
       if (next != std::string_view::npos && IsTagAt(text, lt, "<", "binary") &&
           text[end - 2] != '/') {
         const std::string_view body = text.substr(end, next - end);
-        if (body.size() > 1 && body.find('&') == std::string_view::npos) {
+        if (body.size() > 1) {
           skeleton.append(text.substr(copied, end - copied));
           payloads.emplace_back(skeleton.size(), body);
           skeleton += 'A';
@@ -383,12 +382,21 @@ struct MzmlReader::Workspace::Impl {
     skeleton.append(text.substr(copied));
   }
 
-  // The text a <binary> value stands for.
-  std::string_view Payload(const char* value) const {
-    for (const auto& [offset, text] : payloads) {
-      if (value == skeleton.data() + offset) return text;
+  // Decodes the array whose <binary> value (in the parsed skeleton) is `value`. A text with
+  // an entity (which XML allows, though base64 has no '&') is decoded as the parser
+  // resolves it, looked for only when the text as it stands fails.
+  bool DecodeArray(const ArrayDescription& d, const char* value, std::uint64_t count,
+                   std::vector<double>& out, std::string& why) {
+    std::string_view text = value;
+    for (const auto& [offset, left] : payloads) {
+      if (value == skeleton.data() + offset) text = left;
     }
-    return value;
+    if (decoder.Decode(d, text, count, out, why)) return true;
+    if (text.find('&') == std::string_view::npos) return false;
+    const std::string wrapped = "<b>" + std::string(text) + "</b>";
+    pugi::xml_document resolved;
+    return resolved.load_buffer(wrapped.data(), wrapped.size()) &&
+           decoder.Decode(d, resolved.child_value("b"), count, out, why);
   }
 };
 
@@ -618,8 +626,8 @@ struct MzmlReader::Impl {
         break;
       }
       std::string why;
-      if (!ws.decoder.Decode(d, ws.Payload(array.child_value("binary")), count,
-                             isX ? trace.x : trace.y, why)) {
+      if (!ws.DecodeArray(d, array.child_value("binary"), count, isX ? trace.x : trace.y,
+                          why)) {
         trace.problem = where + ": " + RoleName(d.role) + " array: " + why;
         break;
       }

@@ -76,7 +76,7 @@ struct Encoding {
   int bits;
   bool zlib;
   bool indexed;
-  bool markup = false;  // comments and CDATA that mimic the first list and spectrum's end
+  bool markup = false;  // comments, CDATA and an entity that mimic the list's or spectrum's end
 };
 
 class MzmlEncodings : public ::testing::TestWithParam<Encoding> {};
@@ -92,6 +92,8 @@ TEST_P(MzmlEncodings, ValuesComeBackAsWritten) {
                    "<!-- </spectrum> <binary> --><userParam name=\"a>b\" value=\"</spectrum>\"/>"
                    "<userParam name=\"c\"><![CDATA[</spectrum><!--]]></userParam>"
                    "<binaryDataArrayList");
+    // An escaped line break inside the first array's base64.
+    text.insert(text.find("<binary>", text.find("<binaryDataArrayList")) + 12, "&#10;");
   }
   const Result r = ReadText(text);
   ASSERT_TRUE(r.opened && r.error.empty()) << r.error;
