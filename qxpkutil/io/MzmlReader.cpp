@@ -430,8 +430,8 @@ struct MzmlReader::Impl {
   std::size_t seen[2] = {0, 0};
   bool done = false;
 
-  // Appends up to one chunk (the first time, maps the whole file when it can); false at the
-  // end of the source or on a read error.
+  // Appends what the source gives (the first time, maps the whole file when it can); false
+  // at the end of the source or on a read error.
   bool Fill() {
     if (atEnd) return false;
     if (!fromMemory && owned.empty() && !mapped) {
@@ -449,9 +449,12 @@ struct MzmlReader::Impl {
       atEnd = true;
       return false;
     }
+    // As much as is held already (from a chunk to a quarter of the element limit): an element
+    // that needs many reads to end is searched again from its start only a few times.
     const std::size_t used = owned.size();
-    owned.resize(used + kChunk);
-    const long got = input.Read(owned.data() + used, kChunk);
+    const std::size_t chunk = std::clamp(used - pos, kChunk, kMaxMzmlElementBytes / 4);
+    owned.resize(used + chunk);
+    const long got = input.Read(owned.data() + used, chunk);
     owned.resize(used + static_cast<std::size_t>(std::max(got, 0L)));
     buffer = owned;
     if (got < 0) error = input.Error();
