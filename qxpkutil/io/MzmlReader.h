@@ -3,7 +3,8 @@
 // the file: profile or centroided, 32/64-bit float (or integer) arrays, zlib-compressed or
 // not. A trace that cannot be used is returned with its `problem` set and the rest of the
 // file goes on; only a broken file (not mzML, truncated, unreadable) stops the reading.
-// Built on pugixml (each element is parsed alone) and zlib.
+// A plain file is mapped into memory rather than read; the pages passed are let go again.
+// Built on pugixml (each element is parsed alone, without its base64 text) and zlib.
 //
 //   MzmlReader reader;  std::string error;
 //   if (!reader.Open("run.mzML.gz", {}, error)) { std::cerr << error << '\n'; }
@@ -87,10 +88,10 @@ class MzmlReader {
   const std::string& Error() const;
 
   // Next in two steps, for pipelines that spread the work over threads. NextElement only
-  // finds where the next element of interest ends and copies its text out (cheap, in the
-  // reading thread); Interpret parses and decodes it (the costly part) and reads nothing but
-  // what Open set up, so several threads may call it at once, each with its own Workspace.
-  // Interpret returns false for an element Next would have skipped (outside the selection).
+  // finds where the next element of interest ends (cheap, in the reading thread); Interpret
+  // parses and decodes it (the costly part) and reads nothing but what Open set up, so
+  // several threads may call it at once, each with its own Workspace. Interpret returns
+  // false for an element Next would have skipped (outside the selection).
   class Element {
    public:
     // The element's XML: in the mapped file (valid while the reader lives) or a copy.
