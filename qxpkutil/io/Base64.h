@@ -20,6 +20,10 @@ namespace qxpkutil {
 // a length that is not a whole number of 4-character groups, or more than `maxBytes` bytes.
 [[nodiscard]] bool DecodeBase64(std::string_view text, std::size_t maxBytes,
                                 std::vector<std::uint8_t>& out);
+// The same into out[0, capacity), `written` getting the decoded length: no copy when the
+// bytes are to land in an array of the caller's.
+[[nodiscard]] bool DecodeBase64(std::string_view text, std::uint8_t* out, std::size_t capacity,
+                                std::size_t& written);
 
 // Appends the base64 text of `size` bytes at `data` to `out`, padded, without line breaks.
 void AppendBase64(const void* data, std::size_t size, std::string& out);

@@ -44,6 +44,9 @@ constexpr std::string_view kNumpress[] = {"MS:1002312", "MS:1002313", "MS:100231
 // bound cannot be honest, and refusing it keeps a tiny file from claiming gigabytes.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kChunk = std::size_t{1} << 20;
+// How far behind the reading position the mapped pages of a pipeline's elements are kept:
+// room for the elements in flight, which are read where they are in the file.
+constexpr std::size_t kPipelineLag = std::size_t{16} << 20;
 
 bool ParseUnsigned(std::string_view text, std::uint64_t& value) {
   const char* end = text.data() + text.size();
@@ -177,6 +180,17 @@ class ArrayDecoder {
       return Fail(why, "declared length " + std::to_string(count) + " is more than the " +
                            std::to_string(kMaxArrayValues) + " values a trace may hold");
     }
+    // The common case, little-endian 64-bit floats as they are, decodes straight into `out`;
+    // any other outcome goes the general way below, which says what is wrong.
+    if (std::endian::native == std::endian::little && !d.zlib && d.bytes == 8 && !d.integer) {
+      out.resize(static_cast<std::size_t>(count));
+      std::size_t written = 0;
+      if (DecodeBase64(text, reinterpret_cast<std::uint8_t*>(out.data()), out.size() * 8,
+                       written) &&
+          written == out.size() * 8) {
+        return true;
+      }
+    }
     if (!DecodeBase64(text, text.size() / 4 * 3 + 3, m_encoded)) {
       return Fail(why, "invalid base64 data");
     }
@@ -273,6 +287,45 @@ const char* RoleName(ArrayDescription::Role role) {
 
 bool IsNameEnd(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '>' || c == '/'; }
 
+// Whether `text` at `at` starts the tag `<name` (`prefix` "<") or `</name` (`prefix` "</").
+bool IsTagAt(std::string_view text, std::size_t at, std::string_view prefix,
+             std::string_view name) {
+  const std::string_view rest = text.substr(at);
+  return rest.size() > prefix.size() + name.size() && rest.starts_with(prefix) &&
+         rest.substr(prefix.size()).starts_with(name) &&
+         IsNameEnd(rest[prefix.size() + name.size()]);
+}
+
+// The most text that markup starting at a '<' needs to be told apart ("</chromatogram>").
+constexpr std::size_t kMarkupLookahead = 16;
+
+// One past the end of the markup that starts at text[at] == '<': a comment, a CDATA section,
+// a processing instruction, or a tag (whose quoted attribute values may hold '>'); npos
+// when the text ends first. Searching markup by markup keeps a '<' inside a comment or CDATA
+// section from being taken for a tag.
+std::size_t MarkupEnd(std::string_view text, std::size_t at) {
+  const std::string_view rest = text.substr(at);
+  const auto past = [&](std::string_view open, std::string_view close) {
+    const std::size_t found = text.find(close, at + open.size());
+    return found == std::string_view::npos ? found : found + close.size();
+  };
+  if (rest.starts_with("<!--")) return past("<!--", "-->");
+  if (rest.starts_with("<![CDATA[")) return past("<![CDATA[", "]]>");
+  if (rest.starts_with("<?")) return past("<?", "?>");
+  char quote = 0;
+  for (std::size_t i = at + 1; i < text.size(); ++i) {
+    const char c = text[i];
+    if (quote != 0) {
+      if (c == quote) quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '>') {
+      return i + 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
 }  // namespace
 
 bool MzmlSelection::Accepts(const Trace& trace) const {
@@ -296,6 +349,60 @@ bool MzmlSelection::Accepts(const Trace& trace) const {
   return true;
 }
 
+struct MzmlReader::Workspace::Impl {
+  // The element without the text of its <binary> elements, parsed; each left-out text is
+  // stood for by one character, found again by where pugixml's value of it starts.
+  std::string skeleton;
+  std::vector<std::pair<std::size_t, std::string_view>> payloads;  // (skeleton offset, text)
+  pugi::xml_document document;
+  ArrayDecoder decoder;
+
+  // Copies the markup of `text` into `skeleton`, leaving out the base64 text of each
+  // <binary>: the parser then never walks megabytes of it.
+  void Skeletonize(std::string_view text) {
+    skeleton.clear();
+    payloads.clear();
+    std::size_t copied = 0;
+    for (std::size_t lt = text.find('<'); lt != std::string_view::npos;) {
+      const std::size_t end = MarkupEnd(text, lt);
+      if (end == std::string_view::npos) break;
+      const std::size_t next = text.find('<', end);
+      if (next != std::string_view::npos && IsTagAt(text, lt, "<", "binary") &&
+          text[end - 2] != '/') {
+        const std::string_view body = text.substr(end, next - end);
+        if (body.size() > 1) {
+          skeleton.append(text.substr(copied, end - copied));
+          payloads.emplace_back(skeleton.size(), body);
+          skeleton += 'A';
+          copied = next;
+        }
+      }
+      lt = next;
+    }
+    skeleton.append(text.substr(copied));
+  }
+
+  // Decodes the array whose <binary> value (in the parsed skeleton) is `value`. A text with
+  // an entity (which XML allows, though base64 has no '&') is decoded as the parser
+  // resolves it, looked for only when the text as it stands fails.
+  bool DecodeArray(const ArrayDescription& d, const char* value, std::uint64_t count,
+                   std::vector<double>& out, std::string& why) {
+    std::string_view text = value;
+    for (const auto& [offset, left] : payloads) {
+      if (value == skeleton.data() + offset) text = left;
+    }
+    if (decoder.Decode(d, text, count, out, why)) return true;
+    if (text.find('&') == std::string_view::npos) return false;
+    const std::string wrapped = "<b>" + std::string(text) + "</b>";
+    pugi::xml_document resolved;
+    return resolved.load_buffer(wrapped.data(), wrapped.size()) &&
+           decoder.Decode(d, resolved.child_value("b"), count, out, why);
+  }
+};
+
+MzmlReader::Workspace::Workspace() : m_impl(std::make_unique<Impl>()) {}
+MzmlReader::Workspace::~Workspace() = default;
+
 struct MzmlReader::Impl {
   // Where the bytes come from: a file (through the gz reader) or a text in memory.
   io_internal::Input input;
@@ -304,40 +411,52 @@ struct MzmlReader::Impl {
   std::string name;
   MzmlReadOptions options;
 
-  // Unconsumed text is m_buffer[pos, size()).
-  std::string buffer;
+  // Unconsumed text is buffer[pos, size()): a view of the mapped file, or of `owned`, which
+  // holds what was read so far of a file that cannot be mapped (or the text in memory).
+  std::string_view buffer;
+  std::string owned;
   std::size_t pos = 0;
+  bool mapped = false;
 
   std::string error;
   std::string header;
   std::string listTags[2];
   pugi::xml_document headerDocument;
   ParamLookup params;
-  pugi::xml_document element;
-  ArrayDecoder decoder;
+  Workspace::Impl workspace;  // Next's own
 
-  // The list in the file's current position (-1 outside lists), the one being read, and
-  // how many elements each list held so far.
-  int inList = -1;
+  // The list being read, and how many elements each list held so far.
   int reading = 0;  // 0 spectra, 1 chromatograms
   std::size_t seen[2] = {0, 0};
   bool done = false;
 
-  // Appends up to one chunk; false at the end of the source or on a read error.
+  // Appends what the source gives (the first time, maps the whole file when it can); false
+  // at the end of the source or on a read error.
   bool Fill() {
     if (atEnd) return false;
-    if (pos > kChunk && pos * 2 > buffer.size()) {
-      buffer.erase(0, pos);
+    if (!fromMemory && owned.empty() && !mapped) {
+      buffer = input.Map();
+      mapped = !buffer.empty();
+      atEnd = mapped;
+      if (mapped) return true;
+    }
+    if (pos > kChunk && pos * 2 > owned.size()) {
+      owned.erase(0, pos);
       pos = 0;
     }
+    buffer = owned;
     if (fromMemory) {
       atEnd = true;
       return false;
     }
-    const std::size_t used = buffer.size();
-    buffer.resize(used + kChunk);
-    const long got = input.Read(buffer.data() + used, kChunk);
-    buffer.resize(used + static_cast<std::size_t>(std::max(got, 0L)));
+    // As much as is held already (from a chunk to a quarter of the element limit): an element
+    // that needs many reads to end is searched again from its start only a few times.
+    const std::size_t used = owned.size();
+    const std::size_t chunk = std::clamp(used - pos, kChunk, kMaxMzmlElementBytes / 4);
+    owned.resize(used + chunk);
+    const long got = input.Read(owned.data() + used, chunk);
+    owned.resize(used + static_cast<std::size_t>(std::max(got, 0L)));
+    buffer = owned;
     if (got < 0) error = input.Error();
     if (got <= 0) atEnd = true;
     return got > 0;
@@ -404,44 +523,37 @@ struct MzmlReader::Impl {
       return Fail(error.empty() ? "not an mzML file (no <mzML> element)" : error);
     }
     pos = mzml;
-    // The header runs to the first list (or the end of an empty run).
+    // The header runs to the first list (or the end of an empty run); comments and CDATA
+    // sections are stepped over whole.
     std::size_t end = std::string::npos;
     for (std::size_t from = pos;;) {
       const std::size_t lt = buffer.find('<', from);
-      if (lt == std::string::npos || lt + 20 > buffer.size()) {
-        if (buffer.size() - pos > kMaxMzmlHeaderBytes) {
-          return Fail("the mzML header (before the first spectrum) is larger than " +
-                      std::to_string(kMaxMzmlHeaderBytes >> 20) + " MiB");
+      if (lt != std::string::npos && (lt + 20 <= buffer.size() || atEnd)) {
+        const std::string_view tag = buffer.substr(lt);
+        if (tag.starts_with("<spectrumList") || tag.starts_with("<chromatogramList") ||
+            tag.starts_with("</run")) {
+          end = lt;
+          break;
         }
-        from = lt == std::string::npos ? buffer.size() : lt;
-        const std::size_t before = pos;
-        const bool more = Fill();
-        if (!more) {
-          if (lt == std::string::npos || lt - (before - pos) >= buffer.size()) {
-            return Fail(error.empty() ? "ends before its first spectrum or chromatogram "
-                                        "(truncated file?)"
-                                      : error);
-          }
-          // A short tail: look at it as it is.
-          from = lt - (before - pos);
-          const std::string_view rest(buffer.data() + from, buffer.size() - from);
-          if (rest.starts_with("</run") || rest.starts_with("<spectrumList") ||
-              rest.starts_with("<chromatogramList")) {
-            end = from;
-            break;
-          }
-          return Fail("ends before its first spectrum or chromatogram (truncated file?)");
+        const bool skipped = tag.starts_with("<!--") || tag.starts_with("<![CDATA[");
+        const std::size_t next = skipped ? MarkupEnd(buffer, lt) : lt + 1;
+        if (next != std::string::npos) {
+          from = next;
+          continue;
         }
-        from -= before - pos;
-        continue;
       }
-      const std::string_view tag(buffer.data() + lt, 20);
-      if (tag.starts_with("<spectrumList") || tag.starts_with("<chromatogramList") ||
-          tag.starts_with("</run")) {
-        end = lt;
-        break;
+      if (buffer.size() - pos > kMaxMzmlHeaderBytes) {
+        return Fail("the mzML header (before the first spectrum) is larger than " +
+                    std::to_string(kMaxMzmlHeaderBytes >> 20) + " MiB");
       }
-      from = lt + 1;
+      from = lt == std::string::npos ? buffer.size() : lt;
+      const std::size_t before = pos;
+      if (!Fill()) {
+        return Fail(error.empty() ? "ends before its first spectrum or chromatogram "
+                                    "(truncated file?)"
+                                  : error);
+      }
+      from -= before - pos;
     }
     header.assign(buffer, pos, end - pos);
     pos = end;
@@ -457,24 +569,25 @@ struct MzmlReader::Impl {
     return true;
   }
 
-  // Turns the element in `text` into `trace`. Problems with the element go to
-  // trace.problem; only the selection decides whether it is returned.
-  void Interpret(std::string_view text, int kind, Trace& trace) {
+  // Turns the element in `text` (of list `kind`, at `position` in it) into `trace`; true
+  // when the trace is to be returned. Problems with the element go to trace.problem; only
+  // the selection decides whether it is returned. Reads nothing that changes while the file
+  // is read, so that threads with workspaces of their own may call it at once.
+  bool Interpret(std::string_view text, int kind, std::size_t position, bool listRead,
+                 Workspace::Impl& ws, Trace& trace) const {
     trace = Trace();
     trace.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
-    const std::size_t position = seen[kind]++;
     trace.index = static_cast<std::int32_t>(std::min<std::size_t>(position, INT32_MAX));
     const char* elementName = kind == 0 ? "spectrum" : "chromatogram";
-    if (options.keep_elements) trace.element.assign(text);
-    // Parsed in place: the text is consumed afterwards.
+    ws.Skeletonize(text);
     const pugi::xml_parse_result parsed =
-        element.load_buffer_inplace(const_cast<char*>(text.data()), text.size());
-    const pugi::xml_node node = element.child(elementName);
+        ws.document.load_buffer_inplace(ws.skeleton.data(), ws.skeleton.size());
+    const pugi::xml_node node = ws.document.child(elementName);
     if (!parsed || !node) {
       trace.problem = std::string(elementName) + " " + std::to_string(position) +
                       ": malformed XML" + (parsed ? "" : std::string(": ") + parsed.description());
-      trace.selected = kind == reading;
-      return;
+      trace.selected = listRead;
+      return trace.selected || options.keep_elements;
     }
     trace.id = node.attribute("id").value();
     trace.scan_number = ScanNumberOf(trace.id);
@@ -492,14 +605,14 @@ struct MzmlReader::Impl {
         if (ParseDouble(p.attribute("value").value(), rt)) trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
       }
     }
-    trace.selected = kind == reading && options.selection.Accepts(trace);
-    if (!trace.selected) return;
+    trace.selected = listRead && options.selection.Accepts(trace);
+    if (!trace.selected) return options.keep_elements;
     const std::string where = std::string(elementName) + " " + std::to_string(position) +
                               (trace.id.empty() ? "" : " (" + Printable(trace.id) + ")");
     std::uint64_t declared = 0;
     if (!ParseUnsigned(node.attribute("defaultArrayLength").value(), declared)) {
       trace.problem = where + ": missing or invalid defaultArrayLength";
-      return;
+      return true;
     }
     const ArrayDescription::Role xRole =
         kind == 0 ? ArrayDescription::Role::kMz : ArrayDescription::Role::kTime;
@@ -516,7 +629,8 @@ struct MzmlReader::Impl {
         break;
       }
       std::string why;
-      if (!decoder.Decode(d, array.child_value("binary"), count, isX ? trace.x : trace.y, why)) {
+      if (!ws.DecodeArray(d, array.child_value("binary"), count, isX ? trace.x : trace.y,
+                          why)) {
         trace.problem = where + ": " + RoleName(d.role) + " array: " + why;
         break;
       }
@@ -536,9 +650,48 @@ struct MzmlReader::Impl {
       trace.x.clear();
       trace.y.clear();
     }
+    return true;
   }
 
-  bool Next(Trace& trace) {
+  // One past the close tag of the element `name` whose start tag ends at `from`, reading
+  // more as needed; markup is stepped over whole, so that a comment or CDATA section holding
+  // the close tag does not end the element. npos when the file ends first or the element
+  // grows beyond the limit (`error` says which).
+  std::size_t ElementEnd(std::string_view name, std::size_t from) {
+    for (;;) {
+      const std::size_t lt = buffer.find('<', from);
+      if (lt != std::string::npos && (lt + kMarkupLookahead <= buffer.size() || atEnd)) {
+        const std::size_t end = MarkupEnd(buffer, lt);
+        if (end != std::string::npos) {
+          if (IsTagAt(buffer, lt, "</", name)) return end;
+          from = end;
+          continue;
+        }
+      }
+      from = lt == std::string::npos ? buffer.size() : lt;
+      if (buffer.size() - pos > kMaxMzmlElementBytes) {
+        Fail(std::string("a ") + std::string(name) + " element is larger than " +
+             std::to_string(kMaxMzmlElementBytes >> 20) + " MiB");
+        return std::string::npos;
+      }
+      const std::size_t before = pos;
+      if (!Fill()) {
+        const int kind = name == "spectrum" ? 0 : 1;
+        Fail(error.empty() ? "ends inside " + std::string(name) + " " +
+                                 std::to_string(seen[kind]) + " (truncated file?)"
+                           : error);
+        return std::string::npos;
+      }
+      from -= before - pos;
+    }
+  }
+
+  // Cuts the next element to interpret out of the file: its text (valid until the next
+  // read, or, for a mapped file, while the reader lives), list and position. False at the
+  // end of the list or when the file is broken. The mapped pages more than `lag` bytes
+  // behind are let go (touched again, they are read again from the file).
+  bool FindElement(std::string_view& text, int& kind, std::size_t& position, std::size_t lag) {
+    if (mapped && pos > lag) input.Release(pos - lag);  // what came before is not looked at
     while (!done) {
       std::size_t at = buffer.find('<', pos);
       while (at == std::string::npos || at + 24 > buffer.size()) {
@@ -578,7 +731,6 @@ struct MzmlReader::Impl {
         if (end == std::string::npos) return Fail("ends inside a list's start tag (truncated file?)");
         listTags[listKind].assign(buffer, pos, end - pos);
         pos = end;
-        inList = listKind;
         if (listKind == 1 && options.selection.list == MzmlSelection::List::kAuto && seen[0] == 0) {
           reading = 1;  // no spectrum: the chromatograms are what there is to read
         }
@@ -589,7 +741,7 @@ struct MzmlReader::Impl {
         }
         continue;
       }
-      const int kind = isTag("<spectrum") ? 0 : isTag("<chromatogram") ? 1 : -1;
+      kind = isTag("<spectrum") ? 0 : isTag("<chromatogram") ? 1 : -1;
       if (kind < 0) {  // a closing list tag or anything else: step over it
         const std::size_t end = TagEnd(pos);
         if (end == std::string::npos) return Fail("ends inside a tag (truncated file?)");
@@ -601,39 +753,26 @@ struct MzmlReader::Impl {
       if (startEnd == std::string::npos) {
         return Fail(std::string("ends inside a ") + elementName + " (truncated file?)");
       }
-      std::size_t end = startEnd;
-      if (buffer[startEnd - 2] != '/') {
-        const std::string close = std::string("</") + elementName + ">";
-        std::size_t from = startEnd;
-        for (;;) {
-          const std::size_t found = buffer.find(close, from);
-          if (found != std::string::npos) {
-            end = found + close.size();
-            break;
-          }
-          if (buffer.size() - pos > kMaxMzmlElementBytes) {
-            return Fail(std::string("a ") + elementName + " element is larger than " +
-                        std::to_string(kMaxMzmlElementBytes >> 20) + " MiB");
-          }
-          from = std::max(pos, buffer.size() - std::min(buffer.size(), close.size()));
-          const std::size_t before = pos;
-          if (!Fill()) {
-            return Fail(error.empty() ? std::string("ends inside ") + elementName + " " +
-                                            std::to_string(seen[kind]) + " (truncated file?)"
-                                      : error);
-          }
-          from -= before - pos;
-        }
-      }
-      const std::string_view text(buffer.data() + pos, end - pos);
+      const std::size_t end =
+          buffer[startEnd - 2] == '/' ? startEnd : ElementEnd(elementName, startEnd);
+      if (end == std::string::npos) return false;
+      text = std::string_view(buffer.data() + pos, end - pos);
       pos = end;
-      const bool wanted = kind == reading || options.keep_elements;
-      if (!wanted) {
-        ++seen[kind];
-        continue;
+      position = seen[kind]++;
+      if (kind == reading || options.keep_elements) return true;
+    }
+    return false;
+  }
+
+  bool Next(Trace& trace) {
+    std::string_view text;
+    int kind = 0;
+    std::size_t position = 0;
+    while (FindElement(text, kind, position, 0)) {
+      if (Interpret(text, kind, position, kind == reading, workspace, trace)) {
+        if (options.keep_elements) trace.element.assign(text);
+        return true;
       }
-      Interpret(text, kind, trace);
-      if (trace.selected || options.keep_elements) return true;
     }
     return false;
   }
@@ -673,7 +812,8 @@ bool MzmlReader::OpenText(std::string text, const std::string& name,
   m_impl->options = options;
   m_impl->name = name;
   m_impl->fromMemory = true;
-  m_impl->buffer = std::move(text);
+  m_impl->owned = std::move(text);
+  m_impl->buffer = m_impl->owned;
   if (!m_impl->OpenSource()) {
     error = m_impl->error;
     m_impl->done = true;
@@ -683,6 +823,29 @@ bool MzmlReader::OpenText(std::string text, const std::string& name,
 }
 
 bool MzmlReader::Next(Trace& trace) { return m_impl->Next(trace); }
+
+bool MzmlReader::NextElement(Element& element) {
+  std::string_view text;
+  int kind = 0;
+  if (!m_impl->FindElement(text, kind, element.position, kPipelineLag)) return false;
+  // A mapped file's text stays where it is; a buffer's moves on and is copied.
+  element.m_owned = !m_impl->mapped;
+  element.m_view = element.m_owned ? std::string_view() : text;
+  if (element.m_owned) element.m_copy.assign(text);
+  element.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
+  element.listRead = kind == m_impl->reading;
+  return true;
+}
+
+bool MzmlReader::Interpret(Element& element, Workspace& workspace, Trace& trace) const {
+  const int kind = element.kind == Trace::Kind::kSpectrum ? 0 : 1;
+  if (!m_impl->Interpret(element.Text(), kind, element.position, element.listRead,
+                         *workspace.m_impl, trace)) {
+    return false;
+  }
+  if (m_impl->options.keep_elements) trace.element.assign(element.Text());
+  return true;
+}
 const std::string& MzmlReader::Error() const { return m_impl->error; }
 const char* MzmlReader::ListElement() const {
   return m_impl->reading == 0 ? "spectrum" : "chromatogram";

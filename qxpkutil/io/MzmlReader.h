@@ -3,7 +3,8 @@
 // the file: profile or centroided, 32/64-bit float (or integer) arrays, zlib-compressed or
 // not. A trace that cannot be used is returned with its `problem` set and the rest of the
 // file goes on; only a broken file (not mzML, truncated, unreadable) stops the reading.
-// Built on pugixml (each element is parsed alone) and zlib.
+// A plain file is mapped into memory rather than read; the pages passed are let go again.
+// Built on pugixml (each element is parsed alone, without its base64 text) and zlib.
 //
 //   MzmlReader reader;  std::string error;
 //   if (!reader.Open("run.mzML.gz", {}, error)) { std::cerr << error << '\n'; }
@@ -15,6 +16,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qxpkutil/io/Trace.h"
@@ -84,6 +86,40 @@ class MzmlReader {
   bool Next(Trace& trace);
   // Empty while all is well and at a clean end.
   const std::string& Error() const;
+
+  // Next in two steps, for pipelines that spread the work over threads. NextElement only
+  // finds where the next element of interest ends (cheap, in the reading thread); Interpret
+  // parses and decodes it (the costly part) and reads nothing but what Open set up, so
+  // several threads may call it at once, each with its own Workspace. Interpret returns
+  // false for an element Next would have skipped (outside the selection).
+  class Element {
+   public:
+    // The element's XML: in the mapped file (valid while the reader lives) or a copy.
+    std::string_view Text() const { return m_owned ? std::string_view(m_copy) : m_view; }
+    Trace::Kind kind = Trace::Kind::kSpectrum;
+    std::size_t position = 0;  // in its list
+    bool listRead = true;      // false: from the other list, only passed through (keep_elements)
+
+   private:
+    friend class MzmlReader;
+    std::string_view m_view;
+    std::string m_copy;
+    bool m_owned = false;
+  };
+  class Workspace {  // scratch buffers for Interpret, reused from element to element
+   public:
+    Workspace();
+    ~Workspace();
+    Workspace(const Workspace&) = delete;
+    Workspace& operator=(const Workspace&) = delete;
+
+   private:
+    friend class MzmlReader;
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
+  };
+  bool NextElement(Element& element);
+  bool Interpret(Element& element, Workspace& workspace, Trace& trace) const;
 
   // The element name of the list being read ("spectrum" or "chromatogram") and how many of
   // its elements were seen so far, selected or not.

@@ -44,6 +44,24 @@ Result ReadText(const std::string& text, const MzmlSelection& selection = {},
   if (!r.opened) return r;
   for (Trace t; reader.Next(t);) r.traces.push_back(t);
   r.error = reader.Error();
+  // The two-step way a pipeline reads (one workspace for every element) gives the same.
+  MzmlReader stepwise;
+  std::string error;
+  EXPECT_TRUE(stepwise.OpenText(text, "test.mzML", options, error));
+  MzmlReader::Workspace workspace;
+  std::size_t n = 0;
+  for (MzmlReader::Element e; stepwise.NextElement(e);) {
+    Trace t;
+    if (!stepwise.Interpret(e, workspace, t)) continue;
+    EXPECT_LT(n, r.traces.size());
+    if (n >= r.traces.size()) break;
+    const Trace& u = r.traces[n++];
+    EXPECT_TRUE(t.x == u.x && t.y == u.y && t.id == u.id && t.index == u.index &&
+                t.problem == u.problem && t.note == u.note && t.selected == u.selected &&
+                t.element == u.element) << u.index << ": " << u.problem;
+  }
+  EXPECT_EQ(n, r.traces.size());
+  EXPECT_EQ(stepwise.Error(), r.error);
   return r;
 }
 
@@ -58,6 +76,7 @@ struct Encoding {
   int bits;
   bool zlib;
   bool indexed;
+  bool markup = false;  // comments, CDATA and an entity that mimic the list's or spectrum's end
 };
 
 class MzmlEncodings : public ::testing::TestWithParam<Encoding> {};
@@ -66,25 +85,37 @@ TEST_P(MzmlEncodings, ValuesComeBackAsWritten) {
   FixtureSpectrum s = Ramp(50, 400.0);
   s.bits = GetParam().bits;
   s.zlib = GetParam().zlib;
-  const Result r = ReadText(MakeMzml({s, s}, {}, GetParam().indexed));
+  std::string text = MakeMzml({s, s}, {}, GetParam().indexed);
+  if (GetParam().markup) {
+    text = Replace(text, "<run ", "<!-- <spectrumList> --><run ");
+    text = Replace(text, "<binaryDataArrayList",
+                   "<!-- </spectrum> <binary> --><userParam name=\"a>b\" value=\"</spectrum>\"/>"
+                   "<userParam name=\"c\"><![CDATA[</spectrum><!--]]></userParam>"
+                   "<binaryDataArrayList");
+    // An escaped line break inside the first array's base64.
+    text.insert(text.find("<binary>", text.find("<binaryDataArrayList")) + 12, "&#10;");
+  }
+  const Result r = ReadText(text);
   ASSERT_TRUE(r.opened && r.error.empty()) << r.error;
   ASSERT_EQ(r.traces.size(), 2u);
-  const Trace& t = r.traces[1];
-  ASSERT_EQ(t.x.size(), 50u);
-  for (std::size_t i = 0; i < 50; ++i) {
-    const double x = s.bits == 32 ? static_cast<float>(s.x[i]) : s.x[i];
-    const double y = s.bits == 32 ? static_cast<float>(s.y[i]) : s.y[i];
-    EXPECT_EQ(t.x[i], x);
-    EXPECT_EQ(t.y[i], y);
+  for (const Trace& t : r.traces) {
+    ASSERT_EQ(t.x.size(), 50u) << t.problem;
+    for (std::size_t i = 0; i < 50; ++i) {
+      const double x = s.bits == 32 ? static_cast<float>(s.x[i]) : s.x[i];
+      const double y = s.bits == 32 ? static_cast<float>(s.y[i]) : s.y[i];
+      EXPECT_EQ(t.x[i], x);
+      EXPECT_EQ(t.y[i], y);
+    }
   }
-  EXPECT_EQ(t.index, 1);
-  EXPECT_EQ(t.scan_number, 2);
+  EXPECT_EQ(r.traces[1].index, 1);
+  EXPECT_EQ(r.traces[1].scan_number, 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MzmlEncodings,
                          ::testing::Values(Encoding{64, false, false}, Encoding{32, false, false},
                                            Encoding{64, true, false}, Encoding{32, true, true},
-                                           Encoding{64, true, true}));
+                                           Encoding{64, true, true},
+                                           Encoding{64, false, false, true}));
 
 TEST(MzmlReader, ReadsSpectrumMetadata) {
   FixtureSpectrum s = Ramp(10, 100.0);

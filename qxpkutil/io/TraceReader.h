@@ -29,6 +29,7 @@ class TraceReader {
   bool IsMzml() const { return m_isMzml; }
   // The mzML reader behind a file that is mzML (for the writer and the list's name).
   const MzmlReader& Mzml() const { return m_mzml; }
+  MzmlReader& Mzml() { return m_mzml; }
 
  private:
   MzmlReader m_mzml;

@@ -10,9 +10,11 @@
 #include <numeric>
 #include <random>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -20,7 +22,41 @@
 namespace qxpkutil::io_internal {
 
 Input::~Input() {
+  Unmap();
   if (m_gz != nullptr) gzclose(static_cast<gzFile>(m_gz));
+}
+
+void Input::Unmap() {
+  if (m_map != nullptr) ::munmap(m_map, m_mapSize);
+  m_map = nullptr;
+  m_mapSize = m_released = 0;
+}
+
+std::string_view Input::Map() {
+  if (m_map == nullptr) {
+    struct stat info {};
+    if (m_gz == nullptr || m_fd < 0 || m_read || gzdirect(static_cast<gzFile>(m_gz)) != 1 ||
+        ::fstat(m_fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_size <= 0 ||
+        static_cast<std::uint64_t>(info.st_size) > SIZE_MAX) {
+      return {};
+    }
+    const auto size = static_cast<std::size_t>(info.st_size);
+    void* map = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, m_fd, 0);
+    if (map == MAP_FAILED) return {};
+    (void)::madvise(map, size, MADV_SEQUENTIAL);
+    m_map = static_cast<char*>(map);
+    m_mapSize = size;
+  }
+  return {m_map, m_mapSize};
+}
+
+void Input::Release(std::size_t offset) {
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  // In steps of a few MiB: a call per small element would cost more than it saves.
+  offset = std::min(offset, m_mapSize) / page * page;
+  if (m_map == nullptr || offset < m_released + (std::size_t{4} << 20)) return;
+  (void)::madvise(m_map + m_released, offset - m_released, MADV_DONTNEED);
+  m_released = offset;
 }
 
 bool Input::Open(const std::string& path, std::string& error) {
@@ -49,23 +85,23 @@ bool Input::Open(const std::string& path, std::string& error) {
   }
   gzbuffer(gz, 1u << 17);
   m_gz = gz;
+  // Standard input may be a file that someone has read part of: then it is not mapped.
+  m_fd = ::lseek(fd, 0, SEEK_CUR) == 0 ? fd : -1;
   return true;
 }
 
-Input::Input(Input&& other) noexcept
-    : m_gz(other.m_gz),
-      m_name(std::move(other.m_name)),
-      m_error(std::move(other.m_error)),
-      m_peeked(std::move(other.m_peeked)),
-      m_peekedPos(other.m_peekedPos) {
-  other.m_gz = nullptr;
-}
+Input::Input(Input&& other) noexcept { *this = std::move(other); }
 
 Input& Input::operator=(Input&& other) noexcept {
   if (this != &other) {
+    Unmap();
     if (m_gz != nullptr) gzclose(static_cast<gzFile>(m_gz));
-    m_gz = other.m_gz;
-    other.m_gz = nullptr;
+    m_gz = std::exchange(other.m_gz, nullptr);
+    m_fd = std::exchange(other.m_fd, -1);
+    m_read = other.m_read;
+    m_map = std::exchange(other.m_map, nullptr);
+    m_mapSize = std::exchange(other.m_mapSize, 0);
+    m_released = std::exchange(other.m_released, 0);
     m_name = std::move(other.m_name);
     m_error = std::move(other.m_error);
     m_peeked = std::move(other.m_peeked);
@@ -87,6 +123,7 @@ std::string Input::Peek(std::size_t size) {
 }
 
 long Input::Read(char* data, std::size_t size) {
+  m_read = true;
   if (m_peekedPos < m_peeked.size()) {
     const std::size_t take = std::min(size, m_peeked.size() - m_peekedPos);
     std::memcpy(data, m_peeked.data() + m_peekedPos, take);

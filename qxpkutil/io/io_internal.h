@@ -33,11 +33,24 @@ class Input {
   // The first bytes (up to `size`, fewer when the input is shorter), which later reads
   // return again; for telling formats apart without reopening (standard input cannot be).
   std::string Peek(std::size_t size);
+  // The whole input, mapped into memory instead of read, when it is a regular uncompressed
+  // file from which nothing has been read yet (Peek aside); empty otherwise. Valid while the
+  // Input lives; Read must not be used after it.
+  std::string_view Map();
+  // Lets the system drop the mapped pages before `offset` (they are read again if touched):
+  // a long file read from front to back then takes no more memory than its window.
+  void Release(std::size_t offset);
   const std::string& Name() const { return m_name; }
   const std::string& Error() const { return m_error; }
 
  private:
+  void Unmap();
+
   void* m_gz = nullptr;  // gzFile
+  int m_fd = -1;         // owned by m_gz; -1 when it cannot be mapped
+  bool m_read = false;   // Read has returned data
+  char* m_map = nullptr;
+  std::size_t m_mapSize = 0, m_released = 0;
   std::string m_name;
   std::string m_error;
   std::string m_peeked;  // returned by Read before anything else

@@ -5,6 +5,10 @@
 #include <new>
 #include <string_view>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include "tools/qxpeak/cli/commands.h"
 #include "tools/qxpeak/cli/options.h"
 #include "tools/qxpeak/output/output_files.h"
@@ -15,6 +19,13 @@
 int main(int argc, char** argv) {
   using namespace qxpkutil::qxpeak;
   InstallSignalCleanup();
+#ifdef __GLIBC__
+  // Every trace allocates arrays of the same few sizes, often in another thread than the one
+  // that frees them. Kept by the allocator instead of being handed back to the system and
+  // faulted in again, they cost a page fault per 4 KiB once, not once per trace.
+  mallopt(M_MMAP_THRESHOLD, 64 << 20);
+  mallopt(M_TRIM_THRESHOLD, 256 << 20);
+#endif
   // Subcommands with a command line of their own are dispatched here, before the search's
   // options are parsed (the browser view's `qxpeak view` goes on this line).
   try {

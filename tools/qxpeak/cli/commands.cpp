@@ -228,7 +228,8 @@ int RunDemo(const Options& options, std::ostream& out, std::ostream& err) {
   OutputSet files;
   if (!files.Open(outputs, "qxpeak demo spectrum", SettingsSummary(demo, config),
                   config.resolutionPercent.has_value(), error) ||
-      !files.Add(spectrum, found, nullptr, error) || !files.Finish(error)) {
+      !files.Add(spectrum, found, files.Rows(spectrum, found), nullptr, error) ||
+      !files.Finish(error)) {
     err << "qxpeak: " << Printable(error) << '\n';
     return kExitFailed;
   }

@@ -200,36 +200,39 @@ std::string FormatJson(const std::string& inputName, const std::vector<Trace>& t
 std::string FormatDump(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks) {
   std::string out;
   for (std::size_t t = 0; t < traces.size() && t < peaks.size(); ++t) {
-    const Trace& trace = traces[t];
-    const auto yAt = [&trace](std::int32_t i) {
-      return i >= 0 && static_cast<std::size_t>(i) < trace.y.size()
-                 ? trace.y[static_cast<std::size_t>(i)]
-                 : 0.0;
-    };
-    // The library's table, rebuilt from the values; what the Peak does not carry (the
-    // centroid region) is written as 0, and an unmeasured centroid as 0 as the table has it.
-    QXPeakTable table;
-    for (const Peak& p : peaks[t].peaks) {
-      auto e = std::make_unique<QXPeakTableElement>();
-      e->m_dApexX = p.apex_x;
-      e->m_dApexY = p.apex_y;
-      e->m_nApexIndex = static_cast<std::uint32_t>(p.apex_index);
-      e->m_dLeftX = p.left_x;
-      e->m_dLeftY = yAt(p.left_index);
-      e->m_nLeftIndex = static_cast<std::uint32_t>(p.left_index);
-      e->m_dRightX = p.right_x;
-      e->m_dRightY = yAt(p.right_index);
-      e->m_nRightIndex = static_cast<std::uint32_t>(p.right_index);
-      e->m_dCentroidX = std::isfinite(p.centroid_x) ? p.centroid_x : 0.0;
-      e->m_dArea = p.area;
-      e->m_nCharge = p.charge;
-      e->m_dwFlags = p.marks;
-      e->m_strLabel = p.label;
-      table.AddPeak(e.release());
-    }
-    out += table.DumpToText();
+    AppendDump(out, traces[t], peaks[t]);
   }
   return out;
+}
+
+void AppendDump(std::string& out, const Trace& trace, const TracePeaks& found) {
+  const auto yAt = [&trace](std::int32_t i) {
+    return i >= 0 && static_cast<std::size_t>(i) < trace.y.size()
+               ? trace.y[static_cast<std::size_t>(i)]
+               : 0.0;
+  };
+  // The library's table, rebuilt from the values; what the Peak does not carry (the
+  // centroid region) is written as 0, and an unmeasured centroid as 0 as the table has it.
+  QXPeakTable table;
+  for (const Peak& p : found.peaks) {
+    auto e = std::make_unique<QXPeakTableElement>();
+    e->m_dApexX = p.apex_x;
+    e->m_dApexY = p.apex_y;
+    e->m_nApexIndex = static_cast<std::uint32_t>(p.apex_index);
+    e->m_dLeftX = p.left_x;
+    e->m_dLeftY = yAt(p.left_index);
+    e->m_nLeftIndex = static_cast<std::uint32_t>(p.left_index);
+    e->m_dRightX = p.right_x;
+    e->m_dRightY = yAt(p.right_index);
+    e->m_nRightIndex = static_cast<std::uint32_t>(p.right_index);
+    e->m_dCentroidX = std::isfinite(p.centroid_x) ? p.centroid_x : 0.0;
+    e->m_dArea = p.area;
+    e->m_nCharge = p.charge;
+    e->m_dwFlags = p.marks;
+    e->m_strLabel = p.label;
+    table.AddPeak(e.release());
+  }
+  out += table.DumpToText();
 }
 
 }  // namespace qxpkutil::qxpeak

@@ -50,5 +50,6 @@ inline constexpr const char* kJsonTail = "\n]}\n";
 // after the other; each dump starts with its "# Peaks" count line, so the traces can be
 // told apart. The table is rebuilt from the peaks (bound heights read from the trace).
 std::string FormatDump(const std::vector<Trace>& traces, const std::vector<TracePeaks>& peaks);
+void AppendDump(std::string& out, const Trace& trace, const TracePeaks& found);  // one trace
 
 }  // namespace qxpkutil::qxpeak

@@ -161,7 +161,7 @@ OutputSet::~OutputSet() {
   // m_group removes the temporaries of an unfinished set.
 }
 
-bool OutputSet::Write(Stream& s, const std::string& text, std::string& error) {
+bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
   if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) return true;
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";
   return false;
@@ -198,7 +198,24 @@ bool OutputSet::Open(const std::vector<std::pair<std::string, std::string>>& out
   return true;
 }
 
-bool OutputSet::Add(const Trace& trace, const TracePeaks& found, const MzmlReader* mzml,
+std::vector<std::string> OutputSet::Rows(const Trace& trace, const TracePeaks& found) const {
+  std::vector<std::string> rows(m_streams.size());
+  if (!trace.selected) return rows;
+  for (std::size_t i = 0; i < m_streams.size(); ++i) {
+    const std::string& format = m_streams[i].format;
+    if (format == "tsv") {
+      AppendTsvRows(rows[i], trace, found, m_withResolution);
+    } else if (format == "json") {
+      rows[i] = JsonTrace(trace, found);
+    } else {
+      AppendDump(rows[i], trace, found);
+    }
+  }
+  return rows;
+}
+
+bool OutputSet::Add(const Trace& trace, const TracePeaks& found,
+                    const std::vector<std::string>& rows, const MzmlReader* mzml,
                     std::string& error) {
   if (!m_mzmlPath.empty()) {
     if (!m_mzml) {
@@ -222,16 +239,10 @@ bool OutputSet::Add(const Trace& trace, const TracePeaks& found, const MzmlReade
     if (!m_mzml->Add(trace, found.peaks, error)) return false;
   }
   if (!trace.selected) return true;
-  for (Stream& s : m_streams) {
-    std::string text;
-    if (s.format == "tsv") {
-      AppendTsvRows(text, trace, found, m_withResolution);
-    } else if (s.format == "json") {
-      text = (m_jsonTraces == 0 ? "\n" : ",\n") + JsonTrace(trace, found);
-    } else {
-      text = FormatDump({trace}, {found});
-    }
-    if (!Write(s, text, error)) return false;
+  for (std::size_t i = 0; i < m_streams.size() && i < rows.size(); ++i) {
+    Stream& s = m_streams[i];
+    if (s.format == "json" && !Write(s, m_jsonTraces == 0 ? "\n" : ",\n", error)) return false;
+    if (!Write(s, rows[i], error)) return false;
   }
   ++m_jsonTraces;
   if (!m_svgPath.empty()) {
@@ -285,19 +296,36 @@ namespace {
 
 // One trace on its way through the pipeline.
 struct Item {
+  MzmlReader::Element element;  // the text a worker turns into `trace` (mzML with workers)
+  bool returned = true;         // false: outside the selection, nothing to write
   Trace trace;
   TracePeaks found;
-  bool ready = false;  // searched (or needing no search); guarded by the pipeline's mutex
+  std::vector<std::string> rows;  // OutputSet::Rows
+  std::exception_ptr failure;     // what a worker threw, rethrown by the writing thread
+  bool ready = false;             // done by a worker; guarded by the pool's mutex
 };
 
-bool NeedsSearch(const Trace& t) { return t.selected && t.problem.empty(); }
+// Everything an item needs after reading: the search (or why there is none) and its rows.
+void Complete(Item& item, const DetectionConfig& config, const OutputSet& out) {
+  const Trace& t = item.trace;
+  if (t.selected && !t.problem.empty()) {
+    item.found.skipped = t.problem;
+  } else if (t.selected) {
+    item.found = SearchTrace(t, config);
+  }
+  item.rows = out.Rows(t, item.found);
+}
 
-// The workers of one input: items handed in by the reading thread, searched in any order.
+// The workers of one input: items handed in by the reading thread, each turned from its
+// element into a trace (when it has one), searched and formatted, in any order.
 class SearchPool {
  public:
-  SearchPool(const DetectionConfig& config, unsigned workers) : m_config(config) {
+  SearchPool(const DetectionConfig& config, const OutputSet& out, const MzmlReader* mzml,
+             unsigned workers)
+      : m_config(config), m_out(out), m_mzml(mzml) {
     for (unsigned w = 0; w < workers; ++w) m_threads.emplace_back([this] { Work(); });
   }
+  // Stops the workers once they finish the item in hand; items not started are left.
   ~SearchPool() {
     {
       const std::lock_guard<std::mutex> lock(m_mutex);
@@ -317,26 +345,29 @@ class SearchPool {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_done.wait(lock, [&] { return item.ready; });
   }
-  void MarkReady(Item& item) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    item.ready = true;
-  }
 
  private:
   void Work() {
+    MzmlReader::Workspace workspace;
     for (;;) {
       Item* item = nullptr;
       {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_wake.wait(lock, [&] { return m_stop || !m_todo.empty(); });
-        if (m_todo.empty()) return;
+        if (m_stop) return;
         item = m_todo.front();
         m_todo.pop_front();
       }
-      TracePeaks found = SearchTrace(item->trace, m_config);
+      try {
+        if (m_mzml != nullptr) {
+          item->returned = m_mzml->Interpret(item->element, workspace, item->trace);
+        }
+        if (item->returned) Complete(*item, m_config, m_out);
+      } catch (...) {
+        item->failure = std::current_exception();
+      }
       {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        item->found = std::move(found);
         item->ready = true;
       }
       m_done.notify_all();
@@ -344,6 +375,8 @@ class SearchPool {
   }
 
   const DetectionConfig& m_config;
+  const OutputSet& m_out;
+  const MzmlReader* m_mzml;
   std::mutex m_mutex;
   std::condition_variable m_wake, m_done;
   std::deque<Item*> m_todo;
@@ -370,15 +403,12 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
   if (!reader.Open(job.input, read, result.error)) return result;
   const MzmlReader* mzml = reader.IsMzml() ? &reader.Mzml() : nullptr;
 
-  std::size_t selected = 0;
   bool failed = false;
   // Writes one item: its messages, its rows; in input order, from this thread only.
   const auto emit = [&](Item& item) {
     const Trace& t = item.trace;
-    if (t.selected) ++selected;
     if (!t.note.empty()) message(name + ": " + Printable(t.note));
     if (t.selected && !t.problem.empty()) {
-      item.found.skipped = t.problem;
       message(name + ": skipped " + Printable(t.problem));
     } else if (!item.found.skipped.empty()) {
       message(name + ": " + TraceName(t) + " skipped: " + Printable(item.found.skipped));
@@ -388,39 +418,39 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
       result.peaks += item.found.peaks.size();
       result.skipped += item.found.skipped.empty() ? 0 : 1;
     }
-    if (!out.Add(t, item.found, mzml, result.error)) failed = true;
+    if (!out.Add(t, item.found, item.rows, mzml, result.error)) failed = true;
     if (t.selected && traceDone) traceDone();
   };
 
-  if (workers <= 1) {
+  if (workers <= 1 || mzml == nullptr) {
+    // One thread, or a text file (one trace): read, search and write in turn.
     for (Item item; !failed && reader.Next(item.trace); item = Item()) {
-      if (NeedsSearch(item.trace)) item.found = SearchTrace(item.trace, context.config);
+      Complete(item, context.config, out);
       emit(item);
     }
   } else {
-    // Reading and writing stay in this thread (the reader's document feeds the mzML writer);
-    // the workers search. At most `window` traces are in flight.
+    // This thread only cuts elements out of the file and writes what comes back, in order;
+    // the workers do the rest. At most `window` traces are in flight. The items outlive the
+    // pool, whose workers may still hold one when an exception leaves this block.
     const std::size_t window = 2 * static_cast<std::size_t>(workers) + 2;
-    SearchPool pool(context.config, workers);
     std::deque<std::unique_ptr<Item>> inflight;
+    SearchPool pool(context.config, out, mzml, workers);
     bool readEnd = false;
     while (!failed) {
       while (!readEnd && inflight.size() < window) {
         auto item = std::make_unique<Item>();
-        if (!reader.Next(item->trace)) {
+        if (!reader.Mzml().NextElement(item->element)) {
           readEnd = true;
           break;
         }
-        if (NeedsSearch(item->trace)) {
-          pool.Submit(item.get());
-        } else {
-          pool.MarkReady(*item);
-        }
+        pool.Submit(item.get());
         inflight.push_back(std::move(item));
       }
       if (inflight.empty()) break;
-      pool.WaitFor(*inflight.front());
-      emit(*inflight.front());
+      Item& front = *inflight.front();
+      pool.WaitFor(front);
+      if (front.failure) std::rethrow_exception(front.failure);
+      if (front.returned) emit(front);
       inflight.pop_front();
     }
     for (const auto& item : inflight) pool.WaitFor(*item);  // before the items go
@@ -441,7 +471,6 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
     }
     return result;
   }
-  (void)selected;
   result.ok = out.Finish(result.error);
   return result;
 }

@@ -1,6 +1,7 @@
-// Searching inputs in bulk. Each input is streamed: its traces are read and decoded one at a
-// time, searched by worker threads, and written in input order as they come back, with at
-// most a few traces in flight, so memory is bounded by a few spectra rather than by the file.
+// Searching inputs in bulk. Each input is streamed: the reading thread only cuts the mzML
+// elements out of the file; worker threads parse and decode them, search the traces and
+// format their rows; the reading thread writes the rows in input order as they come back.
+// At most a few traces are in flight, so memory is bounded by a few spectra, not the file.
 // Several inputs share the workers out one input each. One line per input (and one per
 // skipped trace) goes to standard error; a terminal also gets a progress line.
 //
@@ -16,6 +17,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -84,9 +86,14 @@ class OutputSet {
   [[nodiscard]] bool Open(const std::vector<std::pair<std::string, std::string>>& outputs,
                           const std::string& name, const std::string& settingsSummary,
                           bool withResolution, std::string& error);
+  // The text each row output (TSV, JSON, dump) gets for a trace, in the order of the
+  // outputs; reads only what Open set, so worker threads may format while another writes.
+  std::vector<std::string> Rows(const Trace& trace, const TracePeaks& found) const;
   // Every trace the reader returned, in order (for mzML kept whole, the unselected ones
-  // too); `mzml` is the reader of an mzML input (null for text), needed by the first call.
-  [[nodiscard]] bool Add(const Trace& trace, const TracePeaks& found, const MzmlReader* mzml,
+  // too), with its Rows; `mzml` is the reader of an mzML input (null for text), needed by
+  // the first call.
+  [[nodiscard]] bool Add(const Trace& trace, const TracePeaks& found,
+                         const std::vector<std::string>& rows, const MzmlReader* mzml,
                          std::string& error);
   [[nodiscard]] bool Finish(std::string& error);
   bool WantsWholeMzml() const { return !m_mzmlPath.empty(); }
@@ -97,7 +104,7 @@ class OutputSet {
     std::FILE* file = nullptr;
     bool toStdout = false;
   };
-  bool Write(Stream& s, const std::string& text, std::string& error);
+  bool Write(Stream& s, std::string_view text, std::string& error);
 
   OutputGroup m_group;
   std::vector<Stream> m_streams;  // tsv, json, dump
