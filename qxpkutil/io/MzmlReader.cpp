@@ -430,11 +430,11 @@ struct MzmlReader::Impl {
   std::size_t seen[2] = {0, 0};
   bool done = false;
 
-  // Appends what the source gives (the first time, maps the whole file when it can); false
-  // at the end of the source or on a read error.
+  // Appends what the source gives (the first time, maps the whole file when asked to and it
+  // can); false at the end of the source or on a read error.
   bool Fill() {
     if (atEnd) return false;
-    if (!fromMemory && owned.empty() && !mapped) {
+    if (!fromMemory && owned.empty() && !mapped && options.map_file) {
       buffer = input.Map();
       mapped = !buffer.empty();
       atEnd = mapped;

@@ -54,6 +54,10 @@ struct MzmlReadOptions {
   // not read) with `selected` false and no points, each with its XML in Trace::element: what
   // MzmlWriter needs to copy the document.
   bool keep_elements = false;
+  // Map a plain file into memory instead of reading it in chunks: fewer copies and page
+  // faults, but if another program truncates the file meanwhile, touching the lost pages
+  // raises SIGBUS. Only a caller that handles that signal should ask for it (qxpeak does).
+  bool map_file = false;
 };
 
 // The limits that keep hostile files from exhausting memory; an element or array beyond

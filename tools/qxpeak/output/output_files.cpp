@@ -42,6 +42,11 @@ void Unregister(std::size_t slot) {
 }
 
 extern "C" void RemoveTemporariesAndExit(int signal) {
+  if (signal == SIGBUS) {
+    static constexpr char kShrunk[] =
+        "qxpeak: an input file was cut short by another program while it was being read\n";
+    (void)!::write(STDERR_FILENO, kShrunk, sizeof kShrunk - 1);
+  }
   for (auto& slot : g_temporaries) {
     if (char* path = slot.load()) ::unlink(path);
   }
@@ -176,7 +181,7 @@ void InstallSignalCleanup() {
   struct sigaction action {};
   action.sa_handler = RemoveTemporariesAndExit;
   sigemptyset(&action.sa_mask);
-  for (const int s : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(s, &action, nullptr);
+  for (const int s : {SIGINT, SIGTERM, SIGHUP, SIGBUS}) ::sigaction(s, &action, nullptr);
 }
 
 bool SameFile(const std::string& a, const std::string& b) {

@@ -3,7 +3,7 @@
 // full disk or a failed format leaves the previous outputs as they were (never a mix of new
 // and old). A replaced file keeps its permission bits. Temporaries are short names of their
 // own (".qxpeak-XXXXXX"), so a target name as long as the file system allows still works,
-// and they are removed when the process is stopped by SIGINT, SIGTERM or SIGHUP.
+// and they are removed when the process is stopped by SIGINT, SIGTERM, SIGHUP or SIGBUS.
 //
 //   InstallSignalCleanup();                                  // once, in main
 //   std::string error;
@@ -63,7 +63,8 @@ std::vector<std::size_t> WatchNewTemporaries(const std::string& dir,
 void ForgetTemporaries(const std::vector<std::size_t>& watched);
 
 // Handlers for SIGINT, SIGTERM and SIGHUP that remove the temporaries in flight and end the
-// process with status 128 + the signal's number.
+// process with status 128 + the signal's number; SIGBUS too (a mapped input file was
+// truncated under the reader), with a message saying so.
 void InstallSignalCleanup();
 
 // True when `a` and `b` name the same file (the same inode, or the same path once made

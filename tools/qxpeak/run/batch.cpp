@@ -400,6 +400,7 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
   MzmlReadOptions read;
   read.selection = context.selection;
   read.keep_elements = out.WantsWholeMzml();
+  read.map_file = true;  // main() handles SIGBUS, should the file be cut short meanwhile
   if (!reader.Open(job.input, read, result.error)) return result;
   const MzmlReader* mzml = reader.IsMzml() ? &reader.Mzml() : nullptr;
 
