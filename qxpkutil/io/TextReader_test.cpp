@@ -44,6 +44,7 @@ TEST(TextReader, RejectsWhatItCannotRead) {
       {"1 2\n3\n", "line 2:"},
       {"1 2\n3 nan\n", "line 2:"},
       {"1 2\n3 1e999\n", "line 2:"},
+      {"1 2\n+-3 4\n", "line 2:"},
       {"1 2\n3;4\n", "line 2:"},
       {"header\nheader again\n1 2\n", "line 2:"},
   };

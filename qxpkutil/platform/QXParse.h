@@ -22,7 +22,7 @@ namespace qxpkutil {
 // untouched otherwise.
 [[nodiscard]] bool QXParseDouble(std::string_view text, double& out);
 [[nodiscard]] bool QXParseInt(std::string_view text, int& out);
-[[nodiscard]] bool QXParseUInt32(std::string_view text, std::uint32_t& out);  // no '-'
+[[nodiscard]] bool QXParseUInt64(std::string_view text, std::uint64_t& out);  // no '-'
 
 // For readers that take several numbers from one line: the number at the start of `text`
 // (after blanks), by the same rule but ending where the number ends. Returns how many
@@ -30,6 +30,9 @@ namespace qxpkutil {
 // there or it is out of range.
 [[nodiscard]] std::size_t QXParseDoublePrefix(std::string_view text, double& out);
 [[nodiscard]] std::size_t QXParseIntPrefix(std::string_view text, int& out);
+
+// The one exception is the saved settings text's doubles, which keep atof's reading (in
+// QXPersistUtils) for the same reason as the integers below.
 
 // The C library's atoi reading, which the settings text and the profile keep on purpose
 // because saved files rely on it ("12abc" reads 12): blanks, one sign, the leading digits,
