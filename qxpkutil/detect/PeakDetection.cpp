@@ -33,7 +33,9 @@ PeakList ValidateSizes(std::size_t nx, std::size_t ny) {
     std::snprintf(text, sizeof text, "x has %zu values but y has %zu", nx, ny);
     return Failure(DetectStatus::kBadInput, text);
   }
-  if (nx > kQXMaxPoints) return Failure(DetectStatus::kBadInput, "more than 2147483647 points");
+  if (nx > kQXMaxPoints) {
+    return Failure(DetectStatus::kBadInput, "more than " + std::to_string(kQXMaxPoints) + " points");
+  }
   return {};
 }
 

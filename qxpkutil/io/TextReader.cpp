@@ -7,6 +7,7 @@
 
 #include "qxpkutil/io/io_internal.h"
 #include "qxpkutil/platform/QXParse.h"
+#include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
 
@@ -90,8 +91,8 @@ class LineParser {
               "' is not two finite numbers (x and y) separated by a tab, comma or blanks";
       return false;
     }
-    if (m_trace.x.size() == INT32_MAX) {
-      error = m_name + ": more points than the library can index";
+    if (m_trace.x.size() == kQXMaxPoints) {
+      error = m_name + ": more than " + std::to_string(kQXMaxPoints) + " points";
       return false;
     }
     m_trace.x.push_back(x);

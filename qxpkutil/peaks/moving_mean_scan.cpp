@@ -376,7 +376,7 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
 bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const ScanSettings& s) {
   return first >= 0 && first < last && last < static_cast<std::int64_t>(n) &&
          s.filterWidth >= 1 && s.filterInc >= 1 && s.filterWidth < last - first &&
-         n <= static_cast<std::uint32_t>(INT32_MAX);
+         n <= kQXMaxPoints;
 }
 
 constexpr auto kAlwaysWorth = [](std::int64_t, std::int64_t) { return true; };
