@@ -25,8 +25,10 @@
 // - Centroid and area: ComputeCentroid between the bounds, which also gives the trapezoid
 //   area over x that integration method 2 keeps. A candidate is taken unless its centroid
 //   x and apex intensity both agree to four decimals with the peak taken before it in this
-//   range; the first candidate is compared with an empty (all-zero) record, the way the
-//   established procedure compares it with a zero sentinel.
+//   range; the first candidate is compared with an empty (all-zero) record, so a first
+//   candidate whose centroid x and apex intensity both round to zero is dropped as a
+//   repeat. Kept so: it matters only for a peak at x = 0 without height, and changing
+//   it would make the search disagree with peak tables found and stored before.
 #include "qxpkutil/peaks/QXPeakTable.h"
 
 #include <algorithm>
