@@ -1,7 +1,6 @@
 #include "tools/qxpeak/cli/settings_file.h"
 
 #include <limits>
-#include <sstream>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -136,11 +135,8 @@ bool CheckKeys(const std::vector<std::pair<std::string, std::string>>& keys,
       return false;
     }
     if (!InRange(value, *info)) {
-      std::ostringstream range;
-      range << info->min << " to " << info->max;
       error = where + " " + Printable(key) + "=" + Printable(value) + " is not " +
-              (info->integer ? "a whole number" : "a number") +
-              (info->min == -kBig ? std::string() : " from " + range.str());
+              DescribeNumbers(info->min, info->max, info->integer);
       return false;
     }
   }
