@@ -183,10 +183,12 @@ def count_traces(path: PathLike, *, list: str = "auto") -> int:
     return _core.count_traces(os.fspath(path), list)
 
 
-def read_text(path: PathLike) -> Trace:
+def read_text(path: PathLike, *, kind: str = "spectrum") -> Trace:
     """A two-column text signal: x and y separated by a tab, a comma or blanks; a header
-    line, blank lines and '#' comments are skipped. ValueError for a bad file."""
-    return _core.read_text(os.fspath(path))
+    line, blank lines and '#' comments are skipped. ``kind="chromatogram"`` reads it as a
+    chromatogram, x in seconds. ValueError for a bad file."""
+    chromatogram = _choice("kind", kind, _KINDS) == _core.SignalKind.chromatogram
+    return _core.read_text(os.fspath(path), chromatogram)
 
 
 def __getattr__(name: str):

@@ -75,7 +75,7 @@ def peaks_of_file(path: PathLike, *, start: Optional[int] = None, stop: Optional
     Each trace is searched as its kind says unless ``kind`` is given."""
     path = os.fspath(path)
     if _is_text(path):
-        traces = [read_text(path)]
+        traces = [read_text(path, kind=options.get("kind") or "spectrum")]
     else:
         ranges = [] if start is None else [(start, (stop if stop is not None else 2**62) - 1)]
         traces = list(read_mzml(path, ms_level=ms_level, indices=ranges))

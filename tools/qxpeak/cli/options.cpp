@@ -148,7 +148,8 @@ void AddTraceOptions(CLI::App& app, Options& options, RawText& raw) {
   app.add_flag_callback(
          "--chromatograms", [&] { options.selection.list = MzmlSelection::List::kChromatograms; },
          Help("Search the chromatograms of mzML files instead of their\n"
-              "spectra (done anyway for a file without spectra)",
+              "spectra (done anyway for a file without spectra), and read\n"
+              "two-column text as a chromatogram, x in seconds",
               "--chromatograms"))
       ->group(group);
 }
