@@ -5,7 +5,6 @@
 #include <limits>
 #include <map>
 #include <ostream>
-#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -483,15 +482,6 @@ bool ParseRange(const std::string& text, std::pair<double, double>& range) {
   }
   range = {a, b};
   return true;
-}
-
-std::string DescribeNumbers(double min, double max, bool integer, bool minExcluded) {
-  std::ostringstream text;
-  text << (integer ? "a whole number" : "a number");
-  if (min == -kBig) return text.str();
-  text << (minExcluded ? " above " : max == kBig ? " of at least " : " from ") << min;
-  if (max != kBig) text << (minExcluded ? " and at most " : " to ") << max;
-  return text.str();
 }
 
 std::string FormatFromExtension(const std::string& path) {

@@ -113,11 +113,6 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, Options& opti
 // "X1:X2" as two numbers with X1 <= X2; false when malformed.
 [[nodiscard]] bool ParseRange(const std::string& text, std::pair<double, double>& range);
 
-// What a number option or settings key accepts, as its messages state it: "a whole number
-// from 1 to 100", "a number of at least 0" (max the largest double), "a number above 0 and
-// at most 1e+09" (minExcluded), "a number" (any finite value, min the lowest double).
-std::string DescribeNumbers(double min, double max, bool integer, bool minExcluded = false);
-
 // The output format an output file's name implies (".tsv", ".json", ".txt", ".mzML",
 // ".svg", case-insensitive); empty when the extension names none.
 std::string FormatFromExtension(const std::string& path);
