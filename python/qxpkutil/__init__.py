@@ -150,8 +150,8 @@ def find_peaks(
       gauss_refine  refine each centroid with a Gaussian fit
       labels        a Labels list or the path of a label file, matched onto the peaks
       noise_region  (x1, x2): S/N from the baseline and noise over that range
-      settings      path of an INI file of classic segments ('qxpeak settings' writes one);
-                    the automatic options are then not used
+      settings      path of an INI file of classic segments ('qxpeak settings' writes one),
+                    checked as qxpeak checks it; the automatic options are then not used
 
     Raises ValueError with the library's message for bad input (lengths differ, NaN,
     unsorted x, an option out of range) and TypeError for an unknown option.

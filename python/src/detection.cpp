@@ -337,7 +337,8 @@ void BindDetection(py::module_& m) {
           py::arg("text"), "Sets fwhm and fwhm_at from text such as '0.01@400', '4s', '20ppm'.")
       .def("load_settings", &LoadSettings, py::arg("path"), py::arg("section") = "qxpeak",
            py::arg("trace") = 0,
-           "Runs the classic segments saved in an INI file ('qxpeak settings' writes one).");
+           "Runs the classic segments saved in an INI file ('qxpeak settings' writes one); "
+           "ValueError with qxpeak's message for a file qxpeak refuses.");
 
   py::class_<PeakTable>(m, "PeakTable", "The peaks of one search, in apex-x order.")
       .def("__len__", [](const PeakTable& t) { return t.peaks.size(); })
