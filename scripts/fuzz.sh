@@ -19,7 +19,7 @@ launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DQXPKUTIL_FUZZ=ON -DQXPKUTIL_BUILD_TESTS=OFF -DQXPKUTIL_BUILD_BENCHMARKS=OFF \
-  -DQXPKUTIL_BUILD_EXAMPLES=OFF -DQXPKUTIL_BUILD_TOOLS=OFF -DQXPKUTIL_INSTALL=OFF \
+  -DQXPKUTIL_BUILD_EXAMPLES=OFF -DQXPKUTIL_BUILD_TOOLS=ON -DQXPKUTIL_INSTALL=OFF \
   "${launcher[@]}" >/dev/null
 nice -n 15 cmake --build "$build" -j "$(nproc)" --target "$target" >/dev/null
 corpus=$build/corpus/$target findings=$build/findings/$target

@@ -13,12 +13,12 @@ def peaks_of_run(path):
     frames = []
     for trace in qxpkutil.read_mzml(path, ms_level=1):
         peaks = qxpkutil.find_peaks(trace.x, trace.y, snr=5).to_pandas()
-        peaks.insert(0, "rt", trace.rt)  # seconds
-        peaks.insert(0, "spectrum_id", trace.id)
+        peaks.insert(0, "rt_s", trace.rt)  # seconds
+        peaks.insert(0, "id", trace.id)
         frames.append(peaks)
     return pd.concat(frames, ignore_index=True)
 
 
 if __name__ == "__main__":
     peaks = peaks_of_run(sys.argv[1])
-    print(peaks[["spectrum_id", "rt", "centroid_x", "apex_y", "fwhm", "snr", "charge"]])
+    print(peaks[["id", "rt_s", "centroid_x", "apex_y", "fwhm", "snr", "charge"]])

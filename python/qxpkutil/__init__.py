@@ -150,8 +150,8 @@ def find_peaks(
       gauss_refine  refine each centroid with a Gaussian fit
       labels        a Labels list or the path of a label file, matched onto the peaks
       noise_region  (x1, x2): S/N from the baseline and noise over that range
-      settings      path of an INI file of classic segments ('qxpeak settings' writes one);
-                    the automatic options are then not used
+      settings      path of an INI file of classic segments ('qxpeak settings' writes one),
+                    checked as qxpeak checks it; the automatic options are then not used
 
     Raises ValueError with the library's message for bad input (lengths differ, NaN,
     unsorted x, an option out of range) and TypeError for an unknown option.
@@ -183,10 +183,12 @@ def count_traces(path: PathLike, *, list: str = "auto") -> int:
     return _core.count_traces(os.fspath(path), list)
 
 
-def read_text(path: PathLike) -> Trace:
+def read_text(path: PathLike, *, kind: str = "spectrum") -> Trace:
     """A two-column text signal: x and y separated by a tab, a comma or blanks; a header
-    line, blank lines and '#' comments are skipped. ValueError for a bad file."""
-    return _core.read_text(os.fspath(path))
+    line, blank lines and '#' comments are skipped. ``kind="chromatogram"`` reads it as a
+    chromatogram, x in seconds. ValueError for a bad file."""
+    chromatogram = _choice("kind", kind, _KINDS) == _core.SignalKind.chromatogram
+    return _core.read_text(os.fspath(path), chromatogram)
 
 
 def __getattr__(name: str):

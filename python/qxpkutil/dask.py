@@ -25,12 +25,12 @@ from ._table import FIELDS
 
 __all__ = ["find_peaks_in_files", "peaks_of_file", "expand_paths", "COLUMNS"]
 
-# Where each peak comes from, then the Peak record's fields.
+# Where each peak comes from, named as in qxpeak's tables, then the Peak record's fields.
 _SOURCE = (
     ("file", object),
-    ("spectrum_id", object),
-    ("spectrum_index", np.int32),
-    ("rt", np.float64),
+    ("trace", np.int32),
+    ("id", object),
+    ("rt_s", np.float64),
     ("ms_level", np.int32),
 )
 COLUMNS = tuple(name for name, _ in _SOURCE + FIELDS)
@@ -75,7 +75,7 @@ def peaks_of_file(path: PathLike, *, start: Optional[int] = None, stop: Optional
     Each trace is searched as its kind says unless ``kind`` is given."""
     path = os.fspath(path)
     if _is_text(path):
-        traces = [read_text(path)]
+        traces = [read_text(path, kind=options.get("kind") or "spectrum")]
     else:
         ranges = [] if start is None else [(start, (stop if stop is not None else 2**62) - 1)]
         traces = list(read_mzml(path, ms_level=ms_level, indices=ranges))
@@ -84,9 +84,9 @@ def peaks_of_file(path: PathLike, *, start: Optional[int] = None, stop: Optional
         table = find_peaks(t.x, t.y, **{"kind": t.kind, **options}).to_pandas()
         n = len(table)
         table.insert(0, "ms_level", np.full(n, t.ms_level, np.int32))
-        table.insert(0, "rt", np.full(n, t.rt))
-        table.insert(0, "spectrum_index", np.full(n, t.index, np.int32))
-        table.insert(0, "spectrum_id", [t.id] * n)
+        table.insert(0, "rt_s", np.full(n, t.rt))
+        table.insert(0, "id", [t.id] * n)
+        table.insert(0, "trace", np.full(n, t.index, np.int32))
         table.insert(0, "file", [path] * n)
         frames.append(table)
     if not frames:
@@ -113,7 +113,7 @@ def find_peaks_in_files(paths: Union[PathLike, Iterable[PathLike]], client=None,
                         chunk_spectra: Optional[int] = None, ms_level: int = 0,
                         **options: Any) -> dd.DataFrame:
     """The peaks of every trace of many files as a Dask DataFrame, one row per peak, with
-    the columns file, spectrum_id, spectrum_index, rt (seconds), ms_level and the peak
+    the columns file, trace, id, rt_s (seconds), ms_level and the peak
     fields (see COLUMNS); rows in file order, then trace order.
 
     ``paths``: files, folders (their mzML files) or wildcard patterns; text files (.txt,

@@ -17,9 +17,8 @@
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXMessages.h"
-#include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/PeakCalc.h"
-#include "qxpkutil/settings/QXPersistUtils.h"
+#include "qxpkutil/settings/SettingsFile.h"
 
 namespace qxpkutil::python {
 
@@ -96,24 +95,26 @@ std::shared_ptr<QXUserPkLabels> LabelsFromState(const py::tuple& state) {
 }
 
 // The classic segments and switches saved in the INI layout QXPeakTableList persists
-// ("[<section>\PeakSettingsTrace-<trace>]"), as `qxpeak settings` writes them.
+// ("[<section>\PeakSettingsTrace-<trace>]"), as `qxpeak settings` writes them, checked as
+// qxpeak checks them. The library's loader lends the file to the process-wide profile; the
+// GIL keeps other Python threads out meanwhile.
 void LoadSettings(DetectOptions& options, const std::string& path, const std::string& section,
                   int trace) {
-  if (!std::ifstream(path)) throw py::value_error(path + ": cannot be read");
-  QXIniProfile ini(path);
-  if (!ini.Load()) throw py::value_error(path + ": cannot be read");
-  const std::string name = section + "\\PeakSettingsTrace-" + std::to_string(trace);
-  if (ini.GetProfileString(name.c_str(), "NumDetectSegments", "").empty()) {
-    throw py::value_error(path + ": no [" + name +
-                          "] section with NumDetectSegments (write one with 'qxpeak settings')");
+  constexpr std::size_t kMaxBytes = std::size_t{64} << 20;  // as qxpeak reads settings files
+  std::ifstream file(path, std::ios::binary);
+  std::string text;
+  char chunk[1 << 16];
+  while (file && text.size() <= kMaxBytes) {
+    file.read(chunk, sizeof chunk);
+    text.append(chunk, static_cast<std::size_t>(file.gcount()));
+  }
+  if (!file.eof()) {
+    throw py::value_error(path + (text.size() > kMaxBytes ? ": larger than 64 MiB"
+                                                          : ": cannot be read"));
   }
   QXPeakTableList list;
-  // The persistence code reads through the process-wide profile; the GIL keeps other
-  // Python threads out while it is swapped.
-  QXProfile* previous = QXGetAppProfile();
-  QXSetAppProfile(&ini);
-  list.RestoreSettings(section.c_str(), trace, nullptr, kQXPersistFromProfile);
-  QXSetAppProfile(previous);
+  std::string error;
+  if (!LoadSettingsText(text, path, section, trace, list, error)) throw py::value_error(error);
   options.classic = std::move(list);
 }
 
@@ -336,7 +337,8 @@ void BindDetection(py::module_& m) {
           py::arg("text"), "Sets fwhm and fwhm_at from text such as '0.01@400', '4s', '20ppm'.")
       .def("load_settings", &LoadSettings, py::arg("path"), py::arg("section") = "qxpeak",
            py::arg("trace") = 0,
-           "Runs the classic segments saved in an INI file ('qxpeak settings' writes one).");
+           "Runs the classic segments saved in an INI file ('qxpeak settings' writes one); "
+           "ValueError with qxpeak's message for a file qxpeak refuses.");
 
   py::class_<PeakTable>(m, "PeakTable", "The peaks of one search, in apex-x order.")
       .def("__len__", [](const PeakTable& t) { return t.peaks.size(); })

@@ -1,14 +1,16 @@
 // The `_core` extension of the qxpkutil Python package. The package's own modules wrap it
 // with keyword options, tables and Dask; this file only gathers the bindings.
-#include <limits>
+#include <string>
 
 #include "bindings.h"
+#include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil::python {
 
 std::uint32_t Count(std::size_t n, const char* what) {
-  if (n > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
-    throw py::value_error(std::string(what) + " has more than 2147483647 points");
+  if (n > kQXMaxPoints) {
+    throw py::value_error(std::string(what) + " has more than " + std::to_string(kQXMaxPoints) +
+                          " points");
   }
   return static_cast<std::uint32_t>(n);
 }

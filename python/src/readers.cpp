@@ -122,10 +122,11 @@ std::size_t CountTraces(const std::string& path, const std::string& list) {
   return MzmlStream(path, 0, list, {{-1, -1}}).CountRest();
 }
 
-PyTrace ReadText(const std::string& path) {
+PyTrace ReadText(const std::string& path, bool chromatogram) {
   Trace trace;
   std::string error;
   if (!ReadTextSignal(path, trace, error)) throw py::value_error(error);
+  if (chromatogram) trace.kind = Trace::Kind::kChromatogram;
   return ToPython(std::move(trace));
 }
 
@@ -158,8 +159,9 @@ void BindReaders(py::module_& m) {
       .def("__next__", &MzmlStream::Next);
   m.def("count_traces", &CountTraces, py::arg("path"), py::arg("list") = "auto",
         "How many spectra (or chromatograms) an mzML file holds.");
-  m.def("read_text", &ReadText, py::arg("path"),
-        "A two-column text signal (x and y separated by a tab, comma or blanks).");
+  m.def("read_text", &ReadText, py::arg("path"), py::arg("chromatogram") = false,
+        "A two-column text signal (x and y separated by a tab, comma or blanks); a "
+        "chromatogram, x in seconds, when `chromatogram` is true.");
 }
 
 }  // namespace qxpkutil::python

@@ -37,7 +37,7 @@ def test_cluster_gives_the_serial_result(mzml_files, cluster):
     assert list(expected.columns) == list(qd.COLUMNS)
     assert set(expected["file"]) == {str(p) for p in mzml_files}
     assert (expected["label"] == "first").sum() >= 4  # the first spectrum of every file
-    assert expected["rt"].max() == pytest.approx(4 * 0.5 * 60)
+    assert expected["rt_s"].max() == pytest.approx(4 * 0.5 * 60)
 
 
 def test_folder_ms_level_and_empty_input(mzml_files, tmp_path):

@@ -139,12 +139,16 @@ def test_options_reach_the_library():
 
 def test_classic_settings_from_an_ini_file(tmp_path):
     ini = tmp_path / "classic.ini"
-    ini.write_text("[qxpeak\\PeakSettingsTrace-0]\nNumDetectSegments=1\nDetectRelThreshold-0=50\n")
+    ini.write_text("[qxpeak\\PeakSettingsTrace-0]\nNumDetectSegments=1\nPeakThresholdPct-0=50\n")
     x, y = three_peaks()
     classic = qxpkutil.find_peaks(x, y, settings=ini)
     assert classic.report["segments"] == 1
     with pytest.raises(ValueError, match="no \\[other"):
         qxpkutil.detect_options().load_settings(str(ini), "other")
+    # Checked as qxpeak checks it, with its words.
+    ini.write_text("[qxpeak\\PeakSettingsTrace-0]\nPeakFilterWidth-0=wide\n")
+    with pytest.raises(ValueError, match="PeakFilterWidth-0=wide is not a whole number from 1 to 2001"):
+        qxpkutil.find_peaks(x, y, settings=ini)
 
 
 def test_threads_get_the_same_tables():

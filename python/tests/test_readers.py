@@ -46,7 +46,8 @@ def test_text_signal(tmp_path):
     (tmp_path / "s.txt").write_text("mz\tintensity\n# comment\n100.0\t5\n100.5,7\n\n101 9\n")
     t = qxpkutil.read_text(tmp_path / "s.txt")
     assert t.x.tolist() == [100.0, 100.5, 101.0] and t.y.tolist() == [5.0, 7.0, 9.0]
-    assert t.id == "" and math.isnan(t.rt)
+    assert t.id == "" and math.isnan(t.rt) and t.kind == "spectrum"
+    assert qxpkutil.read_text(tmp_path / "s.txt", kind="chromatogram").kind == "chromatogram"
     (tmp_path / "bad.txt").write_text("1 2\n3 x\n")
     with pytest.raises(ValueError, match="bad.txt"):
         qxpkutil.read_text(tmp_path / "bad.txt")

@@ -6,8 +6,8 @@ from conftest import three_peaks
 
 
 def test_smoothing_keeps_a_constant_and_refuses_bad_widths():
-    # Widths from 202 on have a normalised kernel; narrower ones keep the established
-    # under-normalised one.
+    # Widths from 202 on have a normalised kernel; narrower ones an under-normalised one
+    # (which found peaks depend on), so only a wide one keeps a constant.
     flat = np.full(1000, 7.0)
     np.testing.assert_allclose(qxpkutil.smooth(flat, 301), flat)
     x = np.linspace(100.0, 200.0, flat.size)

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "qxpkutil/detect/detect_internal.h"
 #include "qxpkutil/detect/gauss_refine_internal.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
+#include "qxpkutil/platform/QXParse.h"
 #include "qxpkutil/settings/PeakCalc.h"
 
 namespace qxpkutil {
@@ -32,7 +33,9 @@ PeakList ValidateSizes(std::size_t nx, std::size_t ny) {
     std::snprintf(text, sizeof text, "x has %zu values but y has %zu", nx, ny);
     return Failure(DetectStatus::kBadInput, text);
   }
-  if (nx > kQXMaxPoints) return Failure(DetectStatus::kBadInput, "more than 2147483647 points");
+  if (nx > kQXMaxPoints) {
+    return Failure(DetectStatus::kBadInput, "more than " + std::to_string(kQXMaxPoints) + " points");
+  }
   return {};
 }
 
@@ -122,10 +125,7 @@ bool ParseFwhm(const std::string& text, DetectOptions& options, std::string& err
   std::string width = text.substr(0, at);
   double where = 0.0;
   if (at != std::string::npos) {
-    char* end = nullptr;
-    const std::string tail = text.substr(at + 1);
-    where = std::strtod(tail.c_str(), &end);
-    if (tail.empty() || *end != '\0' || !std::isfinite(where) || where <= 0.0) {
+    if (!QXParseDouble(std::string_view(text).substr(at + 1), where) || where <= 0.0) {
       error = "'" + text + "' is not a width: the x after @ must be a positive number";
       return false;
     }
@@ -146,10 +146,8 @@ bool ParseFwhm(const std::string& text, DetectOptions& options, std::string& err
   } else if (!strip("min", 60.0)) {
     strip("s", 1.0);
   }
-  char* end = nullptr;
-  const double value = std::strtod(width.c_str(), &end);
-  if (width.empty() || *end != '\0' || !std::isfinite(value) || value <= 0.0 ||
-      width.find_first_not_of("0123456789.eE+-") != std::string::npos) {
+  double value = 0.0;
+  if (!QXParseDouble(width, value) || value <= 0.0) {
     error = "'" + text + "' is not a width: expected a positive number with an optional unit "
             "(s, min, ppm) and @x, as in 0.01@400, 4s or 20ppm";
     return false;

@@ -54,7 +54,7 @@ class CTriangulationGrid {
   virtual ~CTriangulationGrid() = default;
 
   // Appends a copy of `p` and returns 1; returns 0 and stores nothing when a point equal to
-  // it in x, y and z is stored already, or when the grid is full (2^31-1 points).
+  // it in x, y and z is stored already, or when the grid is full (kQXMaxPoints points).
   int AddPoint(const C3DPoint& p);
   // Number of stored points.
   std::int32_t GetSize() const { return static_cast<std::int32_t>(m_arrPoints.size()); }

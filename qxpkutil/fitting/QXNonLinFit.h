@@ -135,7 +135,7 @@ class QXNonLinFit {
   // each parameter's fitted value and standard error, the square root of the final step's
   // covar diagonal (read in fitted-parameter order: with fixed parameters they do not line
   // up). Returns the iterations performed (maxIter when nothing stopped the loop); 0 with
-  // `params` untouched when x or y is null, n is 0 or above 2^31-1, or params is empty.
+  // `params` untouched when x or y is null, n is 0 or above kQXMaxPoints, or params is empty.
   static std::uint32_t DeconvoluteSimilarGaussPeaks(const double* x, const double* y,
                                                     std::uint32_t n,
                                                     std::vector<QXNonLinFitParam>& params,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -15,6 +14,7 @@
 
 #include "qxpkutil/io/Base64.h"
 #include "qxpkutil/io/io_internal.h"
+#include "qxpkutil/platform/QXParse.h"
 
 namespace qxpkutil {
 
@@ -48,20 +48,6 @@ constexpr std::size_t kChunk = std::size_t{1} << 20;
 // room for the elements in flight, which are read where they are in the file.
 constexpr std::size_t kPipelineLag = std::size_t{16} << 20;
 
-bool ParseUnsigned(std::string_view text, std::uint64_t& value) {
-  const char* end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, value);
-  return result.ec == std::errc() && result.ptr == end && !text.empty();
-}
-
-bool ParseDouble(std::string_view text, double& value) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '+')) text.remove_prefix(1);
-  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
-  const char* end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, value);
-  return result.ec == std::errc() && result.ptr == end && !text.empty();
-}
-
 // The N of a "scan=N" token in a native id such as "controllerType=0 scan=12"; -1 if none.
 std::int64_t ScanNumberOf(std::string_view id) {
   for (std::size_t pos = id.find("scan="); pos != std::string_view::npos;
@@ -70,7 +56,7 @@ std::int64_t ScanNumberOf(std::string_view id) {
     std::string_view digits = id.substr(pos + 5);
     digits = digits.substr(0, digits.find(' '));
     std::uint64_t n = 0;
-    if (ParseUnsigned(digits, n) && n <= INT64_MAX) return static_cast<std::int64_t>(n);
+    if (QXParseUInt64(digits, n) && n <= INT64_MAX) return static_cast<std::int64_t>(n);
   }
   return -1;
 }
@@ -594,7 +580,7 @@ struct MzmlReader::Impl {
     if (kind == 0) {
       if (pugi::xml_node p = params.Find(node, kMsLevel)) {
         std::uint64_t level = 0;
-        if (ParseUnsigned(p.attribute("value").value(), level) && level <= INT_MAX) {
+        if (QXParseUInt64(p.attribute("value").value(), level) && level <= INT_MAX) {
           trace.ms_level = static_cast<int>(level);
         }
       }
@@ -602,7 +588,7 @@ struct MzmlReader::Impl {
       const pugi::xml_node scan = node.child("scanList").child("scan");
       if (pugi::xml_node p = params.Find(scan, kScanStartTime)) {
         double rt = 0.0;
-        if (ParseDouble(p.attribute("value").value(), rt)) trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
+        if (QXParseDouble(p.attribute("value").value(), rt)) trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
       }
     }
     trace.selected = listRead && options.selection.Accepts(trace);
@@ -610,7 +596,7 @@ struct MzmlReader::Impl {
     const std::string where = std::string(elementName) + " " + std::to_string(position) +
                               (trace.id.empty() ? "" : " (" + Printable(trace.id) + ")");
     std::uint64_t declared = 0;
-    if (!ParseUnsigned(node.attribute("defaultArrayLength").value(), declared)) {
+    if (!QXParseUInt64(node.attribute("defaultArrayLength").value(), declared)) {
       trace.problem = where + ": missing or invalid defaultArrayLength";
       return true;
     }
@@ -624,7 +610,7 @@ struct MzmlReader::Impl {
       if (!isX && !isY) continue;
       std::uint64_t count = declared;
       if (pugi::xml_attribute a = array.attribute("arrayLength");
-          a && !ParseUnsigned(a.value(), count)) {
+          a && !QXParseUInt64(a.value(), count)) {
         trace.problem = where + ": invalid arrayLength";
         break;
       }

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "qxpkutil/io/Trace.h"
+#include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
 
@@ -66,6 +67,7 @@ struct MzmlReadOptions {
 inline constexpr std::size_t kMaxMzmlHeaderBytes = std::size_t{16} << 20;
 inline constexpr std::size_t kMaxMzmlElementBytes = std::size_t{256} << 20;
 inline constexpr std::uint64_t kMaxArrayValues = std::uint64_t{32} << 20;
+static_assert(kMaxArrayValues <= kQXMaxPoints, "a trace read must be one the library can search");
 
 class MzmlReader {
  public:

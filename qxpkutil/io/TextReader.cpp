@@ -1,12 +1,13 @@
 #include "qxpkutil/io/TextReader.h"
 
-#include <charconv>
-#include <cmath>
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 #include <vector>
 
 #include "qxpkutil/io/io_internal.h"
+#include "qxpkutil/platform/QXParse.h"
+#include "qxpkutil/platform/QXTypes.h"
 
 namespace qxpkutil {
 
@@ -18,13 +19,12 @@ void SkipBlanks(std::string_view& s) {
   while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
 }
 
-// Reads one number from the front of `s`; from_chars takes no '+' sign, so it is skipped.
+// Reads one number from the front of `s` by the library's rule, which never yields a
+// value that is not finite.
 bool TakeNumber(std::string_view& s, double& value) {
-  if (!s.empty() && s.front() == '+') s.remove_prefix(1);
-  const auto r = std::from_chars(s.data(), s.data() + s.size(), value);
-  if (r.ec != std::errc() || !std::isfinite(value)) return false;
-  s.remove_prefix(static_cast<std::size_t>(r.ptr - s.data()));
-  return true;
+  const std::size_t used = QXParseDoublePrefix(s, value);
+  s.remove_prefix(used);
+  return used != 0;
 }
 
 // A data line: number, separator (a comma or tab with optional blanks, or blanks alone),
@@ -91,8 +91,8 @@ class LineParser {
               "' is not two finite numbers (x and y) separated by a tab, comma or blanks";
       return false;
     }
-    if (m_trace.x.size() == INT32_MAX) {
-      error = m_name + ": more points than the library can index";
+    if (m_trace.x.size() == kQXMaxPoints) {
+      error = m_name + ": more than " + std::to_string(kQXMaxPoints) + " points";
       return false;
     }
     m_trace.x.push_back(x);

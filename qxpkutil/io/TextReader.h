@@ -28,7 +28,7 @@ inline constexpr std::size_t kMaxTextLineBytes = std::size_t{1} << 20;
 // Parses `text`; `name` only labels messages. False, with `trace` untouched and the line
 // number in `error`, for a line (other than a leading header) that is not exactly two
 // finite numbers, a line longer than kMaxTextLineBytes, UTF-16 text, no data line at all,
-// or more points than the library can index.
+// or more than kQXMaxPoints points.
 [[nodiscard]] bool ParseTextSignal(std::string_view text, const std::string& name, Trace& trace,
                                    std::string& error);
 

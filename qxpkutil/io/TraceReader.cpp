@@ -28,6 +28,9 @@ bool TraceReader::Open(const std::string& path, const MzmlReadOptions& options,
   }
   Trace trace;
   if (!io_internal::ReadTextFrom(input, trace, error)) return false;
+  if (options.selection.list == MzmlSelection::List::kChromatograms) {
+    trace.kind = Trace::Kind::kChromatogram;
+  }
   m_text = std::move(trace);
   m_textPending = true;
   return true;

@@ -19,7 +19,9 @@ namespace qxpkutil {
 class TraceReader {
  public:
   // Opens `path` ("-" is standard input). For mzML, as MzmlReader::Open; for text, the
-  // whole signal is read here (one trace) and a text that cannot be read fails here.
+  // whole signal is read here (one trace) and a text that cannot be read fails here. Text
+  // is a spectrum, or a chromatogram (x in seconds) when the selection's list is
+  // kChromatograms.
   [[nodiscard]] bool Open(const std::string& path, const MzmlReadOptions& options,
                           std::string& error);
   // The next trace, as MzmlReader::Next; a text file gives one trace, always selected.

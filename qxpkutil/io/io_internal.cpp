@@ -19,6 +19,8 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include "qxpkutil/platform/QXFormat.h"
+
 namespace qxpkutil::io_internal {
 
 Input::~Input() {
@@ -416,12 +418,7 @@ std::string XmlEscape(std::string_view text) {
 
 std::string Printable(std::string_view text) {
   constexpr std::size_t kLongest = 80;
-  std::string out(text.substr(0, kLongest));
-  if (text.size() > kLongest) out += "...";
-  for (char& c : out) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-  }
-  return out;
+  return QXPrintable(text.substr(0, kLongest)) + (text.size() > kLongest ? "..." : "");
 }
 
 std::string FormatNumber(double value) {

@@ -104,7 +104,7 @@ std::string XmlSafe(std::string_view text);
 // XmlSafe(text) with &, <, > and " escaped, for an attribute value or element text.
 std::string XmlEscape(std::string_view text);
 
-// `text` for a one-line message: control characters become '?', and a long text is cut.
+// `text` for a one-line message: QXPrintable, cut when long.
 std::string Printable(std::string_view text);
 
 // `value` in the shortest form that reads back as the same double.

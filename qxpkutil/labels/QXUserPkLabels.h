@@ -134,7 +134,7 @@ class QXUserPkLabels : public QXObject {
   // whatever the process locale: one sign at most, no "nan", "inf" or hexadecimal, and one
   // beyond the range of its type counts as malformed. Returns 1 when
   // at least one label line was read, else 0; with `showMessages`, an unopenable file shows
-  // message 24725 and a missing header or a read error shows 24707.
+  // kQXMsgLabelFileOpenError and a missing header or a read error kQXMsgLabelFileReadError.
   int LoadLabelsFromFile(const char* path, int showMessages, const std::string& text);
   // Writes the header and one line per label (with a charge column when `withCharge`) to
   // the file at `path`, or replaces `text` with the ";"-terminated form when `path` is null

@@ -16,8 +16,6 @@
 namespace qxpkutil {
 namespace {
 
-// The same words as string 24706; a file format must not follow the string table.
-constexpr std::string_view kHeader = "Label\tX Value\tDelta X";
 constexpr std::string_view kUseChargeKeyword = "UseChargeState";
 constexpr std::string_view kDifferenceKeyword = "Difference";
 
@@ -189,7 +187,7 @@ int QXUserPkLabels::LoadLabelsFromFile(const char* path, int showMessages,
 int QXUserPkLabels::SaveLabelsToFile(int withCharge, const char* path, int showMessages,
                                      std::string& text) {
   const bool toFile = path != nullptr && *path != '\0';
-  std::string out(kHeader);
+  std::string out = QXLoadString(kQXMsgLabelFileHeader);
   if (withCharge != 0) out += "\tCharge";
   if (m_bUseChargeState != 0) (out += '\t') += kUseChargeKeyword;
   if (m_nLabelType == 1) (out += '\t') += kDifferenceKeyword;

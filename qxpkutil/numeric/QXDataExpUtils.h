@@ -45,14 +45,14 @@ class QXDataExpUtils {
 
   // Index of the element nearest to `value`; an exact midpoint goes to the lower index.
   // 0 for n <= 1 (an empty array included); -1 for a null `x`, a NaN `value` or more than
-  // 2^31 - 1 points.
+  // kQXMaxPoints points.
   static std::int32_t FindNearestIndex(const double* x, std::uint32_t n, double value);
   static std::int32_t FindNearestIndex(const float* x, std::uint32_t n, double value);
   // The j (-1 ... n-1) with `value` between x[j] and x[j+1] in the array's order: for an
   // ascending array the last j with x[j] <= value, -1 before x[0], n-1 at or past x[n-1].
   // Hunts outward from `start` (the previous result makes sequential look-ups O(1)); a
   // `start` >= n, such as uint32_t(-1), falls back to plain bisection. No nearest-point
-  // tie-break. -1 for a null `x`, n = 0 or more than 2^31 - 1 points.
+  // tie-break. -1 for a null `x`, n = 0 or more than kQXMaxPoints points.
   static std::int32_t HuntIndex(const double* x, std::uint32_t n, std::uint32_t start,
                                 double value);
   static std::int32_t HuntIndex(const float* x, std::uint32_t n, std::uint32_t start,

@@ -132,7 +132,7 @@ class QXPeakTable : public QXObject {
   // apex, centroid, bounds and centroid region are the point itself and whose area is its
   // intensity. The table is then sorted by apex x and, with bFinish, given charge states.
   // Returns the peak count (peaks of earlier ranges included); -1 for null arrays or more
-  // than 2^31 - 1 points.
+  // than kQXMaxPoints points.
   std::int32_t BuildCentroidPeakTable(const double* x, const double* y, std::uint32_t n,
                                       double dThreshold, int nMaxCharge, int nMaxIsotope,
                                       double dRelMinIntensity, double dRelMaxIntensity, int bFinish,
@@ -179,7 +179,7 @@ class QXPeakTable : public QXObject {
   // Appends the peaks of one range: local tops above dThreshold found window by window,
   // bounded by the lowest points around them and measured by ComputeCentroid. 1 on
   // success (the sort method is then -1); -3 when no point of the range reaches dThreshold;
-  // -1 for null arrays, more than 2^31 - 1 points or a dDivisor that is negative, NaN or
+  // -1 for null arrays, more than kQXMaxPoints points or a dDivisor that is negative, NaN or
   // infinite. On failure the table is unchanged.
   std::int32_t CentroidFindPeaks(const double* x, const double* y, std::uint32_t n,
                                  double dRangeStart, double dRangeEnd, double dThreshold,

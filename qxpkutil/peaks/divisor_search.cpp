@@ -25,8 +25,10 @@
 // - Centroid and area: ComputeCentroid between the bounds, which also gives the trapezoid
 //   area over x that integration method 2 keeps. A candidate is taken unless its centroid
 //   x and apex intensity both agree to four decimals with the peak taken before it in this
-//   range; the first candidate is compared with an empty (all-zero) record, the way the
-//   established procedure compares it with a zero sentinel.
+//   range; the first candidate is compared with an empty (all-zero) record, so a first
+//   candidate whose centroid x and apex intensity both round to zero is dropped as a
+//   repeat. Kept so: it matters only for a peak at x = 0 without height, and changing
+//   it would make the search disagree with peak tables found and stored before.
 #include "qxpkutil/peaks/QXPeakTable.h"
 
 #include <algorithm>
@@ -44,8 +46,6 @@
 namespace qxpkutil {
 namespace {
 
-// Peak records and the summed-region integral index points with signed 32-bit numbers.
-constexpr std::uint32_t kMaxPoints = static_cast<std::uint32_t>(INT32_MAX);
 // Decimals to which two candidates must agree to count as the same peak.
 constexpr std::int32_t kRepeatPrecision = 4;
 
@@ -261,7 +261,7 @@ std::int32_t QXPeakTable::ComputeCentroid(const double* x, const double* y, std:
 std::int32_t QXPeakTable::CentroidFindPeaks(const double* x, const double* y, std::uint32_t n,
                                             double dRangeStart, double dRangeEnd, double dThreshold,
                                             double dDivisor, double dPctCentroid) {
-  if (x == nullptr || y == nullptr || n > kMaxPoints || !(dDivisor >= 0.0) ||
+  if (x == nullptr || y == nullptr || n > kQXMaxPoints || !(dDivisor >= 0.0) ||
       std::isinf(dDivisor)) {
     return -1;
   }
@@ -399,7 +399,7 @@ std::int32_t QXPeakTable::BuildCentroidPeakTable(const double* x, const double* 
                                                  double dRelMinIntensity, double dRelMaxIntensity,
                                                  int bFinish, double dRangeStart,
                                                  double dRangeEnd) {
-  if (x == nullptr || y == nullptr || n > kMaxPoints) return -1;
+  if (x == nullptr || y == nullptr || n > kQXMaxPoints) return -1;
   if (n > 0) {
     const IndexRange range = RangeToIndices(x, n, dRangeStart, dRangeEnd);
     for (std::int64_t k = range.first; k <= range.last; ++k) {

@@ -3,7 +3,9 @@
 // A window slides over one x range; a rise of its mean followed by a fall marks a peak,
 // whose apex is the highest point of the rise and whose bounds are found by walking
 // window means away from the apex. The scan's decisions hang on exact comparisons of
-// window means, so it follows the established procedure step for step.
+// window means, so every mean is summed in one fixed order and every step is kept as it is:
+// a last-bit difference would move an apex or a bound, and peak tables, label matches and
+// settings that users saved would then no longer give the peaks they gave before.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -394,7 +396,7 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
 bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const ScanSettings& s) {
   return first >= 0 && first < last && last < static_cast<std::int64_t>(n) &&
          s.filterWidth >= 1 && s.filterInc >= 1 && s.filterWidth < last - first &&
-         n <= static_cast<std::uint32_t>(INT32_MAX);
+         n <= kQXMaxPoints;
 }
 
 constexpr auto kAlwaysWorth = [](std::int64_t, std::int64_t) { return true; };

@@ -42,4 +42,21 @@ void QXAppendFormat(std::string& text, const char* format, ...) {
   va_end(args);
 }
 
+std::string QXPrintable(std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '\t') {
+      out += "\\t";
+    } else if (u < 0x20 || u == 0x7f) {
+      ((out += "\\x") += kHex[u >> 4]) += kHex[u & 15];
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
 }  // namespace qxpkutil

@@ -8,9 +8,8 @@
 namespace qxpkutil {
 namespace {
 
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
-}
+// Space, or one of '\t' '\n' '\v' '\f' '\r' (consecutive codes).
+bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 std::size_t SkipBlanks(std::string_view text, std::size_t i) {
@@ -18,62 +17,36 @@ std::size_t SkipBlanks(std::string_view text, std::size_t i) {
   return i;
 }
 
-std::size_t SkipDigits(std::string_view text, std::size_t i) {
-  while (i < text.size() && IsDigit(text[i])) ++i;
-  return i;
-}
-
-// Where the number that starts at `i` ends by the rule, or `i` when none starts there. The
-// grammar is checked here rather than left to from_chars, which would take "inf" and "nan".
-std::size_t ScanNumber(std::string_view text, std::size_t i, bool fraction) {
-  const std::size_t start = i;
-  if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
-  const std::size_t intStart = i;
-  i = SkipDigits(text, i);
-  bool digits = i > intStart;
-  if (fraction && i < text.size() && text[i] == '.') {
-    const std::size_t fracStart = i + 1;
-    const std::size_t fracEnd = SkipDigits(text, fracStart);
-    if (digits || fracEnd > fracStart) {
-      digits = true;
-      i = fracEnd;
-    }
-  }
-  if (!digits) return start;
-  if (fraction && i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
-    std::size_t e = i + 1;
-    if (e < text.size() && (text[e] == '+' || text[e] == '-')) ++e;
-    const std::size_t expEnd = SkipDigits(text, e);
-    if (expEnd > e) i = expEnd;  // "1e" or "1e+" end before the 'e'
-  }
-  return i;
-}
-
-// Converts text[begin, end), which ScanNumber accepted; from_chars takes no '+'.
+// The number that starts at text[begin] by the rule, converted; how far it reaches, or 0.
+// std::from_chars reads the rule's grammar except for three things, handled here: it takes
+// no '+' (skipped, but "+-3" must not become -3), and it takes "inf" and "nan" (so a digit
+// or a point must follow the sign). Integers take no '.' from it, doubles no hexadecimal.
 template <typename T>
-bool Convert(std::string_view text, std::size_t begin, std::size_t end, T& out) {
-  if (text[begin] == '+') ++begin;
-  T parsed{};
+std::size_t Convert(std::string_view text, std::size_t begin, T& out) {
   const char* first = text.data() + begin;
-  const char* last = text.data() + end;
-  const auto [ptr, ec] = std::from_chars(first, last, parsed);
-  if (ec != std::errc() || ptr != last) return false;
-  out = parsed;
-  return true;
-}
-
-template <typename T>
-std::size_t ParsePrefix(std::string_view text, T& out, bool fraction) {
-  const std::size_t begin = SkipBlanks(text, 0);
-  const std::size_t end = ScanNumber(text, begin, fraction);
-  if (end == begin || !Convert(text, begin, end, out)) return 0;
-  return end;
-}
-
-template <typename T>
-bool ParseWhole(std::string_view text, T& out, bool fraction) {
+  const char* const last = text.data() + text.size();
+  if (first != last && *first == '+') {
+    ++first;
+    if (first != last && *first == '-') return 0;
+  }
+  const char* lead = first != last && *first == '-' ? first + 1 : first;
+  if (lead == last || !(IsDigit(*lead) || *lead == '.')) return 0;
   T parsed{};
-  const std::size_t end = ParsePrefix(text, parsed, fraction);
+  const auto [ptr, ec] = std::from_chars(first, last, parsed);
+  if (ec != std::errc()) return 0;
+  out = parsed;
+  return static_cast<std::size_t>(ptr - text.data());
+}
+
+template <typename T>
+std::size_t ParsePrefix(std::string_view text, T& out) {
+  return Convert(text, SkipBlanks(text, 0), out);
+}
+
+template <typename T>
+bool ParseWhole(std::string_view text, T& out) {
+  T parsed{};
+  const std::size_t end = ParsePrefix(text, parsed);
   if (end == 0 || SkipBlanks(text, end) != text.size()) return false;
   out = parsed;
   return true;
@@ -81,19 +54,19 @@ bool ParseWhole(std::string_view text, T& out, bool fraction) {
 
 }  // namespace
 
-bool QXParseDouble(std::string_view text, double& out) { return ParseWhole(text, out, true); }
-bool QXParseInt(std::string_view text, int& out) { return ParseWhole(text, out, false); }
+bool QXParseDouble(std::string_view text, double& out) { return ParseWhole(text, out); }
+bool QXParseInt(std::string_view text, int& out) { return ParseWhole(text, out); }
 
 // from_chars takes no '-' for an unsigned type, so "-0" is refused too.
-bool QXParseUInt32(std::string_view text, std::uint32_t& out) {
-  return ParseWhole(text, out, false);
+bool QXParseUInt64(std::string_view text, std::uint64_t& out) {
+  return ParseWhole(text, out);
 }
 
 std::size_t QXParseDoublePrefix(std::string_view text, double& out) {
-  return ParsePrefix(text, out, true);
+  return ParsePrefix(text, out);
 }
 std::size_t QXParseIntPrefix(std::string_view text, int& out) {
-  return ParsePrefix(text, out, false);
+  return ParsePrefix(text, out);
 }
 
 bool QXParseLeadingInt(std::string_view text, int& out) {

@@ -1,6 +1,7 @@
-// The library's one reading of numbers in text. Every reader of settings, labels and
-// dialog fields goes through it, so that "+-3", "nan" or "0x10" mean the same everywhere.
-// Built on std::from_chars: no locale, no allocation.
+// The library's one reading of numbers in text. The text and mzML readers, label files,
+// checked settings files, dialog fields, ParseFwhm and qxpeak's options all go through it,
+// so that " 3 " (3), "+-3", "0x10", "1e400" or "nan" (all refused) mean the same
+// everywhere. Built on std::from_chars: no locale; hot enough for the text reader.
 //
 //   double x = 0.0;
 //   if (!QXParseDouble(" 1.5e3 ", x)) return false;   // x == 1500.0
@@ -22,7 +23,7 @@ namespace qxpkutil {
 // untouched otherwise.
 [[nodiscard]] bool QXParseDouble(std::string_view text, double& out);
 [[nodiscard]] bool QXParseInt(std::string_view text, int& out);
-[[nodiscard]] bool QXParseUInt32(std::string_view text, std::uint32_t& out);  // no '-'
+[[nodiscard]] bool QXParseUInt64(std::string_view text, std::uint64_t& out);  // no '-'
 
 // For readers that take several numbers from one line: the number at the start of `text`
 // (after blanks), by the same rule but ending where the number ends. Returns how many
@@ -30,6 +31,10 @@ namespace qxpkutil {
 // there or it is out of range.
 [[nodiscard]] std::size_t QXParseDoublePrefix(std::string_view text, double& out);
 [[nodiscard]] std::size_t QXParseIntPrefix(std::string_view text, int& out);
+
+// The one exception is the doubles of saved settings text restored as it is, which keep
+// atof's reading (in QXPersistUtils) for the same reason as the integers below; a settings
+// file that a person edits is checked by this rule first (SettingsFile.h).
 
 // The C library's atoi reading, which the settings text and the profile keep on purpose
 // because saved files rely on it ("12abc" reads 12): blanks, one sign, the leading digits,

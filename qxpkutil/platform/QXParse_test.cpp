@@ -46,12 +46,12 @@ TEST(QXParse, IntegersTakeNoFractionAndStayInRange) {
     EXPECT_FALSE(QXParseInt(bad, i)) << bad;
     EXPECT_EQ(i, 7);
   }
-  std::uint32_t u = 7;
-  EXPECT_TRUE(QXParseUInt32("4294967295", u));
-  EXPECT_EQ(u, 4294967295u);
-  for (const char* bad : {"4294967296", "-0", "-1"}) {
+  std::uint64_t u = 7;
+  EXPECT_TRUE(QXParseUInt64("18446744073709551615", u));
+  EXPECT_EQ(u, UINT64_MAX);
+  for (const char* bad : {"18446744073709551616", "-0", "-1"}) {
     u = 7;
-    EXPECT_FALSE(QXParseUInt32(bad, u)) << bad;
+    EXPECT_FALSE(QXParseUInt64(bad, u)) << bad;
     EXPECT_EQ(u, 7u);
   }
 }

@@ -109,4 +109,19 @@ class QXIniProfile : public QXMemoryProfile {
 void QXSetAppProfile(QXProfile* profile);
 QXProfile* QXGetAppProfile();
 
+// Makes `profile` the application profile for the life of this object, then restores the
+// one before it: how a store is lent to the persistence calls, which read only through it.
+class QXScopedAppProfile {
+ public:
+  explicit QXScopedAppProfile(QXProfile& profile) : m_previous(QXGetAppProfile()) {
+    QXSetAppProfile(&profile);
+  }
+  ~QXScopedAppProfile() { QXSetAppProfile(m_previous); }
+  QXScopedAppProfile(const QXScopedAppProfile&) = delete;
+  QXScopedAppProfile& operator=(const QXScopedAppProfile&) = delete;
+
+ private:
+  QXProfile* m_previous;
+};
+
 }  // namespace qxpkutil

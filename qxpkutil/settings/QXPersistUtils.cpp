@@ -51,8 +51,7 @@ int ParseInt(const char* text) {
   return QXParseLeadingInt(text, value) ? value : 0;
 }
 
-// Saved settings texts are read as atof reads them ("1.5abc" is 1.5, "abc" is 0), so the
-// strict rule of QXParseDouble would turn values that load today into defaults.
+// Not QXParseDouble: saved settings texts load as atof reads them ("1.5abc" is 1.5, "abc" 0).
 double ParseDouble(const char* text) { return std::strtod(text, nullptr); }
 
 std::string FormatDouble(double value, DoubleFormat format) {

@@ -60,10 +60,8 @@ std::string DDX_TextSpace(double value, std::int32_t precision) {
 
 double QXRoundToPrecision(double value, std::int32_t precision) {
   if (!std::isfinite(value)) return value;
-  const std::string text = FormatFixed(value, precision);
   double rounded = value;
-  std::from_chars(text.data(), text.data() + text.size(), rounded);
-  return rounded;
+  return QXParseDouble(FormatFixed(value, precision), rounded) ? rounded : value;
 }
 
 bool DDV_MinDouble(double value, double minValue, std::string& message) {

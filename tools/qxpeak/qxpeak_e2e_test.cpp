@@ -109,14 +109,21 @@ TEST_F(QxpeakRun, SearchesChromatograms) {
   FixtureSpectrum trace = Spectrum();
   for (double& t : trace.x) t -= 480.0;  // minutes 10 to 70
   Write("chrom.mzML", testing::MakeMzml({}, {trace}));
-  const Result r = Run("chrom.mzML -f tsv,svg -q");
-  ASSERT_EQ(r.status, 0) << r.err;
-  const std::string tsv = ReadFile(dir_ / "chrom.peaks.tsv");
-  ExpectPeaksAt(ApexX(tsv), {20.0, 40.0, 60.0}, 0.011);
-  EXPECT_EQ(Column(tsv, "x_unit"), std::vector<std::string>(3, "s"));
-  const std::string svg = ReadFile(dir_ / "chrom.svg");
-  EXPECT_NE(svg.find("chromatogram 0 (TIC)"), std::string::npos);
-  EXPECT_NE(svg.find(">time (s)<"), std::string::npos);
+  std::string text;
+  for (std::size_t i = 0; i < trace.x.size(); ++i) {
+    text += std::to_string(trace.x[i]) + "\t" + std::to_string(trace.y[i]) + "\n";
+  }
+  Write("chrom.txt", text);
+  for (const char* input : {"chrom.mzML", "chrom.txt --chromatograms"}) {
+    const Result r = Run(std::string(input) + " -f tsv,svg -q");
+    ASSERT_EQ(r.status, 0) << input << ": " << r.err;
+    const std::string tsv = ReadFile(dir_ / "chrom.peaks.tsv");
+    ExpectPeaksAt(ApexX(tsv), {20.0, 40.0, 60.0}, 0.011);
+    EXPECT_EQ(Column(tsv, "x_unit"), std::vector<std::string>(3, "s")) << input;
+    const std::string svg = ReadFile(dir_ / "chrom.svg");
+    EXPECT_NE(svg.find("chromatogram 0"), std::string::npos) << input;
+    EXPECT_NE(svg.find(">time (s)<"), std::string::npos) << input;
+  }
 }
 
 TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {

@@ -5,7 +5,6 @@
 #include <limits>
 #include <map>
 #include <ostream>
-#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -45,25 +44,22 @@ std::string Help(const char* what, const char* example) {
   return std::string(what) + "\nExample: " + example;
 }
 
-// The tool's one number rule, as a validator: the library's parser, then a range.
-CLI::Validator NumberIn(double lo, double hi, bool integer) {
+const double kBig = std::numeric_limits<double>::max();
+
+// The tool's one number rule, as a validator: the library's parser, then a range; lo itself
+// is refused too with `loExcluded`.
+CLI::Validator NumberIn(double lo, double hi, bool integer, bool loExcluded = false) {
   return CLI::Validator(
       [=](std::string& text) -> std::string {
         double v = 0.0;
         int i = 0;
         const bool ok = integer ? QXParseInt(text, i) : QXParseDouble(text, v);
         if (integer) v = i;
-        if (!ok) return integer ? "not a whole number" : "not a number";
-        if (v < lo || v > hi) {
-          std::ostringstream range;
-          range << "outside " << lo << " to " << hi;
-          return range.str();
-        }
-        return {};
+        if (ok && (loExcluded ? v > lo : v >= lo) && v <= hi) return {};
+        return "not " + DescribeNumbers(lo, hi, integer, loExcluded);
       },
       integer ? "INT" : "NUMBER");
 }
-const double kBig = std::numeric_limits<double>::max();
 
 // The range the settings file uses for `key`, as a validator.
 CLI::Validator RangeOf(const char* key) {
@@ -151,7 +147,8 @@ void AddTraceOptions(CLI::App& app, Options& options, RawText& raw) {
   app.add_flag_callback(
          "--chromatograms", [&] { options.selection.list = MzmlSelection::List::kChromatograms; },
          Help("Search the chromatograms of mzML files instead of their\n"
-              "spectra (done anyway for a file without spectra)",
+              "spectra (done anyway for a file without spectra), and read\n"
+              "two-column text as a chromatogram, x in seconds",
               "--chromatograms"))
       ->group(group);
 }
@@ -162,7 +159,7 @@ void AddAutomaticOptions(CLI::App& app, Options& options) {
   app.add_option_function<double>(
          "--snr", [&a](double v) { a.snr = v; },
          Help("Keep peaks at least K times the local noise high (default 3)", "--snr 5"))
-      ->check(NumberIn(0.0, 1e9, false))
+      ->check(NumberIn(0.0, 1e9, false, true))
       ->option_text("K")
       ->group(group);
   app.add_option("--fwhm", a.fwhm,

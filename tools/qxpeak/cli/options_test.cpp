@@ -3,6 +3,7 @@
 #include <cmath>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -140,6 +141,14 @@ TEST(Options, MistakesGiveOneLineAndStatusTwo) {
     EXPECT_EQ(p.done, 2) << (args.empty() ? "" : args.back());
     EXPECT_EQ(p.err.rfind("qxpeak: ", 0), 0u) << p.err;
     EXPECT_EQ(p.err.find('\n'), p.err.size() - 1) << p.err;
+  }
+  // The message states the range that is really accepted.
+  for (const auto& [option, value, says] :
+       {std::tuple{"--snr", "0", "not a number above 0 and at most 1e+09"},
+        std::tuple{"--threshold", "101", "not a number from 0 to 100"},
+        std::tuple{"--res-min-intensity", "-1", "not a number of at least 0"}}) {
+    const Parsed p = Parse({"a", option, value});
+    EXPECT_NE(p.err.find(says), std::string::npos) << p.err;
   }
 }
 

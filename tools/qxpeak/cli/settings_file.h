@@ -14,34 +14,17 @@
 #include "qxpkutil/labels/QXUserPkLabels.h"
 
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "qxpkutil/settings/SettingsFile.h"
 #include "tools/qxpeak/run/detection.h"
 #include "tools/qxpeak/cli/options.h"
 
 namespace qxpkutil::qxpeak {
 
-// The range a settings key's value must lie in (the same the command line applies), and
-// whether it is a whole number; `key` without its "-<segment>" suffix. Null for no such key.
-struct SettingRange {
-  const char* key;
-  double min, max;
-  bool integer;
-};
-inline constexpr int kMaxSegments = 1000;
-const SettingRange* FindSettingRange(std::string_view key);
-
-// Restores `list` from the INI file at `path`, section "<section>\PeakSettingsTrace-<trace>".
-// The file is checked first, so that a mistake is reported rather than silently replaced
-// by a default: false with one line in `error` when the file cannot be read, lacks the
-// section, holds a key the layout does not have (a segment key of a segment beyond
-// NumDetectSegments included), a value that is not a number inside its key's range, a
-// NumDetectSegments outside 1..kMaxSegments, or several segments without their ranges.
-// The file is read once, so a pipe or "-" (standard input) works.
+// Restores `list` from the INI file at `path`, checked as the library's LoadSettingsText
+// checks text: false with one line in `error` when the file cannot be read or the text is
+// refused. The file is read once, so a pipe or "-" (standard input) works.
 [[nodiscard]] bool LoadSettingsFile(const std::string& path, const std::string& section, int trace,
                                     QXPeakTableList& list, std::string& error);
-// The same for settings text already in memory; `name` only labels messages.
-[[nodiscard]] bool LoadSettingsText(std::string_view text, const std::string& name,
-                                    const std::string& section, int trace, QXPeakTableList& list,
-                                    std::string& error);
 
 // Reads a label file (read once, like settings) into `labels`. False with one line in
 // `error` when it cannot be read, lacks its header line (whose absence would cost the

@@ -85,12 +85,12 @@ class ReplaySink : public QXMessageSink {
 // DDX_TextSpace (blank is the unset value).
 double ReadNumber(const json& body, const char* key) {
   const auto it = body.find(key);
-  if (it == body.end()) throw Refusal{QXLoadString(24738)};
+  if (it == body.end()) throw Refusal{QXLoadString(kQXMsgEnterNumber)};
   if (it->is_number()) return it->get<double>();
   std::string message;
   double value = 0.0;
   if (!it->is_string() || !DDX_TextSpace(it->get<std::string>(), value, message)) {
-    throw Refusal{message.empty() ? QXLoadString(24738) : message};
+    throw Refusal{message.empty() ? QXLoadString(kQXMsgEnterNumber) : message};
   }
   return value;
 }
@@ -102,7 +102,9 @@ double ReadMin(const json& body, const char* key, double minValue) {
 }
 int ReadWhole(const json& body, const char* key, int minValue, int maxValue) {
   const double v = ReadNumber(body, key);
-  if (!(v >= minValue && v <= maxValue) || v != std::floor(v)) throw Refusal{QXLoadString(24739)};
+  if (!(v >= minValue && v <= maxValue) || v != std::floor(v)) {
+    throw Refusal{QXLoadString(kQXMsgWholeNumberInRange)};
+  }
   return static_cast<int>(v);
 }
 std::int32_t ReadIndex(const json& body, std::int32_t count) {
@@ -137,7 +139,9 @@ struct SegmentField {
 
 void MinCheck(double v, double minValue, std::string& m) { DDV_MinDouble(v, minValue, m); }
 void WholeCheck(double v, int minValue, int maxValue, std::string& m) {
-  if (!(v >= minValue && v <= maxValue) || v != std::floor(v)) m = QXLoadString(24739);
+  if (!(v >= minValue && v <= maxValue) || v != std::floor(v)) {
+    m = QXLoadString(kQXMsgWholeNumberInRange);
+  }
 }
 
 const std::vector<SegmentField>& SegmentFields() {
@@ -146,7 +150,7 @@ const std::vector<SegmentField>& SegmentFields() {
       {"RangeX2", false, nullptr},
       {"RelThreshold", false,
        [](double v, std::string& m) {
-         if (!(v >= 0.0 && v <= 100.0)) m = QXLoadString(24722);
+         if (!(v >= 0.0 && v <= 100.0)) m = QXLoadString(kQXMsgThresholdPercent);
        }},
       {"AbsThreshold", false, [](double v, std::string& m) { MinCheck(v, 0.0, m); }},
       {"FilterType", true, [](double v, std::string& m) { WholeCheck(v, 0, 16, m); }},
@@ -511,7 +515,7 @@ ApiReply UseAutomaticSegments(ViewState& s, const json&) {
   DetectOptions options = s.physical;
   options.kind = IsChromatogram(s) ? SignalKind::kChromatogram : SignalKind::kSpectrum;
   QXPeakTableList built = BuildAutomaticSegments(s.x, s.y, options);
-  if (built.GetNumDetectionSettings() == 0) throw Refusal{QXLoadString(24703)};
+  if (built.GetNumDetectionSettings() == 0) throw Refusal{QXLoadString(kQXMsgRangeListEmpty)};
   built.DeleteAllPeakTables();
   s.list = std::move(built);
   s.automatic = false;
@@ -523,7 +527,7 @@ ApiReply SetSwitches(ViewState& s, const json& b) {
   QXPeakTableList list(s.list);
   if (b.contains("resolution")) {
     const double r = ReadNumber(b, "resolution");
-    if (!(r > 0.0)) throw Refusal{QXLoadString(24721)};
+    if (!(r > 0.0)) throw Refusal{QXLoadString(kQXMsgResolutionNotPositive)};
     list.SetResolution(r);
   }
   if (b.contains("mass_processing")) list.SetMassProcessing(ReadBool(b, "mass_processing"));
@@ -549,7 +553,7 @@ ApiReply SetAutomatic(ViewState& s, const json& b) {
   }
   if (b.contains("resolution")) {
     const double r = ReadNumber(b, "resolution");
-    if (!(r >= 0.0)) throw Refusal{QXLoadString(24721)};
+    if (!(r >= 0.0)) throw Refusal{QXLoadString(kQXMsgResolutionNotPositive)};
     p.resolution = r;
   }
   if (b.contains("resolution_at")) p.resolution_at = ReadMin(b, "resolution_at", 0.0);
@@ -572,7 +576,9 @@ ApiReply AddSegment(ViewState& s, const json& b) {
   const std::int32_t count = s.list.GetNumDetectionSettings();
   std::int32_t index = -1;
   if (b.contains("index")) index = ReadIndex(b, count + 1);
-  if (count >= QXPeakTableList::kMaxDetectionSettings) throw Refusal{QXLoadString(24741)};
+  if (count >= QXPeakTableList::kMaxDetectionSettings) {
+    throw Refusal{QXLoadString(kQXMsgNoMoreRanges)};
+  }
   s.list.AddDetectionSetting(index);
   Invalidate(s);
   return State(s);
@@ -580,7 +586,7 @@ ApiReply AddSegment(ViewState& s, const json& b) {
 
 ApiReply DeleteSegment(ViewState& s, const json& b) {
   const std::int32_t index = ReadIndex(b, s.list.GetNumDetectionSettings());
-  if (s.list.GetNumDetectionSettings() <= 1) throw Refusal{QXLoadString(24711)};
+  if (s.list.GetNumDetectionSettings() <= 1) throw Refusal{QXLoadString(kQXMsgRangeRequired)};
   s.list.DeleteDetectionSetting(index);
   Invalidate(s);
   return State(s);
@@ -600,7 +606,7 @@ ApiReply SetSegmentField(ViewState& s, const json& b) {
   field->check(v, message);
   std::vector<double> values = SegmentValues(s.list, index);
   values[static_cast<std::size_t>(field - fields.begin())] = v;
-  if (message.empty() && values[9] > values[10]) message = QXLoadString(24723);
+  if (message.empty() && values[9] > values[10]) message = QXLoadString(kQXMsgMinWidthAboveMax);
   if (!message.empty()) throw Refusal{message};
   SetSegmentValues(s.list, index, values);
   Invalidate(s);
@@ -654,8 +660,8 @@ void ReadTargets(const json& b, PeakCalcBaseList& calc) {
     if (!t.is_object()) throw Refusal{"a target is {target, delta}"};
     const double target = ReadMin(t, "target", 0.0);
     const double delta = ReadNumber(t, "delta");
-    if (!(delta > 0.0)) throw Refusal{QXLoadString(24719)};
-    if (!calc.AddSetting(-1)) throw Refusal{QXLoadString(24741)};
+    if (!(delta > 0.0)) throw Refusal{QXLoadString(kQXMsgDeltaXNotPositive)};
+    if (!calc.AddSetting(-1)) throw Refusal{QXLoadString(kQXMsgNoMoreRanges)};
     calc.GetSetting(calc.GetNumSettings() - 1)->SetPeakCalcSetting(target, delta);
   }
 }
@@ -664,7 +670,7 @@ ApiReply SetSignalToNoise(ViewState& s, const json& b) {
   SNPeakCalc sn(s.sn);
   if (b.contains("baseline_x1")) sn.SetBaselineX1(ReadMin(b, "baseline_x1", 0.0));
   if (b.contains("baseline_x2")) sn.SetBaselineX2(ReadMin(b, "baseline_x2", 0.0));
-  if (sn.GetBaselineX1() > sn.GetBaselineX2()) throw Refusal{QXLoadString(24705)};
+  if (sn.GetBaselineX1() > sn.GetBaselineX2()) throw Refusal{QXLoadString(kQXMsgRangeReversed)};
   ReadTargets(b, sn);
   s.sn = std::move(sn);
   Invalidate(s);
@@ -675,7 +681,9 @@ ApiReply SetResolutionCalc(ViewState& s, const json& b) {
   ResCalcPeakCalc res(s.res);
   if (b.contains("percent")) {
     const double p = ReadNumber(b, "percent");
-    if (!(p >= 1.0 && p <= 99.0) || p != std::floor(p)) throw Refusal{QXLoadString(24733)};
+    if (!(p >= 1.0 && p <= 99.0) || p != std::floor(p)) {
+      throw Refusal{QXLoadString(kQXMsgHeightPercent)};
+    }
     res.SetPercent(static_cast<std::int32_t>(p));
   }
   if (b.contains("min_intensity")) {
@@ -690,17 +698,19 @@ ApiReply SetResolutionCalc(ViewState& s, const json& b) {
 // A label item from the request, checked as the label list dialog checks it.
 QXUserPeakLabelItem ReadLabel(const ViewState& s, const json& b, std::int32_t replacing) {
   const std::string name = ReadString(b, "label");
-  if (name.empty()) throw Refusal{QXLoadString(24718)};
+  if (name.empty()) throw Refusal{QXLoadString(kQXMsgLabelNameEmpty)};
   const std::int32_t same = s.labels.FindLabelName(name);
-  if (same >= 0 && same != replacing) throw Refusal{QXLoadString(24717)};
+  if (same >= 0 && same != replacing) throw Refusal{QXLoadString(kQXMsgLabelNameTaken)};
   const double x = ReadNumber(b, "x");
-  if (!std::isfinite(x) || x == kQXUnsetValue) throw Refusal{QXLoadString(24738)};
+  if (!std::isfinite(x) || x == kQXUnsetValue) throw Refusal{QXLoadString(kQXMsgEnterNumber)};
   const double delta = ReadNumber(b, "delta");
-  if (!(delta > 0.0)) throw Refusal{QXLoadString(24719)};
+  if (!(delta > 0.0)) throw Refusal{QXLoadString(kQXMsgDeltaXNotPositive)};
   int charge = 0;
   if (b.contains("charge")) {
     const double c = ReadNumber(b, "charge");
-    if (!(c >= -1000 && c <= 1000) || c != std::floor(c)) throw Refusal{QXLoadString(24720)};
+    if (!(c >= -1000 && c <= 1000) || c != std::floor(c)) {
+      throw Refusal{QXLoadString(kQXMsgChargeOutOfRange)};
+    }
     charge = static_cast<int>(c);
   }
   return QXUserPeakLabelItem(x, delta, name.c_str(), charge);
@@ -760,7 +770,7 @@ ApiReply LoadLabels(ViewState& s, const json& b) {
   ReplaySink sink({});
   const int read = labels.LoadLabelsFromFile(path.c_str(), 1, text);
   if (!sink.messages.empty()) throw Refusal{sink.messages.front()};
-  if (!read) throw Refusal{QXLoadString(24708)};
+  if (!read) throw Refusal{QXLoadString(kQXMsgLabelFileEmpty)};
   s.labels = std::move(labels);
   s.matchLabels = true;
   Invalidate(s);
@@ -800,7 +810,9 @@ ApiReply SetBinning(ViewState& s, const json& b) {
   double width = s.binWidth;
   if (b.contains("width")) {
     width = ReadNumber(b, "width");
-    if (!(width > 0.0) || width == kQXUnsetValue) throw Refusal{QXLoadString(24734)};
+    if (!(width > 0.0) || width == kQXUnsetValue) {
+      throw Refusal{QXLoadString(kQXMsgBinWidthNotPositive)};
+    }
   }
   const bool enabled = b.contains("enabled") ? ReadBool(b, "enabled") : s.binning;
   s.binWidth = width;
@@ -819,7 +831,7 @@ ApiReply SaveSettings(ViewState& s, const json& b) {
   std::string error;
   const std::string ini = FormatSettingsIni(s.list, s.section, s.settingsTrace);
   if (!WriteOutputsTogether({{path, ini}}, error)) {
-    throw Refusal{QXLoadString(24735) + " " + error};
+    throw Refusal{QXLoadString(kQXMsgSettingsNotSaved) + " " + error};
   }
   return Json({{"saved", path}});
 }
