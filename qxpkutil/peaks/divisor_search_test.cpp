@@ -186,24 +186,6 @@ TEST(FindPeaksDivisor, CleanPeaksHaveExactPositionsBoundsAndAreas) {
   }
 }
 
-TEST(FindPeaksDivisor, ClosePeaksShareAValleyAndASplitTopStaysOnePeak) {
-  const Signal pair = MakeSignal(2000, 0.0, kDx, {{10.0, 1000.0, 0.02}, {10.12, 1000.0, 0.02}});
-  Table t;
-  ASSERT_EQ(t.Find(pair, 100.0, kDivisor), 2);
-  EXPECT_EQ(t[0].m_nRightIndex, 1006u);
-  EXPECT_EQ(t[1].m_nLeftIndex, 1006u);
-
-  // A top of 100 with a dip and a second, lower top two points on.
-  Signal split = MakeSignal(200, 0.0, 1.0, {}, {.baseline = 1.0});
-  const std::vector<double> top{5, 20, 60, 100, 80, 95, 50, 15, 4};
-  std::copy(top.begin(), top.end(), split.y.begin() + 96);
-  Table u;
-  ASSERT_EQ(u.Find(split, 10.0, 10.0), 1);
-  EXPECT_EQ(u[0].m_nApexIndex, 99u);
-  EXPECT_EQ(u[0].m_nLeftIndex, 95u);  // the first baseline points on either side
-  EXPECT_EQ(u[0].m_nRightIndex, 105u);
-}
-
 TEST(FindPeaksDivisor, RangesDirectionAndDivisorZero) {
   const Signal s = Spectrum();
   Table t;
@@ -370,9 +352,12 @@ TEST(FindPeaksDivisor, AgreesWithTheStraightforwardSearch) {
       const double centre = 5.0 + 50.0 * unit(rng);
       peaks.push_back({centre, 50.0 + 2000.0 * unit(rng), centre / 800.0 * (0.5 + unit(rng))});
     }
-    const Signal s = MakeSignal(6000, 0.0, kDx, peaks,
-                                {.baseline = 20.0, .slope = 1.0, .noiseSigma = 6.0,
-                                 .seed = static_cast<unsigned>(trial)});
+    Signal s = MakeSignal(6000, 0.0, kDx, peaks,
+                          {.baseline = 20.0, .slope = 1.0, .noiseSigma = 6.0,
+                           .seed = static_cast<unsigned>(trial)});
+    if (trial % 2) {  // whole numbers: ties on tops and in valleys
+      for (double& v : s.y) v = std::round(v);
+    }
     for (double d : {0.0, 0.37, 7.3, 150.0, 1191.0, 5e4}) {
       Table t;
       const std::vector<QXPeakTableElement> expected = StraightforwardSearch(t, s, 120.0, d);
