@@ -22,6 +22,7 @@
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestPeaks.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -328,22 +329,10 @@ std::string Difference(QXPeakTable& a, QXPeakTable& b) {
   for (std::int32_t i = 0; i < a.GetNumPeaks(); ++i) {
     const QXPeakTableElement& p = *a.GetPeak(i);
     const QXPeakTableElement& q = *b.GetPeak(i);
-    const double pd[] = {p.m_dApexX,         p.m_dApexY,         p.m_dCentroidX,
-                         p.m_dArea,          p.m_dCentroidLeftX, p.m_dCentroidLeftY,
-                         p.m_dCentroidRightX, p.m_dCentroidRightY, p.m_dLeftX,
-                         p.m_dLeftY,         p.m_dRightX,        p.m_dRightY,
-                         p.m_dExtra1,        p.m_dExtra2,        p.m_dExtra3,
-                         p.m_dExtra4};
-    const double qd[] = {q.m_dApexX,         q.m_dApexY,         q.m_dCentroidX,
-                         q.m_dArea,          q.m_dCentroidLeftX, q.m_dCentroidLeftY,
-                         q.m_dCentroidRightX, q.m_dCentroidRightY, q.m_dLeftX,
-                         q.m_dLeftY,         q.m_dRightX,        q.m_dRightY,
-                         q.m_dExtra1,        q.m_dExtra2,        q.m_dExtra3,
-                         q.m_dExtra4};
-    bool same = std::memcmp(pd, qd, sizeof pd) == 0 && p.m_nApexIndex == q.m_nApexIndex &&
-                p.m_nLeftIndex == q.m_nLeftIndex && p.m_nRightIndex == q.m_nRightIndex &&
-                p.m_nCharge == q.m_nCharge && p.m_dwFlags == q.m_dwFlags &&
-                p.m_strLabel == q.m_strLabel;
+    const std::vector<double> pv = testing::RecordValues(p);
+    const std::vector<double> qv = testing::RecordValues(q);
+    const bool same = std::memcmp(pv.data(), qv.data(), pv.size() * sizeof(double)) == 0 &&
+                      p.m_dwFlags == q.m_dwFlags && p.m_strLabel == q.m_strLabel;
     if (!same) return "peak " + std::to_string(i) + " at apex " + std::to_string(p.m_nApexIndex);
   }
   const QXPeakTableElement* nextA = a.GetNextFilteredPeak(kQXFilterAll, nullptr);
