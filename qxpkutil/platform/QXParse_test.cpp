@@ -16,17 +16,13 @@ struct DoubleCase {
   double value;
 };
 
+// What the random texts of DoubleAgreesWithTheGrammarAndStrtod cannot reach: other blanks,
+// words strtod would take, other separators, and the ends of the double range.
 TEST(QXParse, DoubleFollowsTheOneRule) {
   const DoubleCase cases[] = {
-      {"1.5", true, 1.5},       {" \t-2e3\r\n", true, -2000.0}, {"+4", true, 4.0},
-      {".5", true, 0.5},        {"5.", true, 5.0},              {"1.E2", true, 100.0},
-      {"-0", true, -0.0},       {"1e308", true, 1e308},         {"4.9e-324", true, 4.9e-324},
-      {"", false, 0},           {"  ", false, 0},               {"+-3", false, 0},
-      {"--3", false, 0},        {"+", false, 0},                {".", false, 0},
-      {"nan", false, 0},        {"-inf", false, 0},             {"infinity", false, 0},
-      {"0x10", false, 0},       {"1e", false, 0},               {"1e+", false, 0},
-      {"1.5x", false, 0},       {"1 2", false, 0},              {"1e400", false, 0},
-      {"1e-400", false, 0},     {"1,5", false, 0},              {"e5", false, 0},
+      {" \t-2e3\r\n", true, -2000.0}, {"1e308", true, 1e308}, {"4.9e-324", true, 4.9e-324},
+      {"nan", false, 0},    {"-inf", false, 0},   {"infinity", false, 0}, {"0x10", false, 0},
+      {"1e400", false, 0},  {"1e-400", false, 0}, {"1,5", false, 0},
   };
   for (const DoubleCase& c : cases) {
     double out = 7.0;
