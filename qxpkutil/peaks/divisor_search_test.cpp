@@ -39,10 +39,6 @@ class Table : public QXPeakTable {
   const QXPeakTableElement& operator[](std::int32_t i) const { return *GetPeak(i); }
 };
 
-Signal Reversed(const Signal& s) {
-  return {{s.x.rbegin(), s.x.rend()}, {s.y.rbegin(), s.y.rend()}};
-}
-
 TEST(FindMaxIndex, PlainAndThresholdForms) {
   const std::vector<double> y{1, 3, 3, 2, 5, 5, 0, 9, 1};
   const struct {
@@ -156,7 +152,9 @@ Signal Spectrum(const testing::SignalOptions& options = {}) {
   return MakeSignal(4000, 0.0, kDx, kPeaks, options);
 }
 
-TEST(FindPeaksDivisor, CleanPeaksHaveExactPositionsBoundsAndAreas) {
+// Positions and bounds are compared with the straightforward search below; here, the areas
+// the finishing step leaves.
+TEST(FindPeaksDivisor, FinishedAreasAreSumsAboveTheBaselineOrTheSearchsTrapezoids) {
   const Signal s = Spectrum({.baseline = 10.0});
   // Integration method 2 keeps the search's trapezoid areas over x, as does a search that
   // is not finished; method 0 sums intensities above a flat baseline.
@@ -166,27 +164,15 @@ TEST(FindPeaksDivisor, CleanPeaksHaveExactPositionsBoundsAndAreas) {
   ASSERT_EQ(kept.Find(s, 100.0, kDivisor, 2), 3);
   ASSERT_EQ(unfinished.Find(s, 100.0, kDivisor, 0, 0), 3);
   ASSERT_EQ(summed.Find(s, 100.0, kDivisor, 0), 3);
-  EXPECT_EQ(summed.GetSortMethod(), 0);
   for (std::int32_t i = 0; i < 3; ++i) {
-    const QXPeakTableElement& p = summed[i];
     const GaussPeak& g = kPeaks[static_cast<std::size_t>(i)];
-    const double sigmaPoints = g.sigma / kDx;
-    EXPECT_EQ(p.m_nApexIndex, static_cast<std::uint32_t>(std::lround(g.centre / kDx)));
-    EXPECT_NEAR(p.m_dCentroidX, g.centre, 1e-9);
-    // Half-height crossings of a Gaussian lie 1.1774 sigma from its centre.
-    EXPECT_NEAR(p.m_dCentroidRightX - p.m_dCentroidLeftX, 2 * 1.1774 * g.sigma, 0.1 * g.sigma);
-    // Bounds: symmetric, at the foot (beyond 5 sigma), within one window width.
-    EXPECT_EQ(p.m_nApexIndex - p.m_nLeftIndex, p.m_nRightIndex - p.m_nApexIndex);
-    const double reach = p.m_nRightIndex - p.m_nApexIndex;
-    EXPECT_GT(reach, 5 * sigmaPoints);
-    EXPECT_LE(reach, g.centre / kDx / kDivisor);
-    EXPECT_NEAR(p.m_dArea, g.height * sigmaPoints * kSqrt2Pi, 1e-3 * p.m_dArea);
+    EXPECT_NEAR(summed[i].m_dArea, g.height * g.sigma / kDx * kSqrt2Pi, 1e-3 * summed[i].m_dArea);
     EXPECT_NEAR(kept[i].m_dArea, g.height * g.sigma * kSqrt2Pi, 1e-3 * kept[i].m_dArea);
     EXPECT_EQ(unfinished[i].m_dArea, kept[i].m_dArea);
   }
 }
 
-TEST(FindPeaksDivisor, RangesDirectionAndDivisorZero) {
+TEST(FindPeaksDivisor, RangesInEitherOrderAndApexXOrder) {
   const Signal s = Spectrum();
   Table t;
   ASSERT_EQ(t.Find(s, 100.0, kDivisor, 0, 0, 25.0, 35.0), 1);
@@ -194,16 +180,6 @@ TEST(FindPeaksDivisor, RangesDirectionAndDivisorZero) {
   EXPECT_EQ(t.GetSortMethod(), 0);
   EXPECT_NEAR(t[0].m_dCentroidX, 10.0, 1e-9);  // sorted by apex x, not by search order
   EXPECT_NEAR(t[1].m_dCentroidX, 30.0, 1e-9);
-
-  // Without a Divisor the windows follow the peaks, on a mirrored axis too.
-  for (const Signal& v : {s, Reversed(s)}) {
-    Table u;
-    ASSERT_EQ(u.Find(v, 100.0, 0.0), 3);
-    EXPECT_EQ(u.GetSortMethod(), 0);
-    for (std::int32_t i = 0; i < 3; ++i) {
-      EXPECT_NEAR(u[i].m_dCentroidX, kPeaks[static_cast<std::size_t>(i)].centre, 1e-9);
-    }
-  }
 }
 
 TEST(FindPeaksDivisor, FailuresLeaveTheTableAlone) {
