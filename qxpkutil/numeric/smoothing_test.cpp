@@ -1,9 +1,8 @@
+// SmoothData (plain and gap-aware) and ResolutionSmoothData, against the kernel mean of
+// NormGaussMean, which gauss_table_test.cpp checks against its definition.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
-#include <functional>
-#include <thread>
 #include <vector>
 
 #include "qxpkutil/numeric/QXDataExpUtils.h"
@@ -13,56 +12,6 @@ namespace qxpkutil {
 namespace {
 
 using U = QXDataExpUtils;
-
-// The kernel from its definition: widths up to 201 apply the first w weights of table row
-// w-2 (centre c = w-2, 2c+1 weights) and divide by the whole row's sum; wider ones apply a
-// symmetric kernel of w weights centred on c = w/2, normalised.
-double NaiveGaussMean(const std::vector<double>& v, int w) {
-  const int c = w <= 201 ? w - 2 : w / 2, length = w <= 201 ? 2 * c + 1 : w;
-  double sum = 0, divisor = 0;
-  for (int pos = 0; pos < length; ++pos) {
-    const double weight = c == 0 ? 1.0 : std::exp(-double((pos - c) * (pos - c)) / (c * c));
-    divisor += weight;
-    if (pos < w) sum += weight * v[pos];
-  }
-  return w == 1 ? v[0] : sum / divisor;
-}
-
-std::vector<double> Counts(std::size_t n, unsigned seed) {
-  std::vector<double> v = testing::MakeNoise(n, 50.0, seed);
-  for (double& x : v) x = std::round(std::fabs(x));  // whole counts suit both families
-  return v;
-}
-
-TEST(NormGaussMean, MatchesDefinitionAcrossWidthsCacheChangesAndFamilies) {
-  const std::vector<double> v = Counts(2001, 7);
-  const std::vector<std::uint32_t> counts(v.begin(), v.end());
-  for (int w : {1, 2, 3, 4, 5, 100, 201, 202, 300, 300, 400, 300, 2001}) {
-    const double expected = NaiveGaussMean(v, w);
-    EXPECT_NEAR(U::NormGaussMean(v.data(), w), expected, 1e-12 * expected) << "w=" << w;
-    EXPECT_EQ(U::NormGaussMean(counts.data(), w), U::NormGaussMean(v.data(), w)) << "w=" << w;
-  }
-  for (int w : {0, -3, 2002}) EXPECT_EQ(U::NormGaussMean(v.data(), w), 0.0);
-  EXPECT_EQ(U::NormGaussMean(static_cast<const double*>(nullptr), 5), 0.0);
-
-  const double small = U::NormGaussMean(v.data(), 9), large = U::NormGaussMean(v.data(), 300);
-  U::DeleteGaussTable();  // frees the cache too: it must be rebuilt, not reused
-  EXPECT_EQ(U::NormGaussMean(v.data(), 300), large);
-  EXPECT_EQ(U::NormGaussMean(v.data(), 9), small);
-}
-
-TEST(NormGaussMean, ThreadsWithDifferentLargeWidthsKeepTheirOwnKernels) {
-  const std::vector<double> v = Counts(2001, 11);
-  const auto run = [&](int w, bool& ok) {
-    const double expected = NaiveGaussMean(v, w);
-    for (int i = 0; i < 300; ++i) ok = ok && std::fabs(U::NormGaussMean(v.data(), w) - expected) < 1e-9;
-  };
-  bool ok1 = true, ok2 = true;
-  std::thread t1(run, 1500, std::ref(ok1)), t2(run, 1700, std::ref(ok2));
-  t1.join();
-  t2.join();
-  EXPECT_TRUE(ok1 && ok2);
-}
 
 TEST(SmoothData, RejectsBadArgumentsWithoutWriting) {
   std::vector<double> in(10, 1.0), out(10, -1.0);
@@ -80,7 +29,7 @@ class SmoothDataWidth : public ::testing::TestWithParam<int> {};
 
 TEST_P(SmoothDataWidth, InteriorIsTheWindowMeanAndEndsAreCopies) {
   const int w = GetParam(), h = w / 2;
-  const std::vector<double> in = Counts(700, 5);
+  const std::vector<double> in = testing::MakeNoise(700, 50.0, 5);
   std::vector<double> out(in.size()), inPlace = in;
   ASSERT_EQ(U::SmoothData(in.data(), out.data(), 700, 0, 0, w), 1);
   ASSERT_EQ(U::SmoothData(inPlace.data(), inPlace.data(), 700, 0, 0, w), 1);
