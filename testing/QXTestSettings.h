@@ -1,6 +1,7 @@
 // Detection settings for tests: every field of a QXPeakDetectSetting as one tuple that
 // gtest compares and prints, so a test can say "equal to a default setting" in one line;
-// and a fixture that gives persistence tests an empty in-memory application profile.
+// a fixture that gives persistence tests an empty in-memory application profile; and saved
+// "section\key=value\r\n" lines turned into the host's map of full key to value.
 //
 //   EXPECT_EQ(qxpkutil::testing::SettingFields(a), qxpkutil::testing::SettingFields(b));
 #pragma once
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <map>
+#include <string>
 #include <tuple>
 #include <vector>
 
@@ -35,6 +38,16 @@ inline std::vector<SettingFieldsTuple> SegmentFields(const QXPeakTableList& list
   QXPeakDetectSetting s;
   for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
   return out;
+}
+
+// Saved lines, each "section\key=value\r\n", as the map a host passes to a restore.
+inline std::map<std::string, std::string> LinesToMap(const std::vector<std::string>& lines) {
+  std::map<std::string, std::string> map;
+  for (const std::string& line : lines) {
+    const std::size_t eq = line.find('=');
+    map.emplace(line.substr(0, eq), line.substr(eq + 1, line.size() - eq - 3));
+  }
+  return map;
 }
 
 // A test fixture whose application profile is an empty QXMemoryProfile, unset afterwards.

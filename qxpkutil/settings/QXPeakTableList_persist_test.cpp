@@ -70,16 +70,6 @@ QXPeakTableList SavedList(int count, int mass) {
   return list;
 }
 
-// "section\key=value\r\n" lines as the host's map of full key to value.
-std::map<std::string, std::string> AsMap(const Lines& lines) {
-  std::map<std::string, std::string> map;
-  for (const std::string& line : lines) {
-    const std::size_t eq = line.find('=');
-    map.emplace(line.substr(0, eq), line.substr(eq + 1, line.size() - eq - 3));
-  }
-  return map;
-}
-
 std::string AsText(const Lines& lines) {
   std::string text;
   QXPersistUtils::FormStringFromList(text, lines);
@@ -103,7 +93,7 @@ TEST_P(ListRoundTrip, RestoresEverySegmentAndSwitch) {
   QXPeakTableList restored = SavedList(5, 1 - mass);  // replaced, not merged
   const std::string text = AsText(lines);
   if (route == Route::kMap) {
-    restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
+    restored.RestoreSettings("App", testing::LinesToMap(lines), 2, kQXPersistFromText);
   } else {
     const bool profile = route == Route::kProfile;
     restored.RestoreSettings("App", 2, profile ? nullptr : text.c_str(),
@@ -195,7 +185,7 @@ TEST_F(ListPersist, SectionLookupIsASubstringSearchOfTheText) {
   // "B\PeakSettingsTrace-0\..." is found first inside AB's lines.
   EXPECT_EQ(SegmentFields(restored), Restored({1}, true));
 
-  restored.RestoreSettings("B", AsMap(lines), 0, kQXPersistFromText);
+  restored.RestoreSettings("B", testing::LinesToMap(lines), 0, kQXPersistFromText);
   EXPECT_EQ(SegmentFields(restored), Restored({1, 2}, false));
 }
 
