@@ -13,6 +13,7 @@
 
 #include "qxpkutil/settings/QXPeakTableList.h"
 #include "testing/QXTestMessages.h"
+#include "testing/QXTestSettings.h"
 
 namespace qxpkutil::testing {
 
@@ -32,14 +33,7 @@ inline Ranges RangesOf(const std::vector<QXPeakDetectSetting>& segments) {
   return ranges;
 }
 
-inline QXPeakTableList MakeList(const Ranges& ranges) {
-  QXPeakTableList list;
-  for (const QXPeakDetectSetting& s : MakeSegments(ranges)) {
-    list.AddDetectionSetting(-1);
-    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
-  }
-  return list;
-}
+inline QXPeakTableList MakeList(const Ranges& ranges) { return ListOf(MakeSegments(ranges)); }
 
 inline Ranges RangesOf(const QXPeakTableList& list) {
   std::vector<QXPeakDetectSetting> segments(

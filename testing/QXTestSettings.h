@@ -32,6 +32,16 @@ inline auto SettingFields(const QXPeakDetectSetting& s) {
 
 using SettingFieldsTuple = decltype(SettingFields(QXPeakDetectSetting()));
 
+// A list whose segments are `segments`, in order.
+inline QXPeakTableList ListOf(const std::vector<QXPeakDetectSetting>& segments) {
+  QXPeakTableList list;
+  for (const QXPeakDetectSetting& s : segments) {
+    list.AddDetectionSetting(-1);
+    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
+  }
+  return list;
+}
+
 // The fields of every segment of `list`, in segment order.
 inline std::vector<SettingFieldsTuple> SegmentFields(const QXPeakTableList& list) {
   std::vector<SettingFieldsTuple> out;

@@ -9,6 +9,7 @@
 
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestSettings.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -38,11 +39,7 @@ QXPeakDetectSetting Segment(double x1, double x2, double rel, double abs = 0.0,
 }
 
 QXPeakTableList MakeList(const std::vector<QXPeakDetectSetting>& segments, int tables = 1) {
-  QXPeakTableList list;
-  for (const QXPeakDetectSetting& s : segments) {
-    list.AddDetectionSetting(-1);
-    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
-  }
+  QXPeakTableList list = testing::ListOf(segments);
   for (int t = 0; t < tables; ++t) list.AddPeakTableToList();
   return list;
 }

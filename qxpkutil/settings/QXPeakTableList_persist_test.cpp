@@ -57,11 +57,9 @@ auto Switches(const QXPeakTableList& list) {
 
 // A list with segments 1..count and every switch away from its default.
 QXPeakTableList SavedList(int count, int mass) {
-  QXPeakTableList list;
-  for (int k = 1; k <= count; ++k) {
-    list.AddDetectionSetting(-1);
-    list.SetDetectionSetting(k - 1, Segment(k));
-  }
+  std::vector<QXPeakDetectSetting> segments;
+  for (int k = 1; k <= count; ++k) segments.push_back(Segment(k));
+  QXPeakTableList list = testing::ListOf(segments);
   list.SetMassProcessing(mass);
   list.SetResolution(12345.5);
   list.SetUseResolutionFlag(1);

@@ -23,6 +23,7 @@
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 #include "testing/QXTestPeaks.h"
+#include "testing/QXTestSettings.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -453,11 +454,7 @@ TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
     for (int k = 0; k < segments; ++k) in.segments.push_back(RandomSegment(rng, d));
     in.massProcessing = static_cast<int>(rng() % 2);
     in.autoSN = static_cast<int>(rng() % 2);
-    QXPeakTableList list;
-    for (const QXPeakDetectSetting& s : in.segments) {
-      list.AddDetectionSetting(-1);
-      list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
-    }
+    QXPeakTableList list = testing::ListOf(in.segments);
     list.SetMassProcessing(in.massProcessing);
     list.SetAutoSNCalcOn(in.autoSN);
     list.AddPeakTableToList();
@@ -495,8 +492,7 @@ TEST(ClassicDetection, ThreadsKeepTheirOwnMeansAndKernels) {
                                      {.baseline = 10.0, .noiseSigma = 3.0, .seed = 5u + k});
     QXPeakDetectSetting s(0.0, 0.0, 1.0, 0.0, 0, 230 + 20 * k, 1, 0.0, 1.0, 1, 3000, 0, 0.0, 1,
                           50.0, 4, 6, 0.05, 2.0);
-    job.list.AddDetectionSetting(-1);
-    job.list.SetDetectionSetting(0, s);
+    job.list = testing::ListOf({s});
     job.list.SetMassProcessing(1);
     job.list.AddPeakTableToList();
     const auto n = static_cast<std::uint32_t>(job.signal.x.size());
