@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "qxpkutil/peaks/QXPeakTable.h"
+#include "testing/QXTestPeaks.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -56,9 +57,7 @@ TEST(GaussFitPeakList, JointPassBeatsSinglePassOnOverlappingPeaks) {
     if (which[0]) AddPeak(t, s, 100, 75, 111, 0.0);
     if (which[1]) AddPeak(t, s, 120, 111, 145, 0.0);
     QXNonLinFit::GaussFitPeakList(&t, s.x.data(), s.y.data(), 200);
-    std::vector<double> c;
-    for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) c.push_back(t.GetPeak(i)->m_dCentroidX);
-    return c;
+    return testing::EachPeak(t, [](const QXPeakTableElement& p) { return p.m_dCentroidX; });
   };
   const double aloneLeft = fitted({1, 0})[0], aloneRight = fitted({0, 1})[0];
   const std::vector<double> joint = fitted({1, 1});

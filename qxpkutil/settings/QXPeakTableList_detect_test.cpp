@@ -9,6 +9,7 @@
 
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestPeaks.h"
 #include "testing/QXTestSettings.h"
 #include "testing/QXTestSignals.h"
 
@@ -51,16 +52,11 @@ auto Fields(const QXPeakTableElement& p) {
 using PeakFields = decltype(Fields(QXPeakTableElement()));
 
 std::vector<PeakFields> TablePeaks(const QXPeakTable* table) {
-  std::vector<PeakFields> out;
-  for (std::int32_t i = 0; i < table->GetNumPeaks(); ++i) out.push_back(Fields(*table->GetPeak(i)));
-  return out;
+  return testing::EachPeak(*table, Fields);
 }
 
 std::vector<double> ApexHeights(const QXPeakTable* table) {
-  std::vector<double> out;
-  for (std::int32_t i = 0; i < table->GetNumPeaks(); ++i)
-    out.push_back(std::round(table->GetPeak(i)->m_dApexY));
-  return out;
+  return testing::EachPeak(*table, [](const QXPeakTableElement& p) { return std::round(p.m_dApexY); });
 }
 
 std::int32_t Detect(QXPeakTableList& list, const Signal& s, std::int32_t table = 0) {

@@ -7,14 +7,13 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include "qxpkutil/platform/QXArchive.h"
 #include "qxpkutil/platform/QXTypes.h"
+#include "testing/QXTestArchive.h"
 #include "testing/QXTestSettings.h"
 
 namespace qxpkutil {
@@ -453,23 +452,6 @@ void FillTable(QXPeakTable& t, const std::vector<double>& xs) {
   }
 }
 
-std::string Store(QXPeakTableList& list) {
-  std::ostringstream out;
-  {
-    QXArchive ar(out);
-    list.Serialize(ar);
-  }
-  return out.str();
-}
-
-// Loads `bytes` into `list`; false when the archive failed.
-bool Load(QXPeakTableList& list, const std::string& bytes) {
-  std::istringstream in(bytes);
-  QXArchive ar(in);
-  list.Serialize(ar);
-  return !ar.Failed();
-}
-
 TEST(QXPeakTableList, TableIndexRules) {
   QXPeakTableList list;
   EXPECT_EQ(std::make_tuple(list.GetPeakTableFromList(-1), list.GetNumPeaksFromList(-1),
@@ -532,13 +514,13 @@ TEST(QXPeakTableList, CopiesAreDeepAndComplete) {
     SCOPED_TRACE(way);
     ListProbe source;
     FillEverything(source);
-    const std::string sourceBytes = Store(source);
+    const std::string sourceBytes = testing::Stored(source);
     ListProbe target;  // with content of its own that the copy replaces
     target.AddPeakTableToList();
     FillTable(*target.GetPeakTableFromList(0), {9.0});
     Fill(target, {7});
     ways[way](target, source);
-    EXPECT_EQ(Store(target), sourceBytes);
+    EXPECT_EQ(testing::Stored(target), sourceBytes);
     EXPECT_EQ(SegmentFields(target), SegmentFields(source));
     EXPECT_EQ(Switches(target), Switches(source));
     EXPECT_EQ(target.Defaults(), source.Defaults());
@@ -546,15 +528,15 @@ TEST(QXPeakTableList, CopiesAreDeepAndComplete) {
     target.GetPeakFromTableList(0, 0)->m_dApexX = -1.0;
     target.ClearPeakTableInList(1);
     target.SetDetectionRange(0, -5.0, -4.0);
-    EXPECT_EQ(Store(source), sourceBytes);
+    EXPECT_EQ(testing::Stored(source), sourceBytes);
     EXPECT_EQ(SegmentFields(source), Tags({1, 2, 3}));
   }
   ListProbe list;
   FillEverything(list);
-  const std::string bytes = Store(list);
+  const std::string bytes = testing::Stored(list);
   list.CopyPeakTableList(nullptr);
   list.CopyPeakTableList(&list);
-  EXPECT_EQ(Store(list), bytes);
+  EXPECT_EQ(testing::Stored(list), bytes);
   EXPECT_EQ(SegmentFields(list), Tags({1, 2, 3}));
 }
 
@@ -562,19 +544,19 @@ TEST(QXPeakTableList, ArchiveCarriesTheTablesOnlyAndBadBytesLeaveNone) {
   ListProbe source;
   FillEverything(source);
   source.AddPeakTableToList();  // an empty table travels too
-  const std::string bytes = Store(source);
+  const std::string bytes = testing::Stored(source);
   QXPeakTableList loaded;
   loaded.AddPeakTableToList();
   Fill(loaded, {7});
-  EXPECT_TRUE(Load(loaded, bytes));
-  EXPECT_EQ(Store(loaded), bytes);
+  EXPECT_TRUE(testing::Loaded(loaded, bytes));
+  EXPECT_EQ(testing::Stored(loaded), bytes);
   EXPECT_EQ(std::make_tuple(loaded.GetNumPeakTablesInList(), loaded.GetNumPeaksFromList(0),
                             loaded.GetPeakFromTableList(1, 0)->m_dArea),
             std::make_tuple(3, 2, 15.0));
   EXPECT_EQ(SegmentFields(loaded), Tags({7}));
   EXPECT_EQ(loaded.MassProcessingOn(), 0);
   QXPeakTableList empty;
-  EXPECT_EQ(Store(empty), std::string(2, '\0'));
+  EXPECT_EQ(testing::Stored(empty), std::string(2, '\0'));
 
   std::vector<std::string> bad;
   for (std::size_t cut = 0; cut < bytes.size(); ++cut) bad.push_back(bytes.substr(0, cut));
@@ -584,7 +566,7 @@ TEST(QXPeakTableList, ArchiveCarriesTheTablesOnlyAndBadBytesLeaveNone) {
   for (const std::string& b : bad) {
     QXPeakTableList list;
     list.AddPeakTableToList();
-    EXPECT_FALSE(Load(list, b)) << b.size();
+    EXPECT_FALSE(testing::Loaded(list, b)) << b.size();
     EXPECT_EQ(list.GetNumPeakTablesInList(), 0) << b.size();
   }
 }
