@@ -36,9 +36,8 @@ TEST(QXUserPkLabels, DeleteAndMoveFollowTheirIndexAndFlagRules) {
   for (auto [from, to] : {std::pair{0, 0}, {0, 3}, {-1, 1}})
     EXPECT_EQ(list.MoveUserLabel(from, to), 0);
   EXPECT_EQ(list.LabelsChanged(), 0);
-  EXPECT_EQ(list.MoveUserLabel(0, 2), 1);
-  EXPECT_EQ(Names(list), "cba");  // a swap: "b" stays where it was
-  EXPECT_EQ(list.LabelsChanged(), 1);
+  EXPECT_EQ(list.MoveUserLabel(0, 2), 1);  // a swap: "b" stays where it was
+  EXPECT_EQ(std::make_tuple(Names(list), list.LabelsChanged()), std::make_tuple("cba", 1));
   EXPECT_EQ(QXUserPkLabels().DeleteUserLabel(-1), 0);
 }
 
@@ -52,15 +51,13 @@ TEST(QXUserPkLabels, ReplaceKeepsTheChangedFlagWhileSetAndAppendRaiseIt) {
   EXPECT_EQ(Items(list), (std::vector<Item>{{"a", 1.0, 0.5, 0}, {"r", 4.0, 0.1, 2}}));
 
   EXPECT_EQ(list.AppendLabelList(&list), 1);  // a list appended to itself doubles
-  EXPECT_EQ(Names(list), "arar");
-  EXPECT_EQ(list.LabelsChanged(), 1);
+  EXPECT_EQ(std::make_tuple(Names(list), list.LabelsChanged()), std::make_tuple("arar", 1));
 
   QXUserPkLabels other = LabelList({{"r", 7.0, 0.2, 1}, {"z", 8.0, 0.3, 0}});
   list.SetLabelsChanged(0);
   EXPECT_EQ(list.AppendListReplaceDup(&other), 1);
   EXPECT_EQ(Items(list)[1], (Item{"r", 7.0, 0.2, 1}));  // only the first "r" is replaced
-  EXPECT_EQ(Names(list), "ararz");
-  EXPECT_EQ(list.LabelsChanged(), 1);
+  EXPECT_EQ(std::make_tuple(Names(list), list.LabelsChanged()), std::make_tuple("ararz", 1));
 }
 
 }  // namespace
