@@ -30,6 +30,8 @@ TEST(QXParse, EachFormTakesItsNumbersAndLeavesTheValueOtherwise) {
   const auto i = [](const char* t) { return Parse(&QXParseInt, t); };
   const auto u = [](const char* t) { return Parse(&QXParseUInt32, t); };
   const auto lead = [](const char* t) { return Parse(&QXParseLeadingInt, t); };
+  const auto dp = [](const char* t) { return Parse(&QXParseDoublePrefix, t); };
+  const auto ip = [](const char* t) { return Parse(&QXParseIntPrefix, t); };
   const P cases[][2] = {
       {d(" \t-2e3\r\n"), {1, -2000}}, {d("1e308"), {1, 1e308}}, {d("4.9e-324"), {1, 4.9e-324}},
       {d("nan"), {0, 7}}, {d("-inf"), {0, 7}}, {d("infinity"), {0, 7}}, {d("0x10"), {0, 7}},
@@ -40,9 +42,8 @@ TEST(QXParse, EachFormTakesItsNumbersAndLeavesTheValueOtherwise) {
       {u("4294967295"), {1, 4294967295.0}}, {u("4294967296"), {0, 7}}, {u("-0"), {0, 7}},
       {u("-1"), {0, 7}},
       // Prefix forms: the length read; the exponent needs a digit.
-      {Parse(&QXParseDoublePrefix, "  1.5e2 3"), {7, 150}}, {Parse(&QXParseDoublePrefix, "2e+x"), {1, 2}},
-      {Parse(&QXParseDoublePrefix, " nan"), {0, 7}}, {Parse(&QXParseIntPrefix, "\t-3.5"), {3, -3}},
-      {Parse(&QXParseIntPrefix, "+-3"), {0, 7}},
+      {dp("  1.5e2 3"), {7, 150}}, {dp("2e+x"), {1, 2}}, {dp(" nan"), {0, 7}},
+      {ip("\t-3.5"), {3, -3}}, {ip("+-3"), {0, 7}},
       // As atoi, clamped; 2^64 + 1 must not wrap.
       {lead(" +12abc"), {1, 12}}, {lead("-99999999999999999999"), {1, INT32_MIN}},
       {lead("18446744073709551617"), {1, INT32_MAX}}, {lead("+-3"), {0, 7}}, {lead(" x1"), {0, 7}}};

@@ -102,7 +102,8 @@ TEST_F(QXIniProfileTest, WritesThroughInFirstWrittenOrderAndReloads) {
 
   QXIniProfile reloaded(m_path);
   EXPECT_EQ(std::make_tuple(reloaded.GetProfileString("B", "K2", ""),
-                            reloaded.GetProfileString("B", "k1", ""), reloaded.GetProfileInt("a", "X", 0)),
+                            reloaded.GetProfileString("B", "k1", ""),
+                            reloaded.GetProfileInt("a", "X", 0)),
             std::make_tuple("v2b", "padded", -5));
   EXPECT_EQ(m_dir.FileCount(), 1u);
 }
@@ -130,7 +131,8 @@ TEST_F(QXIniProfileTest, FailedSaveLeavesFileAndProfileAsTheyWere) {
   ASSERT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
   EXPECT_FALSE(profile.WriteProfileString("Sec", "Key", "new") ||
                profile.WriteProfileInt("Sec", "Other", 1));
-  EXPECT_EQ(profile.GetProfileString("Sec", "Key", "") + profile.GetProfileString("Sec", "Other", "none"),
+  EXPECT_EQ(profile.GetProfileString("Sec", "Key", "") +
+                profile.GetProfileString("Sec", "Other", "none"),
             "oldnone");
   EXPECT_EQ(ReadText(path), m_original);
   EXPECT_EQ(m_dir.FileCount(), 1u);

@@ -56,7 +56,8 @@ std::vector<PeakFields> TablePeaks(const QXPeakTable* table) {
 }
 
 std::vector<double> ApexHeights(const QXPeakTable* table) {
-  return testing::EachPeak(*table, [](const QXPeakTableElement& p) { return std::round(p.m_dApexY); });
+  return testing::EachPeak(*table,
+                           [](const QXPeakTableElement& p) { return std::round(p.m_dApexY); });
 }
 
 std::int32_t Detect(QXPeakTableList& list, const Signal& s, std::int32_t table = 0) {
