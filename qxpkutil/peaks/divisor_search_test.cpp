@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "qxpkutil/numeric/QXDataExpUtils.h"
@@ -40,34 +41,30 @@ class Table : public QXPeakTable {
 };
 
 TEST(FindMaxIndex, PlainAndThresholdForms) {
-  const std::vector<double> y{1, 3, 3, 2, 5, 5, 0, 9, 1};
+  const std::vector<double> y{1, 3, 3, 2, 5, 5, 0, 9, 1}, withNaN{kNaN, 1, kNaN, 2, 0};
   const struct {
-    std::uint32_t from, to;
+    const double* y;
+    std::uint32_t n, from, to;
     std::int32_t plain;
     double threshold;
     int result;
     std::int32_t index;
   } cases[] = {
-      {0, 8, 1, 0, 1, 7},   {4, 6, 1, 0, 1, 4},    // first of equal highest points
-      {2, 2, 1, 0, 1, 2},   {5, 3, 1, 0, 1, 5},    // from > to: from itself
-      {6, 100, 1, 0, 1, 7},                        // `to` past the array is cut back
-      {0, 8, 0, 2.5, 1, 1},                        // climbing stops on a plateau's first point
-      {0, 8, 0, 4.0, 1, 4},                        // the first local top, not the highest
-      {0, 8, 0, 10.0, 0, -1}, {5, 3, 0, 0.0, 0, -1},
-  };
+      {y.data(), 9, 0, 8, 1, 0, 1, 7},   {y.data(), 9, 4, 6, 1, 0, 1, 4},  // first of equal tops
+      {y.data(), 9, 2, 2, 1, 0, 1, 2},   {y.data(), 9, 5, 3, 1, 0, 1, 5},  // from > to: from
+      {y.data(), 9, 6, 100, 1, 0, 1, 7},                   // `to` past the array is cut back
+      {y.data(), 9, 0, 8, 0, 2.5, 1, 1},  // climbing stops on a plateau's first point
+      {y.data(), 9, 0, 8, 0, 4.0, 1, 4},  // the first local top, not the highest
+      {y.data(), 9, 0, 8, 0, 10.0, 0, -1}, {y.data(), 9, 5, 3, 0, 0.0, 0, -1},
+      {withNaN.data(), 5, 0, 4, 1, 0.0, 1, 3}, {withNaN.data(), 5, 0, 1, 0, 5.0, 0, -1},
+      {nullptr, 5, 0, 4, 1, 0.0, 0, -1}};
   Table t;
   for (const auto& c : cases) {
     std::int32_t index = 99;
-    EXPECT_EQ(t.FindMaxIndex(y.data(), 9, c.from, c.to, c.plain, index, c.threshold), c.result)
+    const int result = t.FindMaxIndex(c.y, c.n, c.from, c.to, c.plain, index, c.threshold);
+    EXPECT_EQ(std::make_pair(result, index), std::make_pair(c.result, c.index))
         << c.from << ".." << c.to << " plain " << c.plain;
-    EXPECT_EQ(index, c.index) << c.from << ".." << c.to << " plain " << c.plain;
   }
-  const std::vector<double> withNaN{kNaN, 1, kNaN, 2, 0};
-  std::int32_t index = 0;
-  EXPECT_EQ(t.FindMaxIndex(withNaN.data(), 5, 0, 4, 1, index, 0.0), 1);
-  EXPECT_EQ(index, 3);
-  EXPECT_EQ(t.FindMaxIndex(nullptr, 5, 0, 4, 1, index, 0.0), 0);
-  EXPECT_EQ(index, -1);
 }
 
 struct Measured {
