@@ -35,13 +35,6 @@ inline Ranges RangesOf(const std::vector<QXPeakDetectSetting>& segments) {
 
 inline QXPeakTableList MakeList(const Ranges& ranges) { return ListOf(MakeSegments(ranges)); }
 
-inline Ranges RangesOf(const QXPeakTableList& list) {
-  std::vector<QXPeakDetectSetting> segments(
-      static_cast<std::size_t>(list.GetNumDetectionSettings()));
-  for (std::size_t i = 0; i < segments.size(); ++i) {
-    list.GetDetectionSetting(static_cast<std::int32_t>(i), segments[i]);
-  }
-  return RangesOf(segments);
-}
+inline Ranges RangesOf(const QXPeakTableList& list) { return RangesOf(Segments(list)); }
 
 }  // namespace qxpkutil::testing

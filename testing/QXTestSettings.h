@@ -42,11 +42,16 @@ inline QXPeakTableList ListOf(const std::vector<QXPeakDetectSetting>& segments) 
   return list;
 }
 
-// The fields of every segment of `list`, in segment order.
+// The segments of `list`, in order; and the fields of each.
+inline std::vector<QXPeakDetectSetting> Segments(const QXPeakTableList& list) {
+  std::vector<QXPeakDetectSetting> out;
+  for (QXPeakDetectSetting s; list.GetDetectionSetting(static_cast<std::int32_t>(out.size()), s);)
+    out.push_back(s);
+  return out;
+}
 inline std::vector<SettingFieldsTuple> SegmentFields(const QXPeakTableList& list) {
   std::vector<SettingFieldsTuple> out;
-  QXPeakDetectSetting s;
-  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
+  for (const QXPeakDetectSetting& s : Segments(list)) out.push_back(SettingFields(s));
   return out;
 }
 

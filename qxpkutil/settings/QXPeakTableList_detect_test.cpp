@@ -179,7 +179,6 @@ TEST(DetectionDriver, AutomaticNoiseThreshold) {
   const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
   const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
   ASSERT_GT(noise, 1.0);
-  QXPeakDetectSetting seg;
   for (int sticks : {0, 1}) {
     QXPeakTableList list = MakeList({Segment(0, 60, 5.0), Segment(60, 120, 5.0)});
     list.SetDetectionSetting(1, 60.0, 120.0, 5.0, 50.0, 10.0, 1, 6, 40, 0.05, 0.99);
@@ -187,7 +186,7 @@ TEST(DetectionDriver, AutomaticNoiseThreshold) {
     list.SetAutoSNCalcOn(1);
     EXPECT_GE(Detect(list, s), 1);
     EXPECT_EQ(list.SettingsChanged(), 0);
-    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
+    for (const QXPeakDetectSetting& seg : testing::Segments(list))
       EXPECT_EQ(seg.GetNoiseThreshold(), noise);
   }
   const double lowX = s.x[std::min_element(s.y.begin(), s.y.end()) - s.y.begin()];
@@ -197,8 +196,9 @@ TEST(DetectionDriver, AutomaticNoiseThreshold) {
     QXPeakTableList list = MakeList({Segment(500, 600, 1.0), Segment(x1, x2, 1.0)});
     list.SetAutoSNCalcOn(1);
     EXPECT_GT(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 4096, 1000.0, 1.0), 0.0);
-    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
-      EXPECT_EQ(seg.GetNoiseThreshold(), i == holder ? noise : 0.0) << i;
+    const auto segs = testing::Segments(list);
+    for (std::size_t i = 0; i < segs.size(); ++i)
+      EXPECT_EQ(segs[i].GetNoiseThreshold(), int(i) == holder ? noise : 0.0) << i;
   }
 }
 

@@ -288,14 +288,6 @@ TEST(QXPeakTableList, TimeToMassFollowsTheSquareRootLaw) {
   }
 }
 
-std::vector<QXPeakDetectSetting> SegmentList(const QXPeakTableList& list) {
-  std::vector<QXPeakDetectSetting> out;
-  for (QXPeakDetectSetting s; list.GetDetectionSetting(static_cast<std::int32_t>(out.size()), s);) {
-    out.push_back(s);
-  }
-  return out;
-}
-
 // What every built list shares: odd widths used as filter and minimum peak width, growing
 // along the axis; filter type 0, increment 1, automatic width; neighbours overlapping.
 void ExpectGrowingSegments(const std::vector<QXPeakDetectSetting>& segs) {
@@ -336,7 +328,7 @@ TEST(QXPeakTableList, TimeOfFlightSegmentsWidenAlongTheAxisAndReachM2) {
   const double t2 = 1e8;
   const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
   const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
-  const auto segs = SegmentList(list);
+  const auto segs = testing::Segments(list);
   ASSERT_EQ(n, static_cast<int>(segs.size()));
   ASSERT_GE(segs.size(), 10u);
   ExpectGrowingSegments(segs);
@@ -370,7 +362,7 @@ TEST(QXPeakTableList, TimeOfFlightWalkThatStepsPastT2CountsOneSegmentTooMany) {
   const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
   const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
   EXPECT_EQ(n, list.GetNumDetectionSettings() + 1);
-  const auto segs = SegmentList(list);
+  const auto segs = testing::Segments(list);
   ASSERT_FALSE(segs.empty());
   EXPECT_EQ(segs.back().GetFilterWidth(), 101);
   EXPECT_LT(segs.back().GetRangeX2(), m2);
@@ -390,7 +382,7 @@ TEST(QXPeakTableList, MassAxisSegmentsFollowTheResolvingPowerUpToTheFilterCap) {
     SCOPED_TRACE(::testing::Message() << resolution << " " << dx << " " << x2);
     QXPeakTableList list;
     const int n = BuildMass(list, resolution, dx, 100.0, x2);
-    const auto segs = SegmentList(list);
+    const auto segs = testing::Segments(list);
     ASSERT_EQ(n, static_cast<int>(segs.size()));
     ASSERT_GE(segs.size(), 10u);
     ExpectGrowingSegments(segs);

@@ -435,11 +435,10 @@ TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
     ReferenceTable slow;
     ReferenceDriver(in, d, yMax, 1.0, slow, noise);
     ASSERT_EQ(Difference(*list.GetPeakTableFromList(0), slow), "") << "round " << round;
-    for (int k = 0; k < segments; ++k) {
-      QXPeakDetectSetting after;
-      list.GetDetectionSetting(k, after);
-      ASSERT_TRUE(Same(after.GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
-    }
+    const auto after = testing::Segments(list);
+    ASSERT_EQ(after.size(), in.segments.size());
+    for (std::size_t k = 0; k < after.size(); ++k)
+      ASSERT_TRUE(Same(after[k].GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
   }
 }
 
