@@ -13,12 +13,13 @@ namespace qxpkutil {
 namespace {
 
 constexpr double kMax = std::numeric_limits<double>::max();
+constexpr double kMin = std::numeric_limits<double>::min();
 
 // Amplitude, bounded centre, width, baseline and slope, as the peak-list fit sets them up.
 std::vector<QXNonLinFitParam> OnePeak(double amp, double centre, double lo, double hi) {
   return {{amp, 0.0, kMax},
           {centre, lo, hi},
-          {0.1, std::numeric_limits<double>::min(), kMax},
+          {0.1, kMin, kMax},
           {0.0, -kMax, kMax},
           {0.0, -kMax, kMax}};
 }
@@ -33,12 +34,10 @@ class DeconvoluteCases : public ::testing::TestWithParam<PeakCase> {};
 
 TEST_P(DeconvoluteCases, RecoversCentreWidthAndBaseline) {
   const PeakCase c = GetParam();
-  testing::SignalOptions o;
-  o.baseline = c.baseline;
-  o.noiseSigma = c.noise;
-  o.seed = c.seed;
   const double x0 = c.centre - 6 * c.sigma;
-  const auto s = testing::MakeSignal(61, x0, c.sigma / 5, {{c.centre, c.height, c.sigma}}, o);
+  const auto s =
+      testing::MakeSignal(61, x0, c.sigma / 5, {{c.centre, c.height, c.sigma}},
+                          {.baseline = c.baseline, .noiseSigma = c.noise, .seed = c.seed});
   auto p = OnePeak(c.height * 0.8, c.centre + 0.5 * c.sigma, x0, s.x.back());
   const std::uint32_t iter =
       QXNonLinFit::DeconvoluteSimilarGaussPeaks(s.x.data(), s.y.data(), 61, p, 0.001, 30);
@@ -66,16 +65,16 @@ TEST(DeconvoluteSimilarGaussPeaks, ClampsToBoundsAndRejectsEmptyInput) {
     p = OnePeak(90.0, start, 9.5, 9.8);
     EXPECT_EQ(QXNonLinFit::DeconvoluteSimilarGaussPeaks(s.x.data(), s.y.data(), 41, p, 0.001, 4),
               4u);  // too few iterations to stop early
-    EXPECT_TRUE(p[1].m_dFittedValue >= 9.5 && p[1].m_dFittedValue <= 9.8) << start;
-    EXPECT_GE(p[0].m_dFittedValue, 0.0);
-    EXPECT_GE(p[2].m_dFittedValue, std::numeric_limits<double>::min());
+    EXPECT_TRUE(p[1].m_dFittedValue >= 9.5 && p[1].m_dFittedValue <= 9.8 &&
+                p[0].m_dFittedValue >= 0 && p[2].m_dFittedValue >= kMin)
+        << start;
   }
 
   const double fitted = p[1].m_dFittedValue;
   std::vector<QXNonLinFitParam> none;
-  EXPECT_EQ(QXNonLinFit::DeconvoluteSimilarGaussPeaks(nullptr, s.y.data(), 41, p, 0.001, 30), 0u);
-  EXPECT_EQ(QXNonLinFit::DeconvoluteSimilarGaussPeaks(s.x.data(), s.y.data(), 0, p, 0.001, 30), 0u);
-  EXPECT_EQ(QXNonLinFit::DeconvoluteSimilarGaussPeaks(s.x.data(), s.y.data(), 9, none, 0.001, 30),
+  const auto fit = &QXNonLinFit::DeconvoluteSimilarGaussPeaks;
+  EXPECT_EQ(fit(nullptr, s.y.data(), 41, p, 0.001, 30) + fit(s.x.data(), s.y.data(), 0, p, 0.001, 30) +
+                fit(s.x.data(), s.y.data(), 9, none, 0.001, 30),
             0u);
   EXPECT_EQ(p[1].m_dFittedValue, fitted);
 }
