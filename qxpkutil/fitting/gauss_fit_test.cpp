@@ -73,7 +73,8 @@ TEST(DeconvoluteSimilarGaussPeaks, ClampsToBoundsAndRejectsEmptyInput) {
   const double fitted = p[1].m_dFittedValue;
   std::vector<QXNonLinFitParam> none;
   const auto fit = &QXNonLinFit::DeconvoluteSimilarGaussPeaks;
-  EXPECT_EQ(fit(nullptr, s.y.data(), 41, p, 0.001, 30) + fit(s.x.data(), s.y.data(), 0, p, 0.001, 30) +
+  EXPECT_EQ(fit(nullptr, s.y.data(), 41, p, 0.001, 30) +
+                fit(s.x.data(), s.y.data(), 0, p, 0.001, 30) +
                 fit(s.x.data(), s.y.data(), 9, none, 0.001, 30),
             0u);
   EXPECT_EQ(p[1].m_dFittedValue, fitted);
