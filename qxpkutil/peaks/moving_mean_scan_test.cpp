@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <vector>
 
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "testing/QXTestSignals.h"

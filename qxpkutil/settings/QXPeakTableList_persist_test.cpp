@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <initializer_list>
 #include <map>
 #include <sstream>
