@@ -243,33 +243,28 @@ class ReferenceTable : public QXPeakTable {
 // ---------------------------------------------------------------------------------------
 // Reference driver over scan segments: a full trial table per segment for the largest area.
 
-struct DriverInput {
-  std::vector<QXPeakDetectSetting> segments;
-  int massProcessing = 0;
-  int autoSN = 0;
-};
-
-void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, double areaScale,
-                     ReferenceTable& target, double referenceNoise) {
+// Areas unscaled; `noise`, when set, becomes every segment's noise threshold.
+void ReferenceDriver(std::vector<QXPeakDetectSetting>& segments, int massProcessing,
+                     std::optional<double> noise, const testing::Signal& d, double yMax,
+                     ReferenceTable& target) {
+  const double areaScale = 1.0;
   const double minY = std::min(0.0, *std::min_element(d.y.begin(), d.y.end()));
-  std::optional<double> noise;
-  if (in.autoSN) noise = 0.75 * referenceNoise;
   double maxArea = 0.0;
   ReferenceTable trial;
-  for (QXPeakDetectSetting& s : in.segments) {
+  for (QXPeakDetectSetting& s : segments) {
     trial.DeleteAllPeaks();
     if (noise) s.SetNoiseThreshold(*noise);
     const auto search = [&](int maxPeakWidth) {
       return trial.Find(d, areaScale, s.GetAbsThreshold(), s, 1, s.GetMinPeakArea(), maxPeakWidth,
-                        in.massProcessing, 0, s.GetRangeX1(), s.GetRangeX2());
+                        massProcessing, 0, s.GetRangeX1(), s.GetRangeX2());
     };
     std::int32_t found = search(s.GetMaxPeakWidth());
     if (found == 0) found = search(10000);
     for (std::int32_t i = 0; i < found; ++i) maxArea = std::max(maxArea, trial.GetPeak(i)->m_dArea);
   }
-  const auto count = static_cast<std::int32_t>(in.segments.size());
+  const auto count = static_cast<std::int32_t>(segments.size());
   for (std::int32_t i = 0; i < count; ++i) {
-    QXPeakDetectSetting& s = in.segments[static_cast<std::size_t>(i)];
+    QXPeakDetectSetting& s = segments[static_cast<std::size_t>(i)];
     const double threshold =
         std::max(s.GetRelThreshold() * 0.01 * (yMax - minY) + minY, s.GetAbsThreshold());
     const double minArea = std::max(maxArea * s.GetPctPeakArea() * 0.01, s.GetMinPeakArea());
@@ -281,7 +276,7 @@ void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, dou
       if (startX == endX) startX = endX = 0.0;
     }
     target.Find(d, areaScale, threshold, s, s.GetFilterInc(), minArea, s.GetMaxPeakWidth(),
-                in.massProcessing, i == count - 1 ? 1 : 0, startX, endX);
+                massProcessing, i == count - 1 ? 1 : 0, startX, endX);
   }
   // Overlapping segments: a stable sort by apex x, then duplicate removal.
   std::vector<std::unique_ptr<QXPeakTableElement>> peaks;
@@ -418,27 +413,27 @@ TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
   std::mt19937 rng(7);
   for (int round = 0; round < 120; ++round) {
     const testing::Signal d = RandomSignal(rng);
-    DriverInput in;
-    const int segments = 1 + static_cast<int>(rng() % 3);
-    for (int k = 0; k < segments; ++k) in.segments.push_back(RandomSegment(rng, d));
-    in.massProcessing = static_cast<int>(rng() % 2);
-    in.autoSN = static_cast<int>(rng() % 2);
-    QXPeakTableList list = testing::ListOf(in.segments);
-    list.SetMassProcessing(in.massProcessing);
-    list.SetAutoSNCalcOn(in.autoSN);
+    std::vector<QXPeakDetectSetting> segments(1 + rng() % 3);
+    for (QXPeakDetectSetting& s : segments) s = RandomSegment(rng, d);
+    const int mass = static_cast<int>(rng() % 2);
+    const int autoSN = static_cast<int>(rng() % 2);
+    QXPeakTableList list = testing::ListOf(segments);
+    list.SetMassProcessing(mass);
+    list.SetAutoSNCalcOn(autoSN);
     list.AddPeakTableToList();
     const auto n = static_cast<std::uint32_t>(d.x.size());
     const double yMax = *std::max_element(d.y.begin(), d.y.end());
-    const double noise = in.autoSN ? QXWaveletAnalysis::CalcWhiteNoiseLevel(d.y.data(), n) : 0.0;
+    std::optional<double> noise;
+    if (autoSN) noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(d.y.data(), n);
 
     list.FindPeaks(d.x.data(), d.y.data(), n, yMax, 1.0, 0);
     ReferenceTable slow;
-    ReferenceDriver(in, d, yMax, 1.0, slow, noise);
+    ReferenceDriver(segments, mass, noise, d, yMax, slow);
     ASSERT_EQ(Difference(*list.GetPeakTableFromList(0), slow), "") << "round " << round;
     const auto after = testing::Segments(list);
-    ASSERT_EQ(after.size(), in.segments.size());
+    ASSERT_EQ(after.size(), segments.size());
     for (std::size_t k = 0; k < after.size(); ++k)
-      ASSERT_TRUE(Same(after[k].GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
+      ASSERT_TRUE(Same(after[k].GetNoiseThreshold(), segments[k].GetNoiseThreshold()));
   }
 }
 
