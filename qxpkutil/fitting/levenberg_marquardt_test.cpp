@@ -36,12 +36,11 @@ TEST(GaussModels, DerivativesMatchFiniteDifferences) {
       {common, {100.0, 10.0, 40.0, 10.6, 0.4, 5.0, -0.2}}};
   for (const auto& [model, a] : cases) {
     for (double x : {9.7, 10.0, 10.45, 11.2}) {
-      std::vector<double> dyda(7), scratch(7), up = a, down = a;
-      model(x, up.data(), dyda.data());
+      std::vector<double> dyda(7), scratch(7), at = a;
+      model(x, at.data(), dyda.data());
       for (std::size_t j = 0; j < 7; ++j) {
         const double h = 1e-6 * std::max(1.0, std::fabs(a[j]));
-        up = a;
-        down = a;
+        std::vector<double> up = a, down = a;
         up[j] += h;
         down[j] -= h;
         const double numeric =

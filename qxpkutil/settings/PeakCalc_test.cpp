@@ -88,12 +88,11 @@ TEST(PeakCalcBaseList, AddingStopsAtTheLimit) {
 }
 
 TEST(PeakCalc, ClassRecordsNamePeakCalcBaseAsTheCalculatorsBase) {
-  SNPeakCalc sn;
-  ResCalcPeakCalc res;
-  EXPECT_STREQ(sn.GetRuntimeClass()->m_lpszClassName, "SNPeakCalc");
-  EXPECT_STREQ(res.GetRuntimeClass()->m_lpszClassName, "ResCalcPeakCalc");
-  for (const QXObject* calc :
-       {static_cast<const QXObject*>(&sn), static_cast<const QXObject*>(&res)}) {
+  const SNPeakCalc sn;
+  const ResCalcPeakCalc res;
+  for (const auto& [calc, name] : {std::pair<const QXObject*, const char*>{&sn, "SNPeakCalc"},
+                                   {&res, "ResCalcPeakCalc"}}) {
+    EXPECT_STREQ(calc->GetRuntimeClass()->m_lpszClassName, name);
     EXPECT_TRUE(calc->IsKindOf(&PeakCalcBase::classPeakCalcBase));
     EXPECT_FALSE(calc->IsKindOf(&PeakCalcBaseList::classPeakCalcBaseList));
   }
