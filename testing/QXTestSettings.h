@@ -1,7 +1,8 @@
 // Detection settings for tests: every field of a QXPeakDetectSetting as one tuple that
 // gtest compares and prints, so a test can say "equal to a default setting" in one line;
-// a fixture that gives persistence tests an empty in-memory application profile; and saved
-// "section\key=value\r\n" lines turned into the host's map of full key to value.
+// a fixture that gives persistence tests an empty in-memory application profile; saved
+// "section\key=value\r\n" lines turned into the host's map of full key to value; and
+// signal-to-noise or resolution calculators with given targets.
 //
 //   EXPECT_EQ(qxpkutil::testing::SettingFields(a), qxpkutil::testing::SettingFields(b));
 #pragma once
@@ -9,12 +10,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "qxpkutil/platform/QXProfile.h"
+#include "qxpkutil/settings/PeakCalc.h"
 #include "qxpkutil/settings/QXPeakDetectSetting.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 
@@ -63,6 +66,21 @@ inline std::map<std::string, std::string> LinesToMap(const std::vector<std::stri
     map.emplace(line.substr(0, eq), line.substr(eq + 1, line.size() - eq - 3));
   }
   return map;
+}
+
+// A calculator with a target at each of `targets` +- `delta`, every one holding a stale
+// result (123) and found x (456) that a calculation must replace.
+template <class Calc>
+Calc WithTargets(std::initializer_list<double> targets, double delta) {
+  Calc calc;
+  for (double target : targets) {
+    calc.AddSetting(-1);
+    PeakCalcBase* setting = calc.GetSetting(calc.GetNumSettings() - 1);
+    setting->SetPeakCalcSetting(target, delta);
+    setting->SetResult(123.0);
+    setting->SetFoundX(456.0);
+  }
+  return calc;
 }
 
 // A test fixture whose application profile is an empty QXMemoryProfile, unset afterwards.
