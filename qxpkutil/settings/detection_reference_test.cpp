@@ -120,21 +120,14 @@ class ReferenceScan {
                                : QXDataExpUtils::Mean(m_y + i, m_s.filterWidth);
   }
 
+  // The lowest point in [lo, hi]: of equals, the first going right, the last going left.
   std::int64_t LowestPoint(std::int64_t lo, std::int64_t hi, Direction dir) const {
     hi = std::min<std::int64_t>(hi, m_n - 1);
-    if (lo > hi) return hi;
-    if (dir == Direction::kRightward) {
-      std::int64_t best = lo;
-      for (std::int64_t k = lo + 1; k <= hi; ++k) {
-        if (Y(k) < Y(best)) best = k;
-      }
-      return best;
+    std::int64_t best = dir == Direction::kRightward ? lo : hi;
+    for (std::int64_t k = lo; k <= hi; ++k) {
+      if (dir == Direction::kRightward ? Y(k) < Y(best) : Y(k) <= Y(best)) best = k;
     }
-    std::int64_t best = hi;
-    for (std::int64_t k = hi - 1; k >= lo; --k) {
-      if (Y(k) < Y(best)) best = k;
-    }
-    return best;
+    return lo > hi ? hi : best;
   }
 
   std::int64_t FindBound(Direction dir, std::int64_t start, std::int64_t apex, std::int64_t limit,
