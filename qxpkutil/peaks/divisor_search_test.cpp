@@ -155,9 +155,7 @@ TEST(FindPeaksDivisor, FinishedAreasAreSumsAboveTheBaselineOrTheSearchsTrapezoid
   const Signal s = Spectrum({.baseline = 10.0});
   // Integration method 2 keeps the search's trapezoid areas over x, as does a search that
   // is not finished; method 0 sums intensities above a flat baseline.
-  Table kept;
-  Table unfinished;
-  Table summed;
+  Table kept, unfinished, summed;
   ASSERT_EQ(kept.Find(s, 100.0, kDivisor, 2), 3);
   ASSERT_EQ(unfinished.Find(s, 100.0, kDivisor, 0, 0), 3);
   ASSERT_EQ(summed.Find(s, 100.0, kDivisor, 0), 3);
@@ -235,9 +233,7 @@ TEST(FindPeaksDivisor, FinishingRunsMassProcessingAndFitsOnlyWhenAsked) {
     return t.FindPeaks(s.x.data(), s.y.data(), Table::N(s), 50.0, 1190.0, 50.0, 1, 1, 2, 3, 0.1,
                        1.0, finish, 499.0, 503.0, gaussFit);
   };
-  Table unfinished;
-  Table finished;
-  Table fitted;
+  Table unfinished, finished, fitted;
   ASSERT_EQ(run(0, 1, unfinished), 3);
   ASSERT_EQ(run(1, 0, finished), 3);
   ASSERT_EQ(run(1, 1, fitted), 3);
