@@ -7,12 +7,12 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "qxpkutil/settings/QXPeakTableList.h"
 #include "testing/QXTestMessages.h"
+#include "testing/QXTestSettings.h"
 
 namespace qxpkutil::testing {
 
@@ -32,22 +32,8 @@ inline Ranges RangesOf(const std::vector<QXPeakDetectSetting>& segments) {
   return ranges;
 }
 
-inline QXPeakTableList MakeList(const Ranges& ranges) {
-  QXPeakTableList list;
-  for (const QXPeakDetectSetting& s : MakeSegments(ranges)) {
-    list.AddDetectionSetting(-1);
-    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
-  }
-  return list;
-}
+inline QXPeakTableList MakeList(const Ranges& ranges) { return ListOf(MakeSegments(ranges)); }
 
-inline Ranges RangesOf(const QXPeakTableList& list) {
-  std::vector<QXPeakDetectSetting> segments(
-      static_cast<std::size_t>(list.GetNumDetectionSettings()));
-  for (std::size_t i = 0; i < segments.size(); ++i) {
-    list.GetDetectionSetting(static_cast<std::int32_t>(i), segments[i]);
-  }
-  return RangesOf(segments);
-}
+inline Ranges RangesOf(const QXPeakTableList& list) { return RangesOf(Segments(list)); }
 
 }  // namespace qxpkutil::testing

@@ -1,6 +1,8 @@
 // Detection settings for tests: every field of a QXPeakDetectSetting as one tuple that
 // gtest compares and prints, so a test can say "equal to a default setting" in one line;
-// and a fixture that gives persistence tests an empty in-memory application profile.
+// a fixture that gives persistence tests an empty in-memory application profile; saved
+// "section\key=value\r\n" lines turned into the host's map of full key to value; and
+// signal-to-noise or resolution calculators with given targets.
 //
 //   EXPECT_EQ(qxpkutil::testing::SettingFields(a), qxpkutil::testing::SettingFields(b));
 #pragma once
@@ -8,10 +10,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
+#include <map>
+#include <string>
 #include <tuple>
 #include <vector>
 
 #include "qxpkutil/platform/QXProfile.h"
+#include "qxpkutil/settings/PeakCalc.h"
 #include "qxpkutil/settings/QXPeakDetectSetting.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
 
@@ -29,12 +35,52 @@ inline auto SettingFields(const QXPeakDetectSetting& s) {
 
 using SettingFieldsTuple = decltype(SettingFields(QXPeakDetectSetting()));
 
-// The fields of every segment of `list`, in segment order.
+// A list whose segments are `segments`, in order.
+inline QXPeakTableList ListOf(const std::vector<QXPeakDetectSetting>& segments) {
+  QXPeakTableList list;
+  for (const QXPeakDetectSetting& s : segments) {
+    list.AddDetectionSetting(-1);
+    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
+  }
+  return list;
+}
+
+// The segments of `list`, in order; and the fields of each.
+inline std::vector<QXPeakDetectSetting> Segments(const QXPeakTableList& list) {
+  std::vector<QXPeakDetectSetting> out;
+  for (QXPeakDetectSetting s; list.GetDetectionSetting(static_cast<std::int32_t>(out.size()), s);)
+    out.push_back(s);
+  return out;
+}
 inline std::vector<SettingFieldsTuple> SegmentFields(const QXPeakTableList& list) {
   std::vector<SettingFieldsTuple> out;
-  QXPeakDetectSetting s;
-  for (std::int32_t i = 0; list.GetDetectionSetting(i, s) == 1; ++i) out.push_back(SettingFields(s));
+  for (const QXPeakDetectSetting& s : Segments(list)) out.push_back(SettingFields(s));
   return out;
+}
+
+// Saved lines, each "section\key=value\r\n", as the map a host passes to a restore.
+inline std::map<std::string, std::string> LinesToMap(const std::vector<std::string>& lines) {
+  std::map<std::string, std::string> map;
+  for (const std::string& line : lines) {
+    const std::size_t eq = line.find('=');
+    map.emplace(line.substr(0, eq), line.substr(eq + 1, line.size() - eq - 3));
+  }
+  return map;
+}
+
+// A calculator with a target at each of `targets` +- `delta`, every one holding a stale
+// result (123) and found x (456) that a calculation must replace.
+template <class Calc>
+Calc WithTargets(std::initializer_list<double> targets, double delta) {
+  Calc calc;
+  for (double target : targets) {
+    calc.AddSetting(-1);
+    PeakCalcBase* setting = calc.GetSetting(calc.GetNumSettings() - 1);
+    setting->SetPeakCalcSetting(target, delta);
+    setting->SetResult(123.0);
+    setting->SetFoundX(456.0);
+  }
+  return calc;
 }
 
 // A test fixture whose application profile is an empty QXMemoryProfile, unset afterwards.

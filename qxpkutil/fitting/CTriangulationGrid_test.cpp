@@ -18,7 +18,7 @@ TEST(C3DPoint, VectorArithmetic) {
   EXPECT_EQ(C3DPoint(1, 2, 3) == C3DPoint(1, 2, 3.0000001), 0);
 }
 
-TEST(CTriangulationGrid, StoresEachPointOnce) {
+TEST(CTriangulationGrid, StoresEachPointOnceAndNeedsFourPointsAndAnOutput) {
   CTriangulationGrid grid;
   EXPECT_EQ(grid.AddPoint(C3DPoint(1, 2, 3)), 1);
   EXPECT_EQ(grid.AddPoint(C3DPoint(1, 2, 3)), 0);
@@ -26,10 +26,6 @@ TEST(CTriangulationGrid, StoresEachPointOnce) {
   EXPECT_EQ(grid.GetSize(), 2);
   grid.RemoveAll();
   EXPECT_EQ(grid.GetSize(), 0);
-}
-
-TEST(CTriangulationGrid, NeedsFourPointsAndAnOutput) {
-  CTriangulationGrid grid;
   double z = 42.0;
   for (int i = 0; i < 3; ++i) {
     grid.AddPoint(C3DPoint(i, i * i, 1.0));

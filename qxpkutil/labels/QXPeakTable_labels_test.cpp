@@ -7,6 +7,7 @@
 
 #include "qxpkutil/labels/QXUserPkLabels.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
+#include "testing/QXTestPeaks.h"
 
 namespace qxpkutil {
 namespace {
@@ -28,12 +29,9 @@ QXPeakTable MakeTable(const std::vector<Peak>& peaks) {
 
 // Each peak's label, with "*" in front when the peak carries the labelled mark.
 std::vector<std::string> PeakLabels(const QXPeakTable& table) {
-  std::vector<std::string> labels;
-  for (std::int32_t i = 0; i < table.GetNumPeaks(); ++i) {
-    const QXPeakTableElement& p = *table.GetPeak(i);
-    labels.push_back(((p.m_dwFlags & kQXPeakLabelled) != 0 ? "*" : "") + p.m_strLabel);
-  }
-  return labels;
+  return testing::EachPeak(table, [](const QXPeakTableElement& p) {
+    return ((p.m_dwFlags & kQXPeakLabelled) != 0 ? "*" : "") + p.m_strLabel;
+  });
 }
 
 QXUserPkLabels MakeLabels(int type, int useCharge, const std::vector<QXUserPeakLabelItem>& items) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace qxpkutil {
 namespace {
 
@@ -14,9 +16,7 @@ TEST(QXXYData, ShrinkingKeepsArraysAndEmptinessFollowsAllocationNotSize) {
   x[3] = y[9] = 1.5;
   ASSERT_TRUE(data.SetDataSize(4));
   data.GetXYRefs(x2, y2);
-  EXPECT_EQ(x2, x);
-  EXPECT_EQ(data.GetDataSize(), 4);
-  EXPECT_EQ(x[3], 1.5);
+  EXPECT_EQ(std::make_tuple(x2, data.GetDataSize(), x[3]), std::make_tuple(x, 4, 1.5));
 
   ASSERT_TRUE(data.SetDataSize(0));  // zeroes every allocated element, keeps the arrays
   EXPECT_FALSE(data.IsEmpty());
@@ -29,9 +29,8 @@ TEST(QXXYData, ShrinkingKeepsArraysAndEmptinessFollowsAllocationNotSize) {
   x[19] = y[19] = 1.0;
   data.Empty();
   data.GetXYRefs(x, y);
-  EXPECT_TRUE(data.IsEmpty());
-  EXPECT_EQ(x, nullptr);
-  EXPECT_EQ(data.GetDataSize(), 0);
+  EXPECT_EQ(std::make_tuple(data.IsEmpty(), x, data.GetDataSize()),
+            std::make_tuple(true, nullptr, 0));
 }
 
 }  // namespace

@@ -13,16 +13,13 @@ namespace {
 using U = QXDataExpUtils;
 constexpr std::uint32_t kNoStart = std::numeric_limits<std::uint32_t>::max();
 
+// What the linear-scan comparison below cannot show: no points, no array, NaN, flat data.
 TEST(Search, KnownAnswers) {
   const double x[] = {1.0, 3.0};
   // An empty array gives 0, as one point does: the bisection never runs and lo clamps to 0.
   const float xf[] = {1.0f};
   EXPECT_EQ(U::FindNearestIndex(x, 0, 2.0), 0);
   EXPECT_EQ(U::FindNearestIndex(xf, 0, 2.0), 0);
-  EXPECT_EQ(U::FindNearestIndex(x, 2, 2.0), 0);  // a midpoint goes to the lower index
-  EXPECT_EQ(U::FindNearestIndex(x, 2, 2.0001), 1);
-  EXPECT_EQ(U::FindNearestIndex(x, 1, 0.0), 0);  // one point, value below it
-  EXPECT_EQ(U::FindNearestIndex(x, 1, 9.0), 0);
   EXPECT_EQ(U::FindNearestIndex(static_cast<const double*>(nullptr), 2, 2.0), -1);
   EXPECT_EQ(U::FindNearestIndex(x, 2, std::nan("")), -1);
   const double flat[] = {2.0, 2.0, 2.0};  // equal ends count as descending

@@ -1,9 +1,8 @@
+// SmoothData (plain and gap-aware) and ResolutionSmoothData, against the kernel mean of
+// NormGaussMean, which gauss_table_test.cpp checks against its definition.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
-#include <functional>
-#include <thread>
 #include <vector>
 
 #include "qxpkutil/numeric/QXDataExpUtils.h"
@@ -13,64 +12,6 @@ namespace qxpkutil {
 namespace {
 
 using U = QXDataExpUtils;
-
-// The kernel from its definition: widths up to 201 apply the first w weights of table row
-// w-2 (centre c = w-2, 2c+1 weights) and divide by the whole row's sum; wider ones apply a
-// symmetric kernel of w weights centred on c = w/2, normalised.
-double NaiveGaussMean(const std::vector<double>& v, int w) {
-  const int c = w <= 201 ? w - 2 : w / 2, length = w <= 201 ? 2 * c + 1 : w;
-  double sum = 0, divisor = 0;
-  for (int pos = 0; pos < length; ++pos) {
-    const double weight = c == 0 ? 1.0 : std::exp(-double((pos - c) * (pos - c)) / (c * c));
-    divisor += weight;
-    if (pos < w) sum += weight * v[pos];
-  }
-  return w == 1 ? v[0] : sum / divisor;
-}
-
-std::vector<double> Counts(std::size_t n, unsigned seed) {
-  std::vector<double> v = testing::MakeNoise(n, 50.0, seed);
-  for (double& x : v) x = std::round(std::fabs(x));  // whole counts suit both families
-  return v;
-}
-
-TEST(NormGaussMean, KnownKernelsOfWidthThreeAndFive) {
-  const double e1 = std::exp(-1.0), a = std::exp(-4.0 / 9), b = std::exp(-1.0 / 9);
-  const double three[] = {1, 2, 3}, five[] = {1, 2, 3, 4, 5};
-  EXPECT_DOUBLE_EQ(U::NormGaussMean(three, 3), (e1 * 1 + 2 + e1 * 3) / (1 + 2 * e1));
-  EXPECT_DOUBLE_EQ(U::NormGaussMean(five, 5),
-                   (e1 * 1 + a * 2 + b * 3 + 1.0 * 4 + b * 5) / (1 + 2 * (b + a + e1)));
-}
-
-TEST(NormGaussMean, MatchesDefinitionAcrossWidthsCacheChangesAndFamilies) {
-  const std::vector<double> v = Counts(2001, 7);
-  const std::vector<std::uint32_t> counts(v.begin(), v.end());
-  for (int w : {1, 2, 3, 4, 5, 100, 201, 202, 300, 300, 400, 300, 2001}) {
-    const double expected = NaiveGaussMean(v, w);
-    EXPECT_NEAR(U::NormGaussMean(v.data(), w), expected, 1e-12 * expected) << "w=" << w;
-    EXPECT_EQ(U::NormGaussMean(counts.data(), w), U::NormGaussMean(v.data(), w)) << "w=" << w;
-  }
-  for (int w : {0, -3, 2002}) EXPECT_EQ(U::NormGaussMean(v.data(), w), 0.0);
-  EXPECT_EQ(U::NormGaussMean(static_cast<const double*>(nullptr), 5), 0.0);
-
-  const double small = U::NormGaussMean(v.data(), 9), large = U::NormGaussMean(v.data(), 300);
-  U::DeleteGaussTable();  // frees the cache too: it must be rebuilt, not reused
-  EXPECT_EQ(U::NormGaussMean(v.data(), 300), large);
-  EXPECT_EQ(U::NormGaussMean(v.data(), 9), small);
-}
-
-TEST(NormGaussMean, ThreadsWithDifferentLargeWidthsKeepTheirOwnKernels) {
-  const std::vector<double> v = Counts(2001, 11);
-  const auto run = [&](int w, bool& ok) {
-    const double expected = NaiveGaussMean(v, w);
-    for (int i = 0; i < 300; ++i) ok = ok && std::fabs(U::NormGaussMean(v.data(), w) - expected) < 1e-9;
-  };
-  bool ok1 = true, ok2 = true;
-  std::thread t1(run, 1500, std::ref(ok1)), t2(run, 1700, std::ref(ok2));
-  t1.join();
-  t2.join();
-  EXPECT_TRUE(ok1 && ok2);
-}
 
 TEST(SmoothData, RejectsBadArgumentsWithoutWriting) {
   std::vector<double> in(10, 1.0), out(10, -1.0);
@@ -88,7 +29,7 @@ class SmoothDataWidth : public ::testing::TestWithParam<int> {};
 
 TEST_P(SmoothDataWidth, InteriorIsTheWindowMeanAndEndsAreCopies) {
   const int w = GetParam(), h = w / 2;
-  const std::vector<double> in = Counts(700, 5);
+  const std::vector<double> in = testing::MakeNoise(700, 50.0, 5);
   std::vector<double> out(in.size()), inPlace = in;
   ASSERT_EQ(U::SmoothData(in.data(), out.data(), 700, 0, 0, w), 1);
   ASSERT_EQ(U::SmoothData(inPlace.data(), inPlace.data(), 700, 0, 0, w), 1);
@@ -100,16 +41,6 @@ TEST_P(SmoothDataWidth, InteriorIsTheWindowMeanAndEndsAreCopies) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Widths, SmoothDataWidth, ::testing::Values(1, 2, 3, 4, 7, 8, 202, 699));
-
-TEST(SmoothData, ConstantSignalInteriorSitsAtTheKernelsWeightRatio) {
-  const std::vector<double> in(50, 10.0);
-  std::vector<double> out(50);
-  ASSERT_EQ(U::SmoothData(in.data(), out.data(), 50, 0, 0, 7), 1);
-  double applied = 0, rest = 0;  // width 7 applies the first 7 of row 5's 11 weights
-  for (int k = -5; k <= 5; ++k) (k <= 1 ? applied : rest) += std::exp(-k * k / 25.0);
-  EXPECT_EQ(out[0] + out[49], 20.0);
-  for (int p = 3; p < 47; ++p) EXPECT_NEAR(out[p], 10.0 * applied / (applied + rest), 1e-12);
-}
 
 TEST(SmoothData, GapAwareKeepsValuesBeyondTwoZerosOutOfTheWindow) {
   const std::vector<double> in = {5, 5, 0, 0, 5, 5, 5};

@@ -4,10 +4,10 @@
 
 #include <cstring>
 #include <numeric>
-#include <sstream>
+#include <string>
 #include <vector>
 
-#include "qxpkutil/platform/QXArchive.h"
+#include "testing/QXTestArchive.h"
 #include "testing/QXTestPeaks.h"
 
 namespace qxpkutil {
@@ -83,12 +83,7 @@ TEST(QXPeakTableElement, FilterDecidesAsTheBitsSay) {
 
 TEST(QXPeakTableElement, ArchiveBodyIsTwelveDoublesInFieldOrder) {
   QXPeakTableElement p = MakeFullRecord();
-  std::ostringstream out;
-  {
-    QXArchive ar(out);
-    p.Serialize(ar);
-  }
-  const std::string bytes = out.str();
+  const std::string bytes = testing::Stored(p);
   ASSERT_EQ(bytes.size(), 96u);
   std::vector<double> body(12);
   std::memcpy(body.data(), bytes.data(), 96);  // this machine is little-endian
@@ -96,10 +91,7 @@ TEST(QXPeakTableElement, ArchiveBodyIsTwelveDoublesInFieldOrder) {
 
   // Indices, charge, spare values, flags and label are not archived.
   QXPeakTableElement loaded;
-  std::istringstream in(bytes);
-  QXArchive load(in);
-  loaded.Serialize(load);
-  EXPECT_FALSE(load.Failed());
+  EXPECT_TRUE(testing::Loaded(loaded, bytes));
   const std::vector<double> kept{1, 2, 0, 4, 5, 0, 7, 8, 0, 10, 11, 12, 13, 14, 15, 0, 0, 0, 0, 0};
   EXPECT_EQ(RecordValues(loaded), kept);
   EXPECT_EQ(loaded.m_dwFlags, kQXPeakNormal);

@@ -4,15 +4,15 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
-#include "qxpkutil/platform/QXArchive.h"
 #include "qxpkutil/platform/QXTypes.h"
+#include "testing/QXTestArchive.h"
 #include "testing/QXTestFiles.h"
+#include "testing/QXTestPeaks.h"
 
 namespace qxpkutil {
 namespace {
@@ -28,9 +28,7 @@ QXPeakTable MakeTable(const std::vector<double>& xs, std::vector<double> ys = {}
 }
 
 std::vector<std::uint32_t> ApexIndices(const QXPeakTable& t) {
-  std::vector<std::uint32_t> ids;
-  for (std::int32_t i = 0; i < t.GetNumPeaks(); ++i) ids.push_back(t.GetPeak(i)->m_nApexIndex);
-  return ids;
+  return testing::EachPeak(t, [](const QXPeakTableElement& p) { return p.m_nApexIndex; });
 }
 
 // Indices, counts and flag words are 32 bits wide on every platform, as in every other
@@ -70,46 +68,38 @@ struct SurfaceWidths : QXPeakTable {
 
 TEST(QXPeakTable, IndexConventionAndOwnership) {
   QXPeakTable t;
-  EXPECT_EQ(t.RemovePeak(-1), nullptr);
-  EXPECT_EQ(t.GetPeak(-1), nullptr);
-  EXPECT_EQ(t.DeletePeak(0), 0);
   double x = 7, y = 7;
-  EXPECT_EQ(t.GetPeakApex(&x, &y, 0), 0);
+  EXPECT_EQ(t.RemovePeak(-1), nullptr);
+  EXPECT_EQ(std::make_tuple(t.GetPeak(-1), t.DeletePeak(0), t.GetPeakApex(&x, &y, 0)),
+            std::make_tuple(nullptr, 0, 0));
   EXPECT_EQ(x, 7);
-
   t = MakeTable({1, 2, 3});
-  EXPECT_EQ(t.GetSortMethod(), -1);
-  EXPECT_EQ(t.GetPeak(-1)->m_dApexX, 3);
-  EXPECT_EQ(t.DeletePeak(3), 0);
+  EXPECT_EQ(std::make_tuple(t.GetSortMethod(), t.GetPeak(-1)->m_dApexX, t.DeletePeak(3)),
+            std::make_tuple(-1, 3.0, 0));
   EXPECT_EQ(t.GetPeakApex(&x, &y, 1), 1);
-  EXPECT_EQ(x, 2);
-  EXPECT_EQ(y, 20);
-  std::unique_ptr<QXPeakTableElement> removed = t.RemovePeak(0);
+  EXPECT_EQ(std::make_pair(x, y), std::make_pair(2.0, 20.0));
+  const std::unique_ptr<QXPeakTableElement> removed = t.RemovePeak(0);
   ASSERT_NE(removed, nullptr);
   EXPECT_EQ(removed->m_dApexX, 1);
   EXPECT_EQ(t.DeletePeak(-1), 1);
-  EXPECT_EQ(t.GetNumPeaks(), 1);
   t.SetPeak(9, 90, 4, 0, 0, 0, 0, 0, 0, 9.5, 1, 0, 0, 0, 0, 2, -1);
-  EXPECT_EQ(t.GetPeak(0)->m_dCentroidX, 9.5);
-  EXPECT_EQ(t.GetPeak(0)->m_nCharge, 2);
   t.AddPeak(static_cast<QXPeakTableElement*>(nullptr));
-  EXPECT_EQ(t.GetNumPeaks(), 1);
+  EXPECT_EQ(ApexIndices(t), std::vector<std::uint32_t>{4});
+  EXPECT_EQ(std::make_pair(t.GetPeak(0)->m_dCentroidX, t.GetPeak(0)->m_nCharge),
+            std::make_pair(9.5, 2));
 }
 
-// The three-key primitive never exchanges equal keys: (2,2,1) -> (1,2a,2b) and
-// (2,1,1) -> (1b,1c,2a).
+// The three-key primitive never exchanges equal keys: every triple of keys 1..3 comes out
+// as a stable sort puts it, e.g. (2,2,1) -> (1,2a,2b) and (2,1,1) -> (1b,1c,2a).
 TEST(QXPeakTable, Sort3PeaksKeepsEqualKeysInTheirOrder) {
-  struct Case {
-    std::vector<double> keys;
-    std::vector<std::uint32_t> order;
-  };
-  const Case cases[] = {{{2, 2, 1}, {2, 0, 1}}, {{2, 1, 1}, {1, 2, 0}}, {{1, 1, 1}, {0, 1, 2}},
-                        {{3, 2, 1}, {2, 1, 0}}, {{2, 3, 1}, {2, 0, 1}}, {{1, 3, 2}, {0, 2, 1}},
-                        {{2, 1, 3}, {1, 0, 2}}, {{3, 1, 2}, {1, 2, 0}}, {{1, 2, 2}, {0, 1, 2}}};
-  for (const Case& c : cases) {
-    QXPeakTable t = MakeTable(c.keys);
+  for (int k = 0; k < 27; ++k) {
+    const std::vector<double> keys{k / 9 + 1.0, k / 3 % 3 + 1.0, k % 3 + 1.0};
+    std::vector<std::uint32_t> order{0, 1, 2};
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::uint32_t a, std::uint32_t b) { return keys[a] < keys[b]; });
+    QXPeakTable t = MakeTable(keys);
     t.SortPeakTable(0);
-    EXPECT_EQ(ApexIndices(t), c.order) << c.keys[0] << c.keys[1] << c.keys[2];
+    EXPECT_EQ(ApexIndices(t), order) << keys[0] << keys[1] << keys[2];
   }
 }
 
@@ -138,18 +128,15 @@ TEST(QXPeakTable, QuickSortOrdersLargeRandomTablesLikeStdSort) {
   }
 }
 
-TEST(QXPeakTable, SortTrustsTheStoredMethod) {
+TEST(QXPeakTable, SortTrustsTheStoredMethodAndSurvivesNaNKeys) {
   QXPeakTable t = MakeTable({1, 2, 3}, {30, 20, 10});
   t.SortPeakTable(1);
   EXPECT_EQ(t.GetPeak(0)->m_dApexY, 10);
   t.GetPeak(0)->m_dApexY = 99;  // out of order now, but still marked as sorted by intensity
   t.SortPeakTable(1);
   EXPECT_EQ(t.GetPeak(0)->m_dApexY, 99);
-}
-
-TEST(QXPeakTable, SortingSurvivesNaNKeys) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
-  QXPeakTable t = MakeTable({5, nan, 1, nan, 3, 2, nan, 4});
+  t = MakeTable({5, nan, 1, nan, 3, 2, nan, 4});
   t.SortPeakTable(0);
   EXPECT_EQ(t.GetNumPeaks(), 8);
   EXPECT_GE(t.GetPeakNearest(2.2, 0), 0);
@@ -165,16 +152,15 @@ TEST(QXPeakTable, NearestPeak) {
   QXPeakTable t = MakeTable({30, 10, 20}, {1, 3, 2});
   t.SortPeakTable(1);
   EXPECT_EQ(t.GetPeakNearest(15, 0), 0);  // halfway: the lower index, after re-sorting by x
-  EXPECT_EQ(t.GetSortMethod(), 0);
-  EXPECT_EQ(t.GetPeak(0)->m_dApexX, 10);
-  EXPECT_EQ(t.GetPeakNearest(16, 0), 1);
-  EXPECT_EQ(t.GetPeakNearest(1e9, 0), 2);
-  EXPECT_EQ(t.GetPeakNearest(-1e9, 0), 0);
+  EXPECT_EQ(ApexIndices(t), (std::vector<std::uint32_t>{1, 2, 0}));
+  EXPECT_EQ(std::make_tuple(t.GetSortMethod(), t.GetPeakNearest(16, 0), t.GetPeakNearest(1e9, 0),
+                            t.GetPeakNearest(-1e9, 0)),
+            std::make_tuple(0, 1, 2, 0));
   t.GetPeak(1)->m_dCentroidX = 25;
   EXPECT_EQ(t.GetPeakNearest(24, 1), 1);  // centroid keys
 }
 
-TEST(QXPeakTable, PeakInRange) {
+TEST(QXPeakTable, PeakAndAllPeaksInRange) {
   // Intensities: x=1:50, 2:80, 3:80, 4:20, 5:90
   QXPeakTable t = MakeTable({1, 2, 3, 4, 5}, {50, 80, 80, 20, 90});
   EXPECT_EQ(t.GetPeakInRange(1.5, 3.5, 0, nullptr, 0)->m_dApexX, 2);  // equal: lower index
@@ -200,12 +186,7 @@ TEST(QXPeakTable, PeakInRange) {
   EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr), nullptr);
   t.RestartFilteredPeak();
   EXPECT_EQ(t.GetNextFilteredPeak(0x40, &filter)->m_dApexX, 2);
-}
 
-TEST(QXPeakTable, AllPeaksInRange) {
-  QXPeakTable t = MakeTable({1, 2, 3, 4, 5}, {50, 80, 80, 20, 90});
-  tagQXPeakFilterStruct filter{};
-  filter.dMinIntensity = 60;
   std::vector<QXPeakTableElement*> out{nullptr};
   t.GetAllPeaksInRange(out, 5, 2, 0x40, &filter, 0);
   ASSERT_EQ(out.size(), 3u);
@@ -240,11 +221,9 @@ TEST(QXPeakTable, AssignmentIsDeepAndKeepsTheTargetCursor) {
   QXPeakTable dst = MakeTable({7, 8, 9});
   dst.GetNextFilteredPeak(0, nullptr);
   dst.CopyPeakTable(&src);
-  EXPECT_EQ(dst.GetNumPeaks(), 2);
-  EXPECT_EQ(dst.GetSortMethod(), 1);
-  EXPECT_EQ(dst.GetPeak(0)->m_strLabel, "y3");
-  EXPECT_EQ(dst.GetPeak(0)->m_dwFlags, kQXPeakNormal | kQXPeakLabelled);
-  EXPECT_EQ(dst.GetPeak(1)->m_dExtra2, 4.5);
+  EXPECT_EQ(std::make_tuple(dst.GetNumPeaks(), dst.GetSortMethod(), dst.GetPeak(0)->m_strLabel,
+                            dst.GetPeak(0)->m_dwFlags, dst.GetPeak(1)->m_dExtra2),
+            std::make_tuple(2, 1, "y3", kQXPeakNormal | kQXPeakLabelled, 4.5));
   EXPECT_NE(dst.GetPeak(0), src.GetPeak(0));
   EXPECT_EQ(dst.GetNextFilteredPeak(0, nullptr)->m_dApexX, 2);  // cursor stayed at 1
   dst.GetPeak(0)->m_dApexX = -5;
@@ -275,39 +254,19 @@ TEST(QXPeakTable, DumpWritesTheCountHeaderAndOneLinePerPeak) {
   EXPECT_FALSE(std::filesystem::exists(dir / "missing"));
 }
 
-std::string StoreTable(QXPeakTable& t) {
-  std::ostringstream out;
-  {
-    QXArchive ar(out);
-    t.Serialize(ar);
-  }
-  return out.str();
-}
-
 TEST(QXPeakTable, ArchiveRoundTripAndTruncation) {
   QXPeakTable t = MakeTable({3, 1, 2});
   t.GetPeak(1)->m_dArea = 12.5;
-  const std::string bytes = StoreTable(t);
+  const std::string bytes = testing::Stored(t);
   // count, first element: new-class tag, schema, name; later ones: a class back-reference.
   ASSERT_EQ(bytes.size(), 2u + (2 + 2 + 2 + 18) + 96 + 2 * (2 + 96));
-
-  QXPeakTable loaded = MakeTable({9});
-  {
-    std::istringstream in(bytes);
-    QXArchive ar(in);
-    loaded.Serialize(ar);
-    EXPECT_FALSE(ar.Failed());
-  }
   // Stored again, the loaded peaks give the same bytes: every archived value came back.
-  ASSERT_EQ(loaded.GetNumPeaks(), 3);
-  EXPECT_EQ(StoreTable(loaded), bytes);
-
+  QXPeakTable loaded = MakeTable({9});
+  EXPECT_TRUE(testing::Loaded(loaded, bytes));
+  EXPECT_EQ(testing::Stored(loaded), bytes);
   for (std::size_t cut = 0; cut < bytes.size(); ++cut) {
     QXPeakTable partial = MakeTable({9});
-    std::istringstream in(bytes.substr(0, cut));
-    QXArchive ar(in);
-    partial.Serialize(ar);
-    EXPECT_TRUE(ar.Failed()) << cut;
+    EXPECT_FALSE(testing::Loaded(partial, bytes.substr(0, cut))) << cut;
     EXPECT_EQ(partial.GetNumPeaks(), 0) << cut;
   }
 }

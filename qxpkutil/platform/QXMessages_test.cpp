@@ -3,22 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <vector>
 
 #include "testing/QXTestMessages.h"
 
 namespace qxpkutil {
 namespace {
 
+// The label-file texts; the range questions and the invalid-range message are compared
+// letter for letter where the dialogs use them.
 TEST(QXLoadString, KeepsTheKnownTextsLetterForLetter) {
   const std::pair<int, const char*> known[] = {
-      {24700, "New range bounds of %.1f and  %.1f overlap multiple ranges to the right and left "
-              "of Range %d.\n\nDo you want to combine ranges?"},
-      {24704, "A new %s bound of %.1f overlaps the %s bound of Range %d.\n\nDo you want to "
-              "combine Ranges %d -> %d?"},
       {24706, "Label\tX Value\tDelta X"},
       {24707, "An error occured while trying to read the user label file."},
-      {24710, "%lf to %lf is not a valid range."},
       {24715, "An error occured while trying to write to the specified user label file."},
       {24725, "Unable to open the specified user label file."},
   };

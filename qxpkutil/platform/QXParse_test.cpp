@@ -3,85 +3,51 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 
 namespace qxpkutil {
 namespace {
 
-struct DoubleCase {
-  const char* text;
-  bool ok;
-  double value;
-};
-
-TEST(QXParse, DoubleFollowsTheOneRule) {
-  const DoubleCase cases[] = {
-      {"1.5", true, 1.5},       {" \t-2e3\r\n", true, -2000.0}, {"+4", true, 4.0},
-      {".5", true, 0.5},        {"5.", true, 5.0},              {"1.E2", true, 100.0},
-      {"-0", true, -0.0},       {"1e308", true, 1e308},         {"4.9e-324", true, 4.9e-324},
-      {"", false, 0},           {"  ", false, 0},               {"+-3", false, 0},
-      {"--3", false, 0},        {"+", false, 0},                {".", false, 0},
-      {"nan", false, 0},        {"-inf", false, 0},             {"infinity", false, 0},
-      {"0x10", false, 0},       {"1e", false, 0},               {"1e+", false, 0},
-      {"1.5x", false, 0},       {"1 2", false, 0},              {"1e400", false, 0},
-      {"1e-400", false, 0},     {"1,5", false, 0},              {"e5", false, 0},
-  };
-  for (const DoubleCase& c : cases) {
-    double out = 7.0;
-    EXPECT_EQ(QXParseDouble(c.text, out), c.ok) << '"' << c.text << '"';
-    EXPECT_EQ(out, c.ok ? c.value : 7.0) << '"' << c.text << '"';
-  }
+// The result (1 or 0, or the length read) and the value a parser leaves; 7 is untouched.
+template <class T, class R>
+std::pair<double, double> Parse(R (*parse)(std::string_view, T&), const char* text) {
+  T value = 7;
+  const R result = parse(text, value);
+  return {static_cast<double>(result), static_cast<double>(value)};
 }
 
-TEST(QXParse, IntegersTakeNoFractionAndStayInRange) {
-  int i = 7;
-  EXPECT_TRUE(QXParseInt(" -2147483648 ", i));
-  EXPECT_EQ(i, INT32_MIN);
-  EXPECT_TRUE(QXParseInt("+12", i));
-  EXPECT_EQ(i, 12);
-  for (const char* bad : {"2147483648", "1.0", "1e2", "+-1", "0x1", "", "12a"}) {
-    i = 7;
-    EXPECT_FALSE(QXParseInt(bad, i)) << bad;
-    EXPECT_EQ(i, 7);
-  }
-  std::uint64_t u = 7;
-  EXPECT_TRUE(QXParseUInt64("18446744073709551615", u));
-  EXPECT_EQ(u, UINT64_MAX);
-  for (const char* bad : {"18446744073709551616", "-0", "-1"}) {
-    u = 7;
-    EXPECT_FALSE(QXParseUInt64(bad, u)) << bad;
-    EXPECT_EQ(u, 7u);
-  }
-}
-
-TEST(QXParse, PrefixFormsStopWhereTheNumberEnds) {
-  double x = 0.0;
-  EXPECT_EQ(QXParseDoublePrefix("  1.5e2 3", x), 7u);
-  EXPECT_EQ(x, 150.0);
-  EXPECT_EQ(QXParseDoublePrefix("2e+x", x), 1u);  // the exponent needs a digit
-  EXPECT_EQ(x, 2.0);
-  EXPECT_EQ(QXParseDoublePrefix(" nan", x), 0u);
-  int i = 0;
-  EXPECT_EQ(QXParseIntPrefix("\t-3.5", i), 3u);
-  EXPECT_EQ(i, -3);
-  EXPECT_EQ(QXParseIntPrefix("+-3", i), 0u);
-  EXPECT_EQ(i, -3);
-}
-
-TEST(QXParse, LeadingIntReadsAsAtoiAndClamps) {
-  int i = 7;
-  EXPECT_TRUE(QXParseLeadingInt(" +12abc", i));
-  EXPECT_EQ(i, 12);
-  EXPECT_TRUE(QXParseLeadingInt("-99999999999999999999", i));
-  EXPECT_EQ(i, INT32_MIN);
-  EXPECT_TRUE(QXParseLeadingInt("18446744073709551617", i));  // 2^64 + 1 must not wrap
-  EXPECT_EQ(i, INT32_MAX);
-  i = 7;
-  EXPECT_FALSE(QXParseLeadingInt("+-3", i));
-  EXPECT_FALSE(QXParseLeadingInt(" x1", i));
-  EXPECT_EQ(i, 7);
+// What the random texts of DoubleAgreesWithTheGrammarAndStrtod cannot reach (other blanks,
+// words strtod would take, other separators, the ends of the double range), and the
+// integer and prefix forms.
+TEST(QXParse, EachFormTakesItsNumbersAndLeavesTheValueOtherwise) {
+  using P = std::pair<double, double>;
+  const auto d = [](const char* t) { return Parse(&QXParseDouble, t); };
+  const auto i = [](const char* t) { return Parse(&QXParseInt, t); };
+  const auto u = [](const char* t) { return Parse(&QXParseUInt64, t); };
+  const auto lead = [](const char* t) { return Parse(&QXParseLeadingInt, t); };
+  const auto dp = [](const char* t) { return Parse(&QXParseDoublePrefix, t); };
+  const auto ip = [](const char* t) { return Parse(&QXParseIntPrefix, t); };
+  const P cases[][2] = {
+      {d(" \t-2e3\r\n"), {1, -2000}}, {d("1e308"), {1, 1e308}}, {d("4.9e-324"), {1, 4.9e-324}},
+      {d("nan"), {0, 7}}, {d("-inf"), {0, 7}}, {d("infinity"), {0, 7}}, {d("0x10"), {0, 7}},
+      {d("1e400"), {0, 7}}, {d("1e-400"), {0, 7}}, {d("1,5"), {0, 7}},
+      {i(" -2147483648 "), {1, INT32_MIN}}, {i("+12"), {1, 12}}, {i("2147483648"), {0, 7}},
+      {i("1.0"), {0, 7}}, {i("1e2"), {0, 7}}, {i("+-1"), {0, 7}}, {i("0x1"), {0, 7}},
+      {i(""), {0, 7}}, {i("12a"), {0, 7}},
+      {u("18446744073709551615"), {1, static_cast<double>(UINT64_MAX)}},
+      {u("18446744073709551616"), {0, 7}}, {u("-0"), {0, 7}}, {u("-1"), {0, 7}},
+      // Prefix forms: the length read; the exponent needs a digit.
+      {dp("  1.5e2 3"), {7, 150}}, {dp("2e+x"), {1, 2}}, {dp(" nan"), {0, 7}},
+      {ip("\t-3.5"), {3, -3}}, {ip("+-3"), {0, 7}},
+      // As atoi, clamped; 2^64 + 1 must not wrap.
+      {lead(" +12abc"), {1, 12}}, {lead("-99999999999999999999"), {1, INT32_MIN}},
+      {lead("18446744073709551617"), {1, INT32_MAX}}, {lead("+-3"), {0, 7}}, {lead(" x1"), {0, 7}}};
+  for (std::size_t k = 0; k < std::size(cases); ++k) EXPECT_EQ(cases[k][0], cases[k][1]) << k;
 }
 
 // The rule as a naive matcher over the characters used below (std::regex would do, but

@@ -16,6 +16,7 @@ namespace qxpkutil {
 namespace {
 
 using Lines = std::vector<std::string>;
+using testing::WithTargets;
 
 // The targets' masses, in list order.
 std::vector<double> Targets(const PeakCalcBaseList& list) {
@@ -29,31 +30,20 @@ std::vector<double> Targets(const PeakCalcBaseList& list) {
   return out;
 }
 
-// Targets 1, 2, ..., count with half-width 0.5.
-template <class List>
-List WithTargets(int count) {
-  List list;
-  for (int i = 0; i < count; ++i) {
-    list.AddSetting(-1);
-    list.GetSetting(i)->SetPeakCalcSetting(i + 1, 0.5);
-  }
-  return list;
-}
-
 TEST(PeakCalcBaseList, AddInsertsBeforeAValidIndexElseAppends) {
   // 0 marks the new, default target.
   const std::tuple<std::int32_t, int, std::vector<double>> cases[] = {
       {-1, 1, {1, 2, 3, 0}}, {0, 1, {0, 1, 2, 3}},  {2, 1, {1, 2, 0, 3}},
       {3, 1, {1, 2, 3, 0}},  {10, 1, {1, 2, 3, 0}}, {-2, 0, {1, 2, 3}}};
   for (const auto& [index, result, targets] : cases) {
-    auto list = WithTargets<PeakCalcBaseList>(3);
+    auto list = WithTargets<PeakCalcBaseList>({1, 2, 3}, 0.5);
     EXPECT_EQ(list.AddSetting(index), result) << index;
     EXPECT_EQ(Targets(list), targets) << index;
   }
 }
 
 TEST(PeakCalcBaseList, DeleteAndMoveCheckBothIndexes) {
-  auto list = WithTargets<PeakCalcBaseList>(3);
+  auto list = WithTargets<PeakCalcBaseList>({1, 2, 3}, 0.5);
   EXPECT_EQ(list.MoveSetting(0, 0), 1);
   EXPECT_EQ(list.MoveSetting(0, 2), 1);
   EXPECT_EQ(Targets(list), (std::vector<double>{3, 2, 1}));
@@ -67,7 +57,7 @@ TEST(PeakCalcBaseList, DeleteAndMoveCheckBothIndexes) {
 }
 
 TEST(PeakCalcBaseList, CopiesOwnTheirTargets) {
-  auto list = WithTargets<SNPeakCalc>(2);
+  auto list = WithTargets<SNPeakCalc>({1, 2}, 0.5);
   list.SetBaselineX1(5.0);
   SNPeakCalc copy(list);
   copy.GetSetting(0)->SetPeakCalcSetting(9.0, 1.0);
@@ -82,18 +72,16 @@ TEST(PeakCalcBaseList, AddingStopsAtTheLimit) {
   PeakCalcBaseList list;
   for (std::int32_t i = 0; i < PeakCalcBaseList::kMaxSettings; ++i)
     ASSERT_EQ(list.AddSetting(-1), 1);
-  EXPECT_EQ(list.AddSetting(-1), 0);
-  EXPECT_EQ(list.AddSetting(0), 0);
+  EXPECT_EQ(list.AddSetting(-1) + list.AddSetting(0), 0);
   EXPECT_EQ(list.GetNumSettings(), PeakCalcBaseList::kMaxSettings);
 }
 
 TEST(PeakCalc, ClassRecordsNamePeakCalcBaseAsTheCalculatorsBase) {
-  SNPeakCalc sn;
-  ResCalcPeakCalc res;
-  EXPECT_STREQ(sn.GetRuntimeClass()->m_lpszClassName, "SNPeakCalc");
-  EXPECT_STREQ(res.GetRuntimeClass()->m_lpszClassName, "ResCalcPeakCalc");
-  for (const QXObject* calc :
-       {static_cast<const QXObject*>(&sn), static_cast<const QXObject*>(&res)}) {
+  const SNPeakCalc sn;
+  const ResCalcPeakCalc res;
+  for (const auto& [calc, name] : {std::pair<const QXObject*, const char*>{&sn, "SNPeakCalc"},
+                                   {&res, "ResCalcPeakCalc"}}) {
+    EXPECT_STREQ(calc->GetRuntimeClass()->m_lpszClassName, name);
     EXPECT_TRUE(calc->IsKindOf(&PeakCalcBase::classPeakCalcBase));
     EXPECT_FALSE(calc->IsKindOf(&PeakCalcBaseList::classPeakCalcBaseList));
   }
@@ -102,7 +90,7 @@ TEST(PeakCalc, ClassRecordsNamePeakCalcBaseAsTheCalculatorsBase) {
 using CalcPersist = testing::AppProfileTest;
 
 TEST_F(CalcPersist, SignalToNoiseWritesExactLinesAndRoundTrips) {
-  auto saved = WithTargets<SNPeakCalc>(2);
+  auto saved = WithTargets<SNPeakCalc>({1, 2}, 0.5);
   saved.SetBaselineX1(100.25);
   saved.SetBaselineX2(-3.0);
   Lines lines;
@@ -128,16 +116,16 @@ TEST_F(CalcPersist, CountsOutsideOneToTheTargetCountSaveEveryTarget) {
   const std::pair<std::int32_t, std::size_t> cases[] = {{0, 3}, {-1, 3}, {1, 1}, {3, 3}, {4, 3}};
   for (const auto& [count, saved] : cases) {
     Lines sn;
-    WithTargets<SNPeakCalc>(3).PersistSNSettings("S", count, &sn, 0);
+    WithTargets<SNPeakCalc>({1, 2, 3}, 0.5).PersistSNSettings("S", count, &sn, 0);
     EXPECT_EQ(sn.size(), 2 + 2 * saved) << count;
     Lines res;
-    WithTargets<ResCalcPeakCalc>(3).PersistResCalcSettings("S", count, &res, 0);
+    WithTargets<ResCalcPeakCalc>({1, 2, 3}, 0.5).PersistResCalcSettings("S", count, &res, 0);
     EXPECT_EQ(res.size(), 2 + 2 * saved) << count;
   }
 }
 
 TEST_F(CalcPersist, ResolutionRestoresDefaultsForMissingKeysAndKeepsExtraTargets) {
-  auto res = WithTargets<ResCalcPeakCalc>(4);
+  auto res = WithTargets<ResCalcPeakCalc>({1, 2, 3, 4}, 0.5);
   const char* text = "R\\ResCalcPercent=10\r\nR\\ResCalcTargetMass-1=500.5\r\n";
   res.GetResCalcSettings("R", 2, 50, 1000, 250.0, 0.25, text, kQXPersistFromText);
   EXPECT_EQ(std::make_pair(res.GetPercent(), res.GetMinIntensity()), std::make_pair(10, 1000));
@@ -156,8 +144,8 @@ TEST_F(CalcPersist, ResolutionRestoresDefaultsForMissingKeysAndKeepsExtraTargets
 
 TEST(CalcPersistWithoutProfile, NothingIsWrittenOrRead) {
   QXSetAppProfile(nullptr);
-  auto sn = WithTargets<SNPeakCalc>(1);
-  auto res = WithTargets<ResCalcPeakCalc>(1);
+  auto sn = WithTargets<SNPeakCalc>({1}, 0.5);
+  auto res = WithTargets<ResCalcPeakCalc>({1}, 0.5);
   Lines lines;
   sn.PersistSNSettings("S", 0, &lines, 1);
   res.PersistResCalcSettings("S", 0, &lines, 1);

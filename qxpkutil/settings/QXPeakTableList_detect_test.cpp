@@ -9,6 +9,8 @@
 
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestPeaks.h"
+#include "testing/QXTestSettings.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -38,11 +40,7 @@ QXPeakDetectSetting Segment(double x1, double x2, double rel, double abs = 0.0,
 }
 
 QXPeakTableList MakeList(const std::vector<QXPeakDetectSetting>& segments, int tables = 1) {
-  QXPeakTableList list;
-  for (const QXPeakDetectSetting& s : segments) {
-    list.AddDetectionSetting(-1);
-    list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
-  }
+  QXPeakTableList list = testing::ListOf(segments);
   for (int t = 0; t < tables; ++t) list.AddPeakTableToList();
   return list;
 }
@@ -54,16 +52,12 @@ auto Fields(const QXPeakTableElement& p) {
 using PeakFields = decltype(Fields(QXPeakTableElement()));
 
 std::vector<PeakFields> TablePeaks(const QXPeakTable* table) {
-  std::vector<PeakFields> out;
-  for (std::int32_t i = 0; i < table->GetNumPeaks(); ++i) out.push_back(Fields(*table->GetPeak(i)));
-  return out;
+  return testing::EachPeak(*table, Fields);
 }
 
 std::vector<double> ApexHeights(const QXPeakTable* table) {
-  std::vector<double> out;
-  for (std::int32_t i = 0; i < table->GetNumPeaks(); ++i)
-    out.push_back(std::round(table->GetPeak(i)->m_dApexY));
-  return out;
+  return testing::EachPeak(*table,
+                           [](const QXPeakTableElement& p) { return std::round(p.m_dApexY); });
 }
 
 std::int32_t Detect(QXPeakTableList& list, const Signal& s, std::int32_t table = 0) {
@@ -111,91 +105,33 @@ TEST(DetectionDriver, UnusableInputFailsAndChangesNothing) {
   fails(x, y, 2000, 1000.0, -inf);
 }
 
-// The two-segment search equals the union of two one-segment searches, whether the ranges
-// touch, overlap around a peak, or come in descending order.
-class SegmentUnion : public ::testing::TestWithParam<std::tuple<double, double, double, double>> {};
-
-TEST_P(SegmentUnion, TwoSegmentsFindTheUnionOfTheirSingleRuns) {
-  const auto [a1, a2, b1, b2] = GetParam();
-  QXPeakDetectSetting first = Segment(a1, a2, 5.0);
-  QXPeakDetectSetting second = Segment(b1, b2, 15.0);
-  second.SetFilterWidth(7);
-  QXPeakTableList both = MakeList({first, second});
-  QXPeakTableList onlyFirst = MakeList({first});
-  QXPeakTableList onlySecond = MakeList({second});
-  Detect(onlyFirst, Peaks());
-  Detect(onlySecond, Peaks());
-  // Where both find a peak, the later segment's copy stays.
-  std::vector<PeakFields> expected = TablePeaks(onlySecond.GetPeakTableFromList(0));
-  for (const PeakFields& p : TablePeaks(onlyFirst.GetPeakTableFromList(0))) {
-    if (std::none_of(expected.begin(), expected.end(),
-                     [&](const PeakFields& q) { return std::get<0>(q) == std::get<0>(p); }))
-      expected.push_back(p);
-  }
-  std::sort(expected.begin(), expected.end());
-  ASSERT_EQ(Detect(both, Peaks()), static_cast<std::int32_t>(expected.size()));
-  EXPECT_EQ(TablePeaks(both.GetPeakTableFromList(0)), expected);
-  EXPECT_EQ(expected.size(), 4u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Layouts, SegmentUnion,
-                         ::testing::Values(std::make_tuple(0.0, 40.0, 40.0, 100.0),
-                                           std::make_tuple(0.0, 60.0, 20.0, 100.0),
-                                           std::make_tuple(40.0, 100.0, 0.0, 40.0)));
-
-TEST(DetectionDriver, ThresholdsAndMinimumAreasPickThePeaks) {
-  QXPeakTableList probe = MakeList({Segment(0.0, 0.0, 1.0)});
-  const Signal& s = Peaks();
-  const double maxArea = probe.ComputeMaxPeakArea(s.x.data(), s.y.data(), 2000, 1.0);
-  ASSERT_GT(maxArea, 0.0);
-  // Scan thresholds count from 0; the sticks dip to -100, so their rel 50 % is 450. For
-  // sticks a minimum area above the threshold raises it, and the percentage is of yMax.
-  const std::tuple<int, QXPeakDetectSetting, std::vector<double>> cases[] = {
-      {0, Segment(0, 0, 45.0), {1000, 470}},
-      {0, Segment(0, 0, 45.0, 480.0), {1000}},
-      {0, Segment(0, 0, 10.0), {1000, 470, 430, 200}},
-      {0, Segment(0, 0, 10.0, 0.0, 30.0), {1000, 470, 430}},
-      {0, Segment(0, 0, 10.0, 0.0, 0.0, 0.45 * maxArea), {1000, 470}},
-      {1, Segment(0, 0, 50.0), {1000, 470}},
-      {1, Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
-      {1, Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}};
-  for (const auto& [sticks, segment, kept] : cases) {
-    Signal data = s;
-    if (sticks) data = Signal{{10, 30, 50, 70, 90}, {1000, 470, 430, 200, -100}};
+// On centroided input each stick at the threshold is a peak; a minimum area above the
+// threshold raises it, and the area percentage is of yMax. Thresholds count from the lowest
+// point (the -100), so the 50 % relative threshold is 450.
+TEST(DetectionDriver, SticksUseYMaxForTheAreaPercentage) {
+  const std::tuple<QXPeakDetectSetting, std::vector<double>> cases[] = {
+      {Segment(0, 0, 50.0), {1000, 470}},
+      {Segment(0, 0, 10.0, 0.0, 45.0), {1000, 470}},
+      {Segment(0, 0, 10.0, 0.0, 0.0, 300.0), {1000, 470, 430}}};
+  for (const auto& [segment, kept] : cases) {
     QXPeakTableList list = MakeList({segment});
-    list.SetCentroidSpecData(sticks);
-    Detect(list, data);
+    list.SetCentroidSpecData(1);
+    Detect(list, Signal{{10, 30, 50, 70, 90}, {1000, 470, 430, 200, -100}});
     EXPECT_EQ(ApexHeights(list.GetPeakTableFromList(0)), kept);
   }
 }
 
-// The driver's result equals the finder called with the segment's own values and the
-// derived threshold: 15 % of yMax above the lowest point, for the scan with a minimum area of
-// 30 % of the largest trial area, for the divisor search with no minimum area at all.
-TEST(DetectionDriver, EachPathPassesTheSegmentsOwnValues) {
+// A segment with a Divisor runs the divisor search with its own values and the derived
+// threshold (15 % of yMax above the lowest point), and no minimum area at all.
+TEST(DetectionDriver, DivisorSegmentsPassTheirOwnValues) {
   const Signal s =
       MakeSignal(2000, 0.0, 0.05, {{10.0, 1000.0, 0.5}, {30.0, 470.0, 0.7}, {50.0, 250.0, 0.4}},
                  {.noiseSigma = 2.0});
   const auto n = static_cast<std::uint32_t>(s.x.size());
   const double minY = *std::min_element(s.y.begin(), s.y.end());
   const double threshold = 0.15 * (1000.0 - minY) + minY;
-  QXPeakTableList list = MakeList({Segment(0, 0, 0)});
+  QXPeakTableList list = MakeList({Segment(0, 0, 0, 0.0, 0.0, 1e12)});
   list.SetMassProcessing(1);
-  list.SetDetectionSetting(0, 0, 0, 15.0, 0.0, 1, 5, 2, 0.0, 30.0, 4, 80, 0, 0.5, 0, 40.0, 3, 12,
-                           0.1, 0.9);
-  const double minArea = 0.3 * list.ComputeMaxPeakArea(s.x.data(), s.y.data(), n, 1.5);
-  QXPeakTable scan;
-  scan.FindPeaks(s.x.data(), s.y.data(), n, 1.5, threshold, 1, 5, 2, minArea, 4, 80, 0.5, 40.0, 0,
-                 1, 3, 12, 0.1, 0.9, 1, 0.0, 0.0, 0);
-  // The 470 is wider than 80 points; the 250 has a fifth of the largest area.
-  EXPECT_EQ(scan.GetNumPeaks(), 1);
-  list.FindPeaks(s.x.data(), s.y.data(), n, 1000.0, 1.5, 0);
-  EXPECT_EQ(TablePeaks(list.GetPeakTableFromList(0)), TablePeaks(&scan));
-
-  QXPeakDetectSetting seg;
-  list.GetDetectionSetting(0, seg);
-  seg.SetMinPeakArea(1e12);
-  list.SetDetectionSetting(0, seg);
   list.SetDetectionSetting(0, 0, 0, 15.0, 40.0, 8.0, 1, 3, 12, 0.1, 0.9);
   QXPeakTable divisor;
   divisor.FindPeaks(s.x.data(), s.y.data(), n, threshold, 8.0, 40.0, 1, 1, 3, 12, 0.1, 0.9, 1, 0.0,
@@ -243,7 +179,6 @@ TEST(DetectionDriver, AutomaticNoiseThreshold) {
   const Signal s = MakeSignal(4096, 0.0, 0.05, {{50.0, 1000.0, 0.5}}, {.noiseSigma = 3.0});
   const double noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(s.y.data(), 4096);
   ASSERT_GT(noise, 1.0);
-  QXPeakDetectSetting seg;
   for (int sticks : {0, 1}) {
     QXPeakTableList list = MakeList({Segment(0, 60, 5.0), Segment(60, 120, 5.0)});
     list.SetDetectionSetting(1, 60.0, 120.0, 5.0, 50.0, 10.0, 1, 6, 40, 0.05, 0.99);
@@ -251,7 +186,7 @@ TEST(DetectionDriver, AutomaticNoiseThreshold) {
     list.SetAutoSNCalcOn(1);
     EXPECT_GE(Detect(list, s), 1);
     EXPECT_EQ(list.SettingsChanged(), 0);
-    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
+    for (const QXPeakDetectSetting& seg : testing::Segments(list))
       EXPECT_EQ(seg.GetNoiseThreshold(), noise);
   }
   const double lowX = s.x[std::min_element(s.y.begin(), s.y.end()) - s.y.begin()];
@@ -261,8 +196,9 @@ TEST(DetectionDriver, AutomaticNoiseThreshold) {
     QXPeakTableList list = MakeList({Segment(500, 600, 1.0), Segment(x1, x2, 1.0)});
     list.SetAutoSNCalcOn(1);
     EXPECT_GT(list.ComputeBasePeakArea(s.x.data(), s.y.data(), 4096, 1000.0, 1.0), 0.0);
-    for (std::int32_t i = 0; list.GetDetectionSetting(i, seg); ++i)
-      EXPECT_EQ(seg.GetNoiseThreshold(), i == holder ? noise : 0.0) << i;
+    const auto segs = testing::Segments(list);
+    for (std::size_t i = 0; i < segs.size(); ++i)
+      EXPECT_EQ(segs[i].GetNoiseThreshold(), int(i) == holder ? noise : 0.0) << i;
   }
 }
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <initializer_list>
 #include <map>
 #include <sstream>
@@ -57,27 +56,15 @@ auto Switches(const QXPeakTableList& list) {
 
 // A list with segments 1..count and every switch away from its default.
 QXPeakTableList SavedList(int count, int mass) {
-  QXPeakTableList list;
-  for (int k = 1; k <= count; ++k) {
-    list.AddDetectionSetting(-1);
-    list.SetDetectionSetting(k - 1, Segment(k));
-  }
+  std::vector<QXPeakDetectSetting> segments;
+  for (int k = 1; k <= count; ++k) segments.push_back(Segment(k));
+  QXPeakTableList list = testing::ListOf(segments);
   list.SetMassProcessing(mass);
   list.SetResolution(12345.5);
   list.SetUseResolutionFlag(1);
   list.SetGaussFit(1);
   list.SetAutoSNCalcOn(1);
   return list;
-}
-
-// "section\key=value\r\n" lines as the host's map of full key to value.
-std::map<std::string, std::string> AsMap(const Lines& lines) {
-  std::map<std::string, std::string> map;
-  for (const std::string& line : lines) {
-    const std::size_t eq = line.find('=');
-    map.emplace(line.substr(0, eq), line.substr(eq + 1, line.size() - eq - 3));
-  }
-  return map;
 }
 
 std::string AsText(const Lines& lines) {
@@ -103,7 +90,7 @@ TEST_P(ListRoundTrip, RestoresEverySegmentAndSwitch) {
   QXPeakTableList restored = SavedList(5, 1 - mass);  // replaced, not merged
   const std::string text = AsText(lines);
   if (route == Route::kMap) {
-    restored.RestoreSettings("App", AsMap(lines), 2, kQXPersistFromText);
+    restored.RestoreSettings("App", testing::LinesToMap(lines), 2, kQXPersistFromText);
   } else {
     const bool profile = route == Route::kProfile;
     restored.RestoreSettings("App", 2, profile ? nullptr : text.c_str(),
@@ -195,7 +182,7 @@ TEST_F(ListPersist, SectionLookupIsASubstringSearchOfTheText) {
   // "B\PeakSettingsTrace-0\..." is found first inside AB's lines.
   EXPECT_EQ(SegmentFields(restored), Restored({1}, true));
 
-  restored.RestoreSettings("B", AsMap(lines), 0, kQXPersistFromText);
+  restored.RestoreSettings("B", testing::LinesToMap(lines), 0, kQXPersistFromText);
   EXPECT_EQ(SegmentFields(restored), Restored({1, 2}, false));
 }
 

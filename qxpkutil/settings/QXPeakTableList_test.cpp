@@ -7,14 +7,13 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
-#include "qxpkutil/platform/QXArchive.h"
 #include "qxpkutil/platform/QXTypes.h"
+#include "testing/QXTestArchive.h"
 #include "testing/QXTestSettings.h"
 
 namespace qxpkutil {
@@ -289,14 +288,6 @@ TEST(QXPeakTableList, TimeToMassFollowsTheSquareRootLaw) {
   }
 }
 
-std::vector<QXPeakDetectSetting> SegmentList(const QXPeakTableList& list) {
-  std::vector<QXPeakDetectSetting> out;
-  for (QXPeakDetectSetting s; list.GetDetectionSetting(static_cast<std::int32_t>(out.size()), s);) {
-    out.push_back(s);
-  }
-  return out;
-}
-
 // What every built list shares: odd widths used as filter and minimum peak width, growing
 // along the axis; filter type 0, increment 1, automatic width; neighbours overlapping.
 void ExpectGrowingSegments(const std::vector<QXPeakDetectSetting>& segs) {
@@ -337,7 +328,7 @@ TEST(QXPeakTableList, TimeOfFlightSegmentsWidenAlongTheAxisAndReachM2) {
   const double t2 = 1e8;
   const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
   const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
-  const auto segs = SegmentList(list);
+  const auto segs = testing::Segments(list);
   ASSERT_EQ(n, static_cast<int>(segs.size()));
   ASSERT_GE(segs.size(), 10u);
   ExpectGrowingSegments(segs);
@@ -371,7 +362,7 @@ TEST(QXPeakTableList, TimeOfFlightWalkThatStepsPastT2CountsOneSegmentTooMany) {
   const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
   const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
   EXPECT_EQ(n, list.GetNumDetectionSettings() + 1);
-  const auto segs = SegmentList(list);
+  const auto segs = testing::Segments(list);
   ASSERT_FALSE(segs.empty());
   EXPECT_EQ(segs.back().GetFilterWidth(), 101);
   EXPECT_LT(segs.back().GetRangeX2(), m2);
@@ -391,7 +382,7 @@ TEST(QXPeakTableList, MassAxisSegmentsFollowTheResolvingPowerUpToTheFilterCap) {
     SCOPED_TRACE(::testing::Message() << resolution << " " << dx << " " << x2);
     QXPeakTableList list;
     const int n = BuildMass(list, resolution, dx, 100.0, x2);
-    const auto segs = SegmentList(list);
+    const auto segs = testing::Segments(list);
     ASSERT_EQ(n, static_cast<int>(segs.size()));
     ASSERT_GE(segs.size(), 10u);
     ExpectGrowingSegments(segs);
@@ -451,23 +442,6 @@ void FillTable(QXPeakTable& t, const std::vector<double>& xs) {
     t.AddPeak(QXPeakTableElement(x, 10.0 * x, 1, x - 0.5, 1.0, 0, x + 0.5, 2.0, 2, x + 0.01,
                                  3.0 * x, x - 0.2, 4.0, x + 0.2, 5.0, 1));
   }
-}
-
-std::string Store(QXPeakTableList& list) {
-  std::ostringstream out;
-  {
-    QXArchive ar(out);
-    list.Serialize(ar);
-  }
-  return out.str();
-}
-
-// Loads `bytes` into `list`; false when the archive failed.
-bool Load(QXPeakTableList& list, const std::string& bytes) {
-  std::istringstream in(bytes);
-  QXArchive ar(in);
-  list.Serialize(ar);
-  return !ar.Failed();
 }
 
 TEST(QXPeakTableList, TableIndexRules) {
@@ -532,13 +506,13 @@ TEST(QXPeakTableList, CopiesAreDeepAndComplete) {
     SCOPED_TRACE(way);
     ListProbe source;
     FillEverything(source);
-    const std::string sourceBytes = Store(source);
+    const std::string sourceBytes = testing::Stored(source);
     ListProbe target;  // with content of its own that the copy replaces
     target.AddPeakTableToList();
     FillTable(*target.GetPeakTableFromList(0), {9.0});
     Fill(target, {7});
     ways[way](target, source);
-    EXPECT_EQ(Store(target), sourceBytes);
+    EXPECT_EQ(testing::Stored(target), sourceBytes);
     EXPECT_EQ(SegmentFields(target), SegmentFields(source));
     EXPECT_EQ(Switches(target), Switches(source));
     EXPECT_EQ(target.Defaults(), source.Defaults());
@@ -546,15 +520,15 @@ TEST(QXPeakTableList, CopiesAreDeepAndComplete) {
     target.GetPeakFromTableList(0, 0)->m_dApexX = -1.0;
     target.ClearPeakTableInList(1);
     target.SetDetectionRange(0, -5.0, -4.0);
-    EXPECT_EQ(Store(source), sourceBytes);
+    EXPECT_EQ(testing::Stored(source), sourceBytes);
     EXPECT_EQ(SegmentFields(source), Tags({1, 2, 3}));
   }
   ListProbe list;
   FillEverything(list);
-  const std::string bytes = Store(list);
+  const std::string bytes = testing::Stored(list);
   list.CopyPeakTableList(nullptr);
   list.CopyPeakTableList(&list);
-  EXPECT_EQ(Store(list), bytes);
+  EXPECT_EQ(testing::Stored(list), bytes);
   EXPECT_EQ(SegmentFields(list), Tags({1, 2, 3}));
 }
 
@@ -562,19 +536,16 @@ TEST(QXPeakTableList, ArchiveCarriesTheTablesOnlyAndBadBytesLeaveNone) {
   ListProbe source;
   FillEverything(source);
   source.AddPeakTableToList();  // an empty table travels too
-  const std::string bytes = Store(source);
+  const std::string bytes = testing::Stored(source);
   QXPeakTableList loaded;
   loaded.AddPeakTableToList();
   Fill(loaded, {7});
-  EXPECT_TRUE(Load(loaded, bytes));
-  EXPECT_EQ(Store(loaded), bytes);
-  EXPECT_EQ(std::make_tuple(loaded.GetNumPeakTablesInList(), loaded.GetNumPeaksFromList(0),
-                            loaded.GetPeakFromTableList(1, 0)->m_dArea),
-            std::make_tuple(3, 2, 15.0));
+  EXPECT_TRUE(testing::Loaded(loaded, bytes));
+  EXPECT_EQ(testing::Stored(loaded), bytes);
   EXPECT_EQ(SegmentFields(loaded), Tags({7}));
   EXPECT_EQ(loaded.MassProcessingOn(), 0);
   QXPeakTableList empty;
-  EXPECT_EQ(Store(empty), std::string(2, '\0'));
+  EXPECT_EQ(testing::Stored(empty), std::string(2, '\0'));
 
   std::vector<std::string> bad;
   for (std::size_t cut = 0; cut < bytes.size(); ++cut) bad.push_back(bytes.substr(0, cut));
@@ -584,7 +555,7 @@ TEST(QXPeakTableList, ArchiveCarriesTheTablesOnlyAndBadBytesLeaveNone) {
   for (const std::string& b : bad) {
     QXPeakTableList list;
     list.AddPeakTableToList();
-    EXPECT_FALSE(Load(list, b)) << b.size();
+    EXPECT_FALSE(testing::Loaded(list, b)) << b.size();
     EXPECT_EQ(list.GetNumPeakTablesInList(), 0) << b.size();
   }
 }

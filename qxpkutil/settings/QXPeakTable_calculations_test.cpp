@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <initializer_list>
 #include <limits>
 #include <tuple>
 #include <utility>
@@ -13,6 +12,7 @@
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/settings/PeakCalc.h"
+#include "testing/QXTestSettings.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -25,6 +25,7 @@ using ::testing::Gt;
 using testing::MakeSignal;
 using ::testing::Pair;
 using testing::Signal;
+using testing::WithTargets;
 
 // The peak of `s` whose apex is its highest point, bounded `halfWidth` points either side.
 QXPeakTableElement PeakAtMax(const Signal& s, std::uint32_t halfWidth) {
@@ -34,21 +35,6 @@ QXPeakTableElement PeakAtMax(const Signal& s, std::uint32_t halfWidth) {
   const std::uint32_t right = apex + halfWidth;
   return QXPeakTableElement(s.x[apex], s.y[apex], apex, s.x[left], s.y[left], left, s.x[right],
                             s.y[right], right);
-}
-
-// A calculator with a target at each of `targets` +- `delta`, every one holding a stale
-// result (123) and found x (456) that a calculation must replace.
-template <class Calc>
-Calc WithTargets(std::initializer_list<double> targets, double delta) {
-  Calc calc;
-  for (double target : targets) {
-    calc.AddSetting(-1);
-    PeakCalcBase* setting = calc.GetSetting(calc.GetNumSettings() - 1);
-    setting->SetPeakCalcSetting(target, delta);
-    setting->SetResult(123.0);
-    setting->SetFoundX(456.0);
-  }
-  return calc;
 }
 
 // Each target's result and found x.

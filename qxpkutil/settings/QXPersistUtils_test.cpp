@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdint>
 #include <map>
 #include <random>
@@ -42,8 +41,12 @@ TEST(QXPersistUtils, WriteFormsExactLinesAndTouchesTheProfileOnlyWhenAsked) {
 }
 
 TEST(QXPersistUtils, GetEntryReadsTheRestOfTheLineAfterTheFirstMatch) {
+  const std::string longKey = "Section\\" + std::string(300, 'k');
+  const std::string longValue(5000, 'v');
+  const std::string longText = "x=1\r\n" + longKey + "=" + longValue + "\r\n";
   // text, key, value (null when the key is not found)
   const std::tuple<const char*, const char*, const char*> cases[] = {
+      {longText.c_str(), longKey.c_str(), longValue.c_str()},
       {"S\\A=1\r\n\r\nS\\K=5.5\r\n\r\n", "S\\K", "5.5"},
       {"S\\K=a b\nS\\L=2", "S\\K", "a b"},
       {"S\\K=abc", "S\\K", "abc"},
@@ -61,31 +64,20 @@ TEST(QXPersistUtils, GetEntryReadsTheRestOfTheLineAfterTheFirstMatch) {
     EXPECT_EQ(QXPersistUtils::GetEntry(text, key, out), value != nullptr ? 1 : 0) << text;
     EXPECT_EQ(out, value != nullptr ? value : "untouched");
   }
-
-  const std::string longKey = "Section\\" + std::string(300, 'k');
-  const std::string longValue(5000, 'v');
-  const std::string text = "x=1\r\n" + longKey + "=" + longValue + "\r\n";
-  std::string out;
-  ASSERT_EQ(QXPersistUtils::GetEntry(text.c_str(), longKey.c_str(), out), 1);
-  EXPECT_EQ(out, longValue);
 }
 
 TEST(QXPersistUtils, TypedEntriesConvertAsAtoiAndAtofAndClampIntegers) {
   const char* text = "I=  -42abc\r\nJ=abc\r\nBig=99999999999\r\nNeg=-99999999999\r\nD=1.5e3x\r\n";
-  const std::pair<const char*, int> ints[] = {{"I", -42}, {"J", 0}};
-  for (const auto& [key, expected] : ints) {
-    int i = 5;
-    EXPECT_EQ(QXPersistUtils::GetEntry(text, key, i), 1);
-    EXPECT_EQ(i, expected) << key;
-  }
-  std::uint32_t u = 0;
-  EXPECT_EQ(QXPersistUtils::GetEntry(text, "I", u), 1);
-  EXPECT_EQ(u, static_cast<std::uint32_t>(-42));
-  double d = 0.0;
-  EXPECT_EQ(QXPersistUtils::GetEntry(text, "D", d), 1);
-  EXPECT_EQ(d, 1500.0);
-  EXPECT_EQ(QXPersistUtils::GetEntry(text, "Missing", d), 0);
-  EXPECT_EQ(d, 1500.0);
+  using P = std::pair<int, double>;
+  const auto entry = [&](const char* key, auto value) {  // found, and the value left
+    const int found = QXPersistUtils::GetEntry(text, key, value);
+    return P(found, static_cast<double>(value));
+  };
+  EXPECT_EQ(entry("I", 5), P(1, -42));
+  EXPECT_EQ(entry("J", 5), P(1, 0));
+  EXPECT_EQ(entry("I", std::uint32_t{0}), P(1, static_cast<std::uint32_t>(-42)));
+  EXPECT_EQ(entry("D", 0.0), P(1, 1500));
+  EXPECT_EQ(entry("Missing", 7.0), P(0, 7));
 }
 
 TEST(QXPersistUtils, TextWinsOverTheProfileAndNeitherGivesTheDefault) {

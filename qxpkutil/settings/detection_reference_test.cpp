@@ -16,12 +16,13 @@
 #include <thread>
 #include <vector>
 
-#include "qxpkutil/fitting/QXNonLinFit.h"
 #include "qxpkutil/numeric/QXDataExpUtils.h"
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/platform/QXTypes.h"
 #include "qxpkutil/settings/QXPeakTableList.h"
+#include "testing/QXTestPeaks.h"
+#include "testing/QXTestSettings.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -119,21 +120,14 @@ class ReferenceScan {
                                : QXDataExpUtils::Mean(m_y + i, m_s.filterWidth);
   }
 
+  // The lowest point in [lo, hi]: of equals, the first going right, the last going left.
   std::int64_t LowestPoint(std::int64_t lo, std::int64_t hi, Direction dir) const {
     hi = std::min<std::int64_t>(hi, m_n - 1);
-    if (lo > hi) return hi;
-    if (dir == Direction::kRightward) {
-      std::int64_t best = lo;
-      for (std::int64_t k = lo + 1; k <= hi; ++k) {
-        if (Y(k) < Y(best)) best = k;
-      }
-      return best;
+    std::int64_t best = dir == Direction::kRightward ? lo : hi;
+    for (std::int64_t k = lo; k <= hi; ++k) {
+      if (dir == Direction::kRightward ? Y(k) < Y(best) : Y(k) <= Y(best)) best = k;
     }
-    std::int64_t best = hi;
-    for (std::int64_t k = hi - 1; k >= lo; --k) {
-      if (Y(k) < Y(best)) best = k;
-    }
-    return best;
+    return lo > hi ? hi : best;
   }
 
   std::int64_t FindBound(Direction dir, std::int64_t start, std::int64_t apex, std::int64_t limit,
@@ -200,46 +194,41 @@ bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const Sc
 // The scan entry points with the library's own finishing steps.
 class ReferenceTable : public QXPeakTable {
  public:
-  std::int32_t Find(const double* x, const double* y, std::uint32_t n, double areaScale,
-                    double threshold, int filterType, int filterWidth, int filterInc,
-                    double minArea, int maxPeakWidth, double noiseThreshold, double centroidPct,
-                    int integrationMethod, int massProcessing, int maxCharge, int maxIsotopes,
-                    double minRatio, double maxRatio, int finish, double startX, double endX,
-                    int gaussFit) {
-    if (x == nullptr || y == nullptr || n == 0) return -1;
+  // A scan of `d` with the filter, bounds and finishing values of `s` and the rest as given.
+  std::int32_t Find(const testing::Signal& d, double areaScale, double threshold,
+                    const QXPeakDetectSetting& s, int filterInc, double minArea, int maxPeakWidth,
+                    int massProcessing, int finish, double startX, double endX) {
+    const double* x = d.x.data();
+    const auto n = static_cast<std::uint32_t>(d.x.size());
     std::int64_t first = 0;
     std::int64_t last = static_cast<std::int64_t>(n) - 1;
     if (startX != 0.0 || endX != 0.0) {
       first = QXDataExpUtils::FindNearestIndex(x, n, startX);
       if (endX != 0.0) last = QXDataExpUtils::FindNearestIndex(x, n, endX);
     }
-    const ScanSettings s{areaScale, threshold,    filterType,     filterWidth,      filterInc,
-                         minArea,   maxPeakWidth, noiseThreshold, integrationMethod};
-    if (ScanCanRun(first, last, n, s))
-      ReferenceScan<double, double>(x, y, n, s).Run(*this, first, last);
+    const ScanSettings scan{areaScale,      threshold,        s.GetFilterType(),
+                            s.GetFilterWidth(), filterInc,    minArea,
+                            maxPeakWidth,   s.GetNoiseThreshold(), s.GetIntegratedMethod()};
+    if (ScanCanRun(first, last, n, scan))
+      ReferenceScan<double, double>(x, d.y.data(), n, scan).Run(*this, first, last);
     m_nSortMethod = 0;
-    if (finish) {
-      if (massProcessing) {
-        CentroidPeaks(x, y, n, centroidPct);
-        ProcessMassPeak(maxCharge, maxIsotopes, minRatio, maxRatio);
-      }
-      if (gaussFit) QXNonLinFit::GaussFitPeakList(this, x, y, static_cast<int>(n));
+    if (finish && massProcessing) {
+      CentroidPeaks(x, d.y.data(), n, s.GetPctCentroid());
+      ProcessMassPeak(s.GetMaxCharge(), s.GetMaxIsotope(), s.GetRelMasMinIntensity(),
+                      s.GetRelMassMaxIntensity());
     }
     return GetNumPeaks();
   }
 
-  std::int32_t Find(const float* x, const std::uint32_t* y, std::uint32_t n, double areaScale,
-                    double threshold, int filterType, int filterWidth, int filterInc,
-                    double minArea, int maxPeakWidth, double noiseThreshold, double centroidPct,
-                    int integrationMethod) {
-    if (x == nullptr || y == nullptr || n == 0) return -1;
-    const ScanSettings s{areaScale, threshold,    filterType,     filterWidth,      filterInc,
-                         minArea,   maxPeakWidth, noiseThreshold, integrationMethod};
-    const std::int64_t last = static_cast<std::int64_t>(n) - 1;
-    if (ScanCanRun(0, last, n, s))
-      ReferenceScan<float, std::uint32_t>(x, y, n, s).Run(*this, 0, last);
+  std::int32_t Find(const testing::CountSignal& c, double areaScale, const QXPeakDetectSetting& s) {
+    const auto n = static_cast<std::uint32_t>(c.x.size());
+    const ScanSettings scan{areaScale,          s.GetAbsThreshold(), s.GetFilterType(),
+                            s.GetFilterWidth(), s.GetFilterInc(),    s.GetMinPeakArea(),
+                            s.GetMaxPeakWidth(), s.GetNoiseThreshold(), s.GetIntegratedMethod()};
+    if (ScanCanRun(0, n - 1, n, scan))
+      ReferenceScan<float, std::uint32_t>(c.x.data(), c.y.data(), n, scan).Run(*this, 0, n - 1);
     m_nSortMethod = 0;
-    if (centroidPct >= 0.0) CentroidPeaks(x, y, n, centroidPct);
+    CentroidPeaks(c.x.data(), c.y.data(), n, s.GetPctCentroid());
     return GetNumPeaks();
   }
 };
@@ -247,44 +236,28 @@ class ReferenceTable : public QXPeakTable {
 // ---------------------------------------------------------------------------------------
 // Reference driver over scan segments: a full trial table per segment for the largest area.
 
-struct DriverInput {
-  std::vector<QXPeakDetectSetting> segments;
-  int massProcessing = 0;
-  int autoSN = 0;
-};
-
-std::int32_t ReferenceTrial(ReferenceTable& t, const testing::Signal& d, double areaScale,
-                            double threshold, const QXPeakDetectSetting& s, int massProcessing,
-                            double startX, double endX) {
-  const auto search = [&](int maxPeakWidth) {
-    return t.Find(d.x.data(), d.y.data(), static_cast<std::uint32_t>(d.x.size()), areaScale,
-                  threshold, s.GetFilterType(), s.GetFilterWidth(), 1, s.GetMinPeakArea(),
-                  maxPeakWidth, s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
-                  massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(), s.GetRelMasMinIntensity(),
-                  s.GetRelMassMaxIntensity(), 0, startX, endX, 0);
-  };
-  const std::int32_t found = search(s.GetMaxPeakWidth());
-  return found > 0 ? found : search(10000);
-}
-
-void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, double areaScale,
-                     ReferenceTable& target, double referenceNoise) {
-  const auto n = static_cast<std::uint32_t>(d.x.size());
+// Areas unscaled; `noise`, when set, becomes every segment's noise threshold.
+void ReferenceDriver(std::vector<QXPeakDetectSetting>& segments, int massProcessing,
+                     std::optional<double> noise, const testing::Signal& d, double yMax,
+                     ReferenceTable& target) {
+  const double areaScale = 1.0;
   const double minY = std::min(0.0, *std::min_element(d.y.begin(), d.y.end()));
-  std::optional<double> noise;
-  if (in.autoSN) noise = 0.75 * referenceNoise;
   double maxArea = 0.0;
   ReferenceTable trial;
-  for (QXPeakDetectSetting& s : in.segments) {
+  for (QXPeakDetectSetting& s : segments) {
     trial.DeleteAllPeaks();
     if (noise) s.SetNoiseThreshold(*noise);
-    const std::int32_t found = ReferenceTrial(trial, d, areaScale, s.GetAbsThreshold(), s,
-                                              in.massProcessing, s.GetRangeX1(), s.GetRangeX2());
+    const auto search = [&](int maxPeakWidth) {
+      return trial.Find(d, areaScale, s.GetAbsThreshold(), s, 1, s.GetMinPeakArea(), maxPeakWidth,
+                        massProcessing, 0, s.GetRangeX1(), s.GetRangeX2());
+    };
+    std::int32_t found = search(s.GetMaxPeakWidth());
+    if (found == 0) found = search(10000);
     for (std::int32_t i = 0; i < found; ++i) maxArea = std::max(maxArea, trial.GetPeak(i)->m_dArea);
   }
-  const auto count = static_cast<std::int32_t>(in.segments.size());
+  const auto count = static_cast<std::int32_t>(segments.size());
   for (std::int32_t i = 0; i < count; ++i) {
-    QXPeakDetectSetting& s = in.segments[static_cast<std::size_t>(i)];
+    QXPeakDetectSetting& s = segments[static_cast<std::size_t>(i)];
     const double threshold =
         std::max(s.GetRelThreshold() * 0.01 * (yMax - minY) + minY, s.GetAbsThreshold());
     const double minArea = std::max(maxArea * s.GetPctPeakArea() * 0.01, s.GetMinPeakArea());
@@ -295,11 +268,8 @@ void ReferenceDriver(DriverInput& in, const testing::Signal& d, double yMax, dou
       target.DeleteAllPeaks();
       if (startX == endX) startX = endX = 0.0;
     }
-    target.Find(d.x.data(), d.y.data(), n, areaScale, threshold, s.GetFilterType(),
-                s.GetFilterWidth(), s.GetFilterInc(), minArea, s.GetMaxPeakWidth(),
-                s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(),
-                in.massProcessing, s.GetMaxCharge(), s.GetMaxIsotope(), s.GetRelMasMinIntensity(),
-                s.GetRelMassMaxIntensity(), i == count - 1 ? 1 : 0, startX, endX, 0);
+    target.Find(d, areaScale, threshold, s, s.GetFilterInc(), minArea, s.GetMaxPeakWidth(),
+                massProcessing, i == count - 1 ? 1 : 0, startX, endX);
   }
   // Overlapping segments: a stable sort by apex x, then duplicate removal.
   std::vector<std::unique_ptr<QXPeakTableElement>> peaks;
@@ -328,22 +298,10 @@ std::string Difference(QXPeakTable& a, QXPeakTable& b) {
   for (std::int32_t i = 0; i < a.GetNumPeaks(); ++i) {
     const QXPeakTableElement& p = *a.GetPeak(i);
     const QXPeakTableElement& q = *b.GetPeak(i);
-    const double pd[] = {p.m_dApexX,         p.m_dApexY,         p.m_dCentroidX,
-                         p.m_dArea,          p.m_dCentroidLeftX, p.m_dCentroidLeftY,
-                         p.m_dCentroidRightX, p.m_dCentroidRightY, p.m_dLeftX,
-                         p.m_dLeftY,         p.m_dRightX,        p.m_dRightY,
-                         p.m_dExtra1,        p.m_dExtra2,        p.m_dExtra3,
-                         p.m_dExtra4};
-    const double qd[] = {q.m_dApexX,         q.m_dApexY,         q.m_dCentroidX,
-                         q.m_dArea,          q.m_dCentroidLeftX, q.m_dCentroidLeftY,
-                         q.m_dCentroidRightX, q.m_dCentroidRightY, q.m_dLeftX,
-                         q.m_dLeftY,         q.m_dRightX,        q.m_dRightY,
-                         q.m_dExtra1,        q.m_dExtra2,        q.m_dExtra3,
-                         q.m_dExtra4};
-    bool same = std::memcmp(pd, qd, sizeof pd) == 0 && p.m_nApexIndex == q.m_nApexIndex &&
-                p.m_nLeftIndex == q.m_nLeftIndex && p.m_nRightIndex == q.m_nRightIndex &&
-                p.m_nCharge == q.m_nCharge && p.m_dwFlags == q.m_dwFlags &&
-                p.m_strLabel == q.m_strLabel;
+    const std::vector<double> pv = testing::RecordValues(p);
+    const std::vector<double> qv = testing::RecordValues(q);
+    const bool same = std::memcmp(pv.data(), qv.data(), pv.size() * sizeof(double)) == 0 &&
+                      p.m_dwFlags == q.m_dwFlags && p.m_strLabel == q.m_strLabel;
     if (!same) return "peak " + std::to_string(i) + " at apex " + std::to_string(p.m_nApexIndex);
   }
   const QXPeakTableElement* nextA = a.GetNextFilteredPeak(kQXFilterAll, nullptr);
@@ -357,25 +315,28 @@ std::string Difference(QXPeakTable& a, QXPeakTable& b) {
 
 // A signal of one of three kinds: isolated and crowded Gaussian peaks on noise, the same
 // rounded to whole numbers (ties everywhere), or a spectrum whose peaks widen with x.
+struct Draw {
+  std::mt19937& rng;
+  int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
+  double Real(double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(rng); }
+};
+
 testing::Signal RandomSignal(std::mt19937& rng) {
-  const auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-  const auto real = [&](double lo, double hi) {
-    return std::uniform_real_distribution<double>(lo, hi)(rng);
-  };
-  const int kind = pick(0, 2);
-  const auto n = static_cast<std::size_t>(pick(300, 3000));
+  Draw draw{rng};
+  const int kind = draw.Int(0, 2);
+  const auto n = static_cast<std::size_t>(draw.Int(300, 3000));
   const double dx = kind == 2 ? 0.002 : 0.05;
   const double x0 = kind == 2 ? 400.0 : 0.0;
   std::vector<testing::GaussPeak> peaks;
-  const int count = pick(1, 40);
+  const int count = draw.Int(1, 40);
   for (int k = 0; k < count; ++k) {
-    const double centre = x0 + real(0.0, dx * static_cast<double>(n));
-    const double sigma = kind == 2 ? centre / 40000.0 : real(0.5, 6.0) * dx;
-    peaks.push_back({centre, real(20.0, 5000.0), sigma});
+    const double centre = x0 + draw.Real(0.0, dx * static_cast<double>(n));
+    const double sigma = kind == 2 ? centre / 40000.0 : draw.Real(0.5, 6.0) * dx;
+    peaks.push_back({centre, draw.Real(20.0, 5000.0), sigma});
   }
   testing::Signal s = testing::MakeSignal(n, x0, dx, peaks,
-                                          {.baseline = real(0.0, 50.0),
-                                           .noiseSigma = real(0.0, 10.0),
+                                          {.baseline = draw.Real(0.0, 50.0),
+                                           .noiseSigma = draw.Real(0.0, 10.0),
                                            .seed = static_cast<unsigned>(rng())});
   if (kind == 1) {
     for (double& v : s.y) v = std::round(std::max(v, 0.0));
@@ -384,33 +345,24 @@ testing::Signal RandomSignal(std::mt19937& rng) {
 }
 
 QXPeakDetectSetting RandomSegment(std::mt19937& rng, const testing::Signal& d) {
-  const auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-  const auto real = [&](double lo, double hi) {
-    return std::uniform_real_distribution<double>(lo, hi)(rng);
-  };
+  Draw draw{rng};
   const double x0 = d.x.front();
   const double span = d.x.back() - x0;
   double x1 = 0.0;
   double x2 = 0.0;
-  if (pick(0, 2) != 0) {
-    x1 = x0 + real(0.0, 0.6) * span;
-    x2 = x1 + real(0.2, 0.6) * span;
+  if (draw.Int(0, 2) != 0) {
+    x1 = x0 + draw.Real(0.0, 0.6) * span;
+    x2 = x1 + draw.Real(0.2, 0.6) * span;
   }
-  const double rel = pick(0, 1) ? real(0.0, 10.0) : 0.0;
-  const double abs = real(0.0, 60.0);
-  const int type = pick(0, 2);
-  // Mostly table kernels; now and then the large-width kernel of the per-thread cache.
-  const int width = pick(0, 12) == 0 ? pick(202, 260) : pick(1, 25);
-  const int inc = pick(1, 4);
-  const double minArea = pick(0, 1) ? real(0.0, 500.0) : 0.0;
-  const double pctArea = pick(0, 1) ? real(0.0, 5.0) : 0.0;
-  const int maxWidth = pick(3, 300);
-  const double noise = pick(0, 1) ? real(0.0, 20.0) : 0.0;
-  const int method = pick(0, 2);
-  const double pctCentroid = real(10.0, 90.0);
-  QXPeakDetectSetting s(x1, x2, rel, abs, type, width, inc, minArea, pctArea, 1, maxWidth, 0,
-                        noise, method, pctCentroid, 4, 6, 0.05, 2.0);
-  return s;
+  // Braces draw the values left to right. Widths are mostly those of table kernels; now and
+  // then the large-width kernel of the per-thread cache.
+  return QXPeakDetectSetting{x1, x2, draw.Int(0, 1) ? draw.Real(0.0, 10.0) : 0.0,
+                             draw.Real(0.0, 60.0), draw.Int(0, 2),
+                             draw.Int(0, 12) == 0 ? draw.Int(202, 260) : draw.Int(1, 25),
+                             draw.Int(1, 4), draw.Int(0, 1) ? draw.Real(0.0, 500.0) : 0.0,
+                             draw.Int(0, 1) ? draw.Real(0.0, 5.0) : 0.0, 1, draw.Int(3, 300), 0,
+                             draw.Int(0, 1) ? draw.Real(0.0, 20.0) : 0.0, draw.Int(0, 2),
+                             draw.Real(10.0, 90.0), 4, 6, 0.05, 2.0};
 }
 
 // Every setting of the scan over random signals, both array families, against the reference.
@@ -430,11 +382,9 @@ TEST(ClassicDetection, ScanMatchesReferenceBitForBit) {
         s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), 0, s.GetMaxPeakWidth(),
         s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(), mass, 4, 6, 0.05,
         2.0, finish, s.GetRangeX1(), s.GetRangeX2(), 0);
-    const std::int32_t b = slow.Find(
-        d.x.data(), d.y.data(), n, scale, s.GetAbsThreshold(), s.GetFilterType(),
-        s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), s.GetMaxPeakWidth(),
-        s.GetNoiseThreshold(), s.GetPctCentroid(), s.GetIntegratedMethod(), mass, 4, 6, 0.05,
-        2.0, finish, s.GetRangeX1(), s.GetRangeX2(), 0);
+    const std::int32_t b = slow.Find(d, scale, s.GetAbsThreshold(), s, s.GetFilterInc(),
+                                     s.GetMinPeakArea(), s.GetMaxPeakWidth(), mass, finish,
+                                     s.GetRangeX1(), s.GetRangeX2());
     ASSERT_EQ(a, b) << "round " << round;
     ASSERT_EQ(Difference(fast, slow), "") << "round " << round;
 
@@ -445,10 +395,7 @@ TEST(ClassicDetection, ScanMatchesReferenceBitForBit) {
                          s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(), 0,
                          s.GetMaxPeakWidth(), s.GetNoiseThreshold(), s.GetPctCentroid(),
                          s.GetIntegratedMethod());
-    slowCounts.Find(c.x.data(), c.y.data(), n, scale, s.GetAbsThreshold(), s.GetFilterType(),
-                    s.GetFilterWidth(), s.GetFilterInc(), s.GetMinPeakArea(),
-                    s.GetMaxPeakWidth(), s.GetNoiseThreshold(), s.GetPctCentroid(),
-                    s.GetIntegratedMethod());
+    slowCounts.Find(c, scale, s);
     ASSERT_EQ(Difference(fastCounts, slowCounts), "") << "round " << round << " (counts)";
   }
 }
@@ -459,32 +406,27 @@ TEST(ClassicDetection, DriverMatchesReferenceBitForBit) {
   std::mt19937 rng(7);
   for (int round = 0; round < 120; ++round) {
     const testing::Signal d = RandomSignal(rng);
-    DriverInput in;
-    const int segments = 1 + static_cast<int>(rng() % 3);
-    for (int k = 0; k < segments; ++k) in.segments.push_back(RandomSegment(rng, d));
-    in.massProcessing = static_cast<int>(rng() % 2);
-    in.autoSN = static_cast<int>(rng() % 2);
-    QXPeakTableList list;
-    for (const QXPeakDetectSetting& s : in.segments) {
-      list.AddDetectionSetting(-1);
-      list.SetDetectionSetting(list.GetNumDetectionSettings() - 1, s);
-    }
-    list.SetMassProcessing(in.massProcessing);
-    list.SetAutoSNCalcOn(in.autoSN);
+    std::vector<QXPeakDetectSetting> segments(1 + rng() % 3);
+    for (QXPeakDetectSetting& s : segments) s = RandomSegment(rng, d);
+    const int mass = static_cast<int>(rng() % 2);
+    const int autoSN = static_cast<int>(rng() % 2);
+    QXPeakTableList list = testing::ListOf(segments);
+    list.SetMassProcessing(mass);
+    list.SetAutoSNCalcOn(autoSN);
     list.AddPeakTableToList();
     const auto n = static_cast<std::uint32_t>(d.x.size());
     const double yMax = *std::max_element(d.y.begin(), d.y.end());
-    const double noise = in.autoSN ? QXWaveletAnalysis::CalcWhiteNoiseLevel(d.y.data(), n) : 0.0;
+    std::optional<double> noise;
+    if (autoSN) noise = 0.75 * QXWaveletAnalysis::CalcWhiteNoiseLevel(d.y.data(), n);
 
     list.FindPeaks(d.x.data(), d.y.data(), n, yMax, 1.0, 0);
     ReferenceTable slow;
-    ReferenceDriver(in, d, yMax, 1.0, slow, noise);
+    ReferenceDriver(segments, mass, noise, d, yMax, slow);
     ASSERT_EQ(Difference(*list.GetPeakTableFromList(0), slow), "") << "round " << round;
-    for (int k = 0; k < segments; ++k) {
-      QXPeakDetectSetting after;
-      list.GetDetectionSetting(k, after);
-      ASSERT_TRUE(Same(after.GetNoiseThreshold(), in.segments[k].GetNoiseThreshold()));
-    }
+    const auto after = testing::Segments(list);
+    ASSERT_EQ(after.size(), segments.size());
+    for (std::size_t k = 0; k < after.size(); ++k)
+      ASSERT_TRUE(Same(after[k].GetNoiseThreshold(), segments[k].GetNoiseThreshold()));
   }
 }
 
@@ -506,8 +448,7 @@ TEST(ClassicDetection, ThreadsKeepTheirOwnMeansAndKernels) {
                                      {.baseline = 10.0, .noiseSigma = 3.0, .seed = 5u + k});
     QXPeakDetectSetting s(0.0, 0.0, 1.0, 0.0, 0, 230 + 20 * k, 1, 0.0, 1.0, 1, 3000, 0, 0.0, 1,
                           50.0, 4, 6, 0.05, 2.0);
-    job.list.AddDetectionSetting(-1);
-    job.list.SetDetectionSetting(0, s);
+    job.list = testing::ListOf({s});
     job.list.SetMassProcessing(1);
     job.list.AddPeakTableToList();
     const auto n = static_cast<std::uint32_t>(job.signal.x.size());

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "qxpkutil/platform/QXProfile.h"
 #include "qxpkutil/settings/QXPersistUtils.h"
+#include "testing/QXTestSettings.h"
 
 namespace qxpkutil {
 namespace {
@@ -34,13 +34,8 @@ TEST(QXPeakDetectDlgSetup, SavesFourExactLinesAndRestoresThemFromAMap) {
                        "Dlg\\PkDetectDlgYCursorMode=3\r\n", "Dlg\\PeakDetectShowCursor=1\r\n"}));
   EXPECT_EQ(profile.GetProfileInt("Dlg", "PkDetectDlgX1", 0), 0);  // toProfile was 0
 
-  std::map<std::string, std::string> map;
-  for (const std::string& line : lines) {
-    const std::size_t eq = line.find('=');
-    map[line.substr(0, eq)] = line.substr(eq + 1, line.size() - eq - 3);
-  }
   QXPeakDetectDlgSetup restored;
-  restored.RestoreState(nullptr, "Dlg", kQXPersistFromText, map);
+  restored.RestoreState(nullptr, "Dlg", kQXPersistFromText, testing::LinesToMap(lines));
   EXPECT_EQ(State(restored), State(Moved()));
 }
 
