@@ -97,6 +97,11 @@ TEST_F(ViewApiTest, RangeQuestionGoesToThePageAndItsAnswerBackToTheRule) {
   no["answers"] = {false};
   EXPECT_FALSE(Call("/api/segments/range", no)["applied"].get<bool>());
   EXPECT_EQ(Centroids().size(), 3u);
+  // Trimming the neighbour asks nothing.
+  const json trimmed = Call("/api/segments/range", {{"index", 1}, {"bound", "x2"}, {"text", "70.5"}});
+  EXPECT_TRUE(trimmed["applied"].get<bool>());
+  EXPECT_EQ(trimmed["settings"]["segments"][2]["RangeX1"], 70.5);
+  EXPECT_EQ(trimmed["settings"]["display_precision"], 1);
 
   json yes = body;
   yes["answers"] = {true};
@@ -105,13 +110,6 @@ TEST_F(ViewApiTest, RangeQuestionGoesToThePageAndItsAnswerBackToTheRule) {
   ASSERT_EQ(done["settings"]["segments"].size(), 2u);
   EXPECT_EQ(done["settings"]["segments"][1]["RangeX2"], 100.0);
   EXPECT_EQ(done["peaks"].size(), 5u);  // the low threshold now reaches 75 and 90
-}
-
-TEST_F(ViewApiTest, TrimmingANeighbourAsksNothing) {
-  const json done = Call("/api/segments/range", {{"index", 1}, {"bound", "x2"}, {"text", "70.5"}});
-  EXPECT_TRUE(done["applied"].get<bool>());
-  EXPECT_EQ(done["settings"]["segments"][2]["RangeX1"], 70.5);
-  EXPECT_EQ(done["settings"]["display_precision"], 1);
 }
 
 // Each refused request answers 400 with the library's words and leaves every setting as it was.
