@@ -117,14 +117,18 @@ INSTANTIATE_TEST_SUITE_P(All, MzmlEncodings,
                                            Encoding{64, true, true},
                                            Encoding{64, false, false, true}));
 
-TEST(MzmlReader, ReadsSpectrumMetadata) {
+TEST(MzmlReader, ReadsSpectrumMetadataAndEmptySpectra) {
   FixtureSpectrum s = Ramp(10, 100.0);
   s.ms_level = 2;
   s.centroided = true;
   s.rt_minutes = 1.5;
   s.id = "controllerType=0 controllerNumber=1 scan=4711";
-  const Result r = ReadText(MakeMzml({s}));
-  ASSERT_EQ(r.traces.size(), 1u) << r.error;
+  FixtureSpectrum empty;  // a trace without points, and without a problem
+  empty.zlib = true;
+  const Result r = ReadText(MakeMzml({s, empty}));
+  ASSERT_EQ(r.traces.size(), 2u) << r.error;
+  EXPECT_TRUE(r.traces[1].x.empty());
+  EXPECT_TRUE(r.traces[1].problem.empty()) << r.traces[1].problem;
   const Trace& t = r.traces[0];
   EXPECT_EQ(t.kind, Trace::Kind::kSpectrum);
   EXPECT_EQ(t.ms_level, 2);
@@ -190,15 +194,6 @@ TEST(MzmlReader, SelectionFiltersCombine) {
     for (const Trace& t : ReadText(text, c.selection).traces) got.push_back(t.index);
     EXPECT_EQ(got, c.indices);
   }
-}
-
-TEST(MzmlReader, EmptySpectrumIsATraceWithoutPoints) {
-  FixtureSpectrum empty;
-  empty.zlib = true;
-  const Result r = ReadText(MakeMzml({empty}));
-  ASSERT_EQ(r.traces.size(), 1u) << r.error;
-  EXPECT_TRUE(r.traces[0].x.empty());
-  EXPECT_TRUE(r.traces[0].problem.empty()) << r.traces[0].problem;
 }
 
 TEST(MzmlReader, UnsortedPointsAreSortedStablyWithANote) {

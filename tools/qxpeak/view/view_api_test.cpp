@@ -213,12 +213,15 @@ TEST_F(ViewApiTest, BinningMergesPointsBeforeDetection) {
 }
 
 // The spectrum dialog refuses equal bounds silently, the chromatogram dialog with a message:
-// the page gets whichever the trace's kind calls for.
-TEST(ViewApiDialogs, EqualBoundsFollowTheDialogOfTheTraceKind) {
+// the page gets whichever the trace's kind calls for. The chooser switches between the
+// file's traces and refuses ones the file lacks.
+TEST(ViewApiMzml, TraceKindsAndTheChooser) {
   const auto trace = qxpkutil::testing::ThreePeaks(10.0, 10.0, 0.05, 0.5);
+  auto second = qxpkutil::testing::ThreePeaks(50.0, 5.0, 0.05, 0.5);
+  second.id = "second";
   const std::string spectra = qxpkutil::testing::WriteTempFile("s.mzML", MakeMzml({trace}));
   const std::string chromatograms =
-      qxpkutil::testing::WriteTempFile("c.mzML", MakeMzml({}, {trace, trace}));
+      qxpkutil::testing::WriteTempFile("c.mzML", MakeMzml({}, {trace, second}));
   const json equal = {{"index", 0}, {"bound", "x2"}, {"text", "0"}};  // the range is 0..0
   for (const auto& [path, status, error] :
        {std::tuple{spectra, 200, ""},
@@ -236,20 +239,12 @@ TEST(ViewApiDialogs, EqualBoundsFollowTheDialogOfTheTraceKind) {
       EXPECT_EQ(reply["error"], error);
     }
   }
-}
-
-TEST(ViewApiTraces, TheChooserSwitchesTracesAndRefusesOnesTheFileLacks) {
-  auto second = qxpkutil::testing::ThreePeaks(50.0, 5.0, 0.05, 0.5);
-  second.id = "second";
-  const std::string path = qxpkutil::testing::WriteTempFile(
-      "two.mzML", MakeMzml({}, {qxpkutil::testing::ThreePeaks(10.0, 10.0, 0.05, 0.5), second}));
   ViewState state;
   std::string message;
-  ASSERT_TRUE(OpenViewFile(path, "", state, message)) << message;
+  ASSERT_TRUE(OpenViewFile(chromatograms, "", state, message)) << message;
   const json first = json::parse(HandleApi(state, "GET", "/api/state", "").body);
   ASSERT_EQ(first["traces"].size(), 2u);
   EXPECT_EQ(first["traces"][0]["kind"], "chromatogram");
-
   const json chosen = json::parse(HandleApi(state, "POST", "/api/trace", R"({"index": 1})").body);
   EXPECT_EQ(chosen["current"], 1);
   ASSERT_EQ(chosen["peaks"].size(), 3u);
