@@ -1,6 +1,6 @@
 import os
 import subprocess
-import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -48,19 +48,15 @@ def test_count_family_matches_the_widened_double_family():
 
 def test_table_forms_agree():
     x, y = three_peaks()
-    t = qxpkutil.find_peaks(x, y, labels=_labels())
+    labels = qxpkutil.Labels()
+    labels.add("big", 402.0, 0.05)
+    t = qxpkutil.find_peaks(x, y, labels=labels)
     a, df = t.to_numpy(), t.to_pandas()
     assert len(t) == len(a) == len(df) == 3
     assert list(a.dtype.names) == list(df.columns) == list(t.fields)
     np.testing.assert_allclose(a["apex_x"], [400.0, 402.0, 404.0], atol=0.002)
     assert list(df["label"]) == ["", "big", ""]
     assert (a["snr"] > 100).all() and (a["fwhm"] > 0).all()
-
-
-def _labels():
-    labels = qxpkutil.Labels()
-    labels.add("big", 402.0, 0.05)
-    return labels
 
 
 NAN = float("nan")
@@ -124,15 +120,7 @@ def test_classic_settings_from_an_ini_file(tmp_path):
 def test_threads_get_the_same_tables():
     signals = [three_peaks(seed=s) for s in range(4)]
     serial = [qxpkutil.find_peaks(x, y).to_numpy() for x, y in signals]
-    results = [None] * len(signals)
-
-    def work(i):
-        results[i] = qxpkutil.find_peaks(*signals[i]).to_numpy()
-
-    threads = [threading.Thread(target=work, args=(i,)) for i in range(len(signals))]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
+    with ThreadPoolExecutor(len(signals)) as pool:
+        results = list(pool.map(lambda s: qxpkutil.find_peaks(*s).to_numpy(), signals))
     for a, b in zip(serial, results):
         np.testing.assert_array_equal(a, b)

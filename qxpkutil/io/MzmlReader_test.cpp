@@ -260,7 +260,6 @@ TEST(MzmlReader, ABadSpectrumIsReportedAndTheRestIsRead) {
 
   const std::pair<std::string, const char*> cases[] = {
       {between(plain, firstBinary, firstBinary.substr(1)), "m/z array: invalid base64"},
-      {between(plain, firstBinary, "@@@@"), "invalid base64"},
       {between(bomb), "more data than declared"},
       {between(tooShort), "the declared 11 values need 88"},
       {between(tooShortZlib), "values need"},

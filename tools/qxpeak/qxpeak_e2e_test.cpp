@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <signal.h>
 #include <sstream>
 #include <string>
@@ -42,9 +41,8 @@ class QxpeakRun : public ::testing::Test {
     r.err = ReadFile(dir_ / "err.txt");
     return r;
   }
-  fs::path Write(const std::string& name, const std::string& text) const {
-    std::ofstream(dir_ / name, std::ios::binary) << text;
-    return dir_ / name;
+  void Write(const std::string& name, const std::string& text) const {
+    qxpkutil::testing::WriteText((dir_ / name).string(), text);
   }
   qxpkutil::testing::ScratchDir scratch_;
   fs::path dir_;
