@@ -16,13 +16,9 @@ std::string Decoded(std::string_view text, std::size_t maxBytes = 1 << 20) {
 }
 
 TEST(Base64, KnownVectorsBothWays) {
-  const std::pair<const char*, const char*> cases[] = {{"", ""},
-                                                       {"f", "Zg=="},
-                                                       {"fo", "Zm8="},
-                                                       {"foo", "Zm9v"},
-                                                       {"foob", "Zm9vYg=="},
-                                                       {"fooba", "Zm9vYmE="},
-                                                       {"foobar", "Zm9vYmFy"}};
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}};
   for (const auto& [plain, encoded] : cases) {
     EXPECT_EQ(EncodeBase64(plain, std::char_traits<char>::length(plain)), encoded);
     EXPECT_EQ(Decoded(encoded), plain) << encoded;
