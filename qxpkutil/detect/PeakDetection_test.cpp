@@ -127,6 +127,8 @@ TEST(DetectPeaks, FindsAndMeasuresPeaksAboveTheNoise) {
     EXPECT_NEAR(p.height, height, 0.15 * height);
     EXPECT_NEAR(p.fwhm, 0.02, 0.3 * 0.02);
     EXPECT_NEAR(p.snr, height / 5.0, 0.25 * height / 5.0);
+    EXPECT_LE(p.left_x, p.apex_x);
+    EXPECT_GE(p.right_x, p.apex_x);
     EXPECT_TRUE(p.marks & kQXPeakNormal);
   }
   DetectOptions strict;
