@@ -1,6 +1,6 @@
 import os
 import subprocess
-import threading
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -34,36 +34,6 @@ def test_same_peaks_as_the_cpp_entry_point(mzml_files):
                [tuple(map(repr, map(float, r))) for r in reference]
 
 
-def _qxpeak(path, tmp_path):
-    """qxpeak's TSV for a file searched with no options, as (trace, fields...) rows."""
-    binary = os.environ.get("QXPKUTIL_QXPEAK")
-    if not binary:
-        pytest.skip("QXPKUTIL_QXPEAK is not set (run through ctest in a build with the tool)")
-    out = tmp_path / "peaks.tsv"
-    subprocess.run([binary, str(path), "-o", str(out)], check=True, capture_output=True)
-    header, *lines = out.read_text().splitlines()
-    names = header.split("\t")
-    if "snr" not in names:
-        pytest.skip("qxpeak here runs the classic driver by default, not DetectPeaks")
-    rows = [dict(zip(names, line.split("\t"))) for line in lines]
-    number = lambda text: float(text) if text else float("nan")  # blank: not measured
-    return [(int(r["trace"]), number(r["apex_x"]), number(r["apex_y"]), number(r["centroid_x"]),
-             number(r["area"]), number(r["fwhm"]), number(r["snr"]), int(r["charge"] or 0))
-            for r in rows]
-
-
-def test_same_peaks_as_qxpeak(mzml_files, tmp_path):
-    expected = _qxpeak(mzml_files[0], tmp_path)
-    ours = []
-    for trace in qxpkutil.read_mzml(mzml_files[0]):
-        for p in qxpkutil.find_peaks(trace.x, trace.y).to_numpy():
-            ours.append((trace.index, *(float(p[f]) for f in
-                         ("apex_x", "apex_y", "centroid_x", "area", "fwhm", "snr")),
-                         int(p["charge"])))
-    assert len(ours) == len(expected) > 0
-    assert [tuple(map(repr, r)) for r in ours] == [tuple(map(repr, r)) for r in expected]
-
-
 def test_count_family_matches_the_widened_double_family():
     x, y = three_peaks()
     xs, ys = x.astype(np.float32), np.round(y).astype(np.uint32)
@@ -78,19 +48,15 @@ def test_count_family_matches_the_widened_double_family():
 
 def test_table_forms_agree():
     x, y = three_peaks()
-    t = qxpkutil.find_peaks(x, y, labels=_labels())
+    labels = qxpkutil.Labels()
+    labels.add("big", 402.0, 0.05)
+    t = qxpkutil.find_peaks(x, y, labels=labels)
     a, df = t.to_numpy(), t.to_pandas()
     assert len(t) == len(a) == len(df) == 3
     assert list(a.dtype.names) == list(df.columns) == list(t.fields)
     np.testing.assert_allclose(a["apex_x"], [400.0, 402.0, 404.0], atol=0.002)
     assert list(df["label"]) == ["", "big", ""]
     assert (a["snr"] > 100).all() and (a["fwhm"] > 0).all()
-
-
-def _labels():
-    labels = qxpkutil.Labels()
-    labels.add("big", 402.0, 0.05)
-    return labels
 
 
 NAN = float("nan")
@@ -154,15 +120,7 @@ def test_classic_settings_from_an_ini_file(tmp_path):
 def test_threads_get_the_same_tables():
     signals = [three_peaks(seed=s) for s in range(4)]
     serial = [qxpkutil.find_peaks(x, y).to_numpy() for x, y in signals]
-    results = [None] * len(signals)
-
-    def work(i):
-        results[i] = qxpkutil.find_peaks(*signals[i]).to_numpy()
-
-    threads = [threading.Thread(target=work, args=(i,)) for i in range(len(signals))]
-    for t in threads:
-        t.start()
-    for t in threads:
-        t.join()
+    with ThreadPoolExecutor(len(signals)) as pool:
+        results = list(pool.map(lambda s: qxpkutil.find_peaks(*s).to_numpy(), signals))
     for a, b in zip(serial, results):
         np.testing.assert_array_equal(a, b)

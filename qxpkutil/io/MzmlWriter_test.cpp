@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -139,7 +140,7 @@ TEST(MzmlWriter, CopyCentroidsTheSelectedSpectraAndIndexesThem) {
   EXPECT_EQ(CountOf(text, "dataProcessingRef=\"qxpeak_peak_picking\""), 2);
 }
 
-TEST(MzmlWriter, CopiesASharedProfileGroupInsteadOfChangingIt) {
+TEST(MzmlWriter, CopiesASharedProfileGroupAndDeepNesting) {
   std::string text = MakeMzml({Profile(1), Profile(1)});
   // Both spectra take "profile spectrum" from one referenced group.
   const std::string profile =
@@ -151,10 +152,17 @@ TEST(MzmlWriter, CopiesASharedProfileGroupInsteadOfChangingIt) {
               "<referenceableParamGroupList count=\"1\"><referenceableParamGroup id=\"g\">"
               "<cvParam cvRef=\"MS\" accession=\"MS:1000128\" name=\"profile spectrum\"/>"
               "<userParam name=\"kept\"/></referenceableParamGroup></referenceableParamGroupList>");
+  // The spectrum left alone nests 100 000 levels deep: copied, without indentation.
+  std::string nest;
+  for (int i = 0; i < 100000; ++i) nest += "<a>";
+  for (int i = 0; i < 100000; ++i) nest += "</a>";
+  text.insert(text.find("<binaryDataArrayList", text.find("<spectrum index=\"1\"")),
+              "<userParam name=\"x\"/>" + nest);
   qxpkutil::testing::ScratchDir dir;
   MzmlSelection first;
   first.indices = {{0, 0}};
   ASSERT_TRUE(Copy(text, dir.PathOf("out.mzML"), first));
+  EXPECT_LT(std::filesystem::file_size(dir.PathOf("out.mzML")), text.size() + 4096);
   const std::vector<Trace> back = ReadBack(dir.PathOf("out.mzML"));
   EXPECT_TRUE(back.at(0).centroided);
   EXPECT_FALSE(back.at(1).centroided);
@@ -220,20 +228,6 @@ TEST(MzmlWriter, ReplacesAFileKeepingItsModeAndLeavesNoTemporary) {
   EXPECT_EQ(dir.FileCount(), 1u);
 }
 
-TEST(MzmlWriter, DeepNestingIsCopiedWithoutIndentation) {
-  std::string text = MakeMzml({Profile(1), Profile(2)});
-  std::string nest;
-  for (int i = 0; i < 100000; ++i) nest += "<a>";
-  for (int i = 0; i < 100000; ++i) nest += "</a>";
-  const std::size_t second = text.find("<spectrum index=\"1\"");
-  text.insert(text.find("<binaryDataArrayList", second), "<userParam name=\"x\"/>" + nest);
-  qxpkutil::testing::ScratchDir dir;
-  MzmlSelection ms1;
-  ms1.ms_level = 1;
-  ASSERT_TRUE(Copy(text, dir.PathOf("out.mzML"), ms1));
-  EXPECT_LT(std::filesystem::file_size(dir.PathOf("out.mzML")), text.size() + 4096);
-}
-
 // The written file passes OpenMS FileInfo's schema and semantic validation, for inputs of
 // every kind the reader handles. Needs FileInfo (Debian package topp, which scripts/setup.sh
 // installs).
@@ -253,43 +247,39 @@ TEST(MzmlWriter, OutputPassesFileInfoValidation) {
   FixtureSpectrum xic = minutes;
   xic.id = "XIC";
   FixtureSpectrum ms2 = Profile(2);
-  struct Case {
-    const char* name;
-    std::string input;
-    MzmlWriteOptions options;
-  };
   MzmlWriteOptions packed;
   packed.zlib = true;
   packed.float32 = true;
-  const Case cases[] = {
-      {"spectra", MakeMzml({testing::ThreePeaks(400.0, 1.0, 0.01, 0.02), ms2}, {}, true), {}},
-      {"zero-filled", MakeMzml({zeroFilled}), packed},
-      {"no representation term", MakeMzml({noTerm}), {}},
-      {"chromatograms in minutes", MakeMzml({}, {minutes, xic}), packed},
-  };
+  // Every kind of spectrum in one indexed document; chromatograms (in minutes) in another.
+  const std::string spectra = MakeMzml(
+      {testing::ThreePeaks(400.0, 1.0, 0.01, 0.02), ms2, zeroFilled, noTerm}, {}, true);
+  const std::tuple<std::string, std::string, MzmlWriteOptions> cases[] = {
+      {"spectra", spectra, {}},
+      {"spectra packed", spectra, packed},
+      {"chromatograms", MakeMzml({}, {minutes, xic}), packed}};
   qxpkutil::testing::ScratchDir dir;
-  const auto validate = [&](const std::string& name, const std::string& path) {
-    const std::string log = dir.PathOf("fileinfo.log");
-    const int status =
-        std::system(("FileInfo -v -in '" + path + "' > '" + log + "' 2>&1").c_str());
-    const std::string report = qxpkutil::testing::ReadText(log);
-    EXPECT_EQ(status, 0) << name << "\n" << report;
-    EXPECT_NE(report.find("the file is semantically valid"), std::string::npos)
-        << name << "\n" << report;
-  };
-  for (const Case& c : cases) {
-    ASSERT_TRUE(Copy(c.input, dir.PathOf("out.mzML"), {}, c.options)) << c.name;
-    validate(c.name, dir.PathOf("out.mzML"));
+  std::vector<std::string> written;
+  for (const auto& [name, input, options] : cases) {
+    written.push_back(dir.PathOf(name + ".mzML"));
+    ASSERT_TRUE(Copy(input, written.back(), {}, options)) << name;
   }
   // A document built around a trace from text.
   Trace text;
   text.id = "not a native id";
   MzmlWriter writer;
   std::string error;
-  ASSERT_TRUE(writer.Open(dir.PathOf("built.mzML"), 1, 0, {}, error)) << error;
+  written.push_back(dir.PathOf("built.mzML"));
+  ASSERT_TRUE(writer.Open(written.back(), 1, 0, {}, error)) << error;
   ASSERT_TRUE(writer.Add(text, PeaksAt({400.0, 401.0}, {5.0, 6.0}), error)) << error;
   ASSERT_TRUE(writer.Finish(error)) << error;
-  validate("built from text", dir.PathOf("built.mzML"));
+  for (const std::string& path : written) {
+    const std::string log = path + ".log";
+    const int status = std::system(("FileInfo -v -in '" + path + "' > '" + log + "' 2>&1").c_str());
+    const std::string report = qxpkutil::testing::ReadText(log);
+    EXPECT_EQ(status, 0) << path << "\n" << report;
+    EXPECT_NE(report.find("the file is semantically valid"), std::string::npos)
+        << path << "\n" << report;
+  }
 }
 
 }  // namespace

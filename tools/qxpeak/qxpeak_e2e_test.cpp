@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <signal.h>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <pugixml.hpp>
 #include <sys/wait.h>
 
 #include "qxpkutil/io/MzmlFixture.h"
@@ -43,9 +41,8 @@ class QxpeakRun : public ::testing::Test {
     r.err = ReadFile(dir_ / "err.txt");
     return r;
   }
-  fs::path Write(const std::string& name, const std::string& text) const {
-    std::ofstream(dir_ / name, std::ios::binary) << text;
-    return dir_ / name;
+  void Write(const std::string& name, const std::string& text) const {
+    qxpkutil::testing::WriteText((dir_ / name).string(), text);
   }
   qxpkutil::testing::ScratchDir scratch_;
   fs::path dir_;
@@ -83,21 +80,15 @@ void ExpectPeaksAt(const std::vector<double>& found, const std::vector<double>& 
   for (std::size_t i = 0; i < found.size(); ++i) EXPECT_NEAR(found[i], expected[i], tolerance);
 }
 
-TEST_F(QxpeakRun, FindsThePeaksInEveryInputForm) {
+TEST_F(QxpeakRun, FindsThePeaksInTextAndMzml) {
   const FixtureSpectrum plain = Spectrum();
   std::string text = "m/z\tintensity\n";
   for (std::size_t i = 0; i < plain.x.size(); ++i) {
     text += std::to_string(plain.x[i]) + "," + std::to_string(plain.y[i]) + "\n";
   }
   Write("scan.csv", text);
-  FixtureSpectrum packed = plain, narrow = plain;
-  packed.zlib = true;
-  narrow.bits = 32;
-  narrow.zlib = true;
-  Write("plain.mzML", testing::MakeMzml({plain}));
-  Write("zlib.mzML", testing::MakeMzml({packed}, {}, /*indexed=*/true));
-  Write("float32.mzML", testing::MakeMzml({narrow}));
-  for (const char* input : {"scan.csv", "plain.mzML", "zlib.mzML", "float32.mzML"}) {
+  Write("plain.mzML", testing::MakeMzml({plain}, {}, /*indexed=*/true));
+  for (const char* input : {"scan.csv", "plain.mzML"}) {
     const Result r = Run(std::string(input) + " -o - -q");
     ASSERT_EQ(r.status, 0) << input << ": " << r.err;
     EXPECT_EQ(r.err, "");
@@ -115,14 +106,11 @@ TEST_F(QxpeakRun, SearchesChromatograms) {
   }
   Write("chrom.txt", text);
   for (const char* input : {"chrom.mzML", "chrom.txt --chromatograms"}) {
-    const Result r = Run(std::string(input) + " -f tsv,svg -q");
+    const Result r = Run(std::string(input) + " -f tsv -q");
     ASSERT_EQ(r.status, 0) << input << ": " << r.err;
     const std::string tsv = ReadFile(dir_ / "chrom.peaks.tsv");
     ExpectPeaksAt(ApexX(tsv), {20.0, 40.0, 60.0}, 0.011);
     EXPECT_EQ(Column(tsv, "x_unit"), std::vector<std::string>(3, "s")) << input;
-    const std::string svg = ReadFile(dir_ / "chrom.svg");
-    EXPECT_NE(svg.find("chromatogram 0"), std::string::npos) << input;
-    EXPECT_NE(svg.find(">time (s)<"), std::string::npos) << input;
   }
 }
 
@@ -153,8 +141,6 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
       {"one.mzML --labels my.lbs -o my.lbs -f tsv", 1, "would overwrite my.lbs"},
       {"one.mzML -o one.mzML", 1, "share the file name one.mzML"},
       {"'bad\x1b[31m.mzML'", 1, "bad\\x1b[31m.mzML: cannot open"},
-      {"one.mzML -o one.peaks.mzML -f tsv", 2, "names a mzml file but -f asks for tsv"},
-      {"settings --abs-threshold nan", 2, "--abs-threshold"},
   };
   Write("out.txt", "");
   for (const auto& c : cases) {
@@ -193,19 +179,26 @@ TEST_F(QxpeakRun, BatchGivesTheSameFilesAsSingleRuns) {
   }
 }
 
-// A trace that cannot be searched is named on standard error and skipped; the rest of the
-// file is written and the exit status says something was skipped.
-TEST_F(QxpeakRun, ASkippedTraceLeavesTheRestAndSaysSo) {
+// A trace that cannot be searched is named on standard error and skipped, and an input that
+// cannot be read fails alone: the rest is searched and written, and the exit status says so.
+TEST_F(QxpeakRun, SkippedTracesAndFailedInputsStopNothingElse) {
   FixtureSpectrum far = Spectrum();
   for (double& x : far.x) x += 1000.0;
   Write("run.mzML", testing::MakeMzml({Spectrum(), far, Spectrum()}));
-  const Result r = Run("run.mzML --sn 490:495 -f tsv,json");
+  Write("again.mzML", testing::MakeMzml({Spectrum()}));
+  Result r = Run("run.mzML --sn 490:495 -f tsv,json");
   EXPECT_EQ(r.status, 3) << r.err;
   EXPECT_NE(r.err.find("spectrum 1 (scan=2) skipped: the --sn range 490:495 lies outside"),
             std::string::npos)
       << r.err;
   EXPECT_NE(r.err.find("run.mzML: 3 traces, 6 peaks, 1 skipped"), std::string::npos) << r.err;
-  EXPECT_EQ(ApexX(ReadFile(dir_ / "run.peaks.tsv")).size(), 6u);
+  r = Run("run.mzML missing.mzML again.mzML --sn 490:495 -j 3 -d batch");
+  EXPECT_EQ(r.status, 1) << r.err;
+  EXPECT_NE(r.err.find("qxpeak: missing.mzML: cannot open"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("2 of 3 inputs searched, 4 traces (1 skipped), 9 peaks"), std::string::npos)
+      << r.err;
+  EXPECT_EQ(ApexX(ReadFile(dir_ / "batch" / "run.peaks.tsv")).size(), 6u);
+  EXPECT_EQ(ApexX(ReadFile(dir_ / "batch" / "again.peaks.tsv")).size(), 3u);
 }
 
 // Without options the automatic mode runs: every peak gets a centroid and an S/N; -o's
@@ -217,10 +210,14 @@ TEST_F(QxpeakRun, DefaultsMeasureEveryPeak) {
   for (const char* column : {"centroid_x", "snr", "fwhm", "height"}) {
     for (const std::string& cell : Column(tsv, column)) EXPECT_FALSE(cell.empty()) << column;
   }
+  // The centroided mzML feeds the next search, with the classic mode's sticks too.
   ASSERT_EQ(Run("run.mzML -q -o picked.mzML").status, 0);
-  pugi::xml_document doc;
-  EXPECT_TRUE(doc.load_file((dir_ / "picked.mzML").c_str()));
-  EXPECT_TRUE(doc.child("mzML") || doc.child("indexedmzML"));
+  ASSERT_EQ(Run("run.mzML -q --mass -o classic.mzML").status, 0);
+  for (const char* input : {"picked.mzML", "classic.mzML --mass"}) {
+    const Result again = Run(std::string(input) + " -o - -q");
+    ASSERT_EQ(again.status, 0) << input << ": " << again.err;
+    ExpectPeaksAt(ApexX(again.out), {500.0, 520.0, 540.0}, 0.011);
+  }
 }
 
 // SIGTERM ends a run with status 128 + 15 and leaves no temporary file behind.
@@ -234,36 +231,17 @@ TEST_F(QxpeakRun, ASignalEndsTheRunCleanly) {
   }
 }
 
-TEST_F(QxpeakRun, CentroidedMzmlFeedsTheNextSearch) {
-  Write("run.mzML", testing::MakeMzml({Spectrum(), Spectrum()}));
-  ASSERT_EQ(Run("run.mzML -f mzml -q --mass").status, 0);
-  const Result again = Run("run.centroided.mzML -o - -q --mass --spectra 1");
-  ASSERT_EQ(again.status, 0) << again.err;
-  ExpectPeaksAt(ApexX(again.out), {500.0, 520.0, 540.0}, 0.011);
-}
-
 TEST_F(QxpeakRun, SettingsAndLabelsRoundTrip) {
   Write("run.mzML", testing::MakeMzml({Spectrum()}));
   Write("marks.lbs", "Label\tX Value\tDelta X\nmiddle <b>\t520.0\t0.05\n");
   ASSERT_EQ(Run("settings --threshold 40 -o strict.ini").status, 0);
   ASSERT_EQ(Run("settings run.mzML -o auto.ini").status, 0);
   EXPECT_NE(ReadFile(dir_ / "auto.ini").find("NumDetectSegments="), std::string::npos);
-  const Result r = Run("run.mzML --settings strict.ini --labels marks.lbs -f tsv,svg -q");
+  const Result r = Run("run.mzML --settings strict.ini --labels marks.lbs -f tsv -q");
   ASSERT_EQ(r.status, 0) << r.err;
   const std::string tsv = ReadFile(dir_ / "run.peaks.tsv");
   ExpectPeaksAt(ApexX(tsv), {520.0, 540.0}, 0.011);  // 1000 is below 40 % of 3000
   EXPECT_NE(tsv.find("labelled\tmiddle <b>\n"), std::string::npos) << tsv;
-  const std::string svg = ReadFile(dir_ / "run.svg");
-  pugi::xml_document doc;
-  ASSERT_TRUE(doc.load_string(svg.c_str()));
-  EXPECT_NE(svg.find("middle &lt;b&gt;"), std::string::npos);
-  if (std::system("command -v rsvg-convert > /dev/null 2>&1") == 0) {
-    EXPECT_EQ(std::system(("rsvg-convert -o '" + (dir_ / "run.png").string() + "' '" +
-                           (dir_ / "run.svg").string() + "'")
-                              .c_str()),
-              0);
-    EXPECT_GT(fs::file_size(dir_ / "run.png"), 1000u);
-  }
 }
 
 TEST_F(QxpeakRun, DemoWorksWithoutAnyFile) {

@@ -107,34 +107,18 @@ TEST(Options, OutputExtensionGivesTheFormat) {
 
 TEST(Options, MistakesGiveOneLineAndStatusTwo) {
   const std::vector<std::vector<const char*>> cases = {
-      {},
-      {"--bogus", "a"},
-      {"a", "--threshold", "abc"},
-      {"a", "--threshold", "101"},
-      {"a", "--filter", "median"},
-      {"a", "-f", "xml"},
-      {"a", "--spectra", "5-2"},
-      {"a", "--scans", "x"},
-      {"a", "--rt", "5:1"},
-      {"a", "--rt", ":"},
-      {"a", "--sn", "20:10"},
-      {"a", "--segment", "1"},
-      {"a", "b", "-o", "x.tsv"},
-      {"a", "-f", "tsv,json", "-o", "x"},
-      {"a", "-o", "x", "-d", "y"},
-      {"settings", "a.mzML", "b.mzML"},
-      {"settings", "--abs-threshold", "nan"},
-      {"settings", "--snr", "5"},
-      {"a", "--abs-threshold", "inf"},
-      {"a", "--threshold", "+-3"},
-      {"a", "--snr", "nan"},
-      {"a", "--fwhm", "wide"},
-      {"a", "--filter-width", "0"},
-      {"a", "--filter-step", "-5"},
-      {"a", "--max-charge", "0"},
-      {"a", "--snr", "3", "--classic"},
+      {}, {"--bogus", "a"}, {"demo", "a"}, {"settings", "a.mzML", "b.mzML"},
+      // Values out of their range or not numbers at all.
+      {"a", "--threshold", "abc"}, {"a", "--threshold", "101"}, {"a", "--threshold", "+-3"},
+      {"a", "--abs-threshold", "inf"}, {"settings", "--abs-threshold", "nan"},
+      {"a", "--snr", "nan"}, {"a", "--fwhm", "wide"}, {"a", "--max-charge", "0"},
+      {"a", "--filter-width", "0"}, {"a", "--filter-step", "-5"}, {"a", "--filter", "median"},
+      {"a", "-f", "xml"}, {"a", "--spectra", "5-2"}, {"a", "--scans", "x"}, {"a", "--rt", "5:1"},
+      {"a", "--rt", ":"}, {"a", "--sn", "20:10"}, {"a", "--segment", "1"},
+      // Options that do not go together.
+      {"a", "b", "-o", "x.tsv"}, {"a", "-f", "tsv,json", "-o", "x"}, {"a", "-o", "x", "-d", "y"},
+      {"settings", "--snr", "5"}, {"a", "--snr", "3", "--classic"},
       {"a", "--fwhm", "4s", "--threshold", "2"},
-      {"demo", "a"},
   };
   for (const auto& args : cases) {
     const Parsed p = Parse(args);

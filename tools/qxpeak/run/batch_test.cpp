@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -49,45 +48,9 @@ TEST(Batch, ParallelForVisitsEveryIndexOnce) {
                std::runtime_error);
 }
 
-// One input failing leaves the others searched and written, and one trace that cannot be
-// searched leaves the rest of its file: it is named on standard error and counted as
-// skipped. (That a batch writes what single runs write is checked on the built tool.)
-TEST(Batch, AFailingInputStopsNoOther) {
-  const testing::FixtureSpectrum s = testing::ThreePeaks(500.0, 20.0, 0.01, 0.03);
-  testing::FixtureSpectrum far = s;
-  for (double& x : far.x) x += 1000.0;  // outside the noise region below
-  const std::string run = testing::WriteTempFile("run.mzML", testing::MakeMzml({s, far, s}));
-  std::string text;
-  for (std::size_t i = 0; i < s.x.size(); ++i) {
-    text += std::to_string(s.x[i]) + "\t" + std::to_string(s.y[i]) + "\n";
-  }
-  const std::string scan = testing::WriteTempFile("scan.txt", text);
-  const std::string folder = std::filesystem::path(run).parent_path() / "batch";
-  std::filesystem::create_directories(folder);
-  BatchContext context;
-  context.config.options.classic.emplace();
-  context.config.options.classic->AddDetectionSetting(-1);
-  context.config.options.noise_region = {{s.x.front(), s.x.front() + 5.0}};
-  std::vector<Job> jobs;
-  std::string error;
-  ASSERT_TRUE(
-      PlanJobs({run, "/nonexistent/missing.txt", scan}, {"tsv"}, "", folder, {}, jobs, error));
-  std::ostringstream err;
-  const BatchSummary summary = RunBatch(jobs, context, 3, err, true);
-  EXPECT_EQ(summary.inputs, 3u);
-  EXPECT_EQ(summary.failed, 1u);
-  EXPECT_EQ(summary.traces, 4u);
-  EXPECT_EQ(summary.peaks, 9u);
-  EXPECT_EQ(summary.skipped, 1u);
-  EXPECT_NE(err.str().find("qxpeak: /nonexistent/missing.txt: cannot open"), std::string::npos);
-  EXPECT_NE(err.str().find("spectrum 1 (scan=2) skipped: the --sn range"), std::string::npos)
-      << err.str();
-  EXPECT_FALSE(testing::ReadText(folder + "/run.peaks.tsv").empty());
-  EXPECT_FALSE(testing::ReadText(folder + "/scan.peaks.tsv").empty());
-}
-
 // The pipeline writes in input order whatever the number of workers: every format comes out
-// byte for byte as the single-threaded run writes it.
+// byte for byte as the single-threaded run writes it. (Failing inputs, skipped traces and a
+// batch against single runs are checked on the built tool.)
 TEST(Batch, WorkersChangeNothingInTheOutputs) {
   std::vector<testing::FixtureSpectrum> spectra;
   for (int k = 0; k < 24; ++k) {

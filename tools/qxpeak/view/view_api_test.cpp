@@ -97,6 +97,11 @@ TEST_F(ViewApiTest, RangeQuestionGoesToThePageAndItsAnswerBackToTheRule) {
   no["answers"] = {false};
   EXPECT_FALSE(Call("/api/segments/range", no)["applied"].get<bool>());
   EXPECT_EQ(Centroids().size(), 3u);
+  // Trimming the neighbour asks nothing.
+  const json trimmed = Call("/api/segments/range", {{"index", 1}, {"bound", "x2"}, {"text", "70.5"}});
+  EXPECT_TRUE(trimmed["applied"].get<bool>());
+  EXPECT_EQ(trimmed["settings"]["segments"][2]["RangeX1"], 70.5);
+  EXPECT_EQ(trimmed["settings"]["display_precision"], 1);
 
   json yes = body;
   yes["answers"] = {true};
@@ -105,13 +110,6 @@ TEST_F(ViewApiTest, RangeQuestionGoesToThePageAndItsAnswerBackToTheRule) {
   ASSERT_EQ(done["settings"]["segments"].size(), 2u);
   EXPECT_EQ(done["settings"]["segments"][1]["RangeX2"], 100.0);
   EXPECT_EQ(done["peaks"].size(), 5u);  // the low threshold now reaches 75 and 90
-}
-
-TEST_F(ViewApiTest, TrimmingANeighbourAsksNothing) {
-  const json done = Call("/api/segments/range", {{"index", 1}, {"bound", "x2"}, {"text", "70.5"}});
-  EXPECT_TRUE(done["applied"].get<bool>());
-  EXPECT_EQ(done["settings"]["segments"][2]["RangeX1"], 70.5);
-  EXPECT_EQ(done["settings"]["display_precision"], 1);
 }
 
 // Each refused request answers 400 with the library's words and leaves every setting as it was.
@@ -215,12 +213,15 @@ TEST_F(ViewApiTest, BinningMergesPointsBeforeDetection) {
 }
 
 // The spectrum dialog refuses equal bounds silently, the chromatogram dialog with a message:
-// the page gets whichever the trace's kind calls for.
-TEST(ViewApiDialogs, EqualBoundsFollowTheDialogOfTheTraceKind) {
+// the page gets whichever the trace's kind calls for. The chooser switches between the
+// file's traces and refuses ones the file lacks.
+TEST(ViewApiMzml, TraceKindsAndTheChooser) {
   const auto trace = qxpkutil::testing::ThreePeaks(10.0, 10.0, 0.05, 0.5);
+  auto second = qxpkutil::testing::ThreePeaks(50.0, 5.0, 0.05, 0.5);
+  second.id = "second";
   const std::string spectra = qxpkutil::testing::WriteTempFile("s.mzML", MakeMzml({trace}));
   const std::string chromatograms =
-      qxpkutil::testing::WriteTempFile("c.mzML", MakeMzml({}, {trace, trace}));
+      qxpkutil::testing::WriteTempFile("c.mzML", MakeMzml({}, {trace, second}));
   const json equal = {{"index", 0}, {"bound", "x2"}, {"text", "0"}};  // the range is 0..0
   for (const auto& [path, status, error] :
        {std::tuple{spectra, 200, ""},
@@ -238,20 +239,12 @@ TEST(ViewApiDialogs, EqualBoundsFollowTheDialogOfTheTraceKind) {
       EXPECT_EQ(reply["error"], error);
     }
   }
-}
-
-TEST(ViewApiTraces, TheChooserSwitchesTracesAndRefusesOnesTheFileLacks) {
-  auto second = qxpkutil::testing::ThreePeaks(50.0, 5.0, 0.05, 0.5);
-  second.id = "second";
-  const std::string path = qxpkutil::testing::WriteTempFile(
-      "two.mzML", MakeMzml({}, {qxpkutil::testing::ThreePeaks(10.0, 10.0, 0.05, 0.5), second}));
   ViewState state;
   std::string message;
-  ASSERT_TRUE(OpenViewFile(path, "", state, message)) << message;
+  ASSERT_TRUE(OpenViewFile(chromatograms, "", state, message)) << message;
   const json first = json::parse(HandleApi(state, "GET", "/api/state", "").body);
   ASSERT_EQ(first["traces"].size(), 2u);
   EXPECT_EQ(first["traces"][0]["kind"], "chromatogram");
-
   const json chosen = json::parse(HandleApi(state, "POST", "/api/trace", R"({"index": 1})").body);
   EXPECT_EQ(chosen["current"], 1);
   ASSERT_EQ(chosen["peaks"].size(), 3u);
