@@ -79,14 +79,18 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
     for (std::int32_t i = p.begin; i < p.end; i += std::max<std::int32_t>(1, m.block / 2)) {
       floor = std::min(floor, m.BaselineAt(i) + m.NoiseAt(i));
     }
-    const std::int32_t w = OddWidth(p.ppf);
+    // The scan only proposes seeds (the matched filter decides), and a nine-point window
+    // finds the tops of wider peaks as well as a window their width, at a fraction of the
+    // cost of the wide window's sums.
+    const std::int32_t w = OddWidth(std::min(p.ppf, 9.0));
+    const std::int32_t minWidth = OddWidth(p.ppf) / 2;
     const std::int32_t maxWidth = std::max<std::int32_t>(50, static_cast<std::int32_t>(25.0 * p.ppf));
     const std::int32_t index = list.GetNumDetectionSettings();
     list.AddDetectionSetting(-1);
     // Thresholds in intensity units sit just above the baseline; the S/N decision is made
     // on the measured peaks, not by the scan.
     list.SetDetectionSetting(index, x[lo], x[hi], 0.0, std::isfinite(floor) ? floor : 0.0, 0, w, 1,
-                             0.0, 0.0, w / 2, maxWidth, 0, 0.0, 1, 50.0, options.max_charge, 40,
+                             0.0, 0.0, minWidth, maxWidth, 0, 0.0, 1, 50.0, options.max_charge, 40,
                              0.05, 0.99);
   }
   return list;
