@@ -551,11 +551,8 @@ ApiReply SetAutomatic(ViewState& s, const json& b) {
     std::string error;
     if (!fwhmText.empty() && !ParseFwhm(fwhmText, p, error)) throw Refusal{error};
   }
-  if (b.contains("resolution")) {
-    const double r = ReadNumber(b, "resolution");
-    if (!(r >= 0.0)) throw Refusal{QXLoadString(kQXMsgResolutionNotPositive)};
-    p.resolution = r;
-  }
+  // 0 means "not given": the width then comes from the trace.
+  if (b.contains("resolution")) p.resolution = ReadMin(b, "resolution", 0.0);
   if (b.contains("resolution_at")) p.resolution_at = ReadMin(b, "resolution_at", 0.0);
   if (b.contains("max_charge")) p.max_charge = ReadWhole(b, "max_charge", 0, 1000);
   if (b.contains("width_law")) {
