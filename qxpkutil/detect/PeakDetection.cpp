@@ -8,6 +8,7 @@
 
 #include "qxpkutil/detect/detect_internal.h"
 #include "qxpkutil/detect/gauss_refine_internal.h"
+#include "qxpkutil/numeric/trace_scan.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/platform/QXParse.h"
@@ -42,19 +43,19 @@ PeakList ValidateSizes(std::size_t nx, std::size_t ny) {
 PeakList ValidateTrace(std::span<const double> x, std::span<const double> y) {
   PeakList sizes = ValidateSizes(x.size(), y.size());
   if (!sizes.ok()) return sizes;
+  const TraceScan scan = ScanTrace(x.data(), y.data(), x.size());
   char text[160];
-  for (std::size_t i = 0; i < x.size(); ++i) {
-    if (!std::isfinite(x[i]) || !std::isfinite(y[i])) {
-      std::snprintf(text, sizeof text, "point %zu is not a finite number (x %g, y %g)", i + 1,
-                    x[i], y[i]);
-      return Failure(DetectStatus::kNotFinite, text);
-    }
-    if (i > 0 && x[i] < x[i - 1]) {
-      std::snprintf(text, sizeof text,
-                    "x is not ascending: point %zu (x %.10g) comes after x %.10g", i + 1, x[i],
-                    x[i - 1]);
-      return Failure(DetectStatus::kNotAscending, text);
-    }
+  if (scan.first_not_finite < x.size() && scan.first_not_finite <= scan.first_fall) {
+    const std::size_t i = scan.first_not_finite;
+    std::snprintf(text, sizeof text, "point %zu is not a finite number (x %g, y %g)", i + 1, x[i],
+                  y[i]);
+    return Failure(DetectStatus::kNotFinite, text);
+  }
+  if (scan.first_fall < x.size()) {
+    const std::size_t i = scan.first_fall;
+    std::snprintf(text, sizeof text, "x is not ascending: point %zu (x %.10g) comes after x %.10g",
+                  i + 1, x[i], x[i - 1]);
+    return Failure(DetectStatus::kNotAscending, text);
   }
   return {};
 }

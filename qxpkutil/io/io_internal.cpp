@@ -19,6 +19,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include "qxpkutil/numeric/trace_scan.h"
 #include "qxpkutil/platform/QXFormat.h"
 
 namespace qxpkutil::io_internal {
@@ -434,24 +435,19 @@ void CheckAndSortTrace(Trace& trace, const std::string& where, const char* xName
     return;
   }
   const std::size_t n = trace.x.size();
-  bool ascending = true;
-  for (std::size_t i = 0; i < n; ++i) {
+  const TraceScan scan = ScanTrace(trace.x.data(), trace.y.data(), n);
+  if (scan.first_not_finite < n) {
+    const std::size_t i = scan.first_not_finite;
     const double x = trace.x[i], y = trace.y[i];
-    if (!std::isfinite(x)) {
-      trace.problem = where + ": " + xName + " value " + FormatNumber(x) + " (point " +
-                      std::to_string(i + 1) + " of " + std::to_string(n) + ")";
-      return;
-    }
-    if (!std::isfinite(y)) {
-      trace.problem = where + ": intensity " + FormatNumber(y) + " at " + xName + " " +
-                      FormatNumber(x);
-      return;
-    }
-    if (i > 0 && x < trace.x[i - 1]) ascending = false;
+    trace.problem = !std::isfinite(x) ? where + ": " + xName + " value " + FormatNumber(x) +
+                                            " (point " + std::to_string(i + 1) + " of " +
+                                            std::to_string(n) + ")"
+                                      : where + ": intensity " + FormatNumber(y) + " at " +
+                                            xName + " " + FormatNumber(x);
+    return;
   }
-  if (ascending) return;
-  std::size_t firstDrop = 1;
-  while (trace.x[firstDrop] >= trace.x[firstDrop - 1]) ++firstDrop;
+  if (scan.first_fall == n) return;
+  const std::size_t firstDrop = scan.first_fall;
   trace.note = where + ": " + xName + " values were out of order (" +
                FormatNumber(trace.x[firstDrop]) + " after " + FormatNumber(trace.x[firstDrop - 1]) +
                "); sorted";
