@@ -57,6 +57,18 @@ TEST(SearchTrace, CentroidedInputFollowsTheTraceUnlessTold) {
   EXPECT_EQ(SearchTrace(sticks, config).peaks.size(), 3u);
 }
 
+// Isotope spacings mean charges in a spectrum and nothing in a chromatogram: the trace's
+// kind reaches the search.
+TEST(SearchTrace, OnlySpectraGetIsotopeCharges) {
+  Trace sticks;
+  sticks.x = {500.0, 500.50168, 501.00336};
+  sticks.y = {100.0, 80.0, 40.0};
+  sticks.centroided = true;
+  EXPECT_EQ(SearchTrace(sticks, {}).peaks.at(0).charge, 2);
+  sticks.kind = Trace::Kind::kChromatogram;
+  EXPECT_EQ(SearchTrace(sticks, {}).peaks.at(0).charge, 0);
+}
+
 // A trace that cannot be searched is reported, not searched: the caller names it and goes on.
 TEST(SearchTrace, UnusableTracesAreSkippedWithTheirReason) {
   Trace nan = ThreePeaks();
