@@ -2,7 +2,6 @@
 // component, runs DetectPeaks with default options on every trace and prints each peak's
 // numbers exactly ("%a"), one tab-separated line per peak, preceded by the trace index.
 //   detect_reference FILE
-#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>

@@ -1,6 +1,5 @@
 #include "qxpkutil/io/MzmlReader.h"
 
-#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string>
