@@ -3,6 +3,7 @@
 //
 //   qxpkutil::testing::ScratchDir dir;
 //   qxpkutil::testing::WriteText(dir.PathOf("a.ini"), "[Sec]\nKey=1\n");
+//   auto rows = qxpkutil::testing::TsvRows(ReadText(dir.PathOf("run.peaks.tsv")));
 #pragma once
 
 #include <cstddef>
@@ -13,6 +14,7 @@
 #include <sstream>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace qxpkutil::testing {
 
@@ -49,6 +51,27 @@ inline std::string ReadText(const std::string& path) {
   std::ostringstream text;
   text << std::ifstream(path, std::ios::binary).rdbuf();
   return text.str();
+}
+
+// A tab-separated table as rows of cells; TsvColumn: one column's cells below its header.
+inline std::vector<std::vector<std::string>> TsvRows(const std::string& text) {
+  std::vector<std::vector<std::string>> rows;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream cells(line + '\t');
+    rows.emplace_back();
+    for (std::string cell; std::getline(cells, cell, '\t');) rows.back().push_back(cell);
+  }
+  return rows;
+}
+inline std::vector<std::string> TsvColumn(const std::string& text, const std::string& name) {
+  const auto rows = TsvRows(text);
+  std::vector<std::string> values;
+  for (std::size_t r = 1, c = 0; r < rows.size(); ++r) {
+    while (c < rows[0].size() && rows[0][c] != name) ++c;
+    values.push_back(c < rows[r].size() ? rows[r][c] : "");
+  }
+  return values;
 }
 
 }  // namespace qxpkutil::testing

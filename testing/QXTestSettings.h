@@ -35,6 +35,17 @@ inline auto SettingFields(const QXPeakDetectSetting& s) {
 
 using SettingFieldsTuple = decltype(SettingFields(QXPeakDetectSetting()));
 
+// Tag 0 is a default setting; other tags give settings whose every field differs from the
+// default's and from other tags', so a slot shows where it came from; the values survive
+// the settings text's "%f" (six decimals) and "%e" (seven digits) exactly.
+inline QXPeakDetectSetting Tagged(int tag) {
+  if (tag == 0) return QXPeakDetectSetting();
+  const double d = tag;
+  return QXPeakDetectSetting(d, d + 0.5, d + 0.25, d * 2, tag, tag + 20, tag + 10, d * 3, d * 4,
+                             tag + 30, tag + 100, 0, d * 5, tag + 40, d * 6, tag + 50, tag + 60,
+                             0.015625 * d, 0.5 + 0.0625 * d);
+}
+
 // A list whose segments are `segments`, in order.
 inline QXPeakTableList ListOf(const std::vector<QXPeakDetectSetting>& segments) {
   QXPeakTableList list;

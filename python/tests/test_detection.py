@@ -1,3 +1,4 @@
+import json
 import os
 import subprocess
 from concurrent.futures import ThreadPoolExecutor
@@ -8,15 +9,19 @@ import pytest
 import qxpkutil
 from conftest import three_peaks
 
+NAN = float("nan")
+
 
 def _reference(path):
-    """The C++ entry point's peaks on a file, as printed by detect_reference."""
-    binary = os.environ.get("QXPKUTIL_DETECT_REFERENCE")
+    """qxpeak's peaks on a file (the C++ entry point with its defaults), from its JSON."""
+    binary = os.environ.get("QXPKUTIL_QXPEAK")
     if not binary:
-        pytest.skip("QXPKUTIL_DETECT_REFERENCE is not set (run through ctest)")
-    out = subprocess.run([binary, str(path)], check=True, capture_output=True, text=True).stdout
-    rows = [line.split("\t") for line in out.splitlines()]
-    return [(int(r[0]), *(float.fromhex(v) for v in r[1:9]), int(r[9]), int(r[10])) for r in rows]
+        pytest.skip("QXPKUTIL_QXPEAK is not set (run through ctest in a build with the tool)")
+    out = subprocess.run([binary, str(path), "-f", "json", "-o", "-", "-q"], check=True,
+                         capture_output=True, text=True).stdout
+    keys = ("apex_x", "apex_y", "centroid_x", "area", "height", "fwhm", "noise", "snr")
+    return [(t["index"], *(NAN if p[k] is None else p[k] for k in keys), p["charge"] or 0,
+             p["flags"]) for t in json.loads(out)["traces"] for p in t["peaks"]]
 
 
 def test_same_peaks_as_the_cpp_entry_point(mzml_files):
@@ -58,8 +63,6 @@ def test_table_forms_agree():
     assert list(df["label"]) == ["", "big", ""]
     assert (a["snr"] > 100).all() and (a["fwhm"] > 0).all()
 
-
-NAN = float("nan")
 
 
 @pytest.mark.parametrize("x, y, message", [

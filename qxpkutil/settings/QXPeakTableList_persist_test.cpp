@@ -21,15 +21,6 @@ using Lines = std::vector<std::string>;
 using Fields = testing::SettingFieldsTuple;
 using testing::SegmentFields;
 
-// Segment k: values that survive "%f" (six decimals) and "%e" (seven digits) exactly and
-// differ from every default and from the other segments'.
-QXPeakDetectSetting Segment(int k) {
-  const double d = k;
-  return QXPeakDetectSetting(100.0 * d, 100.0 * d + 99.5, 0.25 * d, 1024.0 * (1 << k), k, 2 * k + 1,
-                             k + 1, 10.5 * d, 0.5 * d, k + 2, 1000 * k, k % 2, 0.125 * d, k + 1,
-                             40.0 + d, k + 1, 10 + k, 0.015625 * d, 0.5 + 0.0625 * d);
-}
-
 // What restoring a saved segment gives: the same, with a new segment's PctCentroid (14)
 // and mass values (16..19) when mass processing is off.
 Fields Restored(const QXPeakDetectSetting& s, bool mass) {
@@ -45,7 +36,7 @@ Fields Restored(const QXPeakDetectSetting& s, bool mass) {
 }
 std::vector<Fields> Restored(std::initializer_list<int> segments, bool mass) {
   std::vector<Fields> out;
-  for (int k : segments) out.push_back(Restored(Segment(k), mass));
+  for (int k : segments) out.push_back(Restored(testing::Tagged(k), mass));
   return out;
 }
 
@@ -57,7 +48,7 @@ auto Switches(const QXPeakTableList& list) {
 // A list with segments 1..count and every switch away from its default.
 QXPeakTableList SavedList(int count, int mass) {
   std::vector<QXPeakDetectSetting> segments;
-  for (int k = 1; k <= count; ++k) segments.push_back(Segment(k));
+  for (int k = 1; k <= count; ++k) segments.push_back(testing::Tagged(k));
   QXPeakTableList list = testing::ListOf(segments);
   list.SetMassProcessing(mass);
   list.SetResolution(12345.5);

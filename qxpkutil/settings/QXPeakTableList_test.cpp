@@ -21,19 +21,11 @@ namespace {
 
 using testing::SegmentFields;
 using testing::SettingFields;
+using testing::Tagged;
 using Fields = testing::SettingFieldsTuple;
 constexpr std::int32_t kMinIndex = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kMaxIndex = std::numeric_limits<std::int32_t>::max();
 
-// Tag 0 is a default setting; other tags give settings whose every field differs from the
-// default's and from other tags', so a slot shows where it came from.
-QXPeakDetectSetting Tagged(int tag) {
-  if (tag == 0) return QXPeakDetectSetting();
-  const double d = tag;
-  return QXPeakDetectSetting(d, d + 0.5, d + 0.25, d * 2, tag, tag + 20, tag + 10, d * 3, d * 4,
-                             tag + 30, tag + 100, 0, d * 5, tag + 40, d * 6, tag + 50, tag + 60,
-                             0.01 * d, 0.5 + 0.01 * d);
-}
 std::vector<Fields> Tags(const std::vector<int>& tags) {
   std::vector<Fields> out;
   for (int tag : tags) out.push_back(SettingFields(Tagged(tag)));

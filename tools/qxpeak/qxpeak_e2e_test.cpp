@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <signal.h>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::FixtureSpectrum;
+using qxpkutil::testing::TsvColumn;
 
 struct Result {
   int status = -1;
@@ -51,26 +51,9 @@ class QxpeakRun : public ::testing::Test {
 // A profile spectrum with peaks at 500, 520 and 540 on a noisy baseline.
 FixtureSpectrum Spectrum() { return testing::ThreePeaks(500.0, 20.0, 0.01, 0.03); }
 
-// One column of a TSV table, found by its header.
-std::vector<std::string> Column(const std::string& tsv, const std::string& name) {
-  std::vector<std::string> values;
-  std::istringstream lines(tsv);
-  std::string line, cell;
-  std::getline(lines, line);
-  std::istringstream header(line);
-  int column = 0;
-  while (std::getline(header, cell, '\t') && cell != name) ++column;
-  while (std::getline(lines, line)) {
-    std::istringstream cells(line);
-    for (int c = 0; c <= column; ++c) std::getline(cells, cell, '\t');
-    values.push_back(cell);
-  }
-  return values;
-}
-
 std::vector<double> ApexX(const std::string& tsv) {
   std::vector<double> xs;
-  for (const std::string& cell : Column(tsv, "apex_x")) xs.push_back(std::stod(cell));
+  for (const std::string& cell : TsvColumn(tsv, "apex_x")) xs.push_back(std::stod(cell));
   return xs;
 }
 
@@ -78,22 +61,6 @@ void ExpectPeaksAt(const std::vector<double>& found, const std::vector<double>& 
                    double tolerance) {
   ASSERT_EQ(found.size(), expected.size());
   for (std::size_t i = 0; i < found.size(); ++i) EXPECT_NEAR(found[i], expected[i], tolerance);
-}
-
-TEST_F(QxpeakRun, FindsThePeaksInTextAndMzml) {
-  const FixtureSpectrum plain = Spectrum();
-  std::string text = "m/z\tintensity\n";
-  for (std::size_t i = 0; i < plain.x.size(); ++i) {
-    text += std::to_string(plain.x[i]) + "," + std::to_string(plain.y[i]) + "\n";
-  }
-  Write("scan.csv", text);
-  Write("plain.mzML", testing::MakeMzml({plain}, {}, /*indexed=*/true));
-  for (const char* input : {"scan.csv", "plain.mzML"}) {
-    const Result r = Run(std::string(input) + " -o - -q");
-    ASSERT_EQ(r.status, 0) << input << ": " << r.err;
-    EXPECT_EQ(r.err, "");
-    ExpectPeaksAt(ApexX(r.out), {500.0, 520.0, 540.0}, 0.011);
-  }
 }
 
 TEST_F(QxpeakRun, SearchesChromatograms) {
@@ -110,7 +77,7 @@ TEST_F(QxpeakRun, SearchesChromatograms) {
     ASSERT_EQ(r.status, 0) << input << ": " << r.err;
     const std::string tsv = ReadFile(dir_ / "chrom.peaks.tsv");
     ExpectPeaksAt(ApexX(tsv), {20.0, 40.0, 60.0}, 0.011);
-    EXPECT_EQ(Column(tsv, "x_unit"), std::vector<std::string>(3, "s")) << input;
+    EXPECT_EQ(TsvColumn(tsv, "x_unit"), std::vector<std::string>(3, "s")) << input;
   }
 }
 
@@ -202,13 +169,13 @@ TEST_F(QxpeakRun, SkippedTracesAndFailedInputsStopNothingElse) {
 }
 
 // Without options the automatic mode runs: every peak gets a centroid and an S/N; -o's
-// extension chooses the format.
+// extension chooses the format; -q keeps standard error quiet.
 TEST_F(QxpeakRun, DefaultsMeasureEveryPeak) {
-  Write("run.mzML", testing::MakeMzml({Spectrum()}));
+  Write("run.mzML", testing::MakeMzml({Spectrum()}, {}, /*indexed=*/true));
   ASSERT_EQ(Run("run.mzML -q").status, 0);
   const std::string tsv = ReadFile(dir_ / "run.peaks.tsv");
   for (const char* column : {"centroid_x", "snr", "fwhm", "height"}) {
-    for (const std::string& cell : Column(tsv, column)) EXPECT_FALSE(cell.empty()) << column;
+    for (const std::string& cell : TsvColumn(tsv, column)) EXPECT_FALSE(cell.empty()) << column;
   }
   // The centroided mzML feeds the next search, with the classic mode's sticks too.
   ASSERT_EQ(Run("run.mzML -q -o picked.mzML").status, 0);
@@ -216,6 +183,7 @@ TEST_F(QxpeakRun, DefaultsMeasureEveryPeak) {
   for (const char* input : {"picked.mzML", "classic.mzML --mass"}) {
     const Result again = Run(std::string(input) + " -o - -q");
     ASSERT_EQ(again.status, 0) << input << ": " << again.err;
+    EXPECT_EQ(again.err, "");
     ExpectPeaksAt(ApexX(again.out), {500.0, 520.0, 540.0}, 0.011);
   }
 }
@@ -255,7 +223,7 @@ TEST_F(QxpeakRun, DemoWorksWithoutAnyFile) {
   // The example label file names the demo's six isotope series.
   ASSERT_EQ(Run("demo -q -d labelled --labels '" QXPEAK_EXAMPLES "/calibrants.lbs'").status, 0);
   const std::vector<std::string> labels =
-      Column(ReadFile(dir_ / "labelled" / "qxpeak_demo.peaks.tsv"), "label");
+      TsvColumn(ReadFile(dir_ / "labelled" / "qxpeak_demo.peaks.tsv"), "label");
   EXPECT_EQ(std::count_if(labels.begin(), labels.end(), [](const auto& l) { return !l.empty(); }),
             6);
 }

@@ -37,30 +37,22 @@ TEST(Options, ReadsEveryKindOfValue) {
              "-d",          "out",         "-j",           "3"});
   ASSERT_FALSE(p.done) << p.err;
   const Options& o = p.options;
-  EXPECT_EQ(o.command, Options::Command::kFind);
-  EXPECT_EQ(o.inputs, (std::vector<std::string>{"a.mzML", "b.txt"}));
-  ASSERT_EQ(o.selection.indices.size(), 2u);
-  EXPECT_EQ(o.selection.indices[1].first, 3);
-  EXPECT_EQ(o.selection.indices[1].last, 5);
-  EXPECT_EQ(o.selection.scans[0].first, 12);
-  EXPECT_EQ(o.selection.rt_min, 90.0);
-  EXPECT_TRUE(std::isinf(o.selection.rt_max));
-  EXPECT_EQ(o.selection.ms_level, 1);
-  EXPECT_EQ(o.centroided, CentroidedInput::kNo);
-  EXPECT_EQ(o.overrides.threshold, 2.5);
-  EXPECT_EQ(o.overrides.filterType, 1);
-  EXPECT_EQ(o.overrides.integration, 0);
-  EXPECT_EQ(o.overrides.massProcessing, false);
-  EXPECT_TRUE(o.gaussFit);
-  EXPECT_EQ(o.mode, Options::Mode::kClassic);
-  EXPECT_FALSE(o.overrides.autoNoise);
-  EXPECT_FALSE(o.overrides.maxCharge);
-  EXPECT_EQ(o.overrides.segments.size(), 2u);
+  const MzmlSelection& s = o.selection;
+  const SettingOverrides& v = o.overrides;
+  ASSERT_EQ(s.indices.size(), 2u);
+  EXPECT_EQ(std::make_tuple(o.command, o.mode, o.inputs, o.centroided, o.gaussFit, o.formats,
+                            o.outDir, o.threads),
+            std::make_tuple(Options::Command::kFind, Options::Mode::kClassic,
+                            std::vector<std::string>{"a.mzML", "b.txt"}, CentroidedInput::kNo,
+                            true, std::vector<std::string>{"svg", "tsv"}, "out", 3));
+  EXPECT_EQ(std::make_tuple(s.indices[1].first, s.indices[1].last, s.scans[0].first, s.rt_min,
+                            std::isinf(s.rt_max), s.ms_level),
+            std::make_tuple(3, 5, 12, 90.0, true, 1));
+  EXPECT_EQ(std::make_tuple(v.threshold, v.filterType, v.integration, v.massProcessing,
+                            v.autoNoise.has_value(), v.maxCharge.has_value(), v.segments.size()),
+            std::make_tuple(2.5, 1, 0, false, false, false, 2u));
   EXPECT_EQ(o.noiseRegion, (std::pair<double, double>{10.0, 20.0}));
   EXPECT_EQ(o.resolutionPercent, 50);
-  EXPECT_EQ(o.formats, (std::vector<std::string>{"svg", "tsv"}));
-  EXPECT_EQ(o.outDir, "out");
-  EXPECT_EQ(o.threads, 3);
 }
 
 TEST(Options, CommandsTakeTheSharedOptions) {

@@ -2,7 +2,6 @@
 
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>

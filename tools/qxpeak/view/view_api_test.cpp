@@ -48,6 +48,14 @@ std::string ThreeSegmentIni() {
   return FormatSettingsIni(list, "qxpeak", 0);
 }
 
+// The parsed reply to a GET of `path`, or with a body to a POST; its status must be `status`.
+json Api(ViewState& state, const std::string& path, const json& body = {}, int status = 200) {
+  const ApiReply r = HandleApi(state, body.is_null() ? "GET" : "POST", path,
+                               body.is_null() ? "" : body.dump());
+  EXPECT_EQ(r.status, status) << path << ' ' << r.body;
+  return json::parse(r.body);
+}
+
 class ViewApiTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -58,11 +66,9 @@ class ViewApiTest : public ::testing::Test {
         << error;
   }
   json Call(const std::string& path, const json& body, int expected = 200) {
-    const ApiReply r = HandleApi(state, "POST", path, body.dump());
-    EXPECT_EQ(r.status, expected) << path << ' ' << r.body;
-    return json::parse(r.body);
+    return Api(state, path, body, expected);
   }
-  json Get(const std::string& path) { return json::parse(HandleApi(state, "GET", path, "").body); }
+  json Get(const std::string& path) { return Api(state, path); }
   // Mass processing is on in the settings file, so every peak has a centroid.
   std::vector<double> Centroids() {
     const json s = Get("/api/state");
@@ -229,10 +235,8 @@ TEST(ViewApiMzml, TraceKindsAndTheChooser) {
     ViewState state;
     std::string message;
     ASSERT_TRUE(OpenViewFile(path, "", state, message)) << message;
-    HandleApi(state, "POST", "/api/mode", R"({"mode": "classic"})");
-    const ApiReply r = HandleApi(state, "POST", "/api/segments/range", equal.dump());
-    EXPECT_EQ(r.status, status) << path;
-    const json reply = json::parse(r.body);
+    Api(state, "/api/mode", {{"mode", "classic"}});
+    const json reply = Api(state, "/api/segments/range", equal, status);
     if (status == 200) {
       EXPECT_FALSE(reply["applied"].get<bool>());
     } else {
@@ -242,17 +246,15 @@ TEST(ViewApiMzml, TraceKindsAndTheChooser) {
   ViewState state;
   std::string message;
   ASSERT_TRUE(OpenViewFile(chromatograms, "", state, message)) << message;
-  const json first = json::parse(HandleApi(state, "GET", "/api/state", "").body);
+  const json first = Api(state, "/api/state");
   ASSERT_EQ(first["traces"].size(), 2u);
   EXPECT_EQ(first["traces"][0]["kind"], "chromatogram");
-  const json chosen = json::parse(HandleApi(state, "POST", "/api/trace", R"({"index": 1})").body);
+  const json chosen = Api(state, "/api/trace", {{"index", 1}});
   EXPECT_EQ(chosen["current"], 1);
   ASSERT_EQ(chosen["peaks"].size(), 3u);
   EXPECT_NEAR(chosen["peaks"][0]["apex_x"].get<double>(), 50.0, 0.1);
-  EXPECT_EQ(HandleApi(state, "POST", "/api/trace", R"({"index": 2})").status, 400);
-  // The automatic mode has no settings file to save.
-  EXPECT_EQ(HandleApi(state, "POST", "/api/settings/save", R"({"path": "unused.ini"})").status,
-            400);
+  Api(state, "/api/trace", {{"index", 2}}, 400);
+  Api(state, "/api/settings/save", {{"path", "unused.ini"}}, 400);  // automatic: no settings file
 }
 
 }  // namespace
