@@ -146,22 +146,28 @@ bool numeric_detail::SelectGaussKernel(int w, GaussKernel& kernel) {
 }
 
 // ApplyGaussKernel's loop for a kernel of W weights known when compiling: the same sums in
-// the same order, so the same bits, without the loop's own bookkeeping.
+// the same order, so the same bits, without the loop's own bookkeeping. Each partial sum
+// starts at its first product instead of at 0 + that product, which differs only in the
+// sign of a zero; adding one 0 to the total gives the kernel's zero back, and the x87 unit,
+// which bounds this loop, does 15 operations a mean of width 7 instead of 18.
 template <int W, class T>
 void FixedWidthMeans(const GaussKernel& kernel, const T* v, std::size_t count, double* out) {
   const double* weights = kernel.weights;
   for (std::size_t i = 0; i < count; ++i) {
     const T* u = v + i;
-    Wide s0 = 0, s1 = 0, s2 = 0, s3 = 0;
-    int k = 0;
+    const auto product = [&](int k) {
+      return k < W ? static_cast<Wide>(weights[k]) * static_cast<double>(u[k]) : Wide{0};
+    };
+    Wide s0 = product(0), s1 = product(1), s2 = product(2), s3 = product(3);
+    int k = 4;
     for (; k + 4 <= W; k += 4) {
-      s0 += static_cast<Wide>(weights[k]) * static_cast<double>(u[k]);
-      s1 += static_cast<Wide>(weights[k + 1]) * static_cast<double>(u[k + 1]);
-      s2 += static_cast<Wide>(weights[k + 2]) * static_cast<double>(u[k + 2]);
-      s3 += static_cast<Wide>(weights[k + 3]) * static_cast<double>(u[k + 3]);
+      s0 += product(k);
+      s1 += product(k + 1);
+      s2 += product(k + 2);
+      s3 += product(k + 3);
     }
-    for (; k < W; ++k) s0 += static_cast<Wide>(weights[k]) * static_cast<double>(u[k]);
-    out[i] = static_cast<double>(((s0 + s1) + (s2 + s3)) / kernel.divisor);
+    for (; k < W; ++k) s0 += product(k);
+    out[i] = static_cast<double>((((s0 + s1) + (s2 + s3)) + Wide{0}) / kernel.divisor);
   }
 }
 
