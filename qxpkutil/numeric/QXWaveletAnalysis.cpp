@@ -300,12 +300,15 @@ void SortAscending(double* v, double* tmp, std::size_t n) {
     }
     lo = hi;
   }
+  // A run shares the top 33 bits of the key, and so of the bit pattern itself, which is
+  // cheaper to read: the key flips the same bits of all values of one sign.
   constexpr int kLowBits = 31;
   const auto byKey = [](double a, double b) { return SortKey(a) < SortKey(b); };
-  std::uint64_t runTop = SortKey(v[0]) >> kLowBits;
+  std::uint64_t runTop = std::bit_cast<std::uint64_t>(v[0]) >> kLowBits;
   std::size_t runStart = 0;
   for (std::size_t i = 1; i <= n; ++i) {
-    const std::uint64_t top = i < n ? SortKey(v[i]) >> kLowBits : ~std::uint64_t{0};
+    const std::uint64_t top =
+        i < n ? std::bit_cast<std::uint64_t>(v[i]) >> kLowBits : ~std::uint64_t{0};
     if (top == runTop) continue;
     if (i - runStart > 1) std::sort(v + runStart, v + i, byKey);
     runTop = top;
