@@ -98,45 +98,59 @@ bool AllFinite(const double* v, std::size_t n) {
   return std::all_of(v, v + n, [](double x) { return std::isfinite(x); });
 }
 
-// One periodic level over data[0 .. n-1], n a power of two >= 4. Pair ii reads the source
+// The sums of one forward periodic level of in[0 .. n-1], n a power of two >= 4, into
+// out[0 .. n-1]: the smooth half, then the detail half. Pair ii reads the source
 // 2ii + 1 + k - taps/2 (k = 1 .. taps): unsigned wrap-around plus the mask keep it
-// periodic. Rotating the input left (forward) or the output right (inverse) by one sample
-// is the same +1 on that index. The detail filter is g[k] = (-1)^k coef[taps-1-k], the
-// alternating-sign reverse, taken two taps at a time. Sums are formed in `scratch`
-// (n doubles) for both element types.
+// periodic. Rotating the input left by one sample (`shift`) is the same +1 on that index.
+// The detail filter is g[k] = (-1)^k coef[taps-1-k], the alternating-sign reverse, taken
+// two taps at a time.
 template <typename T>
-void TransformStep(const double* coef, std::size_t taps, T* data, std::size_t n, bool forward,
-                   bool shift, double* scratch) {
+void ForwardSums(const double* coef, std::size_t taps, const T* in, std::size_t n, bool shift,
+                 double* out) {
   const std::size_t mask = n - 1;
   const std::size_t half = n / 2;
   const std::size_t origin = 2 + (shift ? 1 : 0) - taps / 2;
-  if (forward && taps == 2) {
+  if (taps == 2) {
     // The Haar step of the noise estimates, the general loop's arithmetic spelled out for
     // one pair (the sums still start from 0.0, which turns a -0.0 into +0.0 as it does).
     const double c0 = coef[0];
     const double c1 = coef[1];
     for (std::size_t ii = 0; ii < half; ++ii) {
       const std::size_t first = 2 * ii + origin;
-      const double v0 = data[first & mask];
-      const double v1 = data[(first + 1) & mask];
-      scratch[ii] = 0.0 + (c0 * v0 + c1 * v1);
-      scratch[ii + half] = 0.0 + (c1 * v0 - c0 * v1);
+      const double v0 = in[first & mask];
+      const double v1 = in[(first + 1) & mask];
+      out[ii] = 0.0 + (c0 * v0 + c1 * v1);
+      out[ii + half] = 0.0 + (c1 * v0 - c0 * v1);
     }
-  } else if (forward) {
-    for (std::size_t ii = 0; ii < half; ++ii) {
-      const std::size_t first = 2 * ii + origin;
-      double smooth = 0.0;
-      double detail = 0.0;
-      for (std::size_t k = 0; k < taps; k += 2) {
-        const double v0 = data[(first + k) & mask];
-        const double v1 = data[(first + k + 1) & mask];
-        smooth += coef[k] * v0 + coef[k + 1] * v1;
-        detail += coef[taps - 1 - k] * v0 - coef[taps - 2 - k] * v1;
-      }
-      scratch[ii] = smooth;
-      scratch[ii + half] = detail;
+    return;
+  }
+  for (std::size_t ii = 0; ii < half; ++ii) {
+    const std::size_t first = 2 * ii + origin;
+    double smooth = 0.0;
+    double detail = 0.0;
+    for (std::size_t k = 0; k < taps; k += 2) {
+      const double v0 = in[(first + k) & mask];
+      const double v1 = in[(first + k + 1) & mask];
+      smooth += coef[k] * v0 + coef[k + 1] * v1;
+      detail += coef[taps - 1 - k] * v0 - coef[taps - 2 - k] * v1;
     }
+    out[ii] = smooth;
+    out[ii + half] = detail;
+  }
+}
+
+// One periodic level over data[0 .. n-1], n a power of two >= 4, forward (ForwardSums) or
+// inverse; rotating the output right by one sample (`shift`) undoes the forward rotation.
+// Sums are formed in `scratch` (n doubles) for both element types.
+template <typename T>
+void TransformStep(const double* coef, std::size_t taps, T* data, std::size_t n, bool forward,
+                   bool shift, double* scratch) {
+  if (forward) {
+    ForwardSums(coef, taps, data, n, shift, scratch);
   } else {
+    const std::size_t mask = n - 1;
+    const std::size_t half = n / 2;
+    const std::size_t origin = 2 + (shift ? 1 : 0) - taps / 2;
     std::fill(scratch, scratch + n, 0.0);
     for (std::size_t ii = 0; ii < half; ++ii) {
       const std::size_t first = 2 * ii + origin;
@@ -170,11 +184,20 @@ int DaubTransformT(int taps, T* data, std::uint32_t n, int direction, int shift)
   return 1;
 }
 
-// Full forward transform of a power-of-two buffer: lengths N, N/2, ... down to 4.
+// Full forward transform of a power-of-two buffer: lengths N, N/2, ... down to 4. The
+// levels alternate between data and scratch rather than copying each one back: a detail
+// half formed in scratch is copied to its place in data, and so is the last smooth half.
 void ForwardAllLevels(const double* coef, std::size_t taps, double* data, std::size_t n,
                       double* scratch) {
-  for (std::size_t len = n; len > 3; len /= 2)
-    TransformStep(coef, taps, data, len, true, false, scratch);
+  double* in = data;
+  double* out = scratch;
+  std::size_t len = n;
+  for (; len > 3; len /= 2) {
+    ForwardSums(coef, taps, in, len, false, out);
+    if (out != data) std::copy(out + len / 2, out + len, data + len / 2);
+    std::swap(in, out);
+  }
+  if (in != data) std::copy(in, in + len, data);
 }
 
 // Copies y (times `scale`) into buf[0 .. n-1] and fills buf[n .. N-1] with mirror images:
@@ -277,12 +300,15 @@ void SortAscending(double* v, double* tmp, std::size_t n) {
     }
     lo = hi;
   }
+  // A run shares the top 33 bits of the key, and so of the bit pattern itself, which is
+  // cheaper to read: the key flips the same bits of all values of one sign.
   constexpr int kLowBits = 31;
   const auto byKey = [](double a, double b) { return SortKey(a) < SortKey(b); };
-  std::uint64_t runTop = SortKey(v[0]) >> kLowBits;
+  std::uint64_t runTop = std::bit_cast<std::uint64_t>(v[0]) >> kLowBits;
   std::size_t runStart = 0;
   for (std::size_t i = 1; i <= n; ++i) {
-    const std::uint64_t top = i < n ? SortKey(v[i]) >> kLowBits : ~std::uint64_t{0};
+    const std::uint64_t top =
+        i < n ? std::bit_cast<std::uint64_t>(v[i]) >> kLowBits : ~std::uint64_t{0};
     if (top == runTop) continue;
     if (i - runStart > 1) std::sort(v + runStart, v + i, byKey);
     runTop = top;

@@ -145,33 +145,43 @@ bool numeric_detail::SelectGaussKernel(int w, GaussKernel& kernel) {
   return false;
 }
 
-// ApplyGaussKernel's loop for a kernel of W weights known when compiling: the same sums in
-// the same order, so the same bits, without the loop's own bookkeeping.
+// ApplyGaussKernel's loop for a kernel of W >= 3 weights known when compiling, whose
+// weight W - 2 (the centre of its table row) is 1: the same sums in the same order, so the
+// same bits, with less work for the x87 unit, which bounds this loop (14 operations a mean
+// of width 7 instead of 18). The product with the weight 1 is the value itself, exactly.
+// Each partial sum starts at its first product instead of at 0 + that product, which
+// differs only in the sign of a zero; adding one 0 to the total gives the kernel's zero.
 template <int W, class T>
 void FixedWidthMeans(const GaussKernel& kernel, const T* v, std::size_t count, double* out) {
   const double* weights = kernel.weights;
   for (std::size_t i = 0; i < count; ++i) {
     const T* u = v + i;
-    Wide s0 = 0, s1 = 0, s2 = 0, s3 = 0;
-    int k = 0;
+    const auto product = [&](int k) {
+      if (k == W - 2) return static_cast<Wide>(static_cast<double>(u[k]));
+      return k < W ? static_cast<Wide>(weights[k]) * static_cast<double>(u[k]) : Wide{0};
+    };
+    Wide s0 = product(0), s1 = product(1), s2 = product(2), s3 = product(3);
+    int k = 4;
     for (; k + 4 <= W; k += 4) {
-      s0 += static_cast<Wide>(weights[k]) * static_cast<double>(u[k]);
-      s1 += static_cast<Wide>(weights[k + 1]) * static_cast<double>(u[k + 1]);
-      s2 += static_cast<Wide>(weights[k + 2]) * static_cast<double>(u[k + 2]);
-      s3 += static_cast<Wide>(weights[k + 3]) * static_cast<double>(u[k + 3]);
+      s0 += product(k);
+      s1 += product(k + 1);
+      s2 += product(k + 2);
+      s3 += product(k + 3);
     }
-    for (; k < W; ++k) s0 += static_cast<Wide>(weights[k]) * static_cast<double>(u[k]);
-    out[i] = static_cast<double>(((s0 + s1) + (s2 + s3)) / kernel.divisor);
+    for (; k < W; ++k) s0 += product(k);
+    out[i] = static_cast<double>((((s0 + s1) + (s2 + s3)) + Wide{0}) / kernel.divisor);
   }
 }
 
-// Widths Lo..Hi get a loop of their own; false for any other width.
+// Widths Lo..Hi get a loop of their own; false for any other width (or a kernel without
+// its unit weight, which a table row always has).
 template <int Lo, int Hi, class T>
 bool MeansOfSmallWidth(const GaussKernel& kernel, const T* v, std::size_t count, double* out) {
   if constexpr (Lo > Hi) {
     return false;
   } else {
     if (kernel.count != Lo) return MeansOfSmallWidth<Lo + 1, Hi>(kernel, v, count, out);
+    if (kernel.weights[Lo - 2] != 1.0) return false;
     FixedWidthMeans<Lo>(kernel, v, count, out);
     return true;
   }
@@ -184,8 +194,9 @@ void numeric_detail::GaussMeans(const T* v, int w, std::size_t count, double* ou
     std::fill(out, out + count, 0.0);
     return;
   }
-  // The widths peak finding uses most; wider kernels take the general loop.
-  if (MeansOfSmallWidth<1, 16>(kernel, v, count, out)) return;
+  // The widths peak finding uses most; the one-weight kernels of widths 1 and 2 and wider
+  // kernels take the general loop.
+  if (MeansOfSmallWidth<3, 16>(kernel, v, count, out)) return;
   for (std::size_t i = 0; i < count; ++i) out[i] = ApplyGaussKernel(kernel, v + i);
 }
 template void numeric_detail::GaussMeans(const double*, int, std::size_t, double*);

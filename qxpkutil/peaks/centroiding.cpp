@@ -14,8 +14,14 @@ template <class X, class Y>
 void CentroidAll(const std::vector<std::unique_ptr<QXPeakTableElement>>& peaks, const X* x,
                  const Y* y, std::uint32_t n, double pct) {
   if (x == nullptr || y == nullptr) return;
-  for (const auto& peak : peaks) {
-    QXPeakTableElement& p = *peak;
+  for (std::size_t k = 0; k < peaks.size(); ++k) {
+    QXPeakTableElement& p = *peaks[k];
+    // The points around the next apex have left the cache since the search: fetch them
+    // while this peak is measured.
+    if (k + 1 < peaks.size() && peaks[k + 1]->m_nApexIndex < n) {
+      __builtin_prefetch(x + peaks[k + 1]->m_nApexIndex);
+      __builtin_prefetch(y + peaks[k + 1]->m_nApexIndex);
+    }
     if (QXDataExpUtils::CentroidRegion(x, y, n, pct, p.m_nLeftIndex, p.m_nRightIndex,
                                        p.m_nApexIndex, p.m_dCentroidLeftX, p.m_dCentroidLeftY,
                                        p.m_dCentroidRightX, p.m_dCentroidRightY,

@@ -121,12 +121,28 @@ void QXPeakTable::ProcessMassPeak(int nMaxCharge, int nMaxIsotopes, double dMinR
   if (count == 0) return;
 
   // Processing order: descending apex intensity, read backwards off the intensity sort.
+  // The range queries below need apex-x order. Strictly ascending apexes have only one,
+  // so when the table is in it already, the records are put back instead of sorted again.
+  std::vector<QXPeakTableElement*> byX;
+  const auto& peaks = m_arrPeaks;
+  if (std::adjacent_find(peaks.begin(), peaks.end(), [](const auto& a, const auto& b) {
+        return !(a->m_dApexX < b->m_dApexX);
+      }) == peaks.end()) {
+    byX.reserve(peaks.size());
+    for (const auto& p : peaks) byX.push_back(p.get());
+  }
   std::vector<QXPeakTableElement*> byIntensity(static_cast<std::size_t>(count));
   SortPeakTable(1);
   for (std::int32_t i = 0; i < count; ++i) {
     byIntensity[static_cast<std::size_t>(count - 1 - i)] = GetPeak(i);
   }
-  SortPeakTable(0);  // the range queries below need apex-x order
+  if (byX.empty()) {
+    SortPeakTable(0);
+  } else {
+    for (auto& p : m_arrPeaks) p.release();
+    for (std::size_t i = 0; i < byX.size(); ++i) m_arrPeaks[i].reset(byX[i]);
+    m_nSortMethod = 0;
+  }
   WalkTable t(*this);
   // Each peak of the processing order by its place in apex-x order.
   std::unordered_map<const QXPeakTableElement*, std::int32_t> place;

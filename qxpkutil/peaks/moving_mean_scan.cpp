@@ -358,6 +358,10 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
           if (Y(k) > Y(apex)) apex = k;
         }
         if (valley < 0) valley = first;
+        // The scan reads x only at the bounds of candidates, and it has long left the cache
+        // by then: the lines near both bounds are fetched while the bound finders run.
+        __builtin_prefetch(m_x + valley);
+        __builtin_prefetch(m_x + std::min<std::int64_t>(apex + width, m_n - 1));
         const std::int64_t left =
             FindBound(Direction::kLeftward, valley, apex, apex, m_s.noiseThreshold, mean);
         riseStart = std::max(riseStart, left);

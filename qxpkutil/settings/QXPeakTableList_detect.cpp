@@ -43,25 +43,33 @@ bool AllFinite(const double* v, std::uint32_t n) {
   return (sum[0] + sum[1]) + (sum[2] + sum[3]) == 0.0;
 }
 
-// The lowest of n >= 1 values, or nothing when one is not finite: one pass that keeps four
-// running minima (which the compiler can vectorise). Which of two equal zeros comes out
-// does not matter to the callers, which compare it with 0.0.
-std::optional<double> LowestIfFinite(const double* v, std::uint32_t n) {
+// The lowest and the highest of n >= 1 values, or nothing when one is not finite: one pass
+// that keeps four running minima and maxima (which the compiler can vectorise). Which of
+// two equal zeros comes out does not matter to the callers.
+struct ValueRange {
+  double lowest;
+  double highest;
+};
+std::optional<ValueRange> RangeIfFinite(const double* v, std::uint32_t n) {
   double lo[4] = {v[0], v[0], v[0], v[0]};
+  double hi[4] = {v[0], v[0], v[0], v[0]};
   double check[4] = {0.0, 0.0, 0.0, 0.0};  // as in AllFinite
   std::uint32_t i = 0;
   for (; i + 4 <= n; i += 4) {
     for (int k = 0; k < 4; ++k) {
       lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
+      hi[k] = v[i + k] > hi[k] ? v[i + k] : hi[k];
       check[k] += v[i + k] - v[i + k];
     }
   }
   for (; i < n; ++i) {
     lo[0] = v[i] < lo[0] ? v[i] : lo[0];
+    hi[0] = v[i] > hi[0] ? v[i] : hi[0];
     check[0] += v[i] - v[i];
   }
   if (!((check[0] + check[1]) + (check[2] + check[3]) == 0.0)) return std::nullopt;
-  return std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3]));
+  return ValueRange{std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3])),
+                    std::max(std::max(hi[0], hi[1]), std::max(hi[2], hi[3]))};
 }
 
 // Data a search can run on: both arrays present, at least one point, every value finite.
@@ -116,10 +124,9 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double
 }
 
 // True when no area of a trial search can overflow to infinity: every area is a sum of at
-// most n intensities less a baseline that stays within the intensities, scaled.
-bool AreasStayFinite(const double* y, std::uint32_t n, double areaScale) {
-  const auto [lo, hi] = std::minmax_element(y, y + n);
-  const double largest = std::max(std::fabs(*lo), std::fabs(*hi));
+// most n intensities (within `range`) less a baseline that stays within them, scaled.
+bool AreasStayFinite(ValueRange range, std::uint32_t n, double areaScale) {
+  const double largest = std::max(std::fabs(range.lowest), std::fabs(range.highest));
   return 2.0 * static_cast<double>(n) * largest * std::fabs(areaScale) < 1e300;
 }
 
@@ -151,9 +158,9 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
     return kNoSearch;
   }
   // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
-  const std::optional<double> lowest = LowestIfFinite(y, n);
-  if (!lowest) return kNoSearch;
-  const double minY = std::min(0.0, *lowest);
+  const std::optional<ValueRange> range = RangeIfFinite(y, n);
+  if (!range) return kNoSearch;
+  const double minY = std::min(0.0, range->lowest);
   const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
   // The trial searches and the real ones run the same windows over the same data.
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
@@ -168,7 +175,7 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
                     return s.GetDivisor() == kQXUnsetValue && !(s.GetPctPeakArea() == 0.0);
                   });
   const double maxArea =
-      areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(y, n, dAreaScale))
+      areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(*range, n, dAreaScale))
           ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise)
           : 0.0;
 
