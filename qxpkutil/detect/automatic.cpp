@@ -286,12 +286,6 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tole
   return hill;
 }
 
-void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
-  for (std::int32_t k = 0; k < table.GetNumPeaks(); ++k) {
-    seeds.push_back(static_cast<std::int32_t>(table.GetPeak(k)->m_nApexIndex));
-  }
-}
-
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
 bool FitLogParabola(std::span<const double> x, std::span<const double> y,
@@ -482,21 +476,64 @@ void DetectCentroided(std::span<const double> x, std::span<const double> y,
 
 namespace {
 
-// Seeds: the classic driver's peaks, and every local top of the regions too short to scan.
-std::vector<std::int32_t> ScanForSeeds(std::span<const double> x, std::span<const double> y,
-                                       const SignalModel& model, QXPeakTableList& list,
-                                       const std::vector<Region>& shortRegions) {
+// Seeds: the local tops of a short moving mean (as wide as a peak, at most nine points:
+// it only proposes, the matched filter decides) that stand above the baseline plus the
+// noise, each at the highest point under its window; in regions too short for a peak
+// width, every local top. One pass over the points, with no table.
+std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalModel& model) {
   std::vector<std::int32_t> seeds;
-  if (list.GetNumDetectionSettings() > 0) {
-    const double yMax = *std::max_element(y.begin(), y.end());
-    list.FindPeaks(x.data(), y.data(), static_cast<std::uint32_t>(x.size()), yMax, 1.0, 0);
-    AddSeeds(*list.GetPeakTableFromList(0), seeds);
-  }
-  for (const Region& r : shortRegions) {
-    for (std::int32_t i = r.begin; i < r.end; ++i) {
-      if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) && (i + 1 == r.end || y[i] >= y[i + 1])) {
-        seeds.push_back(i);
+  const auto blocks = static_cast<std::int32_t>(model.ppf_.size());
+  // The lowest floor a point of block b can have, as the levels run linearly between blocks.
+  auto floorOf = [&](std::int32_t b) {
+    double f = INFINITY;
+    for (std::int32_t k = std::max(0, b - 1); k <= std::min(blocks - 1, b + 1); ++k) {
+      f = std::min(f, model.baseline_[k] + model.noise_[k]);
+    }
+    return f;
+  };
+  for (const Region& r : model.regions) {
+    const std::int32_t w0 = OddWidth(std::min(model.PointsPerFwhm(r.begin), 9.0));
+    if (r.end - r.begin < std::max(3 * w0 + 2, 12)) {
+      for (std::int32_t i = r.begin; i < r.end; ++i) {
+        if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) && (i + 1 == r.end || y[i] >= y[i + 1])) {
+          seeds.push_back(i);
+        }
       }
+      continue;
+    }
+    // The window's sum is kept running; it is summed afresh where the width changes.
+    std::int32_t half = -1, lo = 0, hi = 0, b = -1;
+    double sum = 0.0, floor = 0.0, previous = -INFINITY, current = -INFINITY;
+    for (std::int32_t i = r.begin; i <= r.end; ++i) {
+      double next = -INFINITY;
+      if (i < r.end) {
+        if (i / model.block != b) {
+          b = i / model.block;
+          floor = floorOf(b);
+          const std::int32_t h = OddWidth(std::min(model.ppf_[b], 9.0)) / 2;
+          if (h != half) {
+            half = h;
+            lo = std::max(r.begin, i - half);
+            hi = std::min(r.end, i + half + 1);
+            sum = 0.0;
+            for (std::int32_t j = lo; j < hi; ++j) sum += y[j];
+          }
+        }
+        for (; hi < std::min(r.end, i + half + 1); ++hi) sum += y[hi];
+        for (; lo < i - half; ++lo) sum -= y[lo];
+        next = sum / (hi - lo);
+      }
+      // current is the mean at i - 1.
+      if (current > floor && current > previous && current >= next) {
+        const std::int32_t c = i - 1;
+        std::int32_t top = c;
+        for (std::int32_t j = std::max(r.begin, c - half); j <= std::min(r.end - 1, c + half); ++j) {
+          if (y[j] > y[top]) top = j;
+        }
+        seeds.push_back(top);
+      }
+      previous = current;
+      current = next;
     }
   }
   return seeds;
@@ -783,8 +820,8 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   }
   SignalModel model = EstimateSignalModel(x, y, options);
   std::vector<Region> shortRegions;
-  QXPeakTableList list = SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
-  const std::vector<std::int32_t> seeds = ScanForSeeds(x, y, model, list, shortRegions);
+  const auto segments = static_cast<std::int32_t>(PlanPieces(x, model, shortRegions).size());
+  const std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
 
   FilterInput input(model.missing);
   input.SetBaseline(y, model);
@@ -801,7 +838,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                   options.max_charge);
   }
   FinishPeaks(x, y, options, result.peaks);
-  result.report = Report(x, model, list.GetNumDetectionSettings());
+  result.report = Report(x, model, segments);
   return result;
 }
 
