@@ -482,15 +482,6 @@ namespace {
 // width, every local top. One pass over the points, with no table.
 std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalModel& model) {
   std::vector<std::int32_t> seeds;
-  const auto blocks = static_cast<std::int32_t>(model.ppf_.size());
-  // The lowest floor a point of block b can have, as the levels run linearly between blocks.
-  auto floorOf = [&](std::int32_t b) {
-    double f = INFINITY;
-    for (std::int32_t k = std::max(0, b - 1); k <= std::min(blocks - 1, b + 1); ++k) {
-      f = std::min(f, model.baseline_[k] + model.noise_[k]);
-    }
-    return f;
-  };
   for (const Region& r : model.regions) {
     const std::int32_t w0 = OddWidth(std::min(model.PointsPerFwhm(r.begin), 9.0));
     if (r.end - r.begin < std::max(3 * w0 + 2, 12)) {
@@ -509,7 +500,7 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       if (i < r.end) {
         if (i / model.block != b) {
           b = i / model.block;
-          floor = floorOf(b);
+          floor = model.LowestLevel(b, 1.0);
           const std::int32_t h = OddWidth(std::min(model.ppf_[b], 9.0)) / 2;
           if (h != half) {
             half = h;

@@ -247,10 +247,10 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
     spreads[static_cast<std::size_t>(b)] = spread;
   }
-  // The noise of every block from the second differences at one lag.
-  auto noiseAtLag = [&](std::int32_t lag) {
+  // The noise of every `every`-th block from the second differences at one lag.
+  auto noiseAtLag = [&](std::int32_t lag, std::int32_t every) {
     std::vector<double> noise(static_cast<std::size_t>(blocks), std::nan(""));
-    for (std::int32_t b = 0; b < blocks; ++b) {
+    for (std::int32_t b = 0; b < blocks; b += every) {
       const double top = ceiling[static_cast<std::size_t>(b)];
       if (std::isnan(top)) continue;
       const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
@@ -269,15 +269,20 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   // White noise has the same second difference at every lag. Noise correlated over a few
   // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
   // doubles while the figure still grows clearly, up to half a peak width.
+  // The choice reads medians over blocks, which a few hundred blocks settle as well as all.
   if (!m.thresholded) {
     std::size_t chosen = 0;
-    m.noise_ = noiseAtLag(lags[0]);
-    for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
-      std::vector<double> longer = noiseAtLag(lags[k + 1]);
-      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(m.noise_))) break;
-      m.noise_.swap(longer);
-      chosen = k + 1;
+    if (lags.size() > 1) {
+      const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
+      std::vector<double> shorter = noiseAtLag(lags[0], every);
+      for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
+        std::vector<double> longer = noiseAtLag(lags[k + 1], every);
+        if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
+        shorter.swap(longer);
+        chosen = k + 1;
+      }
     }
+    m.noise_ = noiseAtLag(lags[chosen], 1);
     if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
   } else if (m.fwhm_ref > 0.0) {
     m.noise_lag = lags[0];
@@ -303,8 +308,12 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
                                             const SignalModel& m) {
   std::vector<WidthSample> samples;
   for (const Region& r : m.regions) {
+    // Most points are noise far below the bar: a bound per block settles them at once.
+    std::int32_t block = -1;
+    double bar = 0.0;
     for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (!(y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
+      if (i / m.block != block) block = i / m.block, bar = m.LowestLevel(block, 10.0);
+      if (!(y[i] >= bar && y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
       const double base = m.BaselineAt(i), height = y[i] - base;
       if (height < 10.0 * m.NoiseAt(i)) continue;
       const double half = base + 0.5 * height;
@@ -425,6 +434,15 @@ double WidthExponent(WidthLaw law) {
     case WidthLaw::kFtIcr: return 2.0;
     default: return 0.0;
   }
+}
+
+double SignalModel::LowestLevel(std::int32_t b, double noises) const {
+  const auto last = static_cast<std::int32_t>(baseline_.size()) - 1;
+  double lowest = INFINITY;
+  for (std::int32_t k = std::max(0, b - 1); k <= std::min(last, b + 1); ++k) {
+    lowest = std::min(lowest, baseline_[k] + noises * noise_[k]);
+  }
+  return lowest;
 }
 
 void SignalModel::TabulateWidths(std::span<const double> x) {
