@@ -5,6 +5,7 @@
 // curvature, then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <numeric>
 #include <unordered_map>
 
@@ -96,82 +97,102 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
-// The trace as the filters read it: the height above the baseline at each point, and how
-// many missing points come before each point, so that a window free of them is found in
-// one subtraction.
+// What the filters read: the trace, its model, and how many missing points come before
+// each point (empty when none is missing), so that a window free of them is found in one
+// subtraction.
 struct FilterInput {
-  explicit FilterInput(const std::vector<std::uint8_t>& missing)
-      : above(missing.size()), missingBefore(missing.size() + 1, 0) {
-    for (std::size_t i = 0; i < missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + missing[i];
+  FilterInput(std::span<const double> values, const SignalModel& m) : y(values), model(m) {
+    if (std::find(m.missing.begin(), m.missing.end(), 1) == m.missing.end()) return;
+    missingBefore.assign(m.missing.size() + 1, 0);
+    for (std::size_t i = 0; i < m.missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + m.missing[i];
   }
-  void SetBaseline(std::span<const double> y, const SignalModel& model) {
-    const auto n = static_cast<std::int32_t>(y.size());
-    for (std::int32_t i = 0; i < n; ++i) above[i] = y[i] - model.BaselineAt(i);
+  bool MissingIn(std::int32_t lo, std::int32_t hi) const {
+    return !missingBefore.empty() &&
+           missingBefore[static_cast<std::size_t>(hi)] != missingBefore[static_cast<std::size_t>(lo)];
   }
-  std::vector<double> above;
+  // The height of point i above the baseline.
+  double Above(std::int32_t i) const { return y[i] - model.BaselineAt(i); }
+
+  std::span<const double> y;
+  const SignalModel& model;
   std::vector<std::int32_t> missingBefore;
 };
 
 // Least-squares height of a Gaussian of `scale` times the local width centred on point i,
-// over the region; memoised, since neighbouring seeds ask for the same points. At scale 1
-// it is the matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
+// fitted to the heights above the baseline inside the point's region. At scale 1 it is the
+// matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
+// Values are memoised, since neighbouring seeds ask for the same points. A window whole
+// inside its region keeps its sum over y, and the baseline enters as b(i) times the
+// kernel's sum: the baseline runs straight across a window (it bends only at block
+// centres, and gently), so after NewBaseline every sum is reused.
 class MatchedFilter {
  public:
-  MatchedFilter(const FilterInput& input, const SignalModel& m, double scale = 1.0)
-      : in_(input), m_(m), scale_(scale), memo_(input.above.size(), std::nan("")) {}
+  MatchedFilter(const FilterInput& input, double scale = 1.0)
+      : in_(input), m_(input.model), scale_(scale), state_(input.y.size(), 0),
+        sum_(new double[input.y.size()]), value_(new double[input.y.size()]) {}
 
   double At(std::int32_t i, const Region& r) {
-    const double value = memo_[static_cast<std::size_t>(i)];
-    return std::isnan(value) ? Compute(i, r) : value;
+    const auto k = static_cast<std::size_t>(i);
+    return (state_[k] & kValueOf) == generation_ ? value_[k] : Compute(i, r);
   }
   // The standard deviation of At(i) for white noise of `sigma`.
   double Spread(std::int32_t i, double sigma) { return sigma / std::sqrt(KernelAt(i).sumOfSquares); }
+  // The model's baseline was measured again: values are recomputed from the kept sums.
+  void NewBaseline() { ++generation_; }
 
  private:
   struct Kernel {
     std::vector<double> weights;
     double sumOfSquares = 0.0;
+    double baselineShare = 0.0;  // sum / sumOfSquares: what a baseline of 1 adds to a value
   };
   // Neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
   static constexpr std::int32_t kRun = 16;
+  // A point's state: kHasSum when its sum over y is kept, and in the other bits the
+  // generation of the baseline its value was computed with (0: none).
+  static constexpr std::uint8_t kHasSum = 0x80, kValueOf = 0x7f;
 
-  double Compute(std::int32_t i, const Region& r) {
-    double& value = memo_[static_cast<std::size_t>(i)];
+  // Kept out of line, so that At, on every step of every walk, stays a load and a compare.
+  [[gnu::noinline]] double Compute(std::int32_t i, const Region& r) {
+    const auto k = static_cast<std::size_t>(i);
     const Kernel& g = KernelAt(i);
+    if (state_[k] & kHasSum) return Finish(i, g);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-    if (i - half >= r.begin && i + half < r.end && !MissingIn(i - half, i + half + 1)) {
+    if (i - half >= r.begin && i + half < r.end && !in_.MissingIn(i - half, i + half + 1)) {
       ComputeRun(i, r, g);
-      return value;
+      return value_[k];
     }
     double num = 0.0, den = 0.0;
     const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
     for (std::int32_t j = lo; j <= hi; ++j) {
       if (m_.missing[j]) continue;
       const double w = g.weights[static_cast<std::size_t>(j - i + half)];
-      num += w * in_.above[j];
+      num += w * in_.Above(j);
       den += w * w;
     }
     // Thresholded data: the absent points were below the threshold, near the baseline, so
     // they count in the fit as baseline points.
     if (m_.thresholded) den = g.sumOfSquares;
-    value = den > 0.0 ? num / den : 0.0;
-    return value;
+    value_[k] = den > 0.0 ? num / den : 0.0;
+    state_[k] = generation_;
+    return value_[k];
   }
-
-  bool MissingIn(std::int32_t lo, std::int32_t hi) const {
-    return in_.missingBefore[static_cast<std::size_t>(hi)] != in_.missingBefore[static_cast<std::size_t>(lo)];
+  double Finish(std::int32_t i, const Kernel& g) {
+    const auto k = static_cast<std::size_t>(i);
+    value_[k] = sum_[k] - g.baselineShare * m_.BaselineAt(i);
+    state_[k] = static_cast<std::uint8_t>(kHasSum | generation_);
+    return value_[k];
   }
   // The run of up to kRun points around i whose windows lie whole inside the region and the
-  // block of i's kernel, and hold no missing point; each sum adds its window in the same
-  // order as At's own loop, so every value is the same whichever way it was reached.
+  // block of i's kernel, and hold no missing point.
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     const std::int32_t blockBegin = i / m_.block * m_.block;
     std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
     std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block, r.end - half});
-    if (MissingIn(begin - half, end + half)) begin = i, end = i + 1;
+    if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
-    const double* window = in_.above.data() + (begin - half);
+    const double* window = in_.y.data() + (begin - half);
     const std::size_t count = static_cast<std::size_t>(end - begin);
     for (std::size_t k = 0; k < g.weights.size(); ++k) {
       const double w = g.weights[k];
@@ -182,7 +203,8 @@ class MatchedFilter {
       }
     }
     for (std::size_t o = 0; o < count; ++o) {
-      memo_[static_cast<std::size_t>(begin) + o] = g.sumOfSquares > 0.0 ? sums[o] / g.sumOfSquares : 0.0;
+      sum_[static_cast<std::size_t>(begin) + o] = sums[o] / g.sumOfSquares;
+      Finish(begin + static_cast<std::int32_t>(o), g);
     }
   }
   // One kernel per block of the model, chosen on first use.
@@ -200,17 +222,25 @@ class MatchedFilter {
     const auto half = static_cast<std::int32_t>(std::ceil(2.5 * sigma));
     Kernel g;
     g.weights.resize(static_cast<std::size_t>(2 * half + 1));
+    double sum = 0.0;
     for (std::int32_t k = -half; k <= half; ++k) {
-      g.weights[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
+      const double w = std::exp(-0.5 * k * k / (sigma * sigma));
+      g.weights[static_cast<std::size_t>(k + half)] = w;
+      sum += w;
+      g.sumOfSquares += w * w;
     }
-    for (double w : g.weights) g.sumOfSquares += w * w;
+    g.baselineShare = sum / g.sumOfSquares;
     return kernels_.emplace(key, std::move(g)).first->second;
   }
 
   const FilterInput& in_;
   const SignalModel& m_;
   double scale_;
-  std::vector<double> memo_;
+  std::uint8_t generation_ = 1;
+  // Filled as points are asked for; the arrays are left uninitialised, so the pages of a
+  // long trace that no peak comes near are never touched.
+  std::vector<std::uint8_t> state_;
+  std::unique_ptr<double[]> sum_, value_;
   std::unordered_map<int, Kernel> kernels_;  // node-based: references stay valid
   std::vector<const Kernel*> blockKernel_;
 };
@@ -288,18 +318,18 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tole
 
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
-bool FitLogParabola(std::span<const double> x, std::span<const double> y,
-                    const std::vector<double>& above, std::int32_t top, std::int32_t lo,
-                    std::int32_t hi, double& centre, double& height, double& fwhm) {
-  const double peak = above[top];
+bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
+                    std::int32_t lo, std::int32_t hi, double& centre, double& height, double& fwhm) {
+  const std::span<const double> y = in.y;
+  const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
   std::int32_t l = top, h = top;
-  while (l > lo && above[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && above[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && in.Above(l - 1) >= 0.4 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && in.Above(h + 1) >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
-    const double v = above[i];
+    const double v = in.Above(i);
     const double w = v * v, u = x[i] - x[top], ln = std::log(v);
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
@@ -341,15 +371,16 @@ double XAt(std::span<const double> x, std::int32_t i, double d) {
 }
 
 // The width at half `height` of the heights above the baseline around `top`.
-double HalfHeightWidth(std::span<const double> x, const std::vector<double>& above, std::int32_t top,
+double HalfHeightWidth(std::span<const double> x, const FilterInput& in, std::int32_t top,
                        std::int32_t lo, std::int32_t hi, double height) {
+  const auto above = [&in](std::int32_t i) { return in.Above(i); };
   const double level = 0.5 * height;
   std::int32_t l = top, h = top;
-  while (l > lo && above[l] > level) --l;
-  while (h < hi && above[h] > level) ++h;
-  if (above[l] > level || above[h] > level || l == top || h == top) return kNotMeasured;
+  while (l > lo && above(l) > level) --l;
+  while (h < hi && above(h) > level) ++h;
+  if (above(l) > level || above(h) > level || l == top || h == top) return kNotMeasured;
   auto cross = [&](std::int32_t i, std::int32_t j) {
-    const double vi = above[i], vj = above[j];
+    const double vi = above(i), vj = above(j);
     return vj == vi ? x[j] : x[i] + (level - vi) * (x[j] - x[i]) / (vj - vi);
   };
   return cross(h - 1, h) - cross(l + 1, l);
@@ -535,35 +566,39 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
 // (widened by a peak width), so that dense peaks do not lift them.
 std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const double> y,
                                     const DetectOptions& options, const std::vector<std::int32_t>& seeds,
-                                    SignalModel& model, FilterInput& input) {
+                                    SignalModel& model, const FilterInput& input, MatchedFilter& mf) {
   const auto n = static_cast<std::int32_t>(y.size());
-  MatchedFilter first(input, model);
   std::vector<std::int32_t> kept;
   for (std::int32_t seed : seeds) {
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
     // A seed whose own point is not clearly above the baseline is noise: no peak of
     // the wanted S/N has its highest point that low.
-    if (r == nullptr || input.above[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
-    const std::int32_t top = Climb(first, *r, seed);
-    if (first.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top)) continue;
+    if (r == nullptr || input.Above(seed) < 0.75 * options.snr * model.NoiseAt(seed)) continue;
+    const std::int32_t top = Climb(mf, *r, seed);
+    if (mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top)) continue;
     kept.push_back(seed);
   }
+  // Most points lie below the lowest bar of their block, which settles them at once.
+  auto clear = [&](std::int32_t i) { return input.Above(i) > 3.0 * model.NoiseAt(i); };
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
+  std::int32_t block = -1;
+  double bar = 0.0;
   for (std::int32_t i = 0; i < n;) {
-    if (input.above[i] <= 3.0 * model.NoiseAt(i)) {
+    if (i / model.block != block) block = i / model.block, bar = model.LowestLevel(block, 3.0);
+    if (y[i] <= bar || !clear(i)) {
       ++i;
       continue;
     }
     const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
     std::int32_t j = i;
-    while (j + 1 < n && input.above[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
+    while (j + 1 < n && clear(j + 1)) ++j;
     std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
               std::uint8_t{1});
     i = j + 1;
   }
   RefineLevels(x, y, exclude, model);
-  input.SetBaseline(y, model);
+  mf.NewBaseline();
   return kept;
 }
 
@@ -733,7 +768,6 @@ std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalMod
 // matched filter otherwise.
 Peak Measure(std::span<const double> x, std::span<const double> y, const FilterInput& input,
              const SignalModel& model, MatchedFilter& mf, const Found& f) {
-  const std::vector<double>& above = input.above;
   Peak p;
   // The raw top near the filter's top: the highest point within a third of a width.
   const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
@@ -752,7 +786,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   p.noise = f.noise;
   double centre = 0.0, height = 0.0, fwhm = 0.0;
   const bool fitted = f.strength >= 20.0 * f.noise &&
-                      FitLogParabola(x, y, above, top, f.left, f.right, centre, height, fwhm);
+                      FitLogParabola(x, input, top, f.left, f.right, centre, height, fwhm);
   if (fitted) {
     p.centroid_x = centre;
     p.height = height;
@@ -770,13 +804,13 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
       }
     }
     p.height = f.strength;
-    const double measured = HalfHeightWidth(x, above, top, f.left, f.right, p.height);
+    const double measured = HalfHeightWidth(x, input, top, f.left, f.right, p.height);
     p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
   }
   p.snr = p.height / p.noise;
   double area = 0.0;
   for (std::int32_t i = f.left; i <= f.right; ++i) {
-    if (!model.missing[i]) area += above[i];
+    if (!model.missing[i]) area += input.Above(i);
   }
   p.area = std::max(0.0, area);
   p.marks = kQXPeakNormal;
@@ -814,12 +848,10 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   const auto segments = static_cast<std::int32_t>(PlanPieces(x, model, shortRegions).size());
   const std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
 
-  FilterInput input(model.missing);
-  input.SetBaseline(y, model);
-  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, input);
-
-  MatchedFilter mf(input, model);
-  MatchedFilter shape(input, model, 0.5);
+  const FilterInput input(y, model);
+  MatchedFilter mf(input);
+  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, input, mf);
+  MatchedFilter shape(input, 0.5);
   const std::vector<Found> peaks = AddShoulders(
       MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape), model, options, shape);
   result.peaks.reserve(peaks.size());
