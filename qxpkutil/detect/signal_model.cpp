@@ -10,6 +10,8 @@ namespace {
 constexpr std::int32_t kSpacingBlock = 64;
 // A step this many times the usual spacing is a gap: one missing point is not.
 constexpr double kGapFactor = 2.5;
+// Points of a block read for its baseline and noise: enough for steady figures.
+constexpr std::int32_t kFullSamples = 128;
 // Robust sigma from the median absolute deviation of a normal distribution.
 constexpr double kMadToSigma = 1.4826;
 
@@ -187,9 +189,9 @@ double ThresholdNoise(std::span<const double> x, std::span<const double> y, cons
 }
 
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
-// block of `block` points.
+// block of `block` points, from about `samples` evenly spaced points of each block.
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
-                    const std::vector<std::uint8_t>* exclude = nullptr) {
+                    std::int32_t samples, const std::vector<std::uint8_t>* exclude = nullptr) {
   auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block - 1) / m.block;
@@ -209,8 +211,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature, steps;
-  // About 128 points per block are enough for its figures.
-  auto strideOf = [](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / 128); };
+  auto strideOf = [samples](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / samples); };
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
     steps.clear();
@@ -424,7 +425,7 @@ double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
 
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model) {
-  EstimateLevels(x, y, model, &exclude);
+  EstimateLevels(x, y, model, kFullSamples, &exclude);
 }
 
 double WidthExponent(WidthLaw law) {
@@ -462,7 +463,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
-  EstimateLevels(x, y, m);
+  EstimateLevels(x, y, m, kFullSamples);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
   std::vector<double> ppf;
@@ -473,7 +474,9 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   // Enough points per block for a steady noise figure, but short traces still get several.
   const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
   m.block = std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096);
-  EstimateLevels(x, y, m);
+  // These levels only steer the first look (which seeds to climb, which points to leave
+  // out of the refined levels, which the search reads), so half the points do.
+  EstimateLevels(x, y, m, kFullSamples / 2);
   m.TabulateWidths(x);
   return m;
 }
