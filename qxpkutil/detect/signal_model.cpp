@@ -21,6 +21,8 @@ constexpr double kMadToSigma = 1.4826;
 double SelectNth(std::vector<double>& v, std::size_t k) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
+  // Moves the elements of [from, to) for which goesLeft holds to its front; returns where
+  // the rest begin.
   auto partition = [a](std::size_t from, std::size_t to, auto goesLeft) {
     std::size_t store = from;
     for (std::size_t i = from; i < to; ++i) {
@@ -32,17 +34,28 @@ double SelectNth(std::vector<double>& v, std::size_t k) {
     return store;
   };
   while (hi - lo > 16) {
-    const double p = a[lo], q = a[lo + (hi - lo) / 2], r = a[hi - 1];
-    const double pivot = std::max(std::min(p, q), std::min(std::max(p, q), r));
-    const std::size_t less = partition(lo, hi, [pivot](double e) { return e < pivot; });
-    if (k < less) {
-      hi = less;
+    // The median of three goes last, and after one pass to its place in the order.
+    std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
+    if (a[mid] < a[lo]) std::swap(a[mid], a[lo]);
+    if (a[last] < a[lo]) std::swap(a[last], a[lo]);
+    if (a[mid] < a[last]) std::swap(a[mid], a[last]);
+    const double pivot = a[last];
+    const std::size_t place = partition(lo, last, [pivot](double e) { return e < pivot; });
+    std::swap(a[place], a[last]);
+    if (k == place) return pivot;
+    if (k < place) {
+      hi = place;
       continue;
     }
-    // The pivot is one of the values, so the equal run is never empty.
-    const std::size_t equal = partition(less, hi, [pivot](double e) { return e <= pivot; });
-    if (k < equal) return pivot;
-    lo = equal;
+    // Values equal to the pivot (counts, zeros) would leave a part that never shrinks:
+    // when the split was lopsided they are gathered and passed over at once.
+    const bool lopsided = (place - lo) * 8 < hi - lo;
+    lo = place + 1;
+    if (lopsided) {
+      const std::size_t equal = partition(lo, hi, [pivot](double e) { return e <= pivot; });
+      if (k < equal) return pivot;
+      lo = equal;
+    }
   }
   std::sort(a + lo, a + hi);
   return a[k];
