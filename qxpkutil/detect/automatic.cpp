@@ -281,37 +281,52 @@ struct Hill {
   bool leftRises = false, rightRises = false;  // the flank ends where the signal rises again
 };
 
-std::int32_t Valley(MatchedFilter& f, const Region& r, std::int32_t top, int step,
-                    double tolerance, std::int32_t limit, bool& rises) {
-  std::int32_t lowest = top;
+// One flank of a hill: the lowest point walking away from the top (the valley), whether
+// the signal rises again past it, and the highest point between the top and the valley
+// (the one nearest the left end among equals).
+struct Flank {
+  std::int32_t valley;
+  bool rises = false;
+  std::int32_t highest = -1;
+  double highestValue = -INFINITY;
+};
+
+Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step, double tolerance,
+                std::int32_t limit) {
+  Flank flank{top};
   double lowestValue = f.At(top, r);
-  rises = false;
+  std::int32_t highest = -1;
+  double highestValue = -INFINITY;
   for (std::int32_t i = top + step, k = 0; i >= r.begin && i < r.end && k < limit; i += step, ++k) {
     const double v = f.At(i, r);
-    if (v < lowestValue) lowest = i, lowestValue = v;
+    if (v > highestValue || (step < 0 && v == highestValue)) highest = i, highestValue = v;
+    if (v < lowestValue) {
+      lowestValue = v;
+      flank.valley = i;
+      flank.highest = highest;
+      flank.highestValue = highestValue;
+    }
     if (v <= 0.0) break;
     if (v > lowestValue + tolerance) {
-      rises = true;
+      flank.rises = true;
       break;
     }
   }
-  return lowest;
+  return flank;
 }
 
+// Climbs to a top, then moves to the highest point between its valleys until it stays.
 Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tolerance,
                std::int32_t limit) {
   Hill hill{Climb(f, r, seed), seed, seed};
   for (int round = 0; round < 8; ++round) {
-    hill.left = Valley(f, r, hill.top, -1, tolerance, limit, hill.leftRises);
-    hill.right = Valley(f, r, hill.top, +1, tolerance, limit, hill.rightRises);
-    std::int32_t highest = hill.top;
-    double highestValue = f.At(highest, r);
-    for (std::int32_t i = hill.left; i <= hill.right; ++i) {
-      const double v = f.At(i, r);
-      if (v > highestValue) highest = i, highestValue = v;
-    }
-    if (highest == hill.top) break;
-    hill.top = highest;
+    const Flank left = WalkFlank(f, r, hill.top, -1, tolerance, limit);
+    const Flank right = WalkFlank(f, r, hill.top, +1, tolerance, limit);
+    hill.left = left.valley, hill.leftRises = left.rises;
+    hill.right = right.valley, hill.rightRises = right.rises;
+    const double topValue = f.At(hill.top, r);
+    if (std::max(left.highestValue, right.highestValue) <= topValue) break;
+    hill.top = left.highestValue >= right.highestValue ? left.highest : right.highest;
   }
   return hill;
 }
