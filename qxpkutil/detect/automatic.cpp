@@ -528,6 +528,7 @@ namespace {
 // width, every local top. One pass over the points, with no table.
 std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalModel& model) {
   std::vector<std::int32_t> seeds;
+  std::vector<double> sums;
   for (const Region& r : model.regions) {
     const std::int32_t w0 = OddWidth(std::min(model.PointsPerFwhm(r.begin), 9.0));
     if (r.end - r.begin < std::max(3 * w0 + 2, 12)) {
@@ -538,39 +539,41 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       }
       continue;
     }
-    // The window's sum is kept running; it is summed afresh where the width changes.
-    std::int32_t half = -1, lo = 0, hi = 0, b = -1;
-    double sum = 0.0, floor = 0.0, previous = -INFINITY, current = -INFINITY;
-    for (std::int32_t i = r.begin; i <= r.end; ++i) {
-      double next = -INFINITY;
-      if (i < r.end) {
-        if (i / model.block != b) {
-          b = i / model.block;
-          floor = model.LowestLevel(b, 1.0);
-          const std::int32_t h = OddWidth(std::min(model.ppf_[b], 9.0)) / 2;
-          if (h != half) {
-            half = h;
-            lo = std::max(r.begin, i - half);
-            hi = std::min(r.end, i + half + 1);
-            sum = 0.0;
-            for (std::int32_t j = lo; j < hi; ++j) sum += y[j];
-          }
+    // Block by block (one width each), the window sums at the block's points and its two
+    // neighbours; a window cut by the region's end is scaled to full width. Sums, not
+    // means, are compared, and the running sum has one addition per point on its chain.
+    for (std::int32_t from = r.begin, to = 0; from < r.end; from = to) {
+      const std::int32_t b = from / model.block;
+      to = std::min(r.end, (b + 1) * model.block);
+      const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2, width = 2 * half + 1;
+      const std::int32_t lo = std::max(r.begin, from - 1), hi = std::min(r.end, to + 1);
+      sums.resize(static_cast<std::size_t>(hi - lo));
+      auto direct = [&](std::int32_t i) {
+        const std::int32_t a = std::max(r.begin, i - half), e = std::min(r.end, i + half + 1);
+        double sum = 0.0;
+        for (std::int32_t j = a; j < e; ++j) sum += y[j];
+        return e - a == width ? sum : sum * width / (e - a);
+      };
+      // Running sums where the whole window lies inside the region; direct ones elsewhere.
+      const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
+      for (std::int32_t i = lo; i < hi; ++i) {
+        if (i <= first || i >= last) {
+          sums[i - lo] = direct(i);
+        } else {
+          sums[i - lo] = sums[i - lo - 1] + (y[i + half] - y[i - half - 1]);
         }
-        for (; hi < std::min(r.end, i + half + 1); ++hi) sum += y[hi];
-        for (; lo < i - half; ++lo) sum -= y[lo];
-        next = sum / (hi - lo);
       }
-      // current is the mean at i - 1.
-      if (current > floor && current > previous && current >= next) {
-        const std::int32_t c = i - 1;
-        std::int32_t top = c;
-        for (std::int32_t j = std::max(r.begin, c - half); j <= std::min(r.end - 1, c + half); ++j) {
+      const double bar = model.LowestLevel(b, 1.0) * width;
+      for (std::int32_t i = from; i < to; ++i) {
+        const double here = sums[i - lo];
+        if (!(here > bar)) continue;
+        if ((i > lo && sums[i - lo - 1] >= here) || (i + 1 < hi && sums[i + 1 - lo] > here)) continue;
+        std::int32_t top = i;
+        for (std::int32_t j = std::max(r.begin, i - half); j <= std::min(r.end - 1, i + half); ++j) {
           if (y[j] > y[top]) top = j;
         }
         seeds.push_back(top);
       }
-      previous = current;
-      current = next;
     }
   }
   return seeds;
