@@ -132,36 +132,50 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
-  std::vector<std::uint8_t> gapAfter(static_cast<std::size_t>(n), 0);
-  for (std::int32_t i = 0; i + 1 < n; ++i) {
-    gapAfter[i] = x[i + 1] - x[i] > kGapFactor * spacing[static_cast<std::size_t>(i / kSpacingBlock)];
-  }
-  // Zero-filled data: a zero next to another zero or to a gap carries no signal.
+  // One pass: the largest |y|, the x gaps (a handful), the missing points (zeros next to
+  // another zero or to a gap, which carry no signal) and how much of the grid is absent.
+  auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
+  std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
-  for (std::int32_t i = 0; i < n; ++i) {
-    if (y[i] != 0.0) continue;
-    const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapAfter[i - 1];
-    const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter[i];
-    const bool atGap = (i > 0 && gapAfter[i - 1]) || (i + 1 < n && gapAfter[i]);
-    m.missing[i] = zeroLeft || zeroRight || atGap;
-  }
+  std::int32_t missingCount = 0;
   double absent = 0.0;
-  for (std::int32_t i = 0; i + 1 < n; ++i) {
-    if (m.missing[i]) absent += 1.0;
-    if (gapAfter[i]) {
-      absent += (x[i + 1] - x[i]) / spacing[static_cast<std::size_t>(i / kSpacingBlock)] - 1.0;
+  bool gapBefore = false;
+  for (std::int32_t i = 0; i < n; ++i) {
+    m.largest = std::max(m.largest, std::fabs(y[i]));
+    const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > kGapFactor * typical(i);
+    if (y[i] == 0.0) {
+      const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
+      const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
+      m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
+      missingCount += m.missing[i];
+      if (m.missing[i] && i + 1 < n) absent += 1.0;
     }
+    if (gapAfter) {
+      gaps.push_back(i);
+      absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+    }
+    gapBefore = gapAfter;
   }
   m.thresholded = absent > n;
+  // Regions end at gaps and inside runs of missing points, and hold some signal.
   m.regions.clear();
   std::int32_t begin = 0;
+  auto close = [&](std::int32_t end) {
+    bool carriesSignal = missingCount == 0;
+    for (std::int32_t j = begin; j < end && !carriesSignal; ++j) carriesSignal = !m.missing[j];
+    if (carriesSignal) m.regions.push_back({begin, end});
+    begin = end;
+  };
+  if (missingCount == 0) {
+    for (std::int32_t g : gaps) close(g + 1);
+    close(n);
+    return;
+  }
+  auto gap = gaps.begin();
   for (std::int32_t i = 0; i < n; ++i) {
-    const bool breakAfter = i + 1 == n || gapAfter[i] || (m.missing[i] && m.missing[i + 1]);
-    if (!breakAfter) continue;
-    bool carriesSignal = false;
-    for (std::int32_t j = begin; j <= i && !carriesSignal; ++j) carriesSignal = !m.missing[j];
-    if (carriesSignal) m.regions.push_back({begin, i + 1});
-    begin = i + 1;
+    const bool atGap = gap != gaps.end() && *gap == i;
+    if (atGap) ++gap;
+    if (i + 1 == n || atGap || (m.missing[i] && m.missing[i + 1])) close(i + 1);
   }
 }
 
@@ -472,7 +486,6 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
                                 const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
-  for (double v : y) m.largest = std::max(m.largest, std::fabs(v));
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
