@@ -556,12 +556,10 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       };
       // Running sums where the whole window lies inside the region; direct ones elsewhere.
       const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
+      double running = 0.0;
       for (std::int32_t i = lo; i < hi; ++i) {
-        if (i <= first || i >= last) {
-          sums[i - lo] = direct(i);
-        } else {
-          sums[i - lo] = sums[i - lo - 1] + (y[i + half] - y[i - half - 1]);
-        }
+        running = i <= first || i >= last ? direct(i) : running + (y[i + half] - y[i - half - 1]);
+        sums[i - lo] = running;
       }
       const double bar = model.LowestLevel(b, 1.0) * width;
       for (std::int32_t i = from; i < to; ++i) {
@@ -600,10 +598,10 @@ std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const d
   // Most points lie below the lowest bar of their block, which settles them at once.
   auto clear = [&](std::int32_t i) { return input.Above(i) > 3.0 * model.NoiseAt(i); };
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
-  std::int32_t block = -1;
+  std::int32_t block = 0, blockEnd = 0;
   double bar = 0.0;
   for (std::int32_t i = 0; i < n;) {
-    if (i / model.block != block) block = i / model.block, bar = model.LowestLevel(block, 3.0);
+    if (i >= blockEnd) block = i / model.block, blockEnd = (block + 1) * model.block, bar = model.LowestLevel(block, 3.0);
     if (y[i] <= bar || !clear(i)) {
       ++i;
       continue;

@@ -138,10 +138,10 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
   std::int32_t missingCount = 0;
-  double absent = 0.0;
+  double absent = 0.0, largest = 0.0;
   bool gapBefore = false;
   for (std::int32_t i = 0; i < n; ++i) {
-    m.largest = std::max(m.largest, std::fabs(y[i]));
+    largest = std::max(largest, std::fabs(y[i]));
     const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > kGapFactor * typical(i);
     if (y[i] == 0.0) {
       const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
@@ -156,6 +156,7 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     }
     gapBefore = gapAfter;
   }
+  m.largest = largest;
   m.thresholded = absent > n;
   // Regions end at gaps and inside runs of missing points, and hold some signal.
   m.regions.clear();
@@ -337,10 +338,10 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
   std::vector<WidthSample> samples;
   for (const Region& r : m.regions) {
     // Most points are noise far below the bar: a bound per block settles them at once.
-    std::int32_t block = -1;
+    std::int32_t block = r.begin / m.block, blockEnd = r.begin;
     double bar = 0.0;
     for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (i / m.block != block) block = i / m.block, bar = m.LowestLevel(block, 10.0);
+      if (i >= blockEnd) block = i / m.block, blockEnd = (block + 1) * m.block, bar = m.LowestLevel(block, 10.0);
       if (!(y[i] >= bar && y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
       const double base = m.BaselineAt(i), height = y[i] - base;
       if (height < 10.0 * m.NoiseAt(i)) continue;
