@@ -315,10 +315,10 @@ Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step, d
   return flank;
 }
 
-// Climbs to a top, then moves to the highest point between its valleys until it stays.
-Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tolerance,
+// From a top, moves to the highest point between its valleys until it stays.
+Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double tolerance,
                std::int32_t limit) {
-  Hill hill{Climb(f, r, seed), seed, seed};
+  Hill hill{top, top, top};
   for (int round = 0; round < 8; ++round) {
     const Flank left = WalkFlank(f, r, hill.top, -1, tolerance, limit);
     const Flank right = WalkFlank(f, r, hill.top, +1, tolerance, limit);
@@ -635,7 +635,10 @@ std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel
     if (r == nullptr) continue;
     const double noise = model.NoiseAt(seed);
     const double ppf = model.PointsPerFwhm(seed);
-    const Hill hill = ClimbHill(shape, *r, seed, 3.0 * shape.Spread(seed, noise),
+    // A climb that ends on a hill already settled would only settle it again.
+    const std::int32_t top = Climb(shape, *r, seed);
+    if (visited[top]) continue;
+    const Hill hill = ClimbHill(shape, *r, top, 3.0 * shape.Spread(seed, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
     if (visited[hill.top]) continue;
     visited[hill.top] = 1;
