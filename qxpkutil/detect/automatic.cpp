@@ -5,6 +5,7 @@
 // curvature, then isotope charges are assigned.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <numeric>
 #include <unordered_map>
@@ -97,6 +98,41 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
+// The sums of a full run of matched-filter windows: sums[o] = the sum of w[k] * window[o + k],
+// kept in registers of `Lanes` sums each. Every sum adds its terms in the same order
+// whatever the width (no fused multiply-add), so the two versions give the same values.
+constexpr std::size_t kRun = 16;
+template <typename Lanes>
+[[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
+                                                  const double* window, double* sums) {
+  constexpr std::size_t kWidth = sizeof(Lanes) / sizeof(double);
+  Lanes acc[kRun / kWidth] = {};
+  for (std::size_t k = 0; k < weights.size(); ++k) {
+    const Lanes w = Lanes{} + weights[k];
+    for (std::size_t q = 0; q < kRun / kWidth; ++q) {
+      Lanes x;
+      std::memcpy(&x, window + k + kWidth * q, sizeof x);
+      acc[q] += w * x;
+    }
+  }
+  std::memcpy(sums, acc, sizeof acc);
+}
+using Lanes2 = double __attribute__((vector_size(16)));
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+using Lanes4 = double __attribute__((vector_size(32)));
+[[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights, const double* window,
+                                            double* sums) {
+  AddWindowsBody<Lanes4>(weights, window, sums);
+}
+#endif
+void AddWindows(const std::vector<double>& weights, const double* window, double* sums) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
+  if (avx2) return AddWindowsAvx2(weights, window, sums);
+#endif
+  AddWindowsBody<Lanes2>(weights, window, sums);
+}
+
 // What the filters read: the trace, its model, and how many missing points come before
 // each point (empty when none is missing), so that a window free of them is found in one
 // subtraction.
@@ -146,8 +182,6 @@ class MatchedFilter {
     double sumOfSquares = 0.0;
     double baselineShare = 0.0;  // sum / sumOfSquares: what a baseline of 1 adds to a value
   };
-  // Neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
-  static constexpr std::int32_t kRun = 16;
   // A point's state: kHasSum when its sum over y is kept, and in the other bits the
   // generation of the baseline its value was computed with (0: none).
   static constexpr std::uint8_t kHasSum = 0x80, kValueOf = 0x7f;
@@ -184,8 +218,10 @@ class MatchedFilter {
     return value_[k];
   }
   // The run of up to kRun points around i whose windows lie whole inside the region and the
-  // block of i's kernel, and hold no missing point.
+  // block of i's kernel, and hold no missing point: neighbouring points are asked for
+  // together (climbs, valleys), so a miss fills a run.
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
+    constexpr auto kRun = static_cast<std::int32_t>(qxpkutil::kRun);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     const std::int32_t blockBegin = i / m_.block * m_.block;
     std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
@@ -194,12 +230,11 @@ class MatchedFilter {
     double sums[kRun] = {};
     const double* window = in_.y.data() + (begin - half);
     const std::size_t count = static_cast<std::size_t>(end - begin);
-    for (std::size_t k = 0; k < g.weights.size(); ++k) {
-      const double w = g.weights[k];
-      if (count == kRun) {
-        for (std::size_t o = 0; o < kRun; ++o) sums[o] += w * window[o + k];
-      } else {
-        for (std::size_t o = 0; o < count; ++o) sums[o] += w * window[o + k];
+    if (count == kRun) {
+      AddWindows(g.weights, window, sums);
+    } else {
+      for (std::size_t k = 0; k < g.weights.size(); ++k) {
+        for (std::size_t o = 0; o < count; ++o) sums[o] += g.weights[k] * window[o + k];
       }
     }
     for (std::size_t o = 0; o < count; ++o) {
