@@ -46,7 +46,7 @@ std::vector<Piece> PlanPieces(std::span<const double> x, const SignalModel& m,
       continue;
     }
     Piece piece{r.begin, r.end, ppf0};
-    const std::int32_t step = std::max<std::int32_t>(1, m.block / 2);
+    const std::int32_t step = std::max<std::int32_t>(1, m.block() / 2);
     for (std::int32_t i = r.begin + step; i < r.end; i += step) {
       const double ppf = m.PointsPerFwhm(i, x[i]);
       if (ppf > 1.25 * piece.ppf || ppf < 0.8 * piece.ppf) {
@@ -78,7 +78,7 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
     const std::int32_t lo = std::max(0, p.begin - margin), hi = std::min(n - 1, p.end - 1 + margin);
     if (!(x[lo] < x[hi])) continue;
     double floor = INFINITY;
-    for (std::int32_t i = p.begin; i < p.end; i += std::max<std::int32_t>(1, m.block / 2)) {
+    for (std::int32_t i = p.begin; i < p.end; i += std::max<std::int32_t>(1, m.block() / 2)) {
       floor = std::min(floor, m.BaselineAt(i) + m.NoiseAt(i));
     }
     // The scan only proposes seeds (the matched filter decides), and a nine-point window
@@ -223,9 +223,9 @@ class MatchedFilter {
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
     constexpr auto kRun = static_cast<std::int32_t>(qxpkutil::kRun);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-    const std::int32_t blockBegin = i / m_.block * m_.block;
+    const std::int32_t blockBegin = i / m_.block() * m_.block();
     std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
-    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block, r.end - half});
+    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block(), r.end - half});
     if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
     const double* window = in_.y.data() + (begin - half);
@@ -244,7 +244,7 @@ class MatchedFilter {
   }
   // One kernel per block of the model, chosen on first use.
   const Kernel& KernelAt(std::int32_t i) {
-    const auto b = static_cast<std::size_t>(i / m_.block);
+    const auto b = static_cast<std::size_t>(i / m_.block());
     if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
     if (blockKernel_[b] == nullptr) blockKernel_[b] = &MakeKernel(m_.ppf_[b] * scale_);
     return *blockKernel_[b];
@@ -578,8 +578,8 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
     // neighbours; a window cut by the region's end is scaled to full width. Sums, not
     // means, are compared, and the running sum has one addition per point on its chain.
     for (std::int32_t from = r.begin, to = 0; from < r.end; from = to) {
-      const std::int32_t b = from / model.block;
-      to = std::min(r.end, (b + 1) * model.block);
+      const std::int32_t b = from / model.block();
+      to = std::min(r.end, (b + 1) * model.block());
       const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2, width = 2 * half + 1;
       const std::int32_t lo = std::max(r.begin, from - 1), hi = std::min(r.end, to + 1);
       sums.resize(static_cast<std::size_t>(hi - lo));
@@ -636,7 +636,7 @@ std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const d
   std::int32_t block = 0, blockEnd = 0;
   double bar = 0.0;
   for (std::int32_t i = 0; i < n;) {
-    if (i >= blockEnd) block = i / model.block, blockEnd = (block + 1) * model.block, bar = model.LowestLevel(block, 3.0);
+    if (i >= blockEnd) block = i / model.block(), blockEnd = (block + 1) * model.block(), bar = model.LowestLevel(block, 3.0);
     if (y[i] <= bar || !clear(i)) {
       ++i;
       continue;
@@ -875,7 +875,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
 DetectReport Report(std::span<const double> x, const SignalModel& model, std::int32_t segments) {
   const auto n = static_cast<std::int32_t>(x.size());
   std::vector<double> noise;
-  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block)) noise.push_back(model.NoiseAt(i));
+  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block())) noise.push_back(model.NoiseAt(i));
   std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
   DetectReport report;
   report.noise = noise[noise.size() / 2];

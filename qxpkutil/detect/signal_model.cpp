@@ -222,7 +222,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
                     std::int32_t samples, const std::vector<std::uint8_t>* exclude = nullptr) {
   auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
   const auto n = static_cast<std::int32_t>(y.size());
-  const std::int32_t blocks = (n + m.block - 1) / m.block;
+  const std::int32_t blocks = (n + m.block() - 1) / m.block();
   // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
   // read before the tables below are reset).
   const double halfWidth =
@@ -241,7 +241,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   std::vector<double> values, kept, scratch, curvature, steps;
   auto strideOf = [samples](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / samples); };
   for (std::int32_t b = 0; b < blocks; ++b) {
-    const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
+    const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
     steps.clear();
     for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
@@ -282,7 +282,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     for (std::int32_t b = 0; b < blocks; b += every) {
       const double top = ceiling[static_cast<std::size_t>(b)];
       if (std::isnan(top)) continue;
-      const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
+      const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
       curvature.clear();
       for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += strideOf(lo, hi)) {
         if (skip(i - lag) || skip(i) || skip(i + lag)) continue;
@@ -338,10 +338,10 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
   std::vector<WidthSample> samples;
   for (const Region& r : m.regions) {
     // Most points are noise far below the bar: a bound per block settles them at once.
-    std::int32_t block = r.begin / m.block, blockEnd = r.begin;
+    std::int32_t block = r.begin / m.block(), blockEnd = r.begin;
     double bar = 0.0;
     for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (i >= blockEnd) block = i / m.block, blockEnd = (block + 1) * m.block, bar = m.LowestLevel(block, 10.0);
+      if (i >= blockEnd) block = i / m.block(), blockEnd = (block + 1) * m.block(), bar = m.LowestLevel(block, 10.0);
       if (!(y[i] >= bar && y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
       const double base = m.BaselineAt(i), height = y[i] - base;
       if (height < 10.0 * m.NoiseAt(i)) continue;
@@ -478,7 +478,7 @@ void SignalModel::TabulateWidths(std::span<const double> x) {
   const auto n = static_cast<std::int32_t>(x.size());
   ppf_.resize(spacing_.size());
   for (std::size_t b = 0; b < ppf_.size(); ++b) {
-    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block + block / 2);
+    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block_ + block_ / 2);
     ppf_[b] = PointsPerFwhm(mid, x[mid]);
   }
 }
@@ -489,7 +489,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const auto n = static_cast<std::int32_t>(x.size());
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
-  m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
+  m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
   EstimateLevels(x, y, m, kFullSamples);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
@@ -500,7 +500,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const double typical = Median(ppf);
   // Enough points per block for a steady noise figure, but short traces still get several.
   const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
-  m.block = std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096);
+  m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
   // These levels only steer the first look (which seeds to climb, which points to leave
   // out of the refined levels, which the search reads), so half the points do.
   EstimateLevels(x, y, m, kFullSamples / 2);
