@@ -18,7 +18,7 @@ constexpr double kMadToSigma = 1.4826;
 // The k-th smallest of the finite values v (reordered), as std::nth_element finds it. On
 // noise every comparison is a coin flip, so the partition moves each element without a
 // branch: the block levels take thousands of these medians per trace.
-double SelectNth(std::vector<double>& v, std::size_t k) {
+double SelectNth(std::span<double> v, std::size_t k) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
   // Moves the elements of [from, to) for which goesLeft holds to its front; returns where
@@ -263,14 +263,15 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     // leave; the median of the rest is the block's baseline, and the curvature of the rest
     // its noise (second differences ignore a slope of the baseline).
     kept = values;
-    double centre = Median(kept);
+    const std::size_t half = kept.size() / 2;
+    double centre = SelectNth(kept, half);
     const double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
     if (spread > 0.0) {
-      kept.clear();
-      for (double v : values) {
-        if (v <= centre + 3.0 * spread) kept.push_back(v);
-      }
-      if (kept.size() < values.size()) centre = Median(kept);
+      // Only values above the median leave, so the median of the rest is an order
+      // statistic of the lower half, which the selection left in front.
+      const auto rest = static_cast<std::size_t>(
+          std::count_if(values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
+      if (rest / 2 < half) centre = SelectNth(std::span<double>(kept).first(half), rest / 2);
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
