@@ -77,7 +77,20 @@ double FiniteMedian(const std::vector<double>& v) {
 // The typical step: a low quantile, so that in data with many gaps the steps inside the
 // stored runs count, not the jumps between them.
 double TypicalStep(std::vector<double>& steps) {
-  return steps.empty() ? std::nan("") : SelectNth(steps, steps.size() / 5);
+  if (steps.empty()) return std::nan("");
+  const std::size_t k = steps.size() / 5;
+  constexpr std::size_t kFew = 8;
+  if (k >= kFew) return SelectNth(steps, k);
+  // A handful of steps per block: keep the k + 1 smallest, in order, in one pass.
+  double smallest[kFew];
+  std::size_t count = 0;
+  for (double step : steps) {
+    if (count == k + 1 && !(step < smallest[k])) continue;
+    std::size_t at = count == k + 1 ? k : count++;
+    for (; at > 0 && step < smallest[at - 1]; --at) smallest[at] = smallest[at - 1];
+    smallest[at] = step;
+  }
+  return smallest[k];
 }
 
 double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
@@ -105,16 +118,30 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   width = std::min(width, n % 2 ? n : n - 1);
   if (width < 3) return;
   // Near the ends the window shrinks symmetrically, so a trend is followed to the edge.
+  // Windows are a few entries wide: each is sorted by insertion.
   std::vector<double> out(v), w(width);
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t half = std::min({width / 2, i, n - 1 - i});
-    std::copy(v.begin() + static_cast<std::ptrdiff_t>(i - half),
-              v.begin() + static_cast<std::ptrdiff_t>(i + half + 1), w.begin());
-    const auto end = w.begin() + static_cast<std::ptrdiff_t>(2 * half + 1);
-    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), end);
+    for (std::size_t j = 0; j <= 2 * half; ++j) {
+      const double e = v[i - half + j];
+      std::size_t at = j;
+      for (; at > 0 && e < w[at - 1]; --at) w[at] = w[at - 1];
+      w[at] = e;
+    }
     out[i] = w[half];
   }
   v.swap(out);
+}
+
+// The largest |y|, in four independent running maxima.
+double LargestMagnitude(std::span<const double> y) {
+  double largest[4] = {0.0, 0.0, 0.0, 0.0};
+  std::size_t i = 0;
+  for (; i + 4 <= y.size(); i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) largest[k] = std::max(largest[k], std::fabs(y[i + k]));
+  }
+  for (; i < y.size(); ++i) largest[0] = std::max(largest[0], std::fabs(y[i]));
+  return std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]));
 }
 
 void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
@@ -132,16 +159,15 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
-  // One pass: the largest |y|, the x gaps (a handful), the missing points (zeros next to
+  // One pass: the x gaps (a handful), the missing points (zeros next to
   // another zero or to a gap, which carry no signal) and how much of the grid is absent.
   auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
   std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
   std::int32_t missingCount = 0;
-  double absent = 0.0, largest = 0.0;
+  double absent = 0.0;
   bool gapBefore = false;
   for (std::int32_t i = 0; i < n; ++i) {
-    largest = std::max(largest, std::fabs(y[i]));
     const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > kGapFactor * typical(i);
     if (y[i] == 0.0) {
       const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
@@ -156,7 +182,7 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     }
     gapBefore = gapAfter;
   }
-  m.largest = largest;
+  m.largest = LargestMagnitude(y);
   m.thresholded = absent > n;
   // Regions end at gaps and inside runs of missing points, and hold some signal.
   m.regions.clear();
