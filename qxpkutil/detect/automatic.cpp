@@ -1,8 +1,9 @@
-// The automatic mode: the signal model (noise, baseline, width) turns into detection
-// segments whose point-based settings follow the local peak width; the classic driver runs
-// them and its peaks seed a matched-filter measurement that decides, bounds and measures
-// every peak in physical terms (S/N, FWHM, centroid); shoulders are read from the flanks'
-// curvature, then isotope charges are assigned.
+// The automatic mode: from the signal model (noise, baseline, width), one pass of a short
+// moving mean proposes seeds, and a matched filter of the local width decides, bounds and
+// measures every peak in physical terms (S/N, FWHM, centroid); shoulders are read from the
+// flanks' curvature, then isotope charges are assigned. The model also plans classic
+// segments whose point-based settings follow the local width (BuildAutomaticSegments), for
+// users who want to run and edit them in classic mode.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
