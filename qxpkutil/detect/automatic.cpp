@@ -159,23 +159,20 @@ struct FilterInput {
 // fitted to the heights above the baseline inside the point's region. At scale 1 it is the
 // matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
 // Values are memoised, since neighbouring seeds ask for the same points. A window whole
-// inside its region keeps its sum over y, and the baseline enters as b(i) times the
-// kernel's sum: the baseline runs straight across a window (it bends only at block
-// centres, and gently), so after NewBaseline every sum is reused.
+// inside its region sums y, and the baseline enters as b(i) times the kernel's sum: the
+// baseline runs straight across a window (it bends only at block centres, and gently).
 class MatchedFilter {
  public:
   MatchedFilter(const FilterInput& input, double scale = 1.0)
-      : in_(input), m_(input.model), scale_(scale), state_(input.y.size(), 0),
-        sum_(new double[input.y.size()]), value_(new double[input.y.size()]) {}
+      : in_(input), m_(input.model), scale_(scale), known_(input.y.size(), 0),
+        value_(new double[input.y.size()]) {}
 
   double At(std::int32_t i, const Region& r) {
     const auto k = static_cast<std::size_t>(i);
-    return (state_[k] & kValueOf) == generation_ ? value_[k] : Compute(i, r);
+    return known_[k] ? value_[k] : Compute(i, r);
   }
   // The standard deviation of At(i) for white noise of `sigma`.
   double Spread(std::int32_t i, double sigma) { return sigma / std::sqrt(KernelAt(i).sumOfSquares); }
-  // The model's baseline was measured again: values are recomputed from the kept sums.
-  void NewBaseline() { ++generation_; }
 
  private:
   struct Kernel {
@@ -183,15 +180,10 @@ class MatchedFilter {
     double sumOfSquares = 0.0;
     double baselineShare = 0.0;  // sum / sumOfSquares: what a baseline of 1 adds to a value
   };
-  // A point's state: kHasSum when its sum over y is kept, and in the other bits the
-  // generation of the baseline its value was computed with (0: none).
-  static constexpr std::uint8_t kHasSum = 0x80, kValueOf = 0x7f;
-
   // Kept out of line, so that At, on every step of every walk, stays a load and a compare.
   [[gnu::noinline]] double Compute(std::int32_t i, const Region& r) {
     const auto k = static_cast<std::size_t>(i);
     const Kernel& g = KernelAt(i);
-    if (state_[k] & kHasSum) return Finish(i, g);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     if (i - half >= r.begin && i + half < r.end && !in_.MissingIn(i - half, i + half + 1)) {
       ComputeRun(i, r, g);
@@ -209,13 +201,7 @@ class MatchedFilter {
     // they count in the fit as baseline points.
     if (m_.thresholded) den = g.sumOfSquares;
     value_[k] = den > 0.0 ? num / den : 0.0;
-    state_[k] = generation_;
-    return value_[k];
-  }
-  double Finish(std::int32_t i, const Kernel& g) {
-    const auto k = static_cast<std::size_t>(i);
-    value_[k] = sum_[k] - g.baselineShare * m_.BaselineAt(i);
-    state_[k] = static_cast<std::uint8_t>(kHasSum | generation_);
+    known_[k] = 1;
     return value_[k];
   }
   // The run of up to kRun points around i whose windows lie whole inside the region and the
@@ -239,8 +225,9 @@ class MatchedFilter {
       }
     }
     for (std::size_t o = 0; o < count; ++o) {
-      sum_[static_cast<std::size_t>(begin) + o] = sums[o] / g.sumOfSquares;
-      Finish(begin + static_cast<std::int32_t>(o), g);
+      const auto k = static_cast<std::size_t>(begin) + o;
+      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * m_.BaselineAt(static_cast<std::int32_t>(k));
+      known_[k] = 1;
     }
   }
   // One kernel per block of the model, chosen on first use.
@@ -272,11 +259,10 @@ class MatchedFilter {
   const FilterInput& in_;
   const SignalModel& m_;
   double scale_;
-  std::uint8_t generation_ = 1;
-  // Filled as points are asked for; the arrays are left uninitialised, so the pages of a
-  // long trace that no peak comes near are never touched.
-  std::vector<std::uint8_t> state_;
-  std::unique_ptr<double[]> sum_, value_;
+  // Filled as points are asked for (known_ says which); the values are left uninitialised,
+  // so the pages of a long trace that no peak comes near are never touched.
+  std::vector<std::uint8_t> known_;
+  std::unique_ptr<double[]> value_;
   std::unordered_map<int, Kernel> kernels_;  // node-based: references stay valid
   std::vector<const Kernel*> blockKernel_;
 };
@@ -613,23 +599,29 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
   return seeds;
 }
 
-// A first look keeps the seeds whose matched-filter top reaches half the wanted S/N, then
-// measures the baseline and noise again without the points clearly above the baseline
-// (widened by a peak width), so that dense peaks do not lift them.
-std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const double> y,
-                                    const DetectOptions& options, const std::vector<std::int32_t>& seeds,
-                                    SignalModel& model, const FilterInput& input, MatchedFilter& mf) {
+// Measures the baseline and noise again, on every sampled point of a block, without the
+// points clearly above the baseline (widened by a peak width), so that dense peaks do not
+// lift them; then keeps the seeds whose own point stands clearly above the new baseline (no
+// peak of the wanted S/N has its highest point that low).
+// Thresholded data is screened first, against the noise that the threshold crossings
+// show, which the refined levels (without the stored peaks) no longer see: a seed's
+// matched-filter top must reach half the wanted S/N. Its baseline is 0 before and after,
+// so the filter's values stay good for the search.
+std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<const double> y,
+                                          const DetectOptions& options, std::vector<std::int32_t> seeds,
+                                          SignalModel& model, const FilterInput& input, MatchedFilter& mf) {
   const auto n = static_cast<std::int32_t>(y.size());
-  std::vector<std::int32_t> kept;
-  for (std::int32_t seed : seeds) {
-    std::size_t region = 0;
-    const Region* r = RegionOf(model.regions, seed, region);
-    // A seed whose own point is not clearly above the baseline is noise: no peak of
-    // the wanted S/N has its highest point that low.
-    if (r == nullptr || input.Above(seed) < 0.75 * options.snr * model.NoiseAt(seed)) continue;
-    const std::int32_t top = Climb(mf, *r, seed);
-    if (mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top)) continue;
-    kept.push_back(seed);
+  auto clearlyAbove = [&](std::int32_t seed) {
+    return input.Above(seed) >= 0.75 * options.snr * model.NoiseAt(seed);
+  };
+  if (model.thresholded) {
+    std::erase_if(seeds, [&](std::int32_t seed) {
+      std::size_t region = 0;
+      const Region* r = RegionOf(model.regions, seed, region);
+      if (r == nullptr || !clearlyAbove(seed)) return true;
+      const std::int32_t top = Climb(mf, *r, seed);
+      return mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top);
+    });
   }
   // Most points lie below the lowest bar of their block, which settles them at once.
   auto clear = [&](std::int32_t i) { return input.Above(i) > 3.0 * model.NoiseAt(i); };
@@ -650,8 +642,8 @@ std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const d
     i = j + 1;
   }
   RefineLevels(x, y, exclude, model);
-  mf.NewBaseline();
-  return kept;
+  if (!model.thresholded) std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });
+  return seeds;
 }
 
 // Climbs the shape filter from every seed to a hill and keeps the hills whose matched
@@ -901,11 +893,11 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   SignalModel model = EstimateSignalModel(x, y, options);
   std::vector<Region> shortRegions;
   const auto segments = static_cast<std::int32_t>(PlanPieces(x, model, shortRegions).size());
-  const std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
+  std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
 
   const FilterInput input(y, model);
   MatchedFilter mf(input);
-  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, input, mf);
+  const std::vector<std::int32_t> promising = RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
   MatchedFilter shape(input, 0.5);
   const std::vector<Found> peaks = AddShoulders(
       MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape), model, options, shape);
