@@ -102,7 +102,7 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
 // The sums of a full run of matched-filter windows: sums[o] = the sum of w[k] * window[o + k],
 // kept in registers of `Lanes` sums each. Every sum adds its terms in the same order
 // whatever the width (no fused multiply-add), so the two versions give the same values.
-constexpr std::size_t kRun = 16;
+constexpr std::int32_t kRun = 16;
 template <typename Lanes>
 [[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
                                                   const double* window, double* sums) {
@@ -208,7 +208,6 @@ class MatchedFilter {
   // block of i's kernel, and hold no missing point: neighbouring points are asked for
   // together (climbs, valleys), so a miss fills a run.
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
-    constexpr auto kRun = static_cast<std::int32_t>(qxpkutil::kRun);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     const std::int32_t blockBegin = i / m_.block() * m_.block();
     std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
