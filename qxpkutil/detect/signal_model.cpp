@@ -246,7 +246,9 @@ double ThresholdNoise(std::span<const double> x, std::span<const double> y, cons
 // block of `block` points, from about `samples` evenly spaced points of each block.
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
                     std::int32_t samples, const std::vector<std::uint8_t>* exclude = nullptr) {
-  auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
+  // The gathers below store every sampled value and advance past the ones that count, with
+  // no branch on the data: which points are left out follows the peaks, unpredictably.
+  auto skip = [&](std::int32_t i) { return (m.missing[i] | (exclude ? (*exclude)[i] : 0)) != 0; };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block() - 1) / m.block();
   // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
@@ -274,10 +276,13 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     }
     m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
     const std::int32_t stride = strideOf(lo, hi);
-    values.clear();
+    values.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
+    std::size_t count = 0;
     for (std::int32_t i = lo; i < hi; i += stride) {
-      if (!skip(i)) values.push_back(y[i]);
+      values[count] = y[i];
+      count += skip(i) ? 0 : 1;
     }
+    values.resize(count);
     if (values.size() < 8) continue;
     if (m.thresholded) {
       m.baseline_[static_cast<std::size_t>(b)] = 0.0;
@@ -310,12 +315,16 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       const double top = ceiling[static_cast<std::size_t>(b)];
       if (std::isnan(top)) continue;
       const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
-      curvature.clear();
-      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += strideOf(lo, hi)) {
-        if (skip(i - lag) || skip(i) || skip(i + lag)) continue;
-        if (y[i - lag] > top || y[i] > top || y[i + lag] > top) continue;
-        curvature.push_back(std::fabs(y[i - lag] - 2.0 * y[i] + y[i + lag]));
+      const std::int32_t stride = strideOf(lo, hi);
+      curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
+      std::size_t count = 0;
+      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+        const double before = y[i - lag], here = y[i], after = y[i + lag];
+        const bool clear = !(skip(i - lag) | skip(i) | skip(i + lag)) && std::max({before, here, after}) <= top;
+        curvature[count] = std::fabs(before - 2.0 * here + after);
+        count += clear ? 1 : 0;
       }
+      curvature.resize(count);
       noise[static_cast<std::size_t>(b)] = curvature.size() >= 8
                                                ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
                                                : spreads[static_cast<std::size_t>(b)];
