@@ -582,7 +582,7 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
         running = i <= first || i >= last ? direct(i) : running + (y[i + half] - y[i - half - 1]);
         sums[i - lo] = running;
       }
-      const double bar = model.LowestLevel(b, 1.0) * width;
+      const double bar = model.LevelBounds(b, 1.0).first * width;
       for (std::int32_t i = from; i < to; ++i) {
         const double here = sums[i - lo];
         if (!(here > bar)) continue;
@@ -622,23 +622,27 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
       return mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top);
     });
   }
-  // Most points lie below the lowest bar of their block, which settles them at once.
-  auto clear = [&](std::int32_t i) { return input.Above(i) > 3.0 * model.NoiseAt(i); };
+  // Points clearly above the baseline, in runs; most lie below the lowest bar of their block
+  // or above its highest, which settles them without reading the levels at the point.
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
-  std::int32_t block = 0, blockEnd = 0;
-  double bar = 0.0;
-  for (std::int32_t i = 0; i < n;) {
-    if (i >= blockEnd) block = i / model.block(), blockEnd = (block + 1) * model.block(), bar = model.LowestLevel(block, 3.0);
-    if (y[i] <= bar || !clear(i)) {
-      ++i;
-      continue;
+  std::int32_t blockEnd = 0, runStart = -1;
+  std::pair<double, double> bars;
+  for (std::int32_t i = 0; i <= n; ++i) {
+    bool clear = false;
+    if (i < n) {
+      if (i >= blockEnd) {
+        const std::int32_t block = i / model.block();
+        blockEnd = (block + 1) * model.block();
+        bars = model.LevelBounds(block, 3.0);
+      }
+      clear = y[i] > bars.second || (y[i] > bars.first && input.Above(i) > 3.0 * model.NoiseAt(i));
     }
-    const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
-    std::int32_t j = i;
-    while (j + 1 < n && clear(j + 1)) ++j;
-    std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
+    if (clear && runStart < 0) runStart = i;
+    if (clear || runStart < 0) continue;
+    const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(runStart)));
+    std::fill(exclude.begin() + std::max(0, runStart - reach), exclude.begin() + std::min(n - 1, i - 1 + reach) + 1,
               std::uint8_t{1});
-    i = j + 1;
+    runStart = -1;
   }
   RefineLevels(x, y, exclude, model);
   if (!model.thresholded) std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });

@@ -377,7 +377,7 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     std::int32_t block = r.begin / m.block(), blockEnd = r.begin;
     double bar = 0.0;
     for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (i >= blockEnd) block = i / m.block(), blockEnd = (block + 1) * m.block(), bar = m.LowestLevel(block, 10.0);
+      if (i >= blockEnd) block = i / m.block(), blockEnd = (block + 1) * m.block(), bar = m.LevelBounds(block, 10.0).first;
       if (!(y[i] >= bar && y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
       const double base = m.BaselineAt(i), height = y[i] - base;
       if (height < 10.0 * m.NoiseAt(i)) continue;
@@ -501,13 +501,14 @@ double WidthExponent(WidthLaw law) {
   }
 }
 
-double SignalModel::LowestLevel(std::int32_t b, double noises) const {
+std::pair<double, double> SignalModel::LevelBounds(std::int32_t b, double noises) const {
   const auto last = static_cast<std::int32_t>(baseline_.size()) - 1;
-  double lowest = INFINITY;
+  double lowest = INFINITY, highest = -INFINITY;
   for (std::int32_t k = std::max(0, b - 1); k <= std::min(last, b + 1); ++k) {
     lowest = std::min(lowest, baseline_[k] + noises * noise_[k]);
+    highest = std::max(highest, baseline_[k] + noises * noise_[k]);
   }
-  return lowest;
+  return {lowest, highest};
 }
 
 void SignalModel::TabulateWidths(std::span<const double> x) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "qxpkutil/detect/PeakDetection.h"
@@ -34,9 +35,9 @@ class SignalModel {
   double PointsPerFwhm(std::int32_t i, double x) const;
   // The same, read from the per-block table (no power law evaluated).
   double PointsPerFwhm(std::int32_t i) const { return Interpolate(ppf_, i); }
-  // The lowest baseline + `noises` * noise of any point of block b: the levels run
-  // linearly between block centres, so no point of it lies below its neighbours' lowest.
-  double LowestLevel(std::int32_t b, double noises) const;
+  // The lowest and highest baseline + `noises` * noise of any point of block b: the levels
+  // run linearly between block centres, so every point of it lies between its neighbours'.
+  std::pair<double, double> LevelBounds(std::int32_t b, double noises) const;
   // Fills the per-block table from the width law and the spacing.
   void TabulateWidths(std::span<const double> x);
 
