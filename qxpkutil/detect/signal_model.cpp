@@ -159,8 +159,8 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
-  // One pass: the x gaps (a handful), the missing points (zeros next to
-  // another zero or to a gap, which carry no signal) and how much of the grid is absent.
+  // One pass: the x gaps (a handful), the missing points (zeros next to another zero or to
+  // a gap, which carry no signal) and how much of the grid is absent.
   auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
   std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
