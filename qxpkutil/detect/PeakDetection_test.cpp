@@ -49,6 +49,18 @@ TEST(DetectPeaks, RefusesBadTracesAndOptions) {
 }
 
 // The estimators recover the noise and the width they were given, at any sampling.
+// Any finite width is an option: one far beyond the trace is searched as a very wide peak,
+// one far below a point as a point, with no count of points overflowing (the sanitizer
+// build checks).
+TEST(DetectPeaks, SearchesAnyFiniteWidth) {
+  const Signal s = MakeSignal(500, 100.0, 0.01, {{102.5, 50.0, 0.02}}, {.baseline = 10.0, .noiseSigma = 1.0});
+  for (double fwhm : {1e300, 1e-300}) {
+    DetectOptions options;
+    options.fwhm = fwhm;
+    EXPECT_TRUE(DetectPeaks(s.x, s.y, options).ok()) << fwhm;
+  }
+}
+
 TEST(SignalModel, RecoversNoiseAndWidth) {
   for (const double ppf : {4.0, 10.0, 30.0}) {
     SCOPED_TRACE(ppf);

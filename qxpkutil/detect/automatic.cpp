@@ -747,17 +747,18 @@ std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalMod
     const double ppf = model.PointsPerFwhm(f.top);
     const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
     const auto lag = static_cast<std::int32_t>(std::lround(sigma));
+    const double lag2 = static_cast<double>(lag) * lag;
     // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
     // points, which sets the spread of C against that of S.
-    const double rho1 = std::exp(-lag * lag / (4.0 * sigma * sigma));
-    const double rho2 = std::exp(-4.0 * lag * lag / (4.0 * sigma * sigma));
+    const double rho1 = std::exp(-lag2 / (4.0 * sigma * sigma));
+    const double rho2 = std::exp(-4.0 * lag2 / (4.0 * sigma * sigma));
     const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
     // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
     // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
     // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
     const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
     const double perHeight =
-        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag * lag / (2.0 * se2)));
+        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag2 / (2.0 * se2)));
     auto curvature = [&](std::int32_t i) {
       return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
     };

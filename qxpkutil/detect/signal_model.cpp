@@ -483,8 +483,11 @@ double SignalModel::FwhmAt(double x) const {
 }
 
 double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
+  // A width given far beyond the trace (options allow any finite FWHM) is searched as a
+  // million points, so that spans of a few widths still count in 32-bit indices.
+  constexpr double kWidest = 1e6;
   const double spacing = SpacingAt(i);
-  return spacing > 0.0 ? std::max(1.0, FwhmAt(x) / spacing) : 1.0;
+  return spacing > 0.0 ? std::min(std::max(1.0, FwhmAt(x) / spacing), kWidest) : 1.0;
 }
 
 void RefineLevels(std::span<const double> x, std::span<const double> y,
