@@ -541,8 +541,8 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   // Enough points per block for a steady noise figure, but short traces still get several.
   const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
   m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
-  // These levels only steer the first look (which seeds to climb, which points to leave
-  // out of the refined levels, which the search reads), so half the points do.
+  // These levels only choose the points that the refined levels (which the search reads)
+  // leave out, and the seeds of thresholded data, so half the points do.
   EstimateLevels(x, y, m, kFullSamples / 2);
   m.TabulateWidths(x);
   return m;
