@@ -791,10 +791,12 @@ std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalMod
       s.top = s.strongest = best;
       s.strength = height;
       s.noise = noise;
-      // The bound between them: the least curved point between the two tops.
+      // The bound between them: the least curved point between the two tops (where the
+      // curvature's reach stays inside the region; the host's top may lie near its end).
       std::int32_t cut = best;
       double least = INFINITY;
-      for (std::int32_t i = std::min(best, f.top) + 1; i < std::max(best, f.top); ++i) {
+      const std::int32_t cutEnd = std::min(std::max(best, f.top), r.end - lag);
+      for (std::int32_t i = std::max(std::min(best, f.top) + 1, r.begin + lag); i < cutEnd; ++i) {
         const double c = curvature(i);
         if (c < least) cut = i, least = c;
       }
