@@ -2,9 +2,9 @@
 // table of peaks out. Every front end (the qxpeak tool, the Python package, the browser
 // view) calls this instead of driving the segment list itself. Two modes:
 //  - automatic (the default): noise and peak width are estimated from the data (or taken
-//    from the physical description in the options), turned into detection segments whose
-//    point-based settings follow the local peak width, and every peak is measured: centroid,
-//    FWHM, height above the local baseline, S/N and, for spectra, the isotope charge;
+//    from the physical description in the options), a matched filter of the local peak
+//    width decides on every peak, and every peak is measured: centroid, FWHM, height above
+//    the local baseline, S/N and, for spectra, the isotope charge;
 //  - classic: a QXPeakTableList's own segments and switches run exactly as they are.
 //
 //   DetectOptions options;                 // automatic, S/N >= 3, width from the data
@@ -112,7 +112,7 @@ struct DetectReport {
   double fwhm_at_median_x = kNotMeasured;  // the width model at the median x
   double points_per_fwhm = kNotMeasured;   // the same in points
   WidthLaw width_law = WidthLaw::kAuto;    // the law used
-  std::int32_t segments = 0;               // detection segments run
+  std::int32_t segments = 0;               // segments run (classic) or planned (automatic)
 };
 
 struct PeakList {
@@ -132,9 +132,10 @@ struct PeakList {
 [[nodiscard]] PeakList DetectPeaks(std::span<const float> x, std::span<const std::uint32_t> y,
                                    const DetectOptions& options = {});
 
-// The segments the automatic mode would run on this trace, as a classic list (with one
-// empty table), so that they can be saved, edited and run in classic mode. Empty (no
-// segments) when the trace cannot be searched.
+// Classic segments planned from the automatic mode's model of this trace (point-based
+// settings that follow the local peak width), as a classic list (with one empty table), so
+// that they can be saved, edited and run in classic mode. Empty (no segments) when the
+// trace cannot be searched.
 [[nodiscard]] QXPeakTableList BuildAutomaticSegments(std::span<const double> x,
                                                      std::span<const double> y,
                                                      const DetectOptions& options = {});

@@ -1,10 +1,13 @@
-// The automatic mode: the signal model (noise, baseline, width) turns into detection
-// segments whose point-based settings follow the local peak width; the classic driver runs
-// them and its peaks seed a matched-filter measurement that decides, bounds and measures
-// every peak in physical terms (S/N, FWHM, centroid); shoulders are read from the flanks'
-// curvature, then isotope charges are assigned.
+// The automatic mode: from the signal model (noise, baseline, width), one pass of a short
+// moving mean proposes seeds, and a matched filter of the local width decides, bounds and
+// measures every peak in physical terms (S/N, FWHM, centroid); shoulders are read from the
+// flanks' curvature, then isotope charges are assigned. The model also plans classic
+// segments whose point-based settings follow the local width (BuildAutomaticSegments), for
+// users who want to run and edit them in classic mode.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <memory>
 #include <numeric>
 #include <unordered_map>
 
@@ -44,7 +47,7 @@ std::vector<Piece> PlanPieces(std::span<const double> x, const SignalModel& m,
       continue;
     }
     Piece piece{r.begin, r.end, ppf0};
-    const std::int32_t step = std::max<std::int32_t>(1, m.block / 2);
+    const std::int32_t step = std::max<std::int32_t>(1, m.block() / 2);
     for (std::int32_t i = r.begin + step; i < r.end; i += step) {
       const double ppf = m.PointsPerFwhm(i, x[i]);
       if (ppf > 1.25 * piece.ppf || ppf < 0.8 * piece.ppf) {
@@ -76,7 +79,7 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
     const std::int32_t lo = std::max(0, p.begin - margin), hi = std::min(n - 1, p.end - 1 + margin);
     if (!(x[lo] < x[hi])) continue;
     double floor = INFINITY;
-    for (std::int32_t i = p.begin; i < p.end; i += std::max<std::int32_t>(1, m.block / 2)) {
+    for (std::int32_t i = p.begin; i < p.end; i += std::max<std::int32_t>(1, m.block() / 2)) {
       floor = std::min(floor, m.BaselineAt(i) + m.NoiseAt(i));
     }
     // The scan only proposes seeds (the matched filter decides), and a nine-point window
@@ -96,33 +99,77 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
-// The trace as the filters read it: the height above the baseline at each point, and how
-// many missing points come before each point, so that a window free of them is found in
-// one subtraction.
+// The sums of a full run of matched-filter windows: sums[o] = the sum of w[k] * window[o + k],
+// kept in registers of `Lanes` sums each. Every sum adds its terms in the same order
+// whatever the width (no fused multiply-add), so the two versions give the same values.
+constexpr std::int32_t kRun = 16;
+template <typename Lanes>
+[[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
+                                                  const double* window, double* sums) {
+  constexpr std::size_t kWidth = sizeof(Lanes) / sizeof(double);
+  Lanes acc[kRun / kWidth] = {};
+  for (std::size_t k = 0; k < weights.size(); ++k) {
+    const Lanes w = Lanes{} + weights[k];
+    for (std::size_t q = 0; q < kRun / kWidth; ++q) {
+      Lanes x;
+      std::memcpy(&x, window + k + kWidth * q, sizeof x);
+      acc[q] += w * x;
+    }
+  }
+  std::memcpy(sums, acc, sizeof acc);
+}
+using Lanes2 = double __attribute__((vector_size(16)));
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+using Lanes4 = double __attribute__((vector_size(32)));
+[[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights, const double* window,
+                                            double* sums) {
+  AddWindowsBody<Lanes4>(weights, window, sums);
+}
+#endif
+void AddWindows(const std::vector<double>& weights, const double* window, double* sums) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
+  if (avx2) return AddWindowsAvx2(weights, window, sums);
+#endif
+  AddWindowsBody<Lanes2>(weights, window, sums);
+}
+
+// What the filters read: the trace, its model, and how many missing points come before
+// each point (empty when none is missing), so that a window free of them is found in one
+// subtraction.
 struct FilterInput {
-  explicit FilterInput(const std::vector<std::uint8_t>& missing)
-      : above(missing.size()), missingBefore(missing.size() + 1, 0) {
-    for (std::size_t i = 0; i < missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + missing[i];
+  FilterInput(std::span<const double> values, const SignalModel& m) : y(values), model(m) {
+    if (std::find(m.missing.begin(), m.missing.end(), 1) == m.missing.end()) return;
+    missingBefore.assign(m.missing.size() + 1, 0);
+    for (std::size_t i = 0; i < m.missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + m.missing[i];
   }
-  void SetBaseline(std::span<const double> y, const SignalModel& model) {
-    const auto n = static_cast<std::int32_t>(y.size());
-    for (std::int32_t i = 0; i < n; ++i) above[i] = y[i] - model.BaselineAt(i);
+  bool MissingIn(std::int32_t lo, std::int32_t hi) const {
+    return !missingBefore.empty() &&
+           missingBefore[static_cast<std::size_t>(hi)] != missingBefore[static_cast<std::size_t>(lo)];
   }
-  std::vector<double> above;
+  // The height of point i above the baseline.
+  double Above(std::int32_t i) const { return y[i] - model.BaselineAt(i); }
+
+  std::span<const double> y;
+  const SignalModel& model;
   std::vector<std::int32_t> missingBefore;
 };
 
 // Least-squares height of a Gaussian of `scale` times the local width centred on point i,
-// over the region; memoised, since neighbouring seeds ask for the same points. At scale 1
-// it is the matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
+// fitted to the heights above the baseline inside the point's region. At scale 1 it is the
+// matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
+// Values are memoised, since neighbouring seeds ask for the same points. A window whole
+// inside its region sums y, and the baseline enters as b(i) times the kernel's sum: the
+// baseline runs straight across a window (it bends only at block centres, and gently).
 class MatchedFilter {
  public:
-  MatchedFilter(const FilterInput& input, const SignalModel& m, double scale = 1.0)
-      : in_(input), m_(m), scale_(scale), memo_(input.above.size(), std::nan("")) {}
+  MatchedFilter(const FilterInput& input, double scale = 1.0)
+      : in_(input), m_(input.model), scale_(scale), known_(input.y.size(), 0),
+        value_(new double[input.y.size()]) {}
 
   double At(std::int32_t i, const Region& r) {
-    const double value = memo_[static_cast<std::size_t>(i)];
-    return std::isnan(value) ? Compute(i, r) : value;
+    const auto k = static_cast<std::size_t>(i);
+    return known_[k] ? value_[k] : Compute(i, r);
   }
   // The standard deviation of At(i) for white noise of `sigma`.
   double Spread(std::int32_t i, double sigma) { return sigma / std::sqrt(KernelAt(i).sumOfSquares); }
@@ -131,63 +178,60 @@ class MatchedFilter {
   struct Kernel {
     std::vector<double> weights;
     double sumOfSquares = 0.0;
+    double baselineShare = 0.0;  // sum / sumOfSquares: what a baseline of 1 adds to a value
   };
-  // Neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
-  static constexpr std::int32_t kRun = 16;
-
-  double Compute(std::int32_t i, const Region& r) {
-    double& value = memo_[static_cast<std::size_t>(i)];
+  // Kept out of line, so that At, on every step of every walk, stays a load and a compare.
+  [[gnu::noinline]] double Compute(std::int32_t i, const Region& r) {
+    const auto k = static_cast<std::size_t>(i);
     const Kernel& g = KernelAt(i);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-    if (i - half >= r.begin && i + half < r.end && !MissingIn(i - half, i + half + 1)) {
+    if (i - half >= r.begin && i + half < r.end && !in_.MissingIn(i - half, i + half + 1)) {
       ComputeRun(i, r, g);
-      return value;
+      return value_[k];
     }
     double num = 0.0, den = 0.0;
     const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
     for (std::int32_t j = lo; j <= hi; ++j) {
       if (m_.missing[j]) continue;
       const double w = g.weights[static_cast<std::size_t>(j - i + half)];
-      num += w * in_.above[j];
+      num += w * in_.Above(j);
       den += w * w;
     }
     // Thresholded data: the absent points were below the threshold, near the baseline, so
     // they count in the fit as baseline points.
     if (m_.thresholded) den = g.sumOfSquares;
-    value = den > 0.0 ? num / den : 0.0;
-    return value;
-  }
-
-  bool MissingIn(std::int32_t lo, std::int32_t hi) const {
-    return in_.missingBefore[static_cast<std::size_t>(hi)] != in_.missingBefore[static_cast<std::size_t>(lo)];
+    value_[k] = den > 0.0 ? num / den : 0.0;
+    known_[k] = 1;
+    return value_[k];
   }
   // The run of up to kRun points around i whose windows lie whole inside the region and the
-  // block of i's kernel, and hold no missing point; each sum adds its window in the same
-  // order as At's own loop, so every value is the same whichever way it was reached.
+  // block of i's kernel, and hold no missing point: neighbouring points are asked for
+  // together (climbs, valleys), so a miss fills a run.
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-    const std::int32_t blockBegin = i / m_.block * m_.block;
+    const std::int32_t blockBegin = i / m_.block() * m_.block();
     std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
-    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block, r.end - half});
-    if (MissingIn(begin - half, end + half)) begin = i, end = i + 1;
+    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block(), r.end - half});
+    if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
-    const double* window = in_.above.data() + (begin - half);
+    const double* window = in_.y.data() + (begin - half);
     const std::size_t count = static_cast<std::size_t>(end - begin);
-    for (std::size_t k = 0; k < g.weights.size(); ++k) {
-      const double w = g.weights[k];
-      if (count == kRun) {
-        for (std::size_t o = 0; o < kRun; ++o) sums[o] += w * window[o + k];
-      } else {
-        for (std::size_t o = 0; o < count; ++o) sums[o] += w * window[o + k];
+    if (count == kRun) {
+      AddWindows(g.weights, window, sums);
+    } else {
+      for (std::size_t k = 0; k < g.weights.size(); ++k) {
+        for (std::size_t o = 0; o < count; ++o) sums[o] += g.weights[k] * window[o + k];
       }
     }
     for (std::size_t o = 0; o < count; ++o) {
-      memo_[static_cast<std::size_t>(begin) + o] = g.sumOfSquares > 0.0 ? sums[o] / g.sumOfSquares : 0.0;
+      const auto k = static_cast<std::size_t>(begin) + o;
+      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * m_.BaselineAt(static_cast<std::int32_t>(k));
+      known_[k] = 1;
     }
   }
   // One kernel per block of the model, chosen on first use.
   const Kernel& KernelAt(std::int32_t i) {
-    const auto b = static_cast<std::size_t>(i / m_.block);
+    const auto b = static_cast<std::size_t>(i / m_.block());
     if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
     if (blockKernel_[b] == nullptr) blockKernel_[b] = &MakeKernel(m_.ppf_[b] * scale_);
     return *blockKernel_[b];
@@ -200,17 +244,24 @@ class MatchedFilter {
     const auto half = static_cast<std::int32_t>(std::ceil(2.5 * sigma));
     Kernel g;
     g.weights.resize(static_cast<std::size_t>(2 * half + 1));
+    double sum = 0.0;
     for (std::int32_t k = -half; k <= half; ++k) {
-      g.weights[static_cast<std::size_t>(k + half)] = std::exp(-0.5 * k * k / (sigma * sigma));
+      const double w = std::exp(-0.5 * k * k / (sigma * sigma));
+      g.weights[static_cast<std::size_t>(k + half)] = w;
+      sum += w;
+      g.sumOfSquares += w * w;
     }
-    for (double w : g.weights) g.sumOfSquares += w * w;
+    g.baselineShare = sum / g.sumOfSquares;
     return kernels_.emplace(key, std::move(g)).first->second;
   }
 
   const FilterInput& in_;
   const SignalModel& m_;
   double scale_;
-  std::vector<double> memo_;
+  // Filled as points are asked for (known_ says which); the values are left uninitialised,
+  // so the pages of a long trace that no peak comes near are never touched.
+  std::vector<std::uint8_t> known_;
+  std::unique_ptr<double[]> value_;
   std::unordered_map<int, Kernel> kernels_;  // node-based: references stay valid
   std::vector<const Kernel*> blockKernel_;
 };
@@ -251,61 +302,70 @@ struct Hill {
   bool leftRises = false, rightRises = false;  // the flank ends where the signal rises again
 };
 
-std::int32_t Valley(MatchedFilter& f, const Region& r, std::int32_t top, int step,
-                    double tolerance, std::int32_t limit, bool& rises) {
-  std::int32_t lowest = top;
+// One flank of a hill: the lowest point walking away from the top (the valley), whether
+// the signal rises again past it, and the highest point between the top and the valley
+// (the one nearest the left end among equals).
+struct Flank {
+  std::int32_t valley;
+  bool rises = false;
+  std::int32_t highest = -1;
+  double highestValue = -INFINITY;
+};
+
+Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step, double tolerance,
+                std::int32_t limit) {
+  Flank flank{top};
   double lowestValue = f.At(top, r);
-  rises = false;
+  std::int32_t highest = -1;
+  double highestValue = -INFINITY;
   for (std::int32_t i = top + step, k = 0; i >= r.begin && i < r.end && k < limit; i += step, ++k) {
     const double v = f.At(i, r);
-    if (v < lowestValue) lowest = i, lowestValue = v;
+    if (v > highestValue || (step < 0 && v == highestValue)) highest = i, highestValue = v;
+    if (v < lowestValue) {
+      lowestValue = v;
+      flank.valley = i;
+      flank.highest = highest;
+      flank.highestValue = highestValue;
+    }
     if (v <= 0.0) break;
     if (v > lowestValue + tolerance) {
-      rises = true;
+      flank.rises = true;
       break;
     }
   }
-  return lowest;
+  return flank;
 }
 
-Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t seed, double tolerance,
+// From a top, moves to the highest point between its valleys until it stays.
+Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double tolerance,
                std::int32_t limit) {
-  Hill hill{Climb(f, r, seed), seed, seed};
+  Hill hill{top, top, top};
   for (int round = 0; round < 8; ++round) {
-    hill.left = Valley(f, r, hill.top, -1, tolerance, limit, hill.leftRises);
-    hill.right = Valley(f, r, hill.top, +1, tolerance, limit, hill.rightRises);
-    std::int32_t highest = hill.top;
-    double highestValue = f.At(highest, r);
-    for (std::int32_t i = hill.left; i <= hill.right; ++i) {
-      const double v = f.At(i, r);
-      if (v > highestValue) highest = i, highestValue = v;
-    }
-    if (highest == hill.top) break;
-    hill.top = highest;
+    const Flank left = WalkFlank(f, r, hill.top, -1, tolerance, limit);
+    const Flank right = WalkFlank(f, r, hill.top, +1, tolerance, limit);
+    hill.left = left.valley, hill.leftRises = left.rises;
+    hill.right = right.valley, hill.rightRises = right.rises;
+    const double topValue = f.At(hill.top, r);
+    if (std::max(left.highestValue, right.highestValue) <= topValue) break;
+    hill.top = left.highestValue >= right.highestValue ? left.highest : right.highest;
   }
   return hill;
 }
 
-void AddSeeds(const QXPeakTable& table, std::vector<std::int32_t>& seeds) {
-  for (std::int32_t k = 0; k < table.GetNumPeaks(); ++k) {
-    seeds.push_back(static_cast<std::int32_t>(table.GetPeak(k)->m_nApexIndex));
-  }
-}
-
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
-bool FitLogParabola(std::span<const double> x, std::span<const double> y,
-                    const std::vector<double>& above, std::int32_t top, std::int32_t lo,
-                    std::int32_t hi, double& centre, double& height, double& fwhm) {
-  const double peak = above[top];
+bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
+                    std::int32_t lo, std::int32_t hi, double& centre, double& height, double& fwhm) {
+  const std::span<const double> y = in.y;
+  const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
   std::int32_t l = top, h = top;
-  while (l > lo && above[l - 1] >= 0.4 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && above[h + 1] >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && in.Above(l - 1) >= 0.4 * peak && y[l - 1] <= y[l]) --l;
+  while (h < hi && in.Above(h + 1) >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
-    const double v = above[i];
+    const double v = in.Above(i);
     const double w = v * v, u = x[i] - x[top], ln = std::log(v);
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
@@ -347,15 +407,16 @@ double XAt(std::span<const double> x, std::int32_t i, double d) {
 }
 
 // The width at half `height` of the heights above the baseline around `top`.
-double HalfHeightWidth(std::span<const double> x, const std::vector<double>& above, std::int32_t top,
+double HalfHeightWidth(std::span<const double> x, const FilterInput& in, std::int32_t top,
                        std::int32_t lo, std::int32_t hi, double height) {
+  const auto above = [&in](std::int32_t i) { return in.Above(i); };
   const double level = 0.5 * height;
   std::int32_t l = top, h = top;
-  while (l > lo && above[l] > level) --l;
-  while (h < hi && above[h] > level) ++h;
-  if (above[l] > level || above[h] > level || l == top || h == top) return kNotMeasured;
+  while (l > lo && above(l) > level) --l;
+  while (h < hi && above(h) > level) ++h;
+  if (above(l) > level || above(h) > level || l == top || h == top) return kNotMeasured;
   auto cross = [&](std::int32_t i, std::int32_t j) {
-    const double vi = above[i], vj = above[j];
+    const double vi = above(i), vj = above(j);
     return vj == vi ? x[j] : x[i] + (level - vi) * (x[j] - x[i]) / (vj - vi);
   };
   return cross(h - 1, h) - cross(l + 1, l);
@@ -482,61 +543,110 @@ void DetectCentroided(std::span<const double> x, std::span<const double> y,
 
 namespace {
 
-// Seeds: the classic driver's peaks, and every local top of the regions too short to scan.
-std::vector<std::int32_t> ScanForSeeds(std::span<const double> x, std::span<const double> y,
-                                       const SignalModel& model, QXPeakTableList& list,
-                                       const std::vector<Region>& shortRegions) {
+// Seeds: the local tops of a short moving mean (as wide as a peak, at most nine points:
+// it only proposes, the matched filter decides) that stand above the baseline plus the
+// noise, each at the highest point under its window; in regions too short for a peak
+// width, every local top. One pass over the points, with no table.
+std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalModel& model) {
   std::vector<std::int32_t> seeds;
-  if (list.GetNumDetectionSettings() > 0) {
-    const double yMax = *std::max_element(y.begin(), y.end());
-    list.FindPeaks(x.data(), y.data(), static_cast<std::uint32_t>(x.size()), yMax, 1.0, 0);
-    AddSeeds(*list.GetPeakTableFromList(0), seeds);
-  }
-  for (const Region& r : shortRegions) {
-    for (std::int32_t i = r.begin; i < r.end; ++i) {
-      if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) && (i + 1 == r.end || y[i] >= y[i + 1])) {
-        seeds.push_back(i);
+  std::vector<double> sums;
+  for (const Region& r : model.regions) {
+    const std::int32_t w0 = OddWidth(std::min(model.PointsPerFwhm(r.begin), 9.0));
+    if (r.end - r.begin < std::max(3 * w0 + 2, 12)) {
+      for (std::int32_t i = r.begin; i < r.end; ++i) {
+        if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) && (i + 1 == r.end || y[i] >= y[i + 1])) {
+          seeds.push_back(i);
+        }
+      }
+      continue;
+    }
+    // Block by block (one width each), the window sums at the block's points and its two
+    // neighbours; a window cut by the region's end is scaled to full width. Sums, not
+    // means, are compared, and the running sum has one addition per point on its chain.
+    for (std::int32_t from = r.begin, to = 0; from < r.end; from = to) {
+      const std::int32_t b = from / model.block();
+      to = std::min(r.end, (b + 1) * model.block());
+      const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2, width = 2 * half + 1;
+      const std::int32_t lo = std::max(r.begin, from - 1), hi = std::min(r.end, to + 1);
+      sums.resize(static_cast<std::size_t>(hi - lo));
+      auto direct = [&](std::int32_t i) {
+        const std::int32_t a = std::max(r.begin, i - half), e = std::min(r.end, i + half + 1);
+        double sum = 0.0;
+        for (std::int32_t j = a; j < e; ++j) sum += y[j];
+        return e - a == width ? sum : sum * width / (e - a);
+      };
+      // Running sums where the whole window lies inside the region; direct ones elsewhere.
+      const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
+      double running = 0.0;
+      for (std::int32_t i = lo; i < hi; ++i) {
+        running = i <= first || i >= last ? direct(i) : running + (y[i + half] - y[i - half - 1]);
+        sums[i - lo] = running;
+      }
+      const double bar = model.LevelBounds(b, 1.0).first * width;
+      for (std::int32_t i = from; i < to; ++i) {
+        const double here = sums[i - lo];
+        if (!(here > bar)) continue;
+        if ((i > lo && sums[i - lo - 1] >= here) || (i + 1 < hi && sums[i + 1 - lo] > here)) continue;
+        std::int32_t top = i;
+        for (std::int32_t j = std::max(r.begin, i - half); j <= std::min(r.end - 1, i + half); ++j) {
+          if (y[j] > y[top]) top = j;
+        }
+        seeds.push_back(top);
       }
     }
   }
   return seeds;
 }
 
-// A first look keeps the seeds whose matched-filter top reaches half the wanted S/N, then
-// measures the baseline and noise again without the points clearly above the baseline
-// (widened by a peak width), so that dense peaks do not lift them.
-std::vector<std::int32_t> FirstLook(std::span<const double> x, std::span<const double> y,
-                                    const DetectOptions& options, const std::vector<std::int32_t>& seeds,
-                                    SignalModel& model, FilterInput& input) {
+// Measures the baseline and noise again, on every sampled point of a block, without the
+// points clearly above the baseline (widened by a peak width), so that dense peaks do not
+// lift them; then keeps the seeds whose own point stands clearly above the new baseline (no
+// peak of the wanted S/N has its highest point that low).
+// Thresholded data is screened first, against the noise that the threshold crossings
+// show, which the refined levels (without the stored peaks) no longer see: a seed's
+// matched-filter top must reach half the wanted S/N. Its baseline is 0 before and after,
+// so the filter's values stay good for the search.
+std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<const double> y,
+                                          const DetectOptions& options, std::vector<std::int32_t> seeds,
+                                          SignalModel& model, const FilterInput& input, MatchedFilter& mf) {
   const auto n = static_cast<std::int32_t>(y.size());
-  MatchedFilter first(input, model);
-  std::vector<std::int32_t> kept;
-  for (std::int32_t seed : seeds) {
-    std::size_t region = 0;
-    const Region* r = RegionOf(model.regions, seed, region);
-    // A seed whose own point is not clearly above the baseline is noise: no peak of
-    // the wanted S/N has its highest point that low.
-    if (r == nullptr || input.above[seed] < 0.75 * options.snr * model.NoiseAt(seed)) continue;
-    const std::int32_t top = Climb(first, *r, seed);
-    if (first.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top)) continue;
-    kept.push_back(seed);
+  auto clearlyAbove = [&](std::int32_t seed) {
+    return input.Above(seed) >= 0.75 * options.snr * model.NoiseAt(seed);
+  };
+  if (model.thresholded) {
+    std::erase_if(seeds, [&](std::int32_t seed) {
+      std::size_t region = 0;
+      const Region* r = RegionOf(model.regions, seed, region);
+      if (r == nullptr || !clearlyAbove(seed)) return true;
+      const std::int32_t top = Climb(mf, *r, seed);
+      return mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top);
+    });
   }
+  // Points clearly above the baseline, in runs; most lie below the lowest bar of their block
+  // or above its highest, which settles them without reading the levels at the point.
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
-  for (std::int32_t i = 0; i < n;) {
-    if (input.above[i] <= 3.0 * model.NoiseAt(i)) {
-      ++i;
-      continue;
+  std::int32_t blockEnd = 0, runStart = -1;
+  std::pair<double, double> bars;
+  for (std::int32_t i = 0; i <= n; ++i) {
+    bool clear = false;
+    if (i < n) {
+      if (i >= blockEnd) {
+        const std::int32_t block = i / model.block();
+        blockEnd = (block + 1) * model.block();
+        bars = model.LevelBounds(block, 3.0);
+      }
+      clear = y[i] > bars.second || (y[i] > bars.first && input.Above(i) > 3.0 * model.NoiseAt(i));
     }
-    const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(i)));
-    std::int32_t j = i;
-    while (j + 1 < n && input.above[j + 1] > 3.0 * model.NoiseAt(j + 1)) ++j;
-    std::fill(exclude.begin() + std::max(0, i - reach), exclude.begin() + std::min(n - 1, j + reach) + 1,
+    if (clear && runStart < 0) runStart = i;
+    if (clear || runStart < 0) continue;
+    const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(runStart)));
+    std::fill(exclude.begin() + std::max(0, runStart - reach), exclude.begin() + std::min(n - 1, i - 1 + reach) + 1,
               std::uint8_t{1});
-    i = j + 1;
+    runStart = -1;
   }
   RefineLevels(x, y, exclude, model);
-  input.SetBaseline(y, model);
-  return kept;
+  if (!model.thresholded) std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });
+  return seeds;
 }
 
 // Climbs the shape filter from every seed to a hill and keeps the hills whose matched
@@ -556,7 +666,10 @@ std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel
     if (r == nullptr) continue;
     const double noise = model.NoiseAt(seed);
     const double ppf = model.PointsPerFwhm(seed);
-    const Hill hill = ClimbHill(shape, *r, seed, 3.0 * shape.Spread(seed, noise),
+    // A climb that ends on a hill already settled would only settle it again.
+    const std::int32_t top = Climb(shape, *r, seed);
+    if (visited[top]) continue;
+    const Hill hill = ClimbHill(shape, *r, top, 3.0 * shape.Spread(seed, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
     if (visited[hill.top]) continue;
     visited[hill.top] = 1;
@@ -634,17 +747,18 @@ std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalMod
     const double ppf = model.PointsPerFwhm(f.top);
     const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
     const auto lag = static_cast<std::int32_t>(std::lround(sigma));
+    const double lag2 = static_cast<double>(lag) * lag;
     // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
     // points, which sets the spread of C against that of S.
-    const double rho1 = std::exp(-lag * lag / (4.0 * sigma * sigma));
-    const double rho2 = std::exp(-4.0 * lag * lag / (4.0 * sigma * sigma));
+    const double rho1 = std::exp(-lag2 / (4.0 * sigma * sigma));
+    const double rho2 = std::exp(-4.0 * lag2 / (4.0 * sigma * sigma));
     const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
     // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
     // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
     // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
     const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
     const double perHeight =
-        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag * lag / (2.0 * se2)));
+        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag2 / (2.0 * se2)));
     auto curvature = [&](std::int32_t i) {
       return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
     };
@@ -677,10 +791,12 @@ std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalMod
       s.top = s.strongest = best;
       s.strength = height;
       s.noise = noise;
-      // The bound between them: the least curved point between the two tops.
+      // The bound between them: the least curved point between the two tops (where the
+      // curvature's reach stays inside the region; the host's top may lie near its end).
       std::int32_t cut = best;
       double least = INFINITY;
-      for (std::int32_t i = std::min(best, f.top) + 1; i < std::max(best, f.top); ++i) {
+      const std::int32_t cutEnd = std::min(std::max(best, f.top), r.end - lag);
+      for (std::int32_t i = std::max(std::min(best, f.top) + 1, r.begin + lag); i < cutEnd; ++i) {
         const double c = curvature(i);
         if (c < least) cut = i, least = c;
       }
@@ -705,7 +821,6 @@ std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalMod
 // matched filter otherwise.
 Peak Measure(std::span<const double> x, std::span<const double> y, const FilterInput& input,
              const SignalModel& model, MatchedFilter& mf, const Found& f) {
-  const std::vector<double>& above = input.above;
   Peak p;
   // The raw top near the filter's top: the highest point within a third of a width.
   const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
@@ -724,7 +839,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   p.noise = f.noise;
   double centre = 0.0, height = 0.0, fwhm = 0.0;
   const bool fitted = f.strength >= 20.0 * f.noise &&
-                      FitLogParabola(x, y, above, top, f.left, f.right, centre, height, fwhm);
+                      FitLogParabola(x, input, top, f.left, f.right, centre, height, fwhm);
   if (fitted) {
     p.centroid_x = centre;
     p.height = height;
@@ -742,13 +857,13 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
       }
     }
     p.height = f.strength;
-    const double measured = HalfHeightWidth(x, above, top, f.left, f.right, p.height);
+    const double measured = HalfHeightWidth(x, input, top, f.left, f.right, p.height);
     p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
   }
   p.snr = p.height / p.noise;
   double area = 0.0;
   for (std::int32_t i = f.left; i <= f.right; ++i) {
-    if (!model.missing[i]) area += above[i];
+    if (!model.missing[i]) area += input.Above(i);
   }
   p.area = std::max(0.0, area);
   p.marks = kQXPeakNormal;
@@ -759,7 +874,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
 DetectReport Report(std::span<const double> x, const SignalModel& model, std::int32_t segments) {
   const auto n = static_cast<std::int32_t>(x.size());
   std::vector<double> noise;
-  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block)) noise.push_back(model.NoiseAt(i));
+  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block())) noise.push_back(model.NoiseAt(i));
   std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
   DetectReport report;
   report.noise = noise[noise.size() / 2];
@@ -783,15 +898,13 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   }
   SignalModel model = EstimateSignalModel(x, y, options);
   std::vector<Region> shortRegions;
-  QXPeakTableList list = SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
-  const std::vector<std::int32_t> seeds = ScanForSeeds(x, y, model, list, shortRegions);
+  const auto segments = static_cast<std::int32_t>(PlanPieces(x, model, shortRegions).size());
+  std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
 
-  FilterInput input(model.missing);
-  input.SetBaseline(y, model);
-  const std::vector<std::int32_t> promising = FirstLook(x, y, options, seeds, model, input);
-
-  MatchedFilter mf(input, model);
-  MatchedFilter shape(input, model, 0.5);
+  const FilterInput input(y, model);
+  MatchedFilter mf(input);
+  const std::vector<std::int32_t> promising = RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
+  MatchedFilter shape(input, 0.5);
   const std::vector<Found> peaks = AddShoulders(
       MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape), model, options, shape);
   result.peaks.reserve(peaks.size());
@@ -801,7 +914,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                   options.max_charge);
   }
   FinishPeaks(x, y, options, result.peaks);
-  result.report = Report(x, model, list.GetNumDetectionSettings());
+  result.report = Report(x, model, segments);
   return result;
 }
 

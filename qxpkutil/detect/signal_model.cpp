@@ -10,15 +10,19 @@ namespace {
 constexpr std::int32_t kSpacingBlock = 64;
 // A step this many times the usual spacing is a gap: one missing point is not.
 constexpr double kGapFactor = 2.5;
+// Points of a block read for its baseline and noise: enough for steady figures.
+constexpr std::int32_t kFullSamples = 128;
 // Robust sigma from the median absolute deviation of a normal distribution.
 constexpr double kMadToSigma = 1.4826;
 
 // The k-th smallest of the finite values v (reordered), as std::nth_element finds it. On
 // noise every comparison is a coin flip, so the partition moves each element without a
 // branch: the block levels take thousands of these medians per trace.
-double SelectNth(std::vector<double>& v, std::size_t k) {
+double SelectNth(std::span<double> v, std::size_t k) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
+  // Moves the elements of [from, to) for which goesLeft holds to its front; returns where
+  // the rest begin.
   auto partition = [a](std::size_t from, std::size_t to, auto goesLeft) {
     std::size_t store = from;
     for (std::size_t i = from; i < to; ++i) {
@@ -30,17 +34,28 @@ double SelectNth(std::vector<double>& v, std::size_t k) {
     return store;
   };
   while (hi - lo > 16) {
-    const double p = a[lo], q = a[lo + (hi - lo) / 2], r = a[hi - 1];
-    const double pivot = std::max(std::min(p, q), std::min(std::max(p, q), r));
-    const std::size_t less = partition(lo, hi, [pivot](double e) { return e < pivot; });
-    if (k < less) {
-      hi = less;
+    // The median of three goes last, and after one pass to its place in the order.
+    std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
+    if (a[mid] < a[lo]) std::swap(a[mid], a[lo]);
+    if (a[last] < a[lo]) std::swap(a[last], a[lo]);
+    if (a[mid] < a[last]) std::swap(a[mid], a[last]);
+    const double pivot = a[last];
+    const std::size_t place = partition(lo, last, [pivot](double e) { return e < pivot; });
+    std::swap(a[place], a[last]);
+    if (k == place) return pivot;
+    if (k < place) {
+      hi = place;
       continue;
     }
-    // The pivot is one of the values, so the equal run is never empty.
-    const std::size_t equal = partition(less, hi, [pivot](double e) { return e <= pivot; });
-    if (k < equal) return pivot;
-    lo = equal;
+    // Values equal to the pivot (counts, zeros) would leave a part that never shrinks:
+    // when the split was lopsided they are gathered and passed over at once.
+    const bool lopsided = (place - lo) * 8 < hi - lo;
+    lo = place + 1;
+    if (lopsided) {
+      const std::size_t equal = partition(lo, hi, [pivot](double e) { return e <= pivot; });
+      if (k < equal) return pivot;
+      lo = equal;
+    }
   }
   std::sort(a + lo, a + hi);
   return a[k];
@@ -62,7 +77,20 @@ double FiniteMedian(const std::vector<double>& v) {
 // The typical step: a low quantile, so that in data with many gaps the steps inside the
 // stored runs count, not the jumps between them.
 double TypicalStep(std::vector<double>& steps) {
-  return steps.empty() ? std::nan("") : SelectNth(steps, steps.size() / 5);
+  if (steps.empty()) return std::nan("");
+  const std::size_t k = steps.size() / 5;
+  constexpr std::size_t kFew = 8;
+  if (k >= kFew) return SelectNth(steps, k);
+  // A handful of steps per block: keep the k + 1 smallest, in order, in one pass.
+  double smallest[kFew];
+  std::size_t count = 0;
+  for (double step : steps) {
+    if (count == k + 1 && !(step < smallest[k])) continue;
+    std::size_t at = count == k + 1 ? k : count++;
+    for (; at > 0 && step < smallest[at - 1]; --at) smallest[at] = smallest[at - 1];
+    smallest[at] = step;
+  }
+  return smallest[k];
 }
 
 double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
@@ -90,16 +118,30 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   width = std::min(width, n % 2 ? n : n - 1);
   if (width < 3) return;
   // Near the ends the window shrinks symmetrically, so a trend is followed to the edge.
+  // Windows are a few entries wide: each is sorted by insertion.
   std::vector<double> out(v), w(width);
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t half = std::min({width / 2, i, n - 1 - i});
-    std::copy(v.begin() + static_cast<std::ptrdiff_t>(i - half),
-              v.begin() + static_cast<std::ptrdiff_t>(i + half + 1), w.begin());
-    const auto end = w.begin() + static_cast<std::ptrdiff_t>(2 * half + 1);
-    std::nth_element(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(half), end);
+    for (std::size_t j = 0; j <= 2 * half; ++j) {
+      const double e = v[i - half + j];
+      std::size_t at = j;
+      for (; at > 0 && e < w[at - 1]; --at) w[at] = w[at - 1];
+      w[at] = e;
+    }
     out[i] = w[half];
   }
   v.swap(out);
+}
+
+// The largest |y|, in four independent running maxima.
+double LargestMagnitude(std::span<const double> y) {
+  double largest[4] = {0.0, 0.0, 0.0, 0.0};
+  std::size_t i = 0;
+  for (; i + 4 <= y.size(); i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) largest[k] = std::max(largest[k], std::fabs(y[i + k]));
+  }
+  for (; i < y.size(); ++i) largest[0] = std::max(largest[0], std::fabs(y[i]));
+  return std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]));
 }
 
 void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
@@ -117,36 +159,50 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
-  std::vector<std::uint8_t> gapAfter(static_cast<std::size_t>(n), 0);
-  for (std::int32_t i = 0; i + 1 < n; ++i) {
-    gapAfter[i] = x[i + 1] - x[i] > kGapFactor * spacing[static_cast<std::size_t>(i / kSpacingBlock)];
-  }
-  // Zero-filled data: a zero next to another zero or to a gap carries no signal.
+  // One pass: the x gaps (a handful), the missing points (zeros next to another zero or to
+  // a gap, which carry no signal) and how much of the grid is absent.
+  auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
+  std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
-  for (std::int32_t i = 0; i < n; ++i) {
-    if (y[i] != 0.0) continue;
-    const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapAfter[i - 1];
-    const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter[i];
-    const bool atGap = (i > 0 && gapAfter[i - 1]) || (i + 1 < n && gapAfter[i]);
-    m.missing[i] = zeroLeft || zeroRight || atGap;
-  }
+  std::int32_t missingCount = 0;
   double absent = 0.0;
-  for (std::int32_t i = 0; i + 1 < n; ++i) {
-    if (m.missing[i]) absent += 1.0;
-    if (gapAfter[i]) {
-      absent += (x[i + 1] - x[i]) / spacing[static_cast<std::size_t>(i / kSpacingBlock)] - 1.0;
+  bool gapBefore = false;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > kGapFactor * typical(i);
+    if (y[i] == 0.0) {
+      const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
+      const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
+      m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
+      missingCount += m.missing[i];
+      if (m.missing[i] && i + 1 < n) absent += 1.0;
     }
+    if (gapAfter) {
+      gaps.push_back(i);
+      absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+    }
+    gapBefore = gapAfter;
   }
+  m.largest = LargestMagnitude(y);
   m.thresholded = absent > n;
+  // Regions end at gaps and inside runs of missing points, and hold some signal.
   m.regions.clear();
   std::int32_t begin = 0;
+  auto close = [&](std::int32_t end) {
+    bool carriesSignal = missingCount == 0;
+    for (std::int32_t j = begin; j < end && !carriesSignal; ++j) carriesSignal = !m.missing[j];
+    if (carriesSignal) m.regions.push_back({begin, end});
+    begin = end;
+  };
+  if (missingCount == 0) {
+    for (std::int32_t g : gaps) close(g + 1);
+    close(n);
+    return;
+  }
+  auto gap = gaps.begin();
   for (std::int32_t i = 0; i < n; ++i) {
-    const bool breakAfter = i + 1 == n || gapAfter[i] || (m.missing[i] && m.missing[i + 1]);
-    if (!breakAfter) continue;
-    bool carriesSignal = false;
-    for (std::int32_t j = begin; j <= i && !carriesSignal; ++j) carriesSignal = !m.missing[j];
-    if (carriesSignal) m.regions.push_back({begin, i + 1});
-    begin = i + 1;
+    const bool atGap = gap != gaps.end() && *gap == i;
+    if (atGap) ++gap;
+    if (i + 1 == n || atGap || (m.missing[i] && m.missing[i + 1])) close(i + 1);
   }
 }
 
@@ -187,12 +243,14 @@ double ThresholdNoise(std::span<const double> x, std::span<const double> y, cons
 }
 
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
-// block of `block` points.
+// block of `block` points, from about `samples` evenly spaced points of each block.
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
-                    const std::vector<std::uint8_t>* exclude = nullptr) {
-  auto skip = [&](std::int32_t i) { return m.missing[i] || (exclude && (*exclude)[i]); };
+                    std::int32_t samples, const std::vector<std::uint8_t>* exclude = nullptr) {
+  // The gathers below store every sampled value and advance past the ones that count, with
+  // no branch on the data: which points are left out follows the peaks, unpredictably.
+  auto skip = [&](std::int32_t i) { return (m.missing[i] | (exclude ? (*exclude)[i] : 0)) != 0; };
   const auto n = static_cast<std::int32_t>(y.size());
-  const std::int32_t blocks = (n + m.block - 1) / m.block;
+  const std::int32_t blocks = (n + m.block() - 1) / m.block();
   // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
   // read before the tables below are reset).
   const double halfWidth =
@@ -209,20 +267,22 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature, steps;
-  // About 128 points per block are enough for its figures.
-  auto strideOf = [](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / 128); };
+  auto strideOf = [samples](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / samples); };
   for (std::int32_t b = 0; b < blocks; ++b) {
-    const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
+    const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
     steps.clear();
     for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
       if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
     }
     m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
     const std::int32_t stride = strideOf(lo, hi);
-    values.clear();
+    values.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
+    std::size_t count = 0;
     for (std::int32_t i = lo; i < hi; i += stride) {
-      if (!skip(i)) values.push_back(y[i]);
+      values[count] = y[i];
+      count += skip(i) ? 0 : 1;
     }
+    values.resize(count);
     if (values.size() < 8) continue;
     if (m.thresholded) {
       m.baseline_[static_cast<std::size_t>(b)] = 0.0;
@@ -234,32 +294,37 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     // leave; the median of the rest is the block's baseline, and the curvature of the rest
     // its noise (second differences ignore a slope of the baseline).
     kept = values;
-    double centre = Median(kept);
+    const std::size_t half = kept.size() / 2;
+    double centre = SelectNth(kept, half);
     const double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
     if (spread > 0.0) {
-      kept.clear();
-      for (double v : values) {
-        if (v <= centre + 3.0 * spread) kept.push_back(v);
-      }
-      if (kept.size() < values.size()) centre = Median(kept);
+      // Only values above the median leave, so the median of the rest is an order
+      // statistic of the lower half, which the selection left in front.
+      const auto rest = static_cast<std::size_t>(
+          std::count_if(values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
+      if (rest / 2 < half) centre = SelectNth(std::span<double>(kept).first(half), rest / 2);
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
     spreads[static_cast<std::size_t>(b)] = spread;
   }
-  // The noise of every block from the second differences at one lag.
-  auto noiseAtLag = [&](std::int32_t lag) {
+  // The noise of every `every`-th block from the second differences at one lag.
+  auto noiseAtLag = [&](std::int32_t lag, std::int32_t every) {
     std::vector<double> noise(static_cast<std::size_t>(blocks), std::nan(""));
-    for (std::int32_t b = 0; b < blocks; ++b) {
+    for (std::int32_t b = 0; b < blocks; b += every) {
       const double top = ceiling[static_cast<std::size_t>(b)];
       if (std::isnan(top)) continue;
-      const std::int32_t lo = b * m.block, hi = std::min(n, lo + m.block);
-      curvature.clear();
-      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += strideOf(lo, hi)) {
-        if (skip(i - lag) || skip(i) || skip(i + lag)) continue;
-        if (y[i - lag] > top || y[i] > top || y[i + lag] > top) continue;
-        curvature.push_back(std::fabs(y[i - lag] - 2.0 * y[i] + y[i + lag]));
+      const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
+      const std::int32_t stride = strideOf(lo, hi);
+      curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
+      std::size_t count = 0;
+      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+        const double before = y[i - lag], here = y[i], after = y[i + lag];
+        const bool clear = !(skip(i - lag) | skip(i) | skip(i + lag)) && std::max({before, here, after}) <= top;
+        curvature[count] = std::fabs(before - 2.0 * here + after);
+        count += clear ? 1 : 0;
       }
+      curvature.resize(count);
       noise[static_cast<std::size_t>(b)] = curvature.size() >= 8
                                                ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
                                                : spreads[static_cast<std::size_t>(b)];
@@ -269,15 +334,20 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   // White noise has the same second difference at every lag. Noise correlated over a few
   // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
   // doubles while the figure still grows clearly, up to half a peak width.
+  // The choice reads medians over blocks, which a few hundred blocks settle as well as all.
   if (!m.thresholded) {
     std::size_t chosen = 0;
-    m.noise_ = noiseAtLag(lags[0]);
-    for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
-      std::vector<double> longer = noiseAtLag(lags[k + 1]);
-      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(m.noise_))) break;
-      m.noise_.swap(longer);
-      chosen = k + 1;
+    if (lags.size() > 1) {
+      const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
+      std::vector<double> shorter = noiseAtLag(lags[0], every);
+      for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
+        std::vector<double> longer = noiseAtLag(lags[k + 1], every);
+        if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
+        shorter.swap(longer);
+        chosen = k + 1;
+      }
     }
+    m.noise_ = noiseAtLag(lags[chosen], 1);
     if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
   } else if (m.fwhm_ref > 0.0) {
     m.noise_lag = lags[0];
@@ -303,8 +373,12 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
                                             const SignalModel& m) {
   std::vector<WidthSample> samples;
   for (const Region& r : m.regions) {
+    // Most points are noise far below the bar: a bound per block settles them at once.
+    std::int32_t block = r.begin / m.block(), blockEnd = r.begin;
+    double bar = 0.0;
     for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (!(y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
+      if (i >= blockEnd) block = i / m.block(), blockEnd = (block + 1) * m.block(), bar = m.LevelBounds(block, 10.0).first;
+      if (!(y[i] >= bar && y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
       const double base = m.BaselineAt(i), height = y[i] - base;
       if (height < 10.0 * m.NoiseAt(i)) continue;
       const double half = base + 0.5 * height;
@@ -409,13 +483,16 @@ double SignalModel::FwhmAt(double x) const {
 }
 
 double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
+  // A width given far beyond the trace (options allow any finite FWHM) is searched as a
+  // million points, so that spans of a few widths still count in 32-bit indices.
+  constexpr double kWidest = 1e6;
   const double spacing = SpacingAt(i);
-  return spacing > 0.0 ? std::max(1.0, FwhmAt(x) / spacing) : 1.0;
+  return spacing > 0.0 ? std::min(std::max(1.0, FwhmAt(x) / spacing), kWidest) : 1.0;
 }
 
 void RefineLevels(std::span<const double> x, std::span<const double> y,
                   const std::vector<std::uint8_t>& exclude, SignalModel& model) {
-  EstimateLevels(x, y, model, &exclude);
+  EstimateLevels(x, y, model, kFullSamples, &exclude);
 }
 
 double WidthExponent(WidthLaw law) {
@@ -427,11 +504,21 @@ double WidthExponent(WidthLaw law) {
   }
 }
 
+std::pair<double, double> SignalModel::LevelBounds(std::int32_t b, double noises) const {
+  const auto last = static_cast<std::int32_t>(baseline_.size()) - 1;
+  double lowest = INFINITY, highest = -INFINITY;
+  for (std::int32_t k = std::max(0, b - 1); k <= std::min(last, b + 1); ++k) {
+    lowest = std::min(lowest, baseline_[k] + noises * noise_[k]);
+    highest = std::max(highest, baseline_[k] + noises * noise_[k]);
+  }
+  return {lowest, highest};
+}
+
 void SignalModel::TabulateWidths(std::span<const double> x) {
   const auto n = static_cast<std::int32_t>(x.size());
   ppf_.resize(spacing_.size());
   for (std::size_t b = 0; b < ppf_.size(); ++b) {
-    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block + block / 2);
+    const std::int32_t mid = std::min(n - 1, static_cast<std::int32_t>(b) * block_ + block_ / 2);
     ppf_[b] = PointsPerFwhm(mid, x[mid]);
   }
 }
@@ -440,11 +527,10 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
                                 const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
-  for (double v : y) m.largest = std::max(m.largest, std::fabs(v));
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
-  m.block = std::clamp<std::int32_t>(n / 8, 16, 4096);
-  EstimateLevels(x, y, m);
+  m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
+  EstimateLevels(x, y, m, kFullSamples);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
   std::vector<double> ppf;
@@ -454,8 +540,10 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   const double typical = Median(ppf);
   // Enough points per block for a steady noise figure, but short traces still get several.
   const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
-  m.block = std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096);
-  EstimateLevels(x, y, m);
+  m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
+  // These levels only choose the points that the refined levels (which the search reads)
+  // leave out, and the seeds of thresholded data, so half the points do.
+  EstimateLevels(x, y, m, kFullSamples / 2);
   m.TabulateWidths(x);
   return m;
 }

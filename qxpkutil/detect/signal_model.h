@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "qxpkutil/detect/PeakDetection.h"
@@ -34,6 +35,9 @@ class SignalModel {
   double PointsPerFwhm(std::int32_t i, double x) const;
   // The same, read from the per-block table (no power law evaluated).
   double PointsPerFwhm(std::int32_t i) const { return Interpolate(ppf_, i); }
+  // The lowest and highest baseline + `noises` * noise of any point of block b: the levels
+  // run linearly between block centres, so every point of it lies between its neighbours'.
+  std::pair<double, double> LevelBounds(std::int32_t b, double noises) const;
   // Fills the per-block table from the width law and the spacing.
   void TabulateWidths(std::span<const double> x);
 
@@ -48,14 +52,20 @@ class SignalModel {
   double x_ref = 1.0;
   double exponent = 0.0;
   WidthLaw law = WidthLaw::kConstant;
-  std::int32_t block = 1;  // points per block
+  std::int32_t block() const { return block_; }  // points per block
+  void SetBlock(std::int32_t points) {
+    block_ = points;
+    inverse_block_ = 1.0 / points;
+  }
   std::int32_t noise_lag = 0;  // lag of the second differences that measure the noise; 0: not chosen
   std::vector<double> baseline_, noise_, spacing_, ppf_;
 
  private:
+  std::int32_t block_ = 1;
+  double inverse_block_ = 1.0;  // read on every interpolation: a product, not a quotient
   double Interpolate(const std::vector<double>& v, std::int32_t i) const {
     if (v.empty()) return 0.0;
-    const double t = (static_cast<double>(i) + 0.5) / block - 0.5;
+    const double t = (static_cast<double>(i) + 0.5) * inverse_block_ - 0.5;
     if (t <= 0.0) return v.front();
     const auto k = static_cast<std::size_t>(t);
     if (k + 1 >= v.size()) return v.back();
