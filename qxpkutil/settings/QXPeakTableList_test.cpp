@@ -25,6 +25,7 @@ using testing::Tagged;
 using Fields = testing::SettingFieldsTuple;
 constexpr std::int32_t kMinIndex = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kMaxIndex = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kMaxSegments = QXPeakTableList::kMaxDetectionSettings;
 
 std::vector<Fields> Tags(const std::vector<int>& tags) {
   std::vector<Fields> out;
@@ -85,7 +86,7 @@ void Resend(QXPeakTableList& l, Form form, Edit edit) {
 
 // ---- Segments ----
 
-TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsAndCopiesThePredecessor) {
+TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsCopiesThePredecessorUpToTheLimit) {
   // before, index, mass processing, after (empty: the add is ignored)
   const std::tuple<std::vector<int>, std::int32_t, int, std::vector<int>> cases[] = {
       {{}, 3, 0, {0, 0, 0, 0}},
@@ -98,7 +99,10 @@ TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsAndCopiesThePredeces
       {{1, 2, 3}, 5, 0, {1, 2, 3, 0, 0, 0}},
       {{1, 2}, -2, 0, {}},
       {{1, 2}, kMinIndex, 0, {}},
-      {{1, 2}, kMaxIndex, 0, {}}};
+      {{1, 2}, kMaxIndex, 0, {}},
+      {{}, kMaxSegments - 1, 0, std::vector<int>(kMaxSegments, 0)},  // up to the limit
+      {{}, kMaxSegments, 0, {}},
+      {std::vector<int>(kMaxSegments, 1), -1, 0, {}}};
   for (const auto& [before, index, massProcessing, after] : cases) {
     SCOPED_TRACE(::testing::Message() << before.size() << " segments, index " << index);
     QXPeakTableList list;
@@ -108,15 +112,6 @@ TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsAndCopiesThePredeces
     EXPECT_EQ(SegmentFields(list), Tags(after.empty() ? before : after));
     EXPECT_EQ(list.SettingsChanged(), after.empty() ? 0 : 1);
   }
-}
-
-TEST(QXPeakTableList, AddDetectionSettingStopsAtTheSegmentLimit) {
-  QXPeakTableList list;
-  list.AddDetectionSetting(QXPeakTableList::kMaxDetectionSettings);
-  EXPECT_EQ(list.GetNumDetectionSettings(), 0);
-  list.AddDetectionSetting(QXPeakTableList::kMaxDetectionSettings - 1);
-  list.AddDetectionSetting(-1);
-  EXPECT_EQ(list.GetNumDetectionSettings(), QXPeakTableList::kMaxDetectionSettings);
 }
 
 TEST(QXPeakTableList, DeleteDetectionSettingResultsAndSettingsChanged) {
