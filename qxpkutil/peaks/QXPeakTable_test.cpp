@@ -182,12 +182,13 @@ TEST(QXPeakTable, LookupsAgreeWithPlainModels) {
     EXPECT_EQ(apexX(t.GetPeakInRange(a, kQXUnsetValue, flags, &filter, c)),  // unfiltered
               nearest < 0 ? -1.0 : xs[nearest]);
     EXPECT_EQ(apexX(t.GetPeakInRange(b, a, flags, &filter, c)), best < 0 ? -1.0 : xs[best]);
-    // The cursor stays after the peak found (else the nearest); a restart goes back to 0.
+    // The cursor goes on after the peak found (else the nearest); a restart goes back to 0.
     for (const QXPeakTableElement* p; (p = t.GetNextFilteredPeak(flags, &filter)) != nullptr;)
       seen.push_back(static_cast<std::int32_t>(p->m_nApexIndex));
     const std::int32_t from = (best >= 0 ? best : nearest) + 1;
     EXPECT_EQ(seen, std::vector<std::int32_t>(
                         std::lower_bound(passing.begin(), passing.end(), from), passing.end()));
+    EXPECT_EQ(t.GetNextFilteredPeak(flags, &filter), nullptr);  // and stays at the end
     t.RestartFilteredPeak();
     EXPECT_EQ(apexX(t.GetNextFilteredPeak(flags, &filter)), passing.empty() ? -1 : xs[passing[0]]);
     std::vector<QXPeakTableElement*> out{nullptr};
