@@ -90,7 +90,7 @@ TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsCopiesThePredecessor
   // before, index, mass processing, after (empty: the add is ignored)
   const std::tuple<std::vector<int>, std::int32_t, int, std::vector<int>> cases[] = {
       {{}, 3, 0, {0, 0, 0, 0}},
-      {{1}, 1, 0, {1, 1}},
+      {{1}, 1, 0, {1, 1}},  {{1}, 2, 0, {1, 0, 0}},  // one past the end
       {{1, 2, 3}, 1, 0, {1, 1, 2, 3}},
       {{1, 2, 3}, 2, 0, {1, 2, 2, 3}},
       {{1, 2, 3}, 0, 1, {0, 1, 2, 3}},
