@@ -336,8 +336,9 @@ TEST(QXPeakTableList, TimeOfFlightSegmentsWidenAlongTheAxisAndCloseAtM2) {
                                        2.0 * segs[i].GetFilterWidth() * kDt * kR, kT1, t2, kM1, m2);
       EXPECT_EQ(std::make_tuple(segs[i].GetRangeX2(), segs[i].GetMaxPeakWidth()),
                 std::make_tuple(end, closing ? 10000 : 400));
-      if (i + 1 < segs.size())
+      if (i + 1 < segs.size()) {
         EXPECT_DOUBLE_EQ(segs[i + 1].GetRangeX1(), end - (end - segs[i].GetRangeX1()) * 0.05);
+      }
     }
     const QXPeakDetectSetting& s = segs[3];
     EXPECT_EQ(std::make_tuple(s.GetRelThreshold(), s.GetAbsThreshold(), s.GetMinPeakArea(),
