@@ -32,38 +32,34 @@ std::vector<std::uint32_t> ApexIndices(const QXPeakTable& t) {
 }
 
 // Indices, counts and flag words are 32 bits wide on every platform, as in every other
-// class; a member pointer of the exact type only compiles when the signature matches.
+// class; a member pointer converts to the exact type only when the signature matches.
 struct SurfaceWidths : QXPeakTable {
   using T = QXPeakTable;
   using I = std::int32_t;
   using U = std::uint32_t;
   using E = QXPeakTableElement;
   using F = const tagQXPeakFilterStruct*;
-  static_assert(std::is_same_v<decltype(std::declval<const T&>().GetNumPeaks()), I>);
-  static_assert(std::is_same_v<decltype(&T::GetPeak), E* (T::*)(I) const>);
-  static_assert(std::is_same_v<decltype(&T::RemovePeak), std::unique_ptr<E> (T::*)(I)>);
-  static_assert(std::is_same_v<decltype(&T::DeletePeak), int (T::*)(I)>);
-  static_assert(std::is_same_v<decltype(&T::GetPeakApex), int (T::*)(double*, double*, I) const>);
-  static_assert(std::is_same_v<decltype(&T::GetPeakNearest), I (T::*)(double, int)>);
-  static_assert(std::is_same_v<decltype(&T::GetNextFilteredPeak), E* (T::*)(U, F)>);
-  static_assert(std::is_same_v<decltype(&T::GetPeakInRange), E* (T::*)(double, double, U, F, int)>);
-  static_assert(std::is_same_v<decltype(&SurfaceWidths::QuickSort), void (T::*)(I, I)>);
-  static_assert(std::is_same_v<decltype(&SurfaceWidths::FindMaxIndex),
-                               int (T::*)(const double*, U, U, U, I, I&, double) const>);
-  static_assert(std::is_same_v<decltype(&T::BuildCentroidPeakTable),
-                               I (T::*)(const double*, const double*, U, double, int, int, double,
-                                        double, int, double, double)>);
-  // The three finders, each by its exact signature.
-  static constexpr auto kScan = static_cast<I (T::*)(
-      const double*, const double*, U, double, double, int, int, int, double, int, int, double,
-      double, int, int, int, int, double, double, int, double, double, int)>(&T::FindPeaks);
-  static constexpr auto kScanCounts = static_cast<I (T::*)(
-      const float*, const U*, U, double, double, int, int, int, double, int, int, double, double,
-      int)>(&T::FindPeaks);
-  static constexpr auto kDivisor = static_cast<I (T::*)(
-      const double*, const double*, U, double, double, double, int, int, int, int, double, double,
-      int, double, double, int)>(&T::FindPeaks);
-  static_assert(std::is_same_v<decltype(&E::DoesPeakMatchCriteria), int (E::*)(U, F) const>);
+  static constexpr std::tuple kSignatures{
+      static_cast<I (T::*)() const>(&T::GetNumPeaks), static_cast<E* (T::*)(I) const>(&T::GetPeak),
+      static_cast<std::unique_ptr<E> (T::*)(I)>(&T::RemovePeak),
+      static_cast<int (T::*)(I)>(&T::DeletePeak),
+      static_cast<int (T::*)(double*, double*, I) const>(&T::GetPeakApex),
+      static_cast<I (T::*)(double, int)>(&T::GetPeakNearest),
+      static_cast<E* (T::*)(U, F)>(&T::GetNextFilteredPeak),
+      static_cast<E* (T::*)(double, double, U, F, int)>(&T::GetPeakInRange),
+      static_cast<void (T::*)(I, I)>(&SurfaceWidths::QuickSort),
+      static_cast<int (T::*)(const double*, U, U, U, I, I&, double) const>(
+          &SurfaceWidths::FindMaxIndex),
+      static_cast<I (T::*)(const double*, const double*, U, double, int, int, double, double, int,
+                           double, double)>(&T::BuildCentroidPeakTable),
+      static_cast<I (T::*)(const double*, const double*, U, double, double, int, int, int, double,
+                           int, int, double, double, int, int, int, int, double, double, int,
+                           double, double, int)>(&T::FindPeaks),
+      static_cast<I (T::*)(const float*, const U*, U, double, double, int, int, int, double, int,
+                           int, double, double, int)>(&T::FindPeaks),
+      static_cast<I (T::*)(const double*, const double*, U, double, double, double, int, int, int,
+                           int, double, double, int, double, double, int)>(&T::FindPeaks),
+      static_cast<int (E::*)(U, F) const>(&E::DoesPeakMatchCriteria)};
 };
 
 TEST(QXPeakTable, IndexConventionAndOwnership) {
@@ -142,67 +138,67 @@ TEST(QXPeakTable, SortTrustsTheStoredMethodAndSurvivesNaNKeys) {
   EXPECT_GE(t.GetPeakNearest(2.2, 0), 0);
 }
 
-TEST(QXPeakTable, NearestPeak) {
-  QXPeakTable empty;
-  EXPECT_EQ(empty.GetPeakNearest(3, 0), -1);
-  QXPeakTable one = MakeTable({5});
-  EXPECT_EQ(one.GetPeakNearest(-100, 0), 0);
-  EXPECT_EQ(one.GetPeakNearest(100, 0), 0);
-
-  QXPeakTable t = MakeTable({30, 10, 20}, {1, 3, 2});
-  t.SortPeakTable(1);
-  EXPECT_EQ(t.GetPeakNearest(15, 0), 0);  // halfway: the lower index, after re-sorting by x
-  EXPECT_EQ(ApexIndices(t), (std::vector<std::uint32_t>{1, 2, 0}));
-  EXPECT_EQ(std::make_tuple(t.GetSortMethod(), t.GetPeakNearest(16, 0), t.GetPeakNearest(1e9, 0),
-                            t.GetPeakNearest(-1e9, 0)),
-            std::make_tuple(0, 1, 2, 0));
-  t.GetPeak(1)->m_dCentroidX = 25;
-  EXPECT_EQ(t.GetPeakNearest(24, 1), 1);  // centroid keys
-}
-
-TEST(QXPeakTable, PeakAndAllPeaksInRange) {
-  // Intensities: x=1:50, 2:80, 3:80, 4:20, 5:90
-  QXPeakTable t = MakeTable({1, 2, 3, 4, 5}, {50, 80, 80, 20, 90});
-  EXPECT_EQ(t.GetPeakInRange(1.5, 3.5, 0, nullptr, 0)->m_dApexX, 2);  // equal: lower index
-  EXPECT_EQ(t.GetPeakInRange(3.5, 1.5, 0, nullptr, 0)->m_dApexX, 2);  // reversed bounds
-  EXPECT_EQ(t.GetPeakInRange(1, 5, 0, nullptr, 0)->m_dApexX, 5);     // ends inclusive
-  EXPECT_EQ(t.GetPeakInRange(5.1, 9, 0, nullptr, 0), nullptr);
-  EXPECT_EQ(t.GetPeakInRange(3.2, 3.8, 0, nullptr, 0), nullptr);
-
-  tagQXPeakFilterStruct filter{};
-  filter.dMinIntensity = 60;
-  EXPECT_EQ(t.GetPeakInRange(3.6, 4.4, 0x40, &filter, 0), nullptr);
-  // No upper limit: the nearest peak, unfiltered.
-  QXPeakTableElement* p = t.GetPeakInRange(3.9, kQXUnsetValue, 0x40, &filter, 0);
-  ASSERT_NE(p, nullptr);
-  EXPECT_EQ(p->m_dApexX, 4);
-
-  // The cursor continues after the peak found.
-  t.RestartFilteredPeak();
-  ASSERT_NE(t.GetPeakInRange(2.5, 3.5, 0, nullptr, 0), nullptr);
-  EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr)->m_dApexX, 4);
-  EXPECT_EQ(t.GetNextFilteredPeak(0x40, &filter)->m_dApexX, 5);
-  EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr), nullptr);
-  EXPECT_EQ(t.GetNextFilteredPeak(0, nullptr), nullptr);
-  t.RestartFilteredPeak();
-  EXPECT_EQ(t.GetNextFilteredPeak(0x40, &filter)->m_dApexX, 2);
-
-  std::vector<QXPeakTableElement*> out{nullptr};
-  t.GetAllPeaksInRange(out, 5, 2, 0x40, &filter, 0);
-  ASSERT_EQ(out.size(), 3u);
-  EXPECT_EQ(out[0]->m_dApexX, 2);
-  EXPECT_EQ(out[2]->m_dApexX, 5);
-  t.GetAllPeaksInRange(out, 2, kQXUnsetValue, 0, nullptr, 0);
-  EXPECT_TRUE(out.empty());
-  t.GetAllPeaksInRange(out, 2.5, 2.6, 0, nullptr, 0);
-  EXPECT_TRUE(out.empty());
-}
-
-TEST(QXPeakTable, RegionIsHalfOpen) {
-  const QXPeakTable t = MakeTable({2, 4});
-  EXPECT_TRUE(t.IsPeakInRegion(2, 3));
-  EXPECT_FALSE(t.IsPeakInRegion(1, 2));
-  EXPECT_FALSE(QXPeakTable().IsPeakInRegion(0, 10));
+// Random tables of distinct whole apexes (added shuffled; apex y with ties; centroids up to
+// 3/4 past their apexes) against plain models on the x-sorted peaks.
+TEST(QXPeakTable, LookupsAgreeWithPlainModels) {
+  std::mt19937 rng(3);
+  const auto apexX = [](const QXPeakTableElement* p) { return p ? p->m_dApexX : -1.0; };
+  for (int round = 0; round < 3000; ++round) {
+    std::vector<double> xs, ys, cs, all;
+    std::vector<std::int32_t> order, passing, seen;
+    for (unsigned x = 0, every = 1 + rng() % 40; x <= 30; ++x) {
+      if (rng() % every) continue;
+      order.push_back(static_cast<std::int32_t>(xs.size()));
+      xs.push_back(x), ys.push_back(1 + rng() % 4), cs.push_back(x + 0.25 * (rng() % 4));
+    }
+    std::shuffle(order.begin(), order.end(), rng);
+    QXPeakTable t;
+    for (std::int32_t i : order) {
+      t.AddPeak(xs[i], ys[i], i, 0, 0, 0, 0, 0, 0, cs[i], 0, 0, 0, 0, 0, 0);
+    }
+    t.SortPeakTable(static_cast<int>(rng() % 2));
+    const int c = static_cast<int>(rng() % 2);
+    const double a = (rng() % 70) / 2.0 - 2.0, b = (rng() % 70) / 2.0 - 2.0;
+    tagQXPeakFilterStruct filter{};
+    filter.dMinIntensity = 1.0 + rng() % 4;
+    const std::uint32_t flags = rng() % 2 ? kQXFilterMinIntensity : 0;
+    // The nearest key (ties to the lower), and the most intense (ties to the lower) of all
+    // passing peaks in [a, b].
+    std::int32_t nearest = -1, best = -1;
+    const auto key = [&](std::int32_t k) { return c ? cs[k] : xs[k]; };
+    for (std::int32_t i = 0; i < std::ssize(xs); ++i) {
+      if (nearest < 0 || std::fabs(key(i) - a) < std::fabs(key(nearest) - a)) nearest = i;
+      if (flags && ys[i] < filter.dMinIntensity) continue;
+      passing.push_back(i);
+      if (key(i) < std::min(a, b) || key(i) > std::max(a, b)) continue;
+      all.push_back(xs[i]);
+      if (best < 0 || ys[i] > ys[best]) best = i;
+    }
+    SCOPED_TRACE(::testing::Message() << xs.size() << " peaks, " << a << ".." << b << " c " << c);
+    EXPECT_EQ(t.IsPeakInRegion(a, b),  // half-open
+              std::any_of(xs.begin(), xs.end(), [&](double x) { return x >= a && x < b; }));
+    EXPECT_EQ(t.GetPeakNearest(a, c), nearest);
+    EXPECT_TRUE(xs.empty() || t.GetSortMethod() == 0);
+    EXPECT_EQ(apexX(t.GetPeakInRange(a, kQXUnsetValue, flags, &filter, c)),  // unfiltered
+              nearest < 0 ? -1.0 : xs[nearest]);
+    EXPECT_EQ(apexX(t.GetPeakInRange(b, a, flags, &filter, c)), best < 0 ? -1.0 : xs[best]);
+    // The cursor goes on after the peak found (else the nearest); a restart goes back to 0.
+    for (const QXPeakTableElement* p; (p = t.GetNextFilteredPeak(flags, &filter)) != nullptr;)
+      seen.push_back(static_cast<std::int32_t>(p->m_nApexIndex));
+    const std::int32_t from = (best >= 0 ? best : nearest) + 1;
+    EXPECT_EQ(seen, std::vector<std::int32_t>(
+                        std::lower_bound(passing.begin(), passing.end(), from), passing.end()));
+    EXPECT_EQ(t.GetNextFilteredPeak(flags, &filter), nullptr);  // and stays at the end
+    t.RestartFilteredPeak();
+    EXPECT_EQ(apexX(t.GetNextFilteredPeak(flags, &filter)), passing.empty() ? -1 : xs[passing[0]]);
+    std::vector<QXPeakTableElement*> out{nullptr};
+    t.GetAllPeaksInRange(out, b, a, flags, &filter, c);
+    std::vector<double> got(out.size());
+    std::transform(out.begin(), out.end(), got.begin(), apexX);
+    EXPECT_EQ(got, all);
+    t.GetAllPeaksInRange(out, a, kQXUnsetValue, 0, nullptr, c);
+    EXPECT_TRUE(out.empty());
+  }
 }
 
 TEST(QXPeakTable, RemoveDuplicatedPeaksKeepsTheLastOfEachRun) {

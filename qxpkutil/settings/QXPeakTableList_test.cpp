@@ -25,6 +25,7 @@ using testing::Tagged;
 using Fields = testing::SettingFieldsTuple;
 constexpr std::int32_t kMinIndex = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kMaxIndex = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t kMaxSegments = QXPeakTableList::kMaxDetectionSettings;
 
 std::vector<Fields> Tags(const std::vector<int>& tags) {
   std::vector<Fields> out;
@@ -85,11 +86,11 @@ void Resend(QXPeakTableList& l, Form form, Edit edit) {
 
 // ---- Segments ----
 
-TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsAndCopiesThePredecessor) {
+TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsCopiesThePredecessorUpToTheLimit) {
   // before, index, mass processing, after (empty: the add is ignored)
   const std::tuple<std::vector<int>, std::int32_t, int, std::vector<int>> cases[] = {
       {{}, 3, 0, {0, 0, 0, 0}},
-      {{1}, 1, 0, {1, 1}},
+      {{1}, 1, 0, {1, 1}},  {{1}, 2, 0, {1, 0, 0}},  // one past the end
       {{1, 2, 3}, 1, 0, {1, 1, 2, 3}},
       {{1, 2, 3}, 2, 0, {1, 2, 2, 3}},
       {{1, 2, 3}, 0, 1, {0, 1, 2, 3}},
@@ -98,7 +99,10 @@ TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsAndCopiesThePredeces
       {{1, 2, 3}, 5, 0, {1, 2, 3, 0, 0, 0}},
       {{1, 2}, -2, 0, {}},
       {{1, 2}, kMinIndex, 0, {}},
-      {{1, 2}, kMaxIndex, 0, {}}};
+      {{1, 2}, kMaxIndex, 0, {}},
+      {{}, kMaxSegments - 1, 0, std::vector<int>(kMaxSegments, 0)},  // up to the limit
+      {{}, kMaxSegments, 0, {}},
+      {std::vector<int>(kMaxSegments, 1), -1, 0, {}}};
   for (const auto& [before, index, massProcessing, after] : cases) {
     SCOPED_TRACE(::testing::Message() << before.size() << " segments, index " << index);
     QXPeakTableList list;
@@ -108,15 +112,6 @@ TEST(QXPeakTableList, AddDetectionSettingInsertsAppendsGrowsAndCopiesThePredeces
     EXPECT_EQ(SegmentFields(list), Tags(after.empty() ? before : after));
     EXPECT_EQ(list.SettingsChanged(), after.empty() ? 0 : 1);
   }
-}
-
-TEST(QXPeakTableList, AddDetectionSettingStopsAtTheSegmentLimit) {
-  QXPeakTableList list;
-  list.AddDetectionSetting(QXPeakTableList::kMaxDetectionSettings);
-  EXPECT_EQ(list.GetNumDetectionSettings(), 0);
-  list.AddDetectionSetting(QXPeakTableList::kMaxDetectionSettings - 1);
-  list.AddDetectionSetting(-1);
-  EXPECT_EQ(list.GetNumDetectionSettings(), QXPeakTableList::kMaxDetectionSettings);
 }
 
 TEST(QXPeakTableList, DeleteDetectionSettingResultsAndSettingsChanged) {
@@ -314,50 +309,44 @@ int BuildMass(QXPeakTableList& list, double resolution, double dx, double x1, do
                                    40.0, 4, 20, 0.1, 0.9);
 }
 
-TEST(QXPeakTableList, TimeOfFlightSegmentsWidenAlongTheAxisAndReachM2) {
-  QXPeakTableList list;
-  Fill(list, {1, 2});
-  const double t2 = 1e8;
-  const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
-  const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
-  const auto segs = testing::Segments(list);
-  ASSERT_EQ(n, static_cast<int>(segs.size()));
-  ASSERT_GE(segs.size(), 10u);
-  ExpectGrowingSegments(segs);
-  EXPECT_GT(segs.back().GetFilterWidth(), 5 * segs.front().GetFilterWidth());
-  EXPECT_EQ(std::make_tuple(segs.front().GetRangeX1(), segs.back().GetRangeX2(),
-                            segs.back().GetMaxPeakWidth()),
-            std::make_tuple(kM1, m2, 10000));
-  // Each segment ends where peaks are as wide as its filter; the next starts 5 % of its span
-  // below that end (3200 / dt is below the 5 % floor).
-  for (std::size_t i = 0; i + 1 < segs.size(); ++i) {
-    SCOPED_TRACE(i);
-    const double end =
-        QXPeakTableList::TimeToMass(2.0 * segs[i].GetFilterWidth() * kDt * kR, kT1, t2, kM1, m2);
-    EXPECT_EQ(segs[i].GetRangeX2(), end);
-    EXPECT_DOUBLE_EQ(segs[i + 1].GetRangeX1(), end - (end - segs[i].GetRangeX1()) * 0.05);
-    EXPECT_EQ(segs[i].GetMaxPeakWidth(), 400);
+// Peaks 100 points wide at t2 = 1e8 close the walk with a segment up to m2. At 1.019e8 they
+// are 101.9 wide: widths 5, 11, ..., 101 stop short of t2 and the next step ends the walk
+// without a closing segment, yet counts one.
+TEST(QXPeakTableList, TimeOfFlightSegmentsWidenAlongTheAxisAndCloseAtM2) {
+  for (const double t2 : {1e8, 1.019e8}) {
+    const bool closed = t2 == 1e8;
+    QXPeakTableList list;
+    Fill(list, {1, 2});
+    const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
+    const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
+    const auto segs = testing::Segments(list);
+    ASSERT_EQ(n, static_cast<int>(segs.size()) + (closed ? 0 : 1));
+    ASSERT_GE(segs.size(), 10u);
+    ExpectGrowingSegments(segs);
+    EXPECT_EQ(std::make_tuple(segs.front().GetRangeX1(), segs.back().GetFilterWidth()),
+              std::make_tuple(kM1, 101));
+    // Each segment ends where peaks are as wide as its filter, or at m2 (with peaks up to
+    // 10000 points) when it closes the walk; the next starts 5 % of its span below that end
+    // (3200 / dt is below the 5 % floor).
+    for (std::size_t i = 0; i < segs.size(); ++i) {
+      SCOPED_TRACE(i);
+      const bool closing = closed && i + 1 == segs.size();
+      const double end = closing ? m2
+                                 : QXPeakTableList::TimeToMass(
+                                       2.0 * segs[i].GetFilterWidth() * kDt * kR, kT1, t2, kM1, m2);
+      EXPECT_EQ(std::make_tuple(segs[i].GetRangeX2(), segs[i].GetMaxPeakWidth()),
+                std::make_tuple(end, closing ? 10000 : 400));
+      if (i + 1 < segs.size()) {
+        EXPECT_DOUBLE_EQ(segs[i + 1].GetRangeX1(), end - (end - segs[i].GetRangeX1()) * 0.05);
+      }
+    }
+    const QXPeakDetectSetting& s = segs[3];
+    EXPECT_EQ(std::make_tuple(s.GetRelThreshold(), s.GetAbsThreshold(), s.GetMinPeakArea(),
+                              s.GetPctPeakArea(), s.GetNoiseThreshold(), s.GetIntegratedMethod(),
+                              s.GetPctCentroid(), s.GetMaxCharge(), s.GetMaxIsotope(),
+                              s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity()),
+              std::make_tuple(0.5, 10.0, 1.0, 2.0, 3.0, 2, 40.0, 4, 20, 0.1, 0.9));
   }
-  const QXPeakDetectSetting& s = segs[3];
-  EXPECT_EQ(std::make_tuple(s.GetRelThreshold(), s.GetAbsThreshold(), s.GetMinPeakArea(),
-                            s.GetPctPeakArea(), s.GetNoiseThreshold(), s.GetIntegratedMethod(),
-                            s.GetPctCentroid(), s.GetMaxCharge(), s.GetMaxIsotope(),
-                            s.GetRelMasMinIntensity(), s.GetRelMassMaxIntensity()),
-            std::make_tuple(0.5, 10.0, 1.0, 2.0, 3.0, 2, 40.0, 4, 20, 0.1, 0.9));
-}
-
-TEST(QXPeakTableList, TimeOfFlightWalkThatStepsPastT2CountsOneSegmentTooMany) {
-  // Peaks are 101.9 points wide at t2: widths 5, 11, ..., 101 stop short of t2 and the next
-  // step ends the walk without a closing segment.
-  QXPeakTableList list;
-  const double t2 = 1.019e8;
-  const double m2 = kM1 * (t2 / kT1) * (t2 / kT1);
-  const int n = BuildTof(list, kDt, kT1, t2, kM1, m2, kR);
-  EXPECT_EQ(n, list.GetNumDetectionSettings() + 1);
-  const auto segs = testing::Segments(list);
-  ASSERT_FALSE(segs.empty());
-  EXPECT_EQ(segs.back().GetFilterWidth(), 101);
-  EXPECT_LT(segs.back().GetRangeX2(), m2);
 }
 
 TEST(QXPeakTableList, MassAxisSegmentsFollowTheResolvingPowerUpToTheFilterCap) {

@@ -27,7 +27,7 @@ struct Dialog : QXSegmentedPeakSetupDlg {
   std::pair<double, double> Shown() const { return {GetSegmentX1(), GetSegmentX2()}; }
 };
 
-TEST(QXSegmentedPeakSetupDlg, TypedBoundsAreRoundedToTheDisplayPrecision) {
+TEST(QXSegmentedPeakSetupDlg, TypedBoundsAreRoundedToTheDisplayPrecisionOrRefused) {
   QXPeakTableList list = testing::MakeList(kThree);
   Dialog dlg(&list);
   ASSERT_EQ(dlg.SetCurrentSegment(1), 1);
@@ -42,22 +42,18 @@ TEST(QXSegmentedPeakSetupDlg, TypedBoundsAreRoundedToTheDisplayPrecision) {
   EXPECT_EQ(dlg.Shown(), std::make_pair(5.0, 24.96));
   // An upper bound typed below the lower one swaps them.
   EXPECT_EQ(dlg.SetSegmentX2(2, 1), 1);
-  EXPECT_EQ(RangesOf(list), (Ranges{{0, 2}, {2, 5}, {24.96, 30}}));
+  const Ranges after = {{0, 2}, {2, 5}, {24.96, 30}};
+  EXPECT_EQ(RangesOf(list), after);
   EXPECT_EQ(dlg.Shown(), std::make_pair(2.0, 5.0));
-}
 
-TEST(QXSegmentedPeakSetupDlg, RefusedTypedBoundsChangeNothing) {
-  QXPeakTableList list = testing::MakeList(kThree);
-  Dialog dlg(&list);
-  dlg.SetCurrentSegment(1);
   ScriptedSink sink({false});
   EXPECT_EQ(dlg.SetSegmentX1(-0.5, 0), 0);
   EXPECT_EQ(sink.shown, (ScriptedSink::Record{{kQXMsgRangeNegative, QXLoadString(24701)}}));
-  EXPECT_EQ(dlg.SetSegmentX1(20.04, 1), 0);  // equal to the upper bound once rounded
-  EXPECT_EQ(dlg.SetSegmentX1(0, 1), 0);      // the user declines to combine
+  EXPECT_EQ(dlg.SetSegmentX1(5.04, 1), 0);  // equal to the upper bound once rounded
+  EXPECT_EQ(dlg.SetSegmentX1(0, 1), 0);     // the user declines to combine
   EXPECT_EQ(sink.asked.size(), 1u);
-  EXPECT_EQ(RangesOf(list), kThree);
-  EXPECT_EQ(dlg.Shown(), std::make_pair(10.0, 20.0));
+  EXPECT_EQ(RangesOf(list), after);
+  EXPECT_EQ(dlg.Shown(), std::make_pair(2.0, 5.0));
 }
 
 TEST(QXSegmentedPeakSetupDlg, WithoutRangesOnlyTheDialogTakesTheBounds) {
