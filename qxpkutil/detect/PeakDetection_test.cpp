@@ -50,7 +50,6 @@ TEST(DetectPeaks, RefusesBadTracesAndOptions) {
   }
 }
 
-// The estimators recover the noise and the width they were given, at any sampling.
 // Short traces of every kind the model tells apart (even and uneven steps, x gaps, repeated
 // x, zero-filled runs, counts, spikes), with peaks and with options from the defaults to any
 // finite width: the search succeeds and every peak's bounds hold its apex inside the data.
@@ -97,6 +96,7 @@ TEST(DetectPeaks, KeepsBoundsInsideAnyShortTrace) {
   }
 }
 
+// The estimators recover the noise and the width they were given, at any sampling.
 TEST(SignalModel, RecoversNoiseAndWidth) {
   for (const double ppf : {4.0, 10.0, 30.0}) {
     SCOPED_TRACE(ppf);
