@@ -201,7 +201,9 @@ void Modern(Bytes& in, const Signal& s, bool classic) {
   qxpkutil::DetectOptions options;
   options.kind = in.Bool() ? qxpkutil::SignalKind::kChromatogram : qxpkutil::SignalKind::kSpectrum;
   options.snr = in.Double(0.0, 20.0);
-  if (in.Bool()) options.fwhm = in.Double(0.0, 5.0);
+  if (in.Bool()) {  // a usual width, or any width from 1e-300 to 1e300
+    options.fwhm = in.Bool() ? in.Double(0.0, 5.0) : std::pow(10.0, in.Double(-300.0, 300.0));
+  }
   options.max_charge = in.Int(0, 8);
   options.gauss_refine = (in.Byte() & 7) == 0;
   options.width_law = static_cast<qxpkutil::WidthLaw>(in.Int(0, 4));
