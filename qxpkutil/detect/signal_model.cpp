@@ -248,7 +248,10 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
                     std::int32_t samples, const std::vector<std::uint8_t>* exclude = nullptr) {
   // The gathers below store every sampled value and advance past the ones that count, with
   // no branch on the data: which points are left out follows the peaks, unpredictably.
-  auto skip = [&](std::int32_t i) { return (m.missing[i] | (exclude ? (*exclude)[i] : 0)) != 0; };
+  // Non-zero where a point is missing or left out; or-ed without a branch below.
+  auto skip = [&](std::int32_t i) {
+    return static_cast<unsigned>(m.missing[i]) | (exclude ? (*exclude)[i] : 0u);
+  };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block() - 1) / m.block();
   // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
@@ -280,7 +283,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     std::size_t count = 0;
     for (std::int32_t i = lo; i < hi; i += stride) {
       values[count] = y[i];
-      count += skip(i) ? 0 : 1;
+      count += skip(i) != 0 ? 0 : 1;
     }
     values.resize(count);
     if (values.size() < 8) continue;
@@ -320,7 +323,8 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       std::size_t count = 0;
       for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
         const double before = y[i - lag], here = y[i], after = y[i + lag];
-        const bool clear = !(skip(i - lag) | skip(i) | skip(i + lag)) && std::max({before, here, after}) <= top;
+        const bool clear = (skip(i - lag) | skip(i) | skip(i + lag)) == 0 &&
+                           std::max({before, here, after}) <= top;
         curvature[count] = std::fabs(before - 2.0 * here + after);
         count += clear ? 1 : 0;
       }
