@@ -211,7 +211,7 @@ void Modern(Bytes& in, const Signal& s, bool classic) {
     Settings k{};
     options.classic = DecodeList(in, s, k);
   }
-  if (!std::isfinite(options.snr) || options.snr < 0.0 || !std::isfinite(options.fwhm) ||
+  if (!std::isfinite(options.snr) || options.snr <= 0.0 || !std::isfinite(options.fwhm) ||
       options.fwhm < 0.0) {
     (void)qxpkutil::DetectPeaks(std::span<const double>(s.x), std::span<const double>(s.y),
                                 options);  // refused or not, it must not crash
