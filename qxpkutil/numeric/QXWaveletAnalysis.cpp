@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -237,65 +238,27 @@ std::uint64_t SortKey(double d) {
   return (b >> 63) != 0 ? ~b : b | (std::uint64_t{1} << 63);
 }
 
-// LSD radix passes over key bits 31 .. 51 of m values that share their top 12 key bits
-// (sign and exponent); `tmp` holds m values. The result is in v.
-void SortMantissaTops(double* v, double* tmp, std::size_t m) {
-  constexpr int kBits = 11;
-  constexpr int kLowBit = 31;
-  constexpr std::size_t kBuckets = std::size_t{1} << kBits;
-  std::array<std::array<std::size_t, kBuckets>, 2> count{};
-  for (std::size_t i = 0; i < m; ++i) {
-    const std::uint64_t k = SortKey(v[i]) >> kLowBit;
-    ++count[0][k & (kBuckets - 1)];
-    ++count[1][(k >> kBits) & (kBuckets - 1)];
-  }
-  double* from = v;
-  double* to = tmp;
-  for (int p = 0; p < 2; ++p) {
-    std::array<std::size_t, kBuckets>& c = count[static_cast<std::size_t>(p)];
-    if (std::find(c.begin(), c.end(), m) != c.end()) continue;  // one digit for all
-    std::size_t start = 0;
-    for (std::size_t& b : c) start += std::exchange(b, start);
-    const int shift = kLowBit + p * kBits;
-    for (std::size_t i = 0; i < m; ++i)
-      to[c[(SortKey(from[i]) >> shift) & (kBuckets - 1)]++] = from[i];
-    std::swap(from, to);
-  }
-  if (from != v) std::copy(from, from + m, v);
-}
-
-// Puts m values of one sign and exponent in ascending order; `tmp` holds m values. Long
-// parts take two radix passes over the next 21 key bits (the part is small enough to stay
-// in cache); the runs that share those 33 bits, rarely more than a value or two in a real
-// signal, are then put in order by their whole pattern.
-void SortPart(double* v, double* tmp, std::size_t m) {
-  if (m >= 256) {
-    SortMantissaTops(v, tmp, m);
-  } else {
-    std::sort(v, v + m);  // one sign: the order of the values is that of the keys
-  }
-  // A run shares the top 33 bits of the key, and so of the bit pattern itself, which is
-  // cheaper to read: the key flips the same bits of all values of one sign.
-  constexpr int kLowBits = 31;
-  const auto byKey = [](double a, double b) { return SortKey(a) < SortKey(b); };
-  std::size_t runStart = 0;
-  for (std::size_t i = 1; i <= m; ++i) {
-    if (i < m && std::bit_cast<std::uint64_t>(v[i]) >> kLowBits ==
-                     std::bit_cast<std::uint64_t>(v[runStart]) >> kLowBits)
-      continue;
-    if (i - runStart > 1) std::sort(v + runStart, v + i, byKey);
-    runStart = i;
-  }
+// Moves from[0..n-1] into `to` grouped by `group` (0 .. groups - 1) in ascending order:
+// group g goes to to[start[g]] on, and start[] is left as it was.
+template <class Group>
+void Scatter(const double* from, double* to, std::size_t n, std::size_t* start,
+             std::size_t groups, Group group) {
+  const std::size_t first = start[0];
+  for (std::size_t i = 0; i < n; ++i) to[start[group(from[i])]++] = from[i];
+  for (std::size_t g = groups - 1; g > 0; --g) start[g] = start[g - 1];  // each was its end
+  start[0] = first;
 }
 
 // Finite values in ascending order, as far as anyone reads them. Long arrays are split by
-// sign and exponent in one radix pass (a signal's values have few exponents, so the pass
-// writes to few places), and each part is sorted the first time a read lands in it: the
-// noise fit reads only some order statistics, and on a spectrum about a quarter of the
-// values lie in parts it never reaches. A binary search for a value only sorts the parts
-// that hold values equal to it in sign and exponent (both zero parts for a zero): in any
-// other part all values compare alike, so its probes answer as the sorted array's would.
-// Every value read and every search answer is that of a full sort by the pattern.
+// sign and exponent (the top 12 key bits) in one radix pass; a signal's values have few
+// exponents, so the pass writes to few places. A part is split by the next 11 key bits the
+// first time a read lands in it, and each of these leaves is sorted when a read lands in
+// it: the noise fit reads only some order statistics and binary searches, so most leaves
+// are never sorted. A search for a value sorts only the leaf of values that share its top
+// 23 key bits (both zero leaves for a zero): in any other leaf all values compare alike,
+// so its probes answer as the sorted array's would. A leaf's values have one sign, so
+// sorting them by value orders them by the pattern. Every value read and every search
+// answer is that of a full sort by the pattern.
 class LazySorted {
  public:
   // Takes over v (n values) and tmp (room for n); both must outlive this.
@@ -303,7 +266,8 @@ class LazySorted {
     constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
     if (n < kRadixFrom || !NoThrow([&] {
           m_start.assign(kParts + 1, 0);
-          m_sorted.assign(kParts, false);
+          m_leaves.resize(kParts);
+          m_whole.assign(kParts, false);
         })) {
       m_start.clear();
       std::sort(v, v + n);
@@ -311,10 +275,7 @@ class LazySorted {
     }
     for (std::size_t i = 0; i < n; ++i) ++m_start[Part(v[i]) + 1];
     for (std::size_t b = 0; b < kParts; ++b) m_start[b + 1] += m_start[b];
-    std::vector<std::size_t>& cursor = m_start;  // advanced to each part's end, then undone
-    for (std::size_t i = 0; i < n; ++i) tmp[cursor[Part(v[i])]++] = v[i];
-    for (std::size_t b = kParts; b > 0; --b) m_start[b] = m_start[b - 1];
-    m_start[0] = 0;
+    Scatter(v, tmp, n, m_start.data(), kParts, [](double d) { return Part(d); });
     m_data = tmp;
     m_tmp = v;
   }
@@ -324,47 +285,89 @@ class LazySorted {
   // The i-th smallest value.
   double operator[](std::size_t i) {
     if (!m_start.empty()) {
-      SortPartAt(static_cast<std::size_t>(
-          std::upper_bound(m_start.begin(), m_start.end(), i) - m_start.begin() - 1));
+      if (Leaves* leaves = Split(Containing(m_start, i))) {
+        SortLeaf(*leaves, Containing(leaves->start, i));
+      }
     }
     return m_data[i];
   }
 
   // lower_bound and upper_bound of `value` over lo..hi-1.
   std::size_t LowerBound(std::size_t lo, std::size_t hi, double value) {
-    SortPartsOf(value);
+    SortLeavesOf(value);
     return static_cast<std::size_t>(std::lower_bound(m_data + lo, m_data + hi, value) - m_data);
   }
   std::size_t UpperBound(std::size_t lo, std::size_t hi, double value) {
-    SortPartsOf(value);
+    SortLeavesOf(value);
     return static_cast<std::size_t>(std::upper_bound(m_data + lo, m_data + hi, value) - m_data);
   }
 
   // The values lo..hi-1, all in order.
   const double* Range(std::size_t lo, std::size_t hi) {
     for (std::size_t b = 0; !m_start.empty() && b < kParts; ++b) {
-      if (m_start[b] < hi && lo < m_start[b + 1]) SortPartAt(b);
+      if (!(m_start[b] < hi && lo < m_start[b + 1])) continue;
+      if (Leaves* leaves = Split(b)) {
+        for (std::size_t l = 0; l < kLeaves; ++l) SortLeaf(*leaves, l);
+      }
     }
     return m_data;
   }
 
  private:
-  static constexpr std::size_t kParts = 4096;  // sign and exponent: the top 12 key bits
+  static constexpr std::size_t kParts = 4096;   // sign and exponent: the top 12 key bits
+  static constexpr std::size_t kLeaves = 2048;  // the next 11 key bits
   static std::size_t Part(double d) { return static_cast<std::size_t>(SortKey(d) >> 52); }
-
-  void SortPartAt(std::size_t b) {
-    if (m_sorted[b]) return;
-    m_sorted[b] = true;
-    const std::size_t lo = m_start[b];
-    SortPart(m_data + lo, m_tmp + lo, m_start[b + 1] - lo);
+  static std::size_t Leaf(double d) {
+    return static_cast<std::size_t>(SortKey(d) >> 41) & (kLeaves - 1);
   }
-  void SortPartsOf(double value) {
+  // The group (of first indices `start`, the last one past the end) that holds index i.
+  static std::size_t Containing(const std::vector<std::size_t>& start, std::size_t i) {
+    return static_cast<std::size_t>(std::upper_bound(start.begin(), start.end(), i) -
+                                    start.begin() - 1);
+  }
+
+  struct Leaves {
+    std::vector<std::size_t> start;  // leaf l is start[l] .. start[l + 1] - 1
+    std::vector<bool> sorted;
+  };
+
+  // The leaves of part b, split on first use; null once the part is sorted whole (a short
+  // part, or no memory for the split).
+  Leaves* Split(std::size_t b) {
+    if (m_leaves[b] || m_whole[b]) return m_leaves[b].get();
+    constexpr std::size_t kSplitFrom = 1024;  // a shorter part is sorted at once
+    const std::size_t lo = m_start[b];
+    const std::size_t m = m_start[b + 1] - lo;
+    std::unique_ptr<Leaves> leaves;
+    if (m < kSplitFrom || !NoThrow([&] {
+          leaves = std::make_unique<Leaves>();
+          leaves->start.assign(kLeaves + 1, 0);
+          leaves->sorted.assign(kLeaves, false);
+        })) {
+      std::sort(m_data + lo, m_data + lo + m);
+      m_whole[b] = true;
+      return nullptr;
+    }
+    std::vector<std::size_t>& start = leaves->start;
+    start[0] = lo;
+    for (std::size_t i = lo; i < lo + m; ++i) ++start[Leaf(m_data[i]) + 1];
+    for (std::size_t l = 0; l < kLeaves; ++l) start[l + 1] += start[l];
+    Scatter(m_data + lo, m_tmp, m, start.data(), kLeaves, [](double d) { return Leaf(d); });
+    std::copy(m_tmp + lo, m_tmp + lo + m, m_data + lo);
+    m_leaves[b] = std::move(leaves);
+    return m_leaves[b].get();
+  }
+
+  void SortLeaf(Leaves& leaves, std::size_t l) {
+    if (leaves.sorted[l]) return;
+    leaves.sorted[l] = true;
+    std::sort(m_data + leaves.start[l], m_data + leaves.start[l + 1]);
+  }
+
+  void SortLeavesOf(double value) {
     if (m_start.empty()) return;
-    if (value == 0.0) {
-      SortPartAt(Part(-0.0));
-      SortPartAt(Part(0.0));
-    } else {
-      SortPartAt(Part(value));
+    for (const double v : {value, value == 0.0 ? -value : value}) {
+      if (Leaves* leaves = Split(Part(v))) SortLeaf(*leaves, Leaf(v));
     }
   }
 
@@ -372,7 +375,8 @@ class LazySorted {
   double* m_tmp;
   std::size_t m_n;
   std::vector<std::size_t> m_start;  // part b is m_start[b] .. m_start[b + 1] - 1; empty: all sorted
-  std::vector<bool> m_sorted;
+  std::vector<std::unique_ptr<Leaves>> m_leaves;
+  std::vector<bool> m_whole;  // parts sorted whole
 };
 
 // sqrt(a^2 + b^2 - (a + b)^2 / 2); a rounding residue below zero counts as no spread.
