@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -237,84 +238,146 @@ std::uint64_t SortKey(double d) {
   return (b >> 63) != 0 ? ~b : b | (std::uint64_t{1} << 63);
 }
 
-// LSD radix passes over key bits 31 .. 51 of m values that share their top 12 key bits
-// (sign and exponent); `tmp` holds m values. The result is in v.
-void SortMantissaTops(double* v, double* tmp, std::size_t m) {
-  constexpr int kBits = 11;
-  constexpr int kLowBit = 31;
-  constexpr std::size_t kBuckets = std::size_t{1} << kBits;
-  std::array<std::array<std::size_t, kBuckets>, 2> count{};
-  for (std::size_t i = 0; i < m; ++i) {
-    const std::uint64_t k = SortKey(v[i]) >> kLowBit;
-    ++count[0][k & (kBuckets - 1)];
-    ++count[1][(k >> kBits) & (kBuckets - 1)];
-  }
-  double* from = v;
-  double* to = tmp;
-  for (int p = 0; p < 2; ++p) {
-    std::array<std::size_t, kBuckets>& c = count[static_cast<std::size_t>(p)];
-    if (std::find(c.begin(), c.end(), m) != c.end()) continue;  // one digit for all
-    std::size_t start = 0;
-    for (std::size_t& b : c) start += std::exchange(b, start);
-    const int shift = kLowBit + p * kBits;
-    for (std::size_t i = 0; i < m; ++i)
-      to[c[(SortKey(from[i]) >> shift) & (kBuckets - 1)]++] = from[i];
-    std::swap(from, to);
-  }
-  if (from != v) std::copy(from, from + m, v);
+// Moves from[0..n-1] into `to` grouped by `group` (0 .. groups - 1) in ascending order:
+// group g goes to to[start[g]] on, and start[] is left as it was.
+template <class Group>
+void Scatter(const double* from, double* to, std::size_t n, std::size_t* start,
+             std::size_t groups, Group group) {
+  const std::size_t first = start[0];
+  for (std::size_t i = 0; i < n; ++i) to[start[group(from[i])]++] = from[i];
+  for (std::size_t g = groups - 1; g > 0; --g) start[g] = start[g - 1];  // each was its end
+  start[0] = first;
 }
 
-// Sorts finite values ascending; `tmp` holds n values. Long arrays take a radix sort on
-// the order-preserving bit pattern, several times faster than a comparison sort on the
-// million-point segments the detection driver hands over. One pass splits them by sign
-// and exponent (a signal's values have few exponents, so the pass writes to few places);
-// each part, now small enough to stay in cache, goes through two passes over the next 21
-// bits; the runs that share those 33 bits, rarely more than a value or two in a real
-// signal, are then put in order by their whole pattern. Any sort by the pattern gives
-// the same array, so this one only changes the time.
-void SortAscending(double* v, double* tmp, std::size_t n) {
-  constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
-  if (n < kRadixFrom) {
-    std::sort(v, v + n);
-    return;
-  }
-  constexpr std::size_t kTops = 4096;  // sign and exponent: the top 12 key bits
-  std::vector<std::size_t> start;
-  if (!NoThrow([&] { start.assign(kTops + 1, 0); })) {
-    std::sort(v, v + n);
-    return;
-  }
-  for (std::size_t i = 0; i < n; ++i) ++start[(SortKey(v[i]) >> 52) + 1];
-  for (std::size_t b = 0; b < kTops; ++b) start[b + 1] += start[b];
-  // The split runs from v into tmp and back, part by part, with `start` as the write cursor.
-  for (std::size_t i = 0; i < n; ++i) tmp[start[SortKey(v[i]) >> 52]++] = v[i];
-  std::size_t lo = 0;
-  for (std::size_t b = 0; b < kTops; ++b) {
-    const std::size_t hi = start[b];  // advanced to the start of part b + 1
-    const std::size_t m = hi - lo;
-    std::copy(tmp + lo, tmp + hi, v + lo);
-    if (m >= 256) {
-      SortMantissaTops(v + lo, tmp + lo, m);
-    } else if (m > 1) {
-      std::sort(v + lo, v + hi);  // one sign: the order of the values is that of the keys
+// Finite values in ascending order, as far as anyone reads them. Long arrays are split by
+// sign and exponent (the top 12 key bits) in one radix pass; a signal's values have few
+// exponents, so the pass writes to few places. A part is split by the next 11 key bits the
+// first time a read lands in it, and each of these leaves is sorted when a read lands in
+// it: the noise fit reads only some order statistics and binary searches, so most leaves
+// are never sorted. A search for a value sorts only the leaf of values that share its top
+// 23 key bits (both zero leaves for a zero): in any other leaf all values compare alike,
+// so its probes answer as the sorted array's would. A leaf's values have one sign, so
+// sorting them by value orders them by the pattern. Every value read and every search
+// answer is that of a full sort by the pattern.
+class LazySorted {
+ public:
+  // Takes over v (n values) and tmp (room for n); both must outlive this.
+  LazySorted(double* v, double* tmp, std::size_t n) : m_data(v), m_tmp(tmp), m_n(n) {
+    constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
+    if (n < kRadixFrom || !NoThrow([&] {
+          m_start.assign(kParts + 1, 0);
+          m_leaves.resize(kParts);
+          m_whole.assign(kParts, false);
+        })) {
+      m_start.clear();
+      std::sort(v, v + n);
+      return;
     }
-    lo = hi;
+    for (std::size_t i = 0; i < n; ++i) ++m_start[Part(v[i]) + 1];
+    for (std::size_t b = 0; b < kParts; ++b) m_start[b + 1] += m_start[b];
+    Scatter(v, tmp, n, m_start.data(), kParts, [](double d) { return Part(d); });
+    m_data = tmp;
+    m_tmp = v;
   }
-  // A run shares the top 33 bits of the key, and so of the bit pattern itself, which is
-  // cheaper to read: the key flips the same bits of all values of one sign.
-  constexpr int kLowBits = 31;
-  const auto byKey = [](double a, double b) { return SortKey(a) < SortKey(b); };
-  std::uint64_t runTop = std::bit_cast<std::uint64_t>(v[0]) >> kLowBits;
-  std::size_t runStart = 0;
-  for (std::size_t i = 1; i <= n; ++i) {
-    const std::uint64_t top =
-        i < n ? std::bit_cast<std::uint64_t>(v[i]) >> kLowBits : ~std::uint64_t{0};
-    if (top == runTop) continue;
-    if (i - runStart > 1) std::sort(v + runStart, v + i, byKey);
-    runTop = top;
-    runStart = i;
+
+  std::size_t size() const { return m_n; }
+
+  // The i-th smallest value.
+  double operator[](std::size_t i) {
+    if (!m_start.empty()) {
+      if (Leaves* leaves = Split(Containing(m_start, i))) {
+        SortLeaf(*leaves, Containing(leaves->start, i));
+      }
+    }
+    return m_data[i];
   }
-}
+
+  // lower_bound and upper_bound of `value` over lo..hi-1.
+  std::size_t LowerBound(std::size_t lo, std::size_t hi, double value) {
+    SortLeavesOf(value);
+    return static_cast<std::size_t>(std::lower_bound(m_data + lo, m_data + hi, value) - m_data);
+  }
+  std::size_t UpperBound(std::size_t lo, std::size_t hi, double value) {
+    SortLeavesOf(value);
+    return static_cast<std::size_t>(std::upper_bound(m_data + lo, m_data + hi, value) - m_data);
+  }
+
+  // The values lo..hi-1, all in order.
+  const double* Range(std::size_t lo, std::size_t hi) {
+    for (std::size_t b = 0; !m_start.empty() && b < kParts; ++b) {
+      if (!(m_start[b] < hi && lo < m_start[b + 1])) continue;
+      if (Leaves* leaves = Split(b)) {
+        for (std::size_t l = 0; l < kLeaves; ++l) SortLeaf(*leaves, l);
+      }
+    }
+    return m_data;
+  }
+
+ private:
+  static constexpr std::size_t kParts = 4096;   // sign and exponent: the top 12 key bits
+  static constexpr std::size_t kLeaves = 2048;  // the next 11 key bits
+  static std::size_t Part(double d) { return static_cast<std::size_t>(SortKey(d) >> 52); }
+  static std::size_t Leaf(double d) {
+    return static_cast<std::size_t>(SortKey(d) >> 41) & (kLeaves - 1);
+  }
+  // The group (of first indices `start`, the last one past the end) that holds index i.
+  static std::size_t Containing(const std::vector<std::size_t>& start, std::size_t i) {
+    return static_cast<std::size_t>(std::upper_bound(start.begin(), start.end(), i) -
+                                    start.begin() - 1);
+  }
+
+  struct Leaves {
+    std::vector<std::size_t> start;  // leaf l is start[l] .. start[l + 1] - 1
+    std::vector<bool> sorted;
+  };
+
+  // The leaves of part b, split on first use; null once the part is sorted whole (a short
+  // part, or no memory for the split).
+  Leaves* Split(std::size_t b) {
+    if (m_leaves[b] || m_whole[b]) return m_leaves[b].get();
+    constexpr std::size_t kSplitFrom = 1024;  // a shorter part is sorted at once
+    const std::size_t lo = m_start[b];
+    const std::size_t m = m_start[b + 1] - lo;
+    std::unique_ptr<Leaves> leaves;
+    if (m < kSplitFrom || !NoThrow([&] {
+          leaves = std::make_unique<Leaves>();
+          leaves->start.assign(kLeaves + 1, 0);
+          leaves->sorted.assign(kLeaves, false);
+        })) {
+      std::sort(m_data + lo, m_data + lo + m);
+      m_whole[b] = true;
+      return nullptr;
+    }
+    std::vector<std::size_t>& start = leaves->start;
+    start[0] = lo;
+    for (std::size_t i = lo; i < lo + m; ++i) ++start[Leaf(m_data[i]) + 1];
+    for (std::size_t l = 0; l < kLeaves; ++l) start[l + 1] += start[l];
+    Scatter(m_data + lo, m_tmp, m, start.data(), kLeaves, [](double d) { return Leaf(d); });
+    std::copy(m_tmp + lo, m_tmp + lo + m, m_data + lo);
+    m_leaves[b] = std::move(leaves);
+    return m_leaves[b].get();
+  }
+
+  void SortLeaf(Leaves& leaves, std::size_t l) {
+    if (leaves.sorted[l]) return;
+    leaves.sorted[l] = true;
+    std::sort(m_data + leaves.start[l], m_data + leaves.start[l + 1]);
+  }
+
+  void SortLeavesOf(double value) {
+    if (m_start.empty()) return;
+    for (const double v : {value, value == 0.0 ? -value : value}) {
+      if (Leaves* leaves = Split(Part(v))) SortLeaf(*leaves, Leaf(v));
+    }
+  }
+
+  double* m_data;
+  double* m_tmp;
+  std::size_t m_n;
+  std::vector<std::size_t> m_start;  // part b is m_start[b] .. m_start[b + 1] - 1; empty: all sorted
+  std::vector<std::unique_ptr<Leaves>> m_leaves;
+  std::vector<bool> m_whole;  // parts sorted whole
+};
 
 // sqrt(a^2 + b^2 - (a + b)^2 / 2); a rounding residue below zero counts as no spread.
 double PairSpread(double a, double b) {
@@ -323,20 +386,19 @@ double PairSpread(double a, double b) {
 
 // Index one past the run that starts at u: the values <= sorted[u] + tol before `limit`.
 // The values are ascending, so a binary search finds the end the linear walk would.
-std::size_t RunEnd(const double* sorted, std::size_t u, std::size_t limit, double tol) {
+std::size_t RunEnd(LazySorted& sorted, std::size_t u, std::size_t limit, double tol) {
   if (u >= limit) return u;
-  const double edge = sorted[u] + tol;
-  return static_cast<std::size_t>(std::upper_bound(sorted + u, sorted + limit, edge) - sorted);
+  return sorted.UpperBound(u, limit, sorted[u] + tol);
 }
 
 // The white-noise level of N >= 4 sorted coefficients: their centre, a trimmed fall-back
 // and up to twenty run-count fits.
-double WhiteNoiseFromSorted(const double* sorted, std::size_t n) {
+double WhiteNoiseFromSorted(LazySorted& sorted) {
+  const std::size_t n = sorted.size();
   // Centre between the first value >= 0 and the last value <= 0.
-  std::size_t f = static_cast<std::size_t>(std::lower_bound(sorted, sorted + n, 0.0) - sorted);
+  std::size_t f = sorted.LowerBound(0, n, 0.0);
   if (f == n) f = 0;
-  const std::size_t pastZero =
-      static_cast<std::size_t>(std::upper_bound(sorted, sorted + n, 0.0) - sorted);
+  const std::size_t pastZero = sorted.UpperBound(0, n, 0.0);
   const std::size_t z = pastZero == 0 ? n - 1 : pastZero - 1;
   const std::size_t mid = (z + f) / 2;
 
@@ -397,11 +459,12 @@ double WhiteNoiseFromSorted(const double* sorted, std::size_t n) {
   const auto lo = static_cast<std::size_t>(std::floor(0.1 * static_cast<double>(n)));
   const auto hi = static_cast<std::size_t>(std::ceil(0.9 * static_cast<double>(n)));
   const auto m = static_cast<double>(hi - lo);
+  const double* central = sorted.Range(lo, hi);
   double sum = 0.0;
   double sumSq = 0.0;
   for (std::size_t i = lo; i < hi; ++i) {
-    sum += sorted[i];
-    sumSq += sorted[i] * sorted[i];
+    sum += central[i];
+    sumSq += central[i] * central[i];
   }
   return FiniteOrZero(std::sqrt((sumSq - sum * sum / (m + 1.0)) / m));
 }
@@ -412,8 +475,8 @@ double WhiteNoiseLevelT(const T* y, std::uint32_t n) {
   Scratch buf;
   Scratch scratch;
   if (!PaddedTransform(y, n, kHaar, 2, buf, scratch)) return 0.0;
-  SortAscending(buf.data(), scratch.data(), buf.size());
-  return WhiteNoiseFromSorted(buf.data(), buf.size());
+  LazySorted sorted(buf.data(), scratch.data(), buf.size());
+  return WhiteNoiseFromSorted(sorted);
 }
 
 // ---- Two-phase filtering (the scheme is described in the header) ----
@@ -613,8 +676,8 @@ std::int32_t QXWaveletAnalysis::CalcWhiteNoiseLevels(double* y, std::uint32_t n,
     // A depth's details are buf[len/2 .. len-1]; sort a copy, with room for the sort after it.
     const std::size_t half = len / 2;
     std::copy(buf.data() + half, buf.data() + len, scratch.data());
-    SortAscending(scratch.data(), scratch.data() + half, half);
-    found[depths++] = WhiteNoiseFromSorted(scratch.data(), half);
+    LazySorted sorted(scratch.data(), scratch.data() + half, half);
+    found[depths++] = WhiteNoiseFromSorted(sorted);
   }
   if (depths == 0 || !NoThrow([&] { levels.assign(found.begin(), found.begin() + depths); }))
     return 0;
