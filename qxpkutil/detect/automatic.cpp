@@ -100,23 +100,42 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
 }
 
 // The sums of a full run of matched-filter windows: sums[o] = the sum of w[k] * window[o + k],
-// kept in registers of `Lanes` sums each. Every sum adds its terms in the same order
-// whatever the width (no fused multiply-add), so the two versions give the same values.
+// kept in registers of `Lanes` sums each. The kernel is symmetric, so the two points at
+// the same distance from the centre are added first and multiplied once. Every sum adds its
+// terms in the same order whatever the register width and in AddWindowsScalar (no fused
+// multiply-add), so all give the same values.
 constexpr std::int32_t kRun = 16;
 template <typename Lanes>
 [[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
                                                   const double* window, double* sums) {
   constexpr std::size_t kWidth = sizeof(Lanes) / sizeof(double);
-  Lanes acc[kRun / kWidth] = {};
-  for (std::size_t k = 0; k < weights.size(); ++k) {
+  const std::size_t last = weights.size() - 1, half = last / 2;
+  Lanes acc[kRun / kWidth], a, b;
+  const Lanes centre = Lanes{} + weights[half];
+  for (std::size_t q = 0; q < kRun / kWidth; ++q) {
+    std::memcpy(&a, window + half + kWidth * q, sizeof a);
+    acc[q] = centre * a;
+  }
+  for (std::size_t k = 0; k < half; ++k) {
     const Lanes w = Lanes{} + weights[k];
+#pragma GCC unroll 8
     for (std::size_t q = 0; q < kRun / kWidth; ++q) {
-      Lanes x;
-      std::memcpy(&x, window + k + kWidth * q, sizeof x);
-      acc[q] += w * x;
+      std::memcpy(&a, window + k + kWidth * q, sizeof a);
+      std::memcpy(&b, window + last - k + kWidth * q, sizeof b);
+      acc[q] += w * (a + b);
     }
   }
   std::memcpy(sums, acc, sizeof acc);
+}
+// The same sums, one at a time, for the `count` windows of a run cut short.
+void AddWindowsScalar(const std::vector<double>& weights, const double* window, double* sums,
+                      std::size_t count) {
+  const std::size_t last = weights.size() - 1, half = last / 2;
+  for (std::size_t o = 0; o < count; ++o) {
+    double sum = weights[half] * window[o + half];
+    for (std::size_t k = 0; k < half; ++k) sum += weights[k] * (window[o + k] + window[o + last - k]);
+    sums[o] = sum;
+  }
 }
 using Lanes2 = double __attribute__((vector_size(16)));
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
@@ -219,9 +238,7 @@ class MatchedFilter {
     if (count == kRun) {
       AddWindows(g.weights, window, sums);
     } else {
-      for (std::size_t k = 0; k < g.weights.size(); ++k) {
-        for (std::size_t o = 0; o < count; ++o) sums[o] += g.weights[k] * window[o + k];
-      }
+      AddWindowsScalar(g.weights, window, sums, count);
     }
     for (std::size_t o = 0; o < count; ++o) {
       const auto k = static_cast<std::size_t>(begin) + o;
