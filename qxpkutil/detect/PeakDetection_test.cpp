@@ -110,6 +110,25 @@ TEST(SignalModel, RecoversNoiseAndWidth) {
   }
 }
 
+// The baseline summed piece by piece is the sum of its values, for odd and even blocks
+// and ranges that start, end or stay before the first block centre or past the last.
+TEST(SignalModel, SumsTheBaselineOverAnyRange) {
+  SignalModel m;
+  std::mt19937 rng(7);
+  for (const std::int32_t block : {1, 2, 7, 16, 33}) {
+    m.SetBlock(block);
+    m.baseline_.resize(5);
+    for (double& b : m.baseline_) b = static_cast<double>(rng() % 1000);
+    for (int t = 0; t < 200; ++t) {
+      const auto lo = static_cast<std::int32_t>(rng() % (6u * static_cast<unsigned>(block)));
+      const auto hi = lo + static_cast<std::int32_t>(rng() % (3u * static_cast<unsigned>(block) + 1));
+      double sum = 0.0;
+      for (std::int32_t i = lo; i <= hi; ++i) sum += m.BaselineAt(i);
+      ASSERT_NEAR(m.BaselineSum(lo, hi), sum, 1e-9 * (1.0 + std::fabs(sum))) << block << " " << lo << " " << hi;
+    }
+  }
+}
+
 // Noise averaged over five points (as filtered profiles have) is not mistaken for a
 // quieter signal: the second differences at longer lags show its full size.
 TEST(SignalModel, SeesNoiseCorrelatedOverAFewPoints) {

@@ -118,7 +118,6 @@ template <typename Lanes>
   }
   for (std::size_t k = 0; k < half; ++k) {
     const Lanes w = Lanes{} + weights[k];
-#pragma GCC unroll 8
     for (std::size_t q = 0; q < kRun / kWidth; ++q) {
       std::memcpy(&a, window + k + kWidth * q, sizeof a);
       std::memcpy(&b, window + last - k + kWidth * q, sizeof b);
@@ -223,14 +222,15 @@ class MatchedFilter {
     known_[k] = 1;
     return value_[k];
   }
-  // The run of up to kRun points around i whose windows lie whole inside the region and the
-  // block of i's kernel, and hold no missing point: neighbouring points are asked for
-  // together (climbs, valleys), so a miss fills a run.
+  // The run of up to kRun points around i whose windows lie whole inside the region, the
+  // block of i's kernel and a straight piece of the baseline, and hold no missing point:
+  // neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     const std::int32_t blockBegin = i / m_.block() * m_.block();
-    std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
-    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block(), r.end - half});
+    const auto piece = m_.StraightPiece(i);
+    std::int32_t begin = std::max({i - i % kRun, blockBegin, piece.first, r.begin + half});
+    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block(), piece.second, r.end - half});
     if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
     const double* window = in_.y.data() + (begin - half);
@@ -240,9 +240,11 @@ class MatchedFilter {
     } else {
       AddWindowsScalar(g.weights, window, sums, count);
     }
+    const double first = m_.BaselineAt(begin);
+    const double step = count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
     for (std::size_t o = 0; o < count; ++o) {
       const auto k = static_cast<std::size_t>(begin) + o;
-      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * m_.BaselineAt(static_cast<std::int32_t>(k));
+      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step);
       known_[k] = 1;
     }
   }
@@ -878,9 +880,11 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
     p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
   }
   p.snr = p.height / p.noise;
-  double area = 0.0;
+  // Missing points hold 0 and add nothing to the sum of y, nor their baseline to the other.
+  double area = -model.BaselineSum(f.left, f.right);
   for (std::int32_t i = f.left; i <= f.right; ++i) {
-    if (!model.missing[i]) area += input.Above(i);
+    area += y[i];
+    if (model.missing[i]) area += model.BaselineAt(i);
   }
   p.area = std::max(0.0, area);
   p.marks = kQXPeakNormal;

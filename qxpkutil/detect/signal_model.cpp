@@ -518,6 +518,17 @@ std::pair<double, double> SignalModel::LevelBounds(std::int32_t b, double noises
   return {lowest, highest};
 }
 
+double SignalModel::BaselineSum(std::int32_t lo, std::int32_t hi) const {
+  // Each straight piece adds its length times the mean of its ends.
+  double sum = 0.0;
+  for (std::int32_t from = lo; from <= hi;) {
+    const std::int32_t last = std::min(hi, StraightPiece(from).second - 1);
+    sum += 0.5 * (last - from + 1) * (BaselineAt(from) + BaselineAt(last));
+    from = last + 1;
+  }
+  return sum;
+}
+
 void SignalModel::TabulateWidths(std::span<const double> x) {
   const auto n = static_cast<std::int32_t>(x.size());
   ppf_.resize(spacing_.size());
@@ -543,7 +554,9 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   }
   const double typical = Median(ppf);
   // Enough points per block for a steady noise figure, but short traces still get several.
-  const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
+  // A multiple of 32, so that the levels' straight pieces begin and end on the matched
+  // filter's runs of 16 points.
+  const auto wanted = static_cast<std::int32_t>(std::ceil(std::max(15.0 * typical, 256.0) / 32.0)) * 32;
   m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
   // These levels only choose the points that the refined levels (which the search reads)
   // leave out, and the seeds of thresholded data, so half the points do.
