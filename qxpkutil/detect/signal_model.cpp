@@ -242,6 +242,23 @@ double ThresholdNoise(std::span<const double> x, std::span<const double> y, cons
   return threshold / UpperQuantile(rate);
 }
 
+// The typical x step of every block (of the model's current size), filled and smoothed.
+void EstimateSpacing(std::span<const double> x, SignalModel& m) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  const std::int32_t blocks = (n + m.block() - 1) / m.block();
+  m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
+  std::vector<double> steps;
+  for (std::int32_t b = 0; b < blocks; ++b) {
+    const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
+    steps.clear();
+    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
+      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
+    }
+    m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
+  }
+  FillAndSmooth(m.spacing_, 1.0);
+}
+
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
 // block of `block` points, from about `samples` evenly spaced points of each block.
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
@@ -254,8 +271,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block() - 1) / m.block();
-  // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
-  // read before the tables below are reset).
+  // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known).
   const double halfWidth =
       m.fwhm_ref > 0.0 ? 0.5 * m.PointsPerFwhm(n / 2, x[static_cast<std::size_t>(n / 2)]) : 1.0;
   std::vector<std::int32_t> lags{m.noise_lag > 0 ? m.noise_lag : 1};
@@ -264,20 +280,33 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   }
   m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
-  m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   // Per block: the level above which points count as signal (NaN: too few points to
   // measure) and the spread of the points, the noise when curvature cannot be had.
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
-  std::vector<double> values, kept, scratch, curvature, steps;
+  std::vector<double> values, kept, scratch, curvature;
   auto strideOf = [samples](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / samples); };
+  // The noise of block b from the second differences at one lag.
+  auto blockNoise = [&](std::int32_t b, std::int32_t lag) {
+    const double top = ceiling[static_cast<std::size_t>(b)];
+    if (std::isnan(top)) return std::nan("");
+    const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
+    const std::int32_t stride = strideOf(lo, hi);
+    curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
+    std::size_t count = 0;
+    for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+      const double before = y[i - lag], here = y[i], after = y[i + lag];
+      const bool clear = (skip(i - lag) | skip(i) | skip(i + lag)) == 0 &&
+                         std::max({before, here, after}) <= top;
+      curvature[count] = std::fabs(before - 2.0 * here + after);
+      count += clear ? 1 : 0;
+    }
+    curvature.resize(count);
+    return curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
+                                 : spreads[static_cast<std::size_t>(b)];
+  };
   for (std::int32_t b = 0; b < blocks; ++b) {
     const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
-    steps.clear();
-    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
-      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
-    }
-    m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
     const std::int32_t stride = strideOf(lo, hi);
     values.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
     std::size_t count = 0;
@@ -310,46 +339,28 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
     spreads[static_cast<std::size_t>(b)] = spread;
+    // With one lag to measure, the noise is read while the block is in cache.
+    if (lags.size() == 1) m.noise_[static_cast<std::size_t>(b)] = blockNoise(b, lags[0]);
   }
-  // The noise of every `every`-th block from the second differences at one lag.
+  // The noise of every `every`-th block at one lag.
   auto noiseAtLag = [&](std::int32_t lag, std::int32_t every) {
     std::vector<double> noise(static_cast<std::size_t>(blocks), std::nan(""));
-    for (std::int32_t b = 0; b < blocks; b += every) {
-      const double top = ceiling[static_cast<std::size_t>(b)];
-      if (std::isnan(top)) continue;
-      const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
-      const std::int32_t stride = strideOf(lo, hi);
-      curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
-      std::size_t count = 0;
-      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
-        const double before = y[i - lag], here = y[i], after = y[i + lag];
-        const bool clear = (skip(i - lag) | skip(i) | skip(i + lag)) == 0 &&
-                           std::max({before, here, after}) <= top;
-        curvature[count] = std::fabs(before - 2.0 * here + after);
-        count += clear ? 1 : 0;
-      }
-      curvature.resize(count);
-      noise[static_cast<std::size_t>(b)] = curvature.size() >= 8
-                                               ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
-                                               : spreads[static_cast<std::size_t>(b)];
-    }
+    for (std::int32_t b = 0; b < blocks; b += every) noise[static_cast<std::size_t>(b)] = blockNoise(b, lag);
     return noise;
   };
   // White noise has the same second difference at every lag. Noise correlated over a few
   // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
   // doubles while the figure still grows clearly, up to half a peak width.
   // The choice reads medians over blocks, which a few hundred blocks settle as well as all.
-  if (!m.thresholded) {
+  if (!m.thresholded && lags.size() > 1) {
     std::size_t chosen = 0;
-    if (lags.size() > 1) {
-      const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
-      std::vector<double> shorter = noiseAtLag(lags[0], every);
-      for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
-        std::vector<double> longer = noiseAtLag(lags[k + 1], every);
-        if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
-        shorter.swap(longer);
-        chosen = k + 1;
-      }
+    const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
+    std::vector<double> shorter = noiseAtLag(lags[0], every);
+    for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
+      std::vector<double> longer = noiseAtLag(lags[k + 1], every);
+      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
+      shorter.swap(longer);
+      chosen = k + 1;
     }
     m.noise_ = noiseAtLag(lags[chosen], 1);
     if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
@@ -360,7 +371,6 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   FillAndSmooth(m.baseline_, 0.0);
   // The noise varies slowly along x; a wide running median steadies it.
   FillAndSmooth(m.noise_, largest * 1e-3, 9);
-  FillAndSmooth(m.spacing_, 1.0);
   // A noise-free signal still has rounding: keep the noise above it.
   for (double& s : m.noise_) s = std::max(s, largest * 1e-9 + 1e-300);
 }
@@ -545,6 +555,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
+  EstimateSpacing(x, m);
   EstimateLevels(x, y, m, kFullSamples);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
@@ -558,6 +569,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   // filter's runs of 16 points.
   const auto wanted = static_cast<std::int32_t>(std::ceil(std::max(15.0 * typical, 256.0) / 32.0)) * 32;
   m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
+  EstimateSpacing(x, m);
   // These levels only choose the points that the refined levels (which the search reads)
   // leave out, and the seeds of thresholded data, so half the points do.
   EstimateLevels(x, y, m, kFullSamples / 2);
