@@ -305,7 +305,8 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     return curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
                                  : spreads[static_cast<std::size_t>(b)];
   };
-  for (std::int32_t b = 0; b < blocks; ++b) {
+  // The baseline, ceiling and spread of block b (thresholded data: its noise too).
+  auto blockLevels = [&](std::int32_t b) {
     const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
     const std::int32_t stride = strideOf(lo, hi);
     values.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
@@ -315,12 +316,12 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       count += skip(i) != 0 ? 0 : 1;
     }
     values.resize(count);
-    if (values.size() < 8) continue;
+    if (values.size() < 8) return;
     if (m.thresholded) {
       m.baseline_[static_cast<std::size_t>(b)] = 0.0;
       m.noise_[static_cast<std::size_t>(b)] =
           ThresholdNoise(x, y, m, lo, hi, m.spacing_[static_cast<std::size_t>(b)], values);
-      continue;
+      return;
     }
     // One clipping round: the points more than three spreads above the median (peaks)
     // leave; the median of the rest is the block's baseline, and the curvature of the rest
@@ -339,33 +340,34 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
     spreads[static_cast<std::size_t>(b)] = spread;
-    // With one lag to measure, the noise is read while the block is in cache.
-    if (lags.size() == 1) m.noise_[static_cast<std::size_t>(b)] = blockNoise(b, lags[0]);
-  }
-  // The noise of every `every`-th block at one lag.
-  auto noiseAtLag = [&](std::int32_t lag, std::int32_t every) {
-    std::vector<double> noise(static_cast<std::size_t>(blocks), std::nan(""));
-    for (std::int32_t b = 0; b < blocks; b += every) noise[static_cast<std::size_t>(b)] = blockNoise(b, lag);
-    return noise;
   };
   // White noise has the same second difference at every lag. Noise correlated over a few
   // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
   // doubles while the figure still grows clearly, up to half a peak width.
-  // The choice reads medians over blocks, which a few hundred blocks settle as well as all.
+  // The choice reads medians over blocks, which a few hundred blocks settle as well as all,
+  // so it is made first, on those blocks alone.
+  std::int32_t lag = lags[0];
   if (!m.thresholded && lags.size() > 1) {
-    std::size_t chosen = 0;
     const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
-    std::vector<double> shorter = noiseAtLag(lags[0], every);
+    for (std::int32_t b = 0; b < blocks; b += every) blockLevels(b);
+    auto noiseAtLag = [&](std::int32_t at) {
+      std::vector<double> noise;
+      for (std::int32_t b = 0; b < blocks; b += every) noise.push_back(blockNoise(b, at));
+      return noise;
+    };
+    std::vector<double> shorter = noiseAtLag(lags[0]);
     for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
-      std::vector<double> longer = noiseAtLag(lags[k + 1], every);
+      std::vector<double> longer = noiseAtLag(lags[k + 1]);
       if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
       shorter.swap(longer);
-      chosen = k + 1;
+      lag = lags[k + 1];
     }
-    m.noise_ = noiseAtLag(lags[chosen], 1);
-    if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
-  } else if (m.fwhm_ref > 0.0) {
-    m.noise_lag = lags[0];
+  }
+  if (m.fwhm_ref > 0.0) m.noise_lag = lag;
+  // Every block's levels, and its noise while the block is in cache.
+  for (std::int32_t b = 0; b < blocks; ++b) {
+    blockLevels(b);
+    if (!m.thresholded) m.noise_[static_cast<std::size_t>(b)] = blockNoise(b, lag);
   }
   const double largest = m.largest;
   FillAndSmooth(m.baseline_, 0.0);
