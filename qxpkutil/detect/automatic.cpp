@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <unordered_map>
 
 #include "qxpkutil/detect/detect_internal.h"
@@ -452,12 +453,15 @@ void AssignCharges(std::vector<Peak>& peaks, const Tolerance& tolerance, int max
     while (parent[i] != i) i = parent[i] = parent[parent[i]];
     return i;
   };
+  // The tolerance of each peak, once for every charge.
+  std::vector<double> slacks(count);
+  for (std::size_t i = 0; i < count; ++i) slacks[i] = tolerance(peaks[i].centroid_x);
   for (int z = maxCharge; z >= 1; --z) {
     const double spacing = kIsotopeSpacing / z;
     for (std::size_t i = 0; i < count; ++i) {
       if (peaks[i].charge != 0 && peaks[i].charge != z) continue;
       const double c = peaks[i].centroid_x;
-      const double slack = tolerance(c);
+      const double slack = slacks[i];
       // Peaks are in x order: find the first at or past the expected neighbour.
       auto it = std::lower_bound(peaks.begin() + static_cast<std::ptrdiff_t>(i + 1), peaks.end(),
                                  c + spacing - slack,
@@ -712,45 +716,36 @@ std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel
   return found;
 }
 
-// Neighbouring tops without a real valley between them in the shape filter are one peak;
-// the bounds are the hills' valleys, meeting at the lowest point between neighbours.
-std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalModel& model,
-                                 MatchedFilter& shape) {
-  std::vector<Found> peaks;
-  for (const Found& f : found) {
-    if (!peaks.empty() && peaks.back().region == f.region) {
-      Found& prev = peaks.back();
-      const Region& r = model.regions[f.region];
-      const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
-      const double deepEnough = 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower;
-      // The walk stops once the valley is deep enough: far-apart tops are settled at once.
-      double valley = INFINITY;
-      for (std::int32_t i = prev.top; i <= f.top && !(lower - valley >= deepEnough); ++i) {
-        valley = std::min(valley, shape.At(i, r));
-      }
-      if (lower - valley < deepEnough) {
-        const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
-        if (f.strength > prev.strength) prev = f;
-        prev.left = left;
-        prev.right = right;
-        continue;
-      }
-    }
-    peaks.push_back(f);
+// Neighbouring tops without a real valley between them in the shape filter are one peak:
+// MergeInto folds f into prev (the stronger top stays) and says whether it did.
+bool MergeInto(Found& prev, const Found& f, const SignalModel& model, MatchedFilter& shape) {
+  if (prev.region != f.region) return false;
+  const Region& r = model.regions[f.region];
+  const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
+  const double deepEnough = 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower;
+  // The walk stops once the valley is deep enough: far-apart tops are settled at once.
+  double valley = INFINITY;
+  for (std::int32_t i = prev.top; i <= f.top && !(lower - valley >= deepEnough); ++i) {
+    valley = std::min(valley, shape.At(i, r));
   }
-  for (std::size_t k = 1; k < peaks.size(); ++k) {
-    Found& a = peaks[k - 1];
-    Found& b = peaks[k];
-    if (a.region != b.region || a.right < b.left) continue;
-    const Region& r = model.regions[b.region];
-    std::int32_t valley = a.top;
-    for (std::int32_t i = a.top; i <= b.top; ++i) {
-      if (shape.At(i, r) < shape.At(valley, r)) valley = i;
-    }
-    a.right = std::min(a.right, valley);
-    b.left = std::max(b.left, valley);
+  if (lower - valley >= deepEnough) return false;
+  const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
+  if (f.strength > prev.strength) prev = f;
+  prev.left = left;
+  prev.right = right;
+  return true;
+}
+
+// The bounds of neighbours that overlap meet at the lowest point between their tops.
+void SplitBounds(Found& a, Found& b, const SignalModel& model, MatchedFilter& shape) {
+  if (a.region != b.region || a.right < b.left) return;
+  const Region& r = model.regions[b.region];
+  std::int32_t valley = a.top;
+  for (std::int32_t i = a.top; i <= b.top; ++i) {
+    if (shape.At(i, r) < shape.At(valley, r)) valley = i;
   }
-  return peaks;
+  a.right = std::min(a.right, valley);
+  b.left = std::max(b.left, valley);
 }
 
 // Shoulders: a peak without a maximum of its own on the flank of a larger one still bends
@@ -758,81 +753,77 @@ std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalMo
 // at a lag L of the filter's sigma, is negative all along a single peak's flank past its
 // top lobe; a positive top there that noise does not explain is a peak of its own, kept
 // when the height it implies passes the S/N rule.
-std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalModel& model,
-                                const DetectOptions& options, MatchedFilter& shape) {
-  std::vector<Found> out;
-  for (const Found& f : peaks) {
-    const Region& r = model.regions[f.region];
-    const double ppf = model.PointsPerFwhm(f.top);
-    const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
-    const auto lag = static_cast<std::int32_t>(std::lround(sigma));
-    const double lag2 = static_cast<double>(lag) * lag;
-    // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
-    // points, which sets the spread of C against that of S.
-    const double rho1 = std::exp(-lag2 / (4.0 * sigma * sigma));
-    const double rho2 = std::exp(-4.0 * lag2 / (4.0 * sigma * sigma));
-    const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
-    // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
-    // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
-    // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
-    const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
-    const double perHeight =
-        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag2 / (2.0 * se2)));
-    auto curvature = [&](std::int32_t i) {
-      return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
-    };
-    const auto clear = static_cast<std::int32_t>(std::ceil(0.75 * ppf));
-    std::vector<Found> found{f};
-    const double halfTop = 0.5 * shape.At(f.top, r);
-    for (int side : {-1, +1}) {
-      // The host's own top lobe reaches past its half height, wherever the width model puts it.
-      std::int32_t from = f.top + side * clear;
-      while ((side < 0 ? from > f.left : from < f.right) && shape.At(from, r) > halfTop) from += side;
-      const std::int32_t to = side < 0 ? f.left : f.right;
-      std::int32_t best = -1;
-      double bestValue = 0.0;
-      for (std::int32_t i = from; side < 0 ? i >= to : i <= to; i += side) {
-        // Near the region's ends the filter sees a cut window: no shoulder is read there.
-        if (i - 4 * lag < r.begin || i + 4 * lag >= r.end) break;
-        const double c = curvature(i);
-        if (c > bestValue) best = i, bestValue = c;
-      }
-      if (best < 0 || best == from || best == to) continue;
-      const double noise = model.NoiseAt(best);
-      const double spread = shape.Spread(best, noise) * spreadFactor;
-      const double height = bestValue / perHeight;
-      // The flank itself must stand clear of the noise there, or the top is the noise's.
-      if (bestValue < 3.0 * spread || height < options.snr * noise ||
-          shape.At(best, r) < options.snr * noise) {
-        continue;
-      }
-      Found s = f;
-      s.top = s.strongest = best;
-      s.strength = height;
-      s.noise = noise;
-      // The bound between them: the least curved point between the two tops (where the
-      // curvature's reach stays inside the region; the host's top may lie near its end).
-      std::int32_t cut = best;
-      double least = INFINITY;
-      const std::int32_t cutEnd = std::min(std::max(best, f.top), r.end - lag);
-      for (std::int32_t i = std::max(std::min(best, f.top) + 1, r.begin + lag); i < cutEnd; ++i) {
-        const double c = curvature(i);
-        if (c < least) cut = i, least = c;
-      }
-      Found& host = found.front();
-      if (side < 0) {
-        s.left = f.left, s.right = cut;
-        host.left = std::max(host.left, cut);
-      } else {
-        s.left = cut, s.right = f.right;
-        host.right = std::min(host.right, cut);
-      }
-      found.push_back(s);
+// Returns f and its shoulders in x order, in `found`.
+void AddShoulders(const Found& f, const SignalModel& model, const DetectOptions& options,
+                  MatchedFilter& shape, std::vector<Found>& found) {
+  const Region& r = model.regions[f.region];
+  const double ppf = model.PointsPerFwhm(f.top);
+  const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
+  const auto lag = static_cast<std::int32_t>(std::lround(sigma));
+  const double lag2 = static_cast<double>(lag) * lag;
+  // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
+  // points, which sets the spread of C against that of S.
+  const double rho1 = std::exp(-lag2 / (4.0 * sigma * sigma));
+  const double rho2 = std::exp(-4.0 * lag2 / (4.0 * sigma * sigma));
+  const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
+  // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
+  // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
+  // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
+  const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
+  const double perHeight =
+      2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag2 / (2.0 * se2)));
+  auto curvature = [&](std::int32_t i) {
+    return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
+  };
+  const auto clear = static_cast<std::int32_t>(std::ceil(0.75 * ppf));
+  found.assign(1, f);
+  const double halfTop = 0.5 * shape.At(f.top, r);
+  for (int side : {-1, +1}) {
+    // The host's own top lobe reaches past its half height, wherever the width model puts it.
+    std::int32_t from = f.top + side * clear;
+    while ((side < 0 ? from > f.left : from < f.right) && shape.At(from, r) > halfTop) from += side;
+    const std::int32_t to = side < 0 ? f.left : f.right;
+    std::int32_t best = -1;
+    double bestValue = 0.0;
+    for (std::int32_t i = from; side < 0 ? i >= to : i <= to; i += side) {
+      // Near the region's ends the filter sees a cut window: no shoulder is read there.
+      if (i - 4 * lag < r.begin || i + 4 * lag >= r.end) break;
+      const double c = curvature(i);
+      if (c > bestValue) best = i, bestValue = c;
     }
-    std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
-    out.insert(out.end(), found.begin(), found.end());
+    if (best < 0 || best == from || best == to) continue;
+    const double noise = model.NoiseAt(best);
+    const double spread = shape.Spread(best, noise) * spreadFactor;
+    const double height = bestValue / perHeight;
+    // The flank itself must stand clear of the noise there, or the top is the noise's.
+    if (bestValue < 3.0 * spread || height < options.snr * noise ||
+        shape.At(best, r) < options.snr * noise) {
+      continue;
+    }
+    Found s = f;
+    s.top = s.strongest = best;
+    s.strength = height;
+    s.noise = noise;
+    // The bound between them: the least curved point between the two tops (where the
+    // curvature's reach stays inside the region; the host's top may lie near its end).
+    std::int32_t cut = best;
+    double least = INFINITY;
+    const std::int32_t cutEnd = std::min(std::max(best, f.top), r.end - lag);
+    for (std::int32_t i = std::max(std::min(best, f.top) + 1, r.begin + lag); i < cutEnd; ++i) {
+      const double c = curvature(i);
+      if (c < least) cut = i, least = c;
+    }
+    Found& host = found.front();
+    if (side < 0) {
+      s.left = f.left, s.right = cut;
+      host.left = std::max(host.left, cut);
+    } else {
+      s.left = cut, s.right = f.right;
+      host.right = std::min(host.right, cut);
+    }
+    found.push_back(s);
   }
-  return out;
+  std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
 }
 
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
@@ -926,10 +917,29 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   MatchedFilter mf(input);
   const std::vector<std::int32_t> promising = RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
   MatchedFilter shape(input, 0.5);
-  const std::vector<Found> peaks = AddShoulders(
-      MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape), model, options, shape);
-  result.peaks.reserve(peaks.size());
-  for (const Found& f : peaks) result.peaks.push_back(Measure(x, y, input, model, mf, f));
+  // One walk along x merges the hills, splits their bounds, adds shoulders and measures, so
+  // each stretch of the filters and the trace is read again while it is still in cache. A
+  // peak is settled once its right neighbour (the next that does not merge into it) is known.
+  std::optional<Found> settling, last;
+  std::vector<Found> parts;
+  auto settle = [&](const Found& f) {
+    AddShoulders(f, model, options, shape, parts);
+    for (const Found& part : parts) result.peaks.push_back(Measure(x, y, input, model, mf, part));
+  };
+  for (const Found& f : ClimbHills(promising, model, options, mf, shape)) {
+    if (last && MergeInto(*last, f, model, shape)) continue;
+    if (settling) {
+      SplitBounds(*settling, *last, model, shape);
+      settle(*settling);
+    }
+    settling = last;
+    last = f;
+  }
+  if (settling) {
+    SplitBounds(*settling, *last, model, shape);
+    settle(*settling);
+  }
+  if (last) settle(*last);
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
     AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
                   options.max_charge);
