@@ -104,22 +104,23 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
 // kept in registers of `Lanes` sums each. The kernel is symmetric, so the two points at
 // the same distance from the centre are added first and multiplied once. Every sum adds its
 // terms in the same order whatever the register width and in AddWindowsScalar (no fused
-// multiply-add), so all give the same values.
-constexpr std::int32_t kRun = 16;
-template <typename Lanes>
+// multiply-add), so all give the same values. Runs are 16 points long, or 8 where a
+// filter is read at few points near each other.
+constexpr std::int32_t kRun = 16, kShortRun = 8;
+template <std::int32_t Run, typename Lanes>
 [[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
                                                   const double* window, double* sums) {
   constexpr std::size_t kWidth = sizeof(Lanes) / sizeof(double);
   const std::size_t last = weights.size() - 1, half = last / 2;
-  Lanes acc[kRun / kWidth], a, b;
+  Lanes acc[Run / kWidth], a, b;
   const Lanes centre = Lanes{} + weights[half];
-  for (std::size_t q = 0; q < kRun / kWidth; ++q) {
+  for (std::size_t q = 0; q < Run / kWidth; ++q) {
     std::memcpy(&a, window + half + kWidth * q, sizeof a);
     acc[q] = centre * a;
   }
   for (std::size_t k = 0; k < half; ++k) {
     const Lanes w = Lanes{} + weights[k];
-    for (std::size_t q = 0; q < kRun / kWidth; ++q) {
+    for (std::size_t q = 0; q < Run / kWidth; ++q) {
       std::memcpy(&a, window + k + kWidth * q, sizeof a);
       std::memcpy(&b, window + last - k + kWidth * q, sizeof b);
       acc[q] += w * (a + b);
@@ -140,17 +141,19 @@ void AddWindowsScalar(const std::vector<double>& weights, const double* window, 
 using Lanes2 = double __attribute__((vector_size(16)));
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 using Lanes4 = double __attribute__((vector_size(32)));
+template <std::int32_t Run>
 [[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights, const double* window,
                                             double* sums) {
-  AddWindowsBody<Lanes4>(weights, window, sums);
+  AddWindowsBody<Run, Lanes4>(weights, window, sums);
 }
 #endif
+template <std::int32_t Run>
 void AddWindows(const std::vector<double>& weights, const double* window, double* sums) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
   static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
-  if (avx2) return AddWindowsAvx2(weights, window, sums);
+  if (avx2) return AddWindowsAvx2<Run>(weights, window, sums);
 #endif
-  AddWindowsBody<Lanes2>(weights, window, sums);
+  AddWindowsBody<Run, Lanes2>(weights, window, sums);
 }
 
 // What the filters read: the trace, its model, and how many missing points come before
@@ -182,8 +185,9 @@ struct FilterInput {
 // baseline runs straight across a window (it bends only at block centres, and gently).
 class MatchedFilter {
  public:
-  MatchedFilter(const FilterInput& input, double scale = 1.0)
-      : in_(input), m_(input.model), scale_(scale), known_(input.y.size(), 0),
+  // `run`: kRun or kShortRun points computed together.
+  MatchedFilter(const FilterInput& input, double scale, std::int32_t run)
+      : in_(input), m_(input.model), scale_(scale), run_(run), known_(input.y.size(), 0),
         value_(new double[input.y.size()]) {}
 
   double At(std::int32_t i, const Region& r) {
@@ -230,14 +234,16 @@ class MatchedFilter {
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     const std::int32_t blockBegin = i / m_.block() * m_.block();
     const auto piece = m_.StraightPiece(i);
-    std::int32_t begin = std::max({i - i % kRun, blockBegin, piece.first, r.begin + half});
-    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block(), piece.second, r.end - half});
+    std::int32_t begin = std::max({i - i % run_, blockBegin, piece.first, r.begin + half});
+    std::int32_t end = std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
     if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
     const double* window = in_.y.data() + (begin - half);
     const std::size_t count = static_cast<std::size_t>(end - begin);
     if (count == kRun) {
-      AddWindows(g.weights, window, sums);
+      AddWindows<kRun>(g.weights, window, sums);
+    } else if (count == kShortRun) {
+      AddWindows<kShortRun>(g.weights, window, sums);
     } else {
       AddWindowsScalar(g.weights, window, sums, count);
     }
@@ -278,6 +284,7 @@ class MatchedFilter {
   const FilterInput& in_;
   const SignalModel& m_;
   double scale_;
+  std::int32_t run_;
   // Filled as points are asked for (known_ says which); the values are left uninitialised,
   // so the pages of a long trace that no peak comes near are never touched.
   std::vector<std::uint8_t> known_;
@@ -914,9 +921,11 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
 
   const FilterInput input(y, model);
-  MatchedFilter mf(input);
+  // The matched filter is read at a few points around each top, the shape filter all along
+  // the flanks.
+  MatchedFilter mf(input, 1.0, kShortRun);
   const std::vector<std::int32_t> promising = RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
-  MatchedFilter shape(input, 0.5);
+  MatchedFilter shape(input, 0.5, kRun);
   // One walk along x merges the hills, splits their bounds, adds shoulders and measures, so
   // each stretch of the filters and the trace is read again while it is still in cache. A
   // peak is settled once its right neighbour (the next that does not merge into it) is known.
