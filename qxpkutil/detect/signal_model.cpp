@@ -159,30 +159,40 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
-  // One pass: the x gaps (a handful), the missing points (zeros next to another zero or to
-  // a gap, which carry no signal) and how much of the grid is absent.
+  // One pass, block by block: the largest |y|, the x gaps (a handful), the missing points
+  // (zeros next to another zero or to a gap, which carry no signal) and how much of the
+  // grid is absent. A block without a zero or a gap, as most are, is settled by one look.
   auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
   std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
+  m.largest = 0.0;
   std::int32_t missingCount = 0;
   double absent = 0.0;
   bool gapBefore = false;
-  for (std::int32_t i = 0; i < n; ++i) {
-    const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > kGapFactor * typical(i);
-    if (y[i] == 0.0) {
-      const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
-      const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
-      m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
-      missingCount += m.missing[i];
-      if (m.missing[i] && i + 1 < n) absent += 1.0;
+  for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
+    const std::int32_t hi = std::min(n, lo + kSpacingBlock);
+    m.largest = std::max(m.largest, LargestMagnitude(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo))));
+    const double gap = kGapFactor * typical(lo);
+    unsigned odd = gapBefore ? 1u : 0u;
+    for (std::int32_t i = lo; i < std::min(hi, n - 1); ++i) odd |= x[i + 1] - x[i] > gap ? 1u : 0u;
+    for (std::int32_t i = lo; i < hi; ++i) odd |= y[i] == 0.0 ? 1u : 0u;
+    if (odd == 0) continue;
+    for (std::int32_t i = lo; i < hi; ++i) {
+      const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
+      if (y[i] == 0.0) {
+        const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
+        const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
+        m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
+        missingCount += m.missing[i];
+        if (m.missing[i] && i + 1 < n) absent += 1.0;
+      }
+      if (gapAfter) {
+        gaps.push_back(i);
+        absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+      }
+      gapBefore = gapAfter;
     }
-    if (gapAfter) {
-      gaps.push_back(i);
-      absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
-    }
-    gapBefore = gapAfter;
   }
-  m.largest = LargestMagnitude(y);
   m.thresholded = absent > n;
   // Regions end at gaps and inside runs of missing points, and hold some signal.
   m.regions.clear();
