@@ -172,7 +172,8 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
     const std::int32_t hi = std::min(n, lo + kSpacingBlock);
     m.largest = std::max(m.largest, LargestMagnitude(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo))));
-    const double gap = kGapFactor * typical(lo);
+    // (The spacing is kept per block of steps: a last block of one point has none.)
+    const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
     unsigned odd = gapBefore ? 1u : 0u;
     for (std::int32_t i = lo; i < std::min(hi, n - 1); ++i) odd |= x[i + 1] - x[i] > gap ? 1u : 0u;
     for (std::int32_t i = lo; i < hi; ++i) odd |= y[i] == 0.0 ? 1u : 0u;
