@@ -133,15 +133,33 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   v.swap(out);
 }
 
-// The largest |y|, in four independent running maxima.
-double LargestMagnitude(std::span<const double> y) {
-  double largest[4] = {0.0, 0.0, 0.0, 0.0};
+// The smallest and the largest |v|, in four independent running minima and maxima.
+std::pair<double, double> MagnitudeRange(std::span<const double> v) {
+  double smallest[4] = {INFINITY, INFINITY, INFINITY, INFINITY}, largest[4] = {0.0, 0.0, 0.0, 0.0};
   std::size_t i = 0;
-  for (; i + 4 <= y.size(); i += 4) {
-    for (std::size_t k = 0; k < 4; ++k) largest[k] = std::max(largest[k], std::fabs(y[i + k]));
+  for (; i + 4 <= v.size(); i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) {
+      smallest[k] = std::min(smallest[k], std::fabs(v[i + k]));
+      largest[k] = std::max(largest[k], std::fabs(v[i + k]));
+    }
   }
-  for (; i < y.size(); ++i) largest[0] = std::max(largest[0], std::fabs(y[i]));
-  return std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]));
+  for (; i < v.size(); ++i) {
+    smallest[0] = std::min(smallest[0], std::fabs(v[i]));
+    largest[0] = std::max(largest[0], std::fabs(v[i]));
+  }
+  return {std::min(std::min(smallest[0], smallest[1]), std::min(smallest[2], smallest[3])),
+          std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]))};
+}
+
+// The widest step between neighbours of the ascending x, in four running maxima.
+double WidestStep(std::span<const double> x) {
+  double widest[4] = {0.0, 0.0, 0.0, 0.0};
+  std::size_t i = 0;
+  for (; i + 5 <= x.size(); i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) widest[k] = std::max(widest[k], x[i + k + 1] - x[i + k]);
+  }
+  for (; i + 1 < x.size(); ++i) widest[0] = std::max(widest[0], x[i + 1] - x[i]);
+  return std::max(std::max(widest[0], widest[1]), std::max(widest[2], widest[3]));
 }
 
 void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
@@ -171,13 +189,16 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   bool gapBefore = false;
   for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
     const std::int32_t hi = std::min(n, lo + kSpacingBlock);
-    m.largest = std::max(m.largest, LargestMagnitude(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo))));
+    const auto [smallest, largest] =
+        MagnitudeRange(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo)));
+    m.largest = std::max(m.largest, largest);
     // (The spacing is kept per block of steps: a last block of one point has none.)
     const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
-    unsigned odd = gapBefore ? 1u : 0u;
-    for (std::int32_t i = lo; i < std::min(hi, n - 1); ++i) odd |= x[i + 1] - x[i] > gap ? 1u : 0u;
-    for (std::int32_t i = lo; i < hi; ++i) odd |= y[i] == 0.0 ? 1u : 0u;
-    if (odd == 0) continue;
+    // The block's steps, and the one to the next block's first point.
+    const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
+    if (!gapBefore && smallest != 0.0 && !(WidestStep(x.subspan(static_cast<std::size_t>(lo), stepPoints)) > gap)) {
+      continue;
+    }
     for (std::int32_t i = lo; i < hi; ++i) {
       const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
       if (y[i] == 0.0) {
