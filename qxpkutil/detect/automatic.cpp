@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <unordered_map>
 
 #include "qxpkutil/detect/detect_internal.h"
@@ -100,38 +101,59 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
 }
 
 // The sums of a full run of matched-filter windows: sums[o] = the sum of w[k] * window[o + k],
-// kept in registers of `Lanes` sums each. Every sum adds its terms in the same order
-// whatever the width (no fused multiply-add), so the two versions give the same values.
-constexpr std::int32_t kRun = 16;
-template <typename Lanes>
+// kept in registers of `Lanes` sums each. The kernel is symmetric, so the two points at
+// the same distance from the centre are added first and multiplied once. Every sum adds its
+// terms in the same order whatever the register width and in AddWindowsScalar (no fused
+// multiply-add), so all give the same values. Runs are 16 points long, or 8 where a
+// filter is read at few points near each other.
+constexpr std::int32_t kRun = 16, kShortRun = 8;
+template <std::int32_t Run, typename Lanes>
 [[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
                                                   const double* window, double* sums) {
   constexpr std::size_t kWidth = sizeof(Lanes) / sizeof(double);
-  Lanes acc[kRun / kWidth] = {};
-  for (std::size_t k = 0; k < weights.size(); ++k) {
+  const std::size_t last = weights.size() - 1, half = last / 2;
+  Lanes acc[Run / kWidth], a, b;
+  const Lanes centre = Lanes{} + weights[half];
+  for (std::size_t q = 0; q < Run / kWidth; ++q) {
+    std::memcpy(&a, window + half + kWidth * q, sizeof a);
+    acc[q] = centre * a;
+  }
+  for (std::size_t k = 0; k < half; ++k) {
     const Lanes w = Lanes{} + weights[k];
-    for (std::size_t q = 0; q < kRun / kWidth; ++q) {
-      Lanes x;
-      std::memcpy(&x, window + k + kWidth * q, sizeof x);
-      acc[q] += w * x;
+    for (std::size_t q = 0; q < Run / kWidth; ++q) {
+      std::memcpy(&a, window + k + kWidth * q, sizeof a);
+      std::memcpy(&b, window + last - k + kWidth * q, sizeof b);
+      acc[q] += w * (a + b);
     }
   }
   std::memcpy(sums, acc, sizeof acc);
 }
+// The same sums, one at a time, for the `count` windows of a run cut short.
+void AddWindowsScalar(const std::vector<double>& weights, const double* window, double* sums,
+                      std::size_t count) {
+  const std::size_t last = weights.size() - 1, half = last / 2;
+  for (std::size_t o = 0; o < count; ++o) {
+    double sum = weights[half] * window[o + half];
+    for (std::size_t k = 0; k < half; ++k) sum += weights[k] * (window[o + k] + window[o + last - k]);
+    sums[o] = sum;
+  }
+}
 using Lanes2 = double __attribute__((vector_size(16)));
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 using Lanes4 = double __attribute__((vector_size(32)));
+template <std::int32_t Run>
 [[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights, const double* window,
                                             double* sums) {
-  AddWindowsBody<Lanes4>(weights, window, sums);
+  AddWindowsBody<Run, Lanes4>(weights, window, sums);
 }
 #endif
+template <std::int32_t Run>
 void AddWindows(const std::vector<double>& weights, const double* window, double* sums) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
   static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
-  if (avx2) return AddWindowsAvx2(weights, window, sums);
+  if (avx2) return AddWindowsAvx2<Run>(weights, window, sums);
 #endif
-  AddWindowsBody<Lanes2>(weights, window, sums);
+  AddWindowsBody<Run, Lanes2>(weights, window, sums);
 }
 
 // What the filters read: the trace, its model, and how many missing points come before
@@ -163,8 +185,9 @@ struct FilterInput {
 // baseline runs straight across a window (it bends only at block centres, and gently).
 class MatchedFilter {
  public:
-  MatchedFilter(const FilterInput& input, double scale = 1.0)
-      : in_(input), m_(input.model), scale_(scale), known_(input.y.size(), 0),
+  // `run`: kRun or kShortRun points computed together.
+  MatchedFilter(const FilterInput& input, double scale, std::int32_t run)
+      : in_(input), m_(input.model), scale_(scale), run_(run), known_(input.y.size(), 0),
         value_(new double[input.y.size()]) {}
 
   double At(std::int32_t i, const Region& r) {
@@ -204,28 +227,31 @@ class MatchedFilter {
     known_[k] = 1;
     return value_[k];
   }
-  // The run of up to kRun points around i whose windows lie whole inside the region and the
-  // block of i's kernel, and hold no missing point: neighbouring points are asked for
-  // together (climbs, valleys), so a miss fills a run.
+  // The run of up to kRun points around i whose windows lie whole inside the region, the
+  // block of i's kernel and a straight piece of the baseline, and hold no missing point:
+  // neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
   void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     const std::int32_t blockBegin = i / m_.block() * m_.block();
-    std::int32_t begin = std::max({i - i % kRun, blockBegin, r.begin + half});
-    std::int32_t end = std::min({i - i % kRun + kRun, blockBegin + m_.block(), r.end - half});
+    const auto piece = m_.StraightPiece(i);
+    std::int32_t begin = std::max({i - i % run_, blockBegin, piece.first, r.begin + half});
+    std::int32_t end = std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
     if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
     const double* window = in_.y.data() + (begin - half);
     const std::size_t count = static_cast<std::size_t>(end - begin);
     if (count == kRun) {
-      AddWindows(g.weights, window, sums);
+      AddWindows<kRun>(g.weights, window, sums);
+    } else if (count == kShortRun) {
+      AddWindows<kShortRun>(g.weights, window, sums);
     } else {
-      for (std::size_t k = 0; k < g.weights.size(); ++k) {
-        for (std::size_t o = 0; o < count; ++o) sums[o] += g.weights[k] * window[o + k];
-      }
+      AddWindowsScalar(g.weights, window, sums, count);
     }
+    const double first = m_.BaselineAt(begin);
+    const double step = count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
     for (std::size_t o = 0; o < count; ++o) {
       const auto k = static_cast<std::size_t>(begin) + o;
-      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * m_.BaselineAt(static_cast<std::int32_t>(k));
+      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step);
       known_[k] = 1;
     }
   }
@@ -258,6 +284,7 @@ class MatchedFilter {
   const FilterInput& in_;
   const SignalModel& m_;
   double scale_;
+  std::int32_t run_;
   // Filled as points are asked for (known_ says which); the values are left uninitialised,
   // so the pages of a long trace that no peak comes near are never touched.
   std::vector<std::uint8_t> known_;
@@ -433,12 +460,15 @@ void AssignCharges(std::vector<Peak>& peaks, const Tolerance& tolerance, int max
     while (parent[i] != i) i = parent[i] = parent[parent[i]];
     return i;
   };
+  // The tolerance of each peak, once for every charge.
+  std::vector<double> slacks(count);
+  for (std::size_t i = 0; i < count; ++i) slacks[i] = tolerance(peaks[i].centroid_x);
   for (int z = maxCharge; z >= 1; --z) {
     const double spacing = kIsotopeSpacing / z;
     for (std::size_t i = 0; i < count; ++i) {
       if (peaks[i].charge != 0 && peaks[i].charge != z) continue;
       const double c = peaks[i].centroid_x;
-      const double slack = tolerance(c);
+      const double slack = slacks[i];
       // Peaks are in x order: find the first at or past the expected neighbour.
       auto it = std::lower_bound(peaks.begin() + static_cast<std::ptrdiff_t>(i + 1), peaks.end(),
                                  c + spacing - slack,
@@ -693,45 +723,36 @@ std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel
   return found;
 }
 
-// Neighbouring tops without a real valley between them in the shape filter are one peak;
-// the bounds are the hills' valleys, meeting at the lowest point between neighbours.
-std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalModel& model,
-                                 MatchedFilter& shape) {
-  std::vector<Found> peaks;
-  for (const Found& f : found) {
-    if (!peaks.empty() && peaks.back().region == f.region) {
-      Found& prev = peaks.back();
-      const Region& r = model.regions[f.region];
-      const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
-      const double deepEnough = 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower;
-      // The walk stops once the valley is deep enough: far-apart tops are settled at once.
-      double valley = INFINITY;
-      for (std::int32_t i = prev.top; i <= f.top && !(lower - valley >= deepEnough); ++i) {
-        valley = std::min(valley, shape.At(i, r));
-      }
-      if (lower - valley < deepEnough) {
-        const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
-        if (f.strength > prev.strength) prev = f;
-        prev.left = left;
-        prev.right = right;
-        continue;
-      }
-    }
-    peaks.push_back(f);
+// Neighbouring tops without a real valley between them in the shape filter are one peak:
+// MergeInto folds f into prev (the stronger top stays) and says whether it did.
+bool MergeInto(Found& prev, const Found& f, const SignalModel& model, MatchedFilter& shape) {
+  if (prev.region != f.region) return false;
+  const Region& r = model.regions[f.region];
+  const double lower = std::min(shape.At(prev.top, r), shape.At(f.top, r));
+  const double deepEnough = 3.0 * shape.Spread(f.top, f.noise) + 0.05 * lower;
+  // The walk stops once the valley is deep enough: far-apart tops are settled at once.
+  double valley = INFINITY;
+  for (std::int32_t i = prev.top; i <= f.top && !(lower - valley >= deepEnough); ++i) {
+    valley = std::min(valley, shape.At(i, r));
   }
-  for (std::size_t k = 1; k < peaks.size(); ++k) {
-    Found& a = peaks[k - 1];
-    Found& b = peaks[k];
-    if (a.region != b.region || a.right < b.left) continue;
-    const Region& r = model.regions[b.region];
-    std::int32_t valley = a.top;
-    for (std::int32_t i = a.top; i <= b.top; ++i) {
-      if (shape.At(i, r) < shape.At(valley, r)) valley = i;
-    }
-    a.right = std::min(a.right, valley);
-    b.left = std::max(b.left, valley);
+  if (lower - valley >= deepEnough) return false;
+  const std::int32_t left = std::min(prev.left, f.left), right = std::max(prev.right, f.right);
+  if (f.strength > prev.strength) prev = f;
+  prev.left = left;
+  prev.right = right;
+  return true;
+}
+
+// The bounds of neighbours that overlap meet at the lowest point between their tops.
+void SplitBounds(Found& a, Found& b, const SignalModel& model, MatchedFilter& shape) {
+  if (a.region != b.region || a.right < b.left) return;
+  const Region& r = model.regions[b.region];
+  std::int32_t valley = a.top;
+  for (std::int32_t i = a.top; i <= b.top; ++i) {
+    if (shape.At(i, r) < shape.At(valley, r)) valley = i;
   }
-  return peaks;
+  a.right = std::min(a.right, valley);
+  b.left = std::max(b.left, valley);
 }
 
 // Shoulders: a peak without a maximum of its own on the flank of a larger one still bends
@@ -739,81 +760,77 @@ std::vector<Found> MergeAndBound(const std::vector<Found>& found, const SignalMo
 // at a lag L of the filter's sigma, is negative all along a single peak's flank past its
 // top lobe; a positive top there that noise does not explain is a peak of its own, kept
 // when the height it implies passes the S/N rule.
-std::vector<Found> AddShoulders(const std::vector<Found>& peaks, const SignalModel& model,
-                                const DetectOptions& options, MatchedFilter& shape) {
-  std::vector<Found> out;
-  for (const Found& f : peaks) {
-    const Region& r = model.regions[f.region];
-    const double ppf = model.PointsPerFwhm(f.top);
-    const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
-    const auto lag = static_cast<std::int32_t>(std::lround(sigma));
-    const double lag2 = static_cast<double>(lag) * lag;
-    // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
-    // points, which sets the spread of C against that of S.
-    const double rho1 = std::exp(-lag2 / (4.0 * sigma * sigma));
-    const double rho2 = std::exp(-4.0 * lag2 / (4.0 * sigma * sigma));
-    const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
-    // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
-    // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
-    // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
-    const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
-    const double perHeight =
-        2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag2 / (2.0 * se2)));
-    auto curvature = [&](std::int32_t i) {
-      return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
-    };
-    const auto clear = static_cast<std::int32_t>(std::ceil(0.75 * ppf));
-    std::vector<Found> found{f};
-    const double halfTop = 0.5 * shape.At(f.top, r);
-    for (int side : {-1, +1}) {
-      // The host's own top lobe reaches past its half height, wherever the width model puts it.
-      std::int32_t from = f.top + side * clear;
-      while ((side < 0 ? from > f.left : from < f.right) && shape.At(from, r) > halfTop) from += side;
-      const std::int32_t to = side < 0 ? f.left : f.right;
-      std::int32_t best = -1;
-      double bestValue = 0.0;
-      for (std::int32_t i = from; side < 0 ? i >= to : i <= to; i += side) {
-        // Near the region's ends the filter sees a cut window: no shoulder is read there.
-        if (i - 4 * lag < r.begin || i + 4 * lag >= r.end) break;
-        const double c = curvature(i);
-        if (c > bestValue) best = i, bestValue = c;
-      }
-      if (best < 0 || best == from || best == to) continue;
-      const double noise = model.NoiseAt(best);
-      const double spread = shape.Spread(best, noise) * spreadFactor;
-      const double height = bestValue / perHeight;
-      // The flank itself must stand clear of the noise there, or the top is the noise's.
-      if (bestValue < 3.0 * spread || height < options.snr * noise ||
-          shape.At(best, r) < options.snr * noise) {
-        continue;
-      }
-      Found s = f;
-      s.top = s.strongest = best;
-      s.strength = height;
-      s.noise = noise;
-      // The bound between them: the least curved point between the two tops (where the
-      // curvature's reach stays inside the region; the host's top may lie near its end).
-      std::int32_t cut = best;
-      double least = INFINITY;
-      const std::int32_t cutEnd = std::min(std::max(best, f.top), r.end - lag);
-      for (std::int32_t i = std::max(std::min(best, f.top) + 1, r.begin + lag); i < cutEnd; ++i) {
-        const double c = curvature(i);
-        if (c < least) cut = i, least = c;
-      }
-      Found& host = found.front();
-      if (side < 0) {
-        s.left = f.left, s.right = cut;
-        host.left = std::max(host.left, cut);
-      } else {
-        s.left = cut, s.right = f.right;
-        host.right = std::min(host.right, cut);
-      }
-      found.push_back(s);
+// Returns f and its shoulders in x order, in `found`.
+void AddShoulders(const Found& f, const SignalModel& model, const DetectOptions& options,
+                  MatchedFilter& shape, std::vector<Found>& found) {
+  const Region& r = model.regions[f.region];
+  const double ppf = model.PointsPerFwhm(f.top);
+  const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
+  const auto lag = static_cast<std::int32_t>(std::lround(sigma));
+  const double lag2 = static_cast<double>(lag) * lag;
+  // White noise through the filter is correlated as exp(-d^2 / 4 sigma^2) at a lag of d
+  // points, which sets the spread of C against that of S.
+  const double rho1 = std::exp(-lag2 / (4.0 * sigma * sigma));
+  const double rho2 = std::exp(-4.0 * lag2 / (4.0 * sigma * sigma));
+  const double spreadFactor = std::sqrt(std::max(0.0, 6.0 - 8.0 * rho1 + 2.0 * rho2));
+  // A Gaussian peak of height h and the model's width gives C = h * perHeight at its top:
+  // the filter's least-squares height of it is h * sqrt(2) sp / se, its profile has the
+  // width se = sqrt(sp^2 + sigma^2), and C takes the fall over L either side twice.
+  const double sp = ppf / kFwhmPerSigma, se2 = sp * sp + sigma * sigma;
+  const double perHeight =
+      2.0 * std::sqrt(2.0) * sp / std::sqrt(se2) * (1.0 - std::exp(-lag2 / (2.0 * se2)));
+  auto curvature = [&](std::int32_t i) {
+    return 2.0 * shape.At(i, r) - shape.At(i - lag, r) - shape.At(i + lag, r);
+  };
+  const auto clear = static_cast<std::int32_t>(std::ceil(0.75 * ppf));
+  found.assign(1, f);
+  const double halfTop = 0.5 * shape.At(f.top, r);
+  for (int side : {-1, +1}) {
+    // The host's own top lobe reaches past its half height, wherever the width model puts it.
+    std::int32_t from = f.top + side * clear;
+    while ((side < 0 ? from > f.left : from < f.right) && shape.At(from, r) > halfTop) from += side;
+    const std::int32_t to = side < 0 ? f.left : f.right;
+    std::int32_t best = -1;
+    double bestValue = 0.0;
+    for (std::int32_t i = from; side < 0 ? i >= to : i <= to; i += side) {
+      // Near the region's ends the filter sees a cut window: no shoulder is read there.
+      if (i - 4 * lag < r.begin || i + 4 * lag >= r.end) break;
+      const double c = curvature(i);
+      if (c > bestValue) best = i, bestValue = c;
     }
-    std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
-    out.insert(out.end(), found.begin(), found.end());
+    if (best < 0 || best == from || best == to) continue;
+    const double noise = model.NoiseAt(best);
+    const double spread = shape.Spread(best, noise) * spreadFactor;
+    const double height = bestValue / perHeight;
+    // The flank itself must stand clear of the noise there, or the top is the noise's.
+    if (bestValue < 3.0 * spread || height < options.snr * noise ||
+        shape.At(best, r) < options.snr * noise) {
+      continue;
+    }
+    Found s = f;
+    s.top = s.strongest = best;
+    s.strength = height;
+    s.noise = noise;
+    // The bound between them: the least curved point between the two tops (where the
+    // curvature's reach stays inside the region; the host's top may lie near its end).
+    std::int32_t cut = best;
+    double least = INFINITY;
+    const std::int32_t cutEnd = std::min(std::max(best, f.top), r.end - lag);
+    for (std::int32_t i = std::max(std::min(best, f.top) + 1, r.begin + lag); i < cutEnd; ++i) {
+      const double c = curvature(i);
+      if (c < least) cut = i, least = c;
+    }
+    Found& host = found.front();
+    if (side < 0) {
+      s.left = f.left, s.right = cut;
+      host.left = std::max(host.left, cut);
+    } else {
+      s.left = cut, s.right = f.right;
+      host.right = std::min(host.right, cut);
+    }
+    found.push_back(s);
   }
-  return out;
+  std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
 }
 
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
@@ -861,9 +878,11 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
     p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
   }
   p.snr = p.height / p.noise;
-  double area = 0.0;
+  // Missing points hold 0 and add nothing to the sum of y, nor their baseline to the other.
+  double area = -model.BaselineSum(f.left, f.right);
   for (std::int32_t i = f.left; i <= f.right; ++i) {
-    if (!model.missing[i]) area += input.Above(i);
+    area += y[i];
+    if (model.missing[i]) area += model.BaselineAt(i);
   }
   p.area = std::max(0.0, area);
   p.marks = kQXPeakNormal;
@@ -902,13 +921,34 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   std::vector<std::int32_t> seeds = ScanForSeeds(y, model);
 
   const FilterInput input(y, model);
-  MatchedFilter mf(input);
+  // The matched filter is read at a few points around each top, the shape filter all along
+  // the flanks.
+  MatchedFilter mf(input, 1.0, kShortRun);
   const std::vector<std::int32_t> promising = RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
-  MatchedFilter shape(input, 0.5);
-  const std::vector<Found> peaks = AddShoulders(
-      MergeAndBound(ClimbHills(promising, model, options, mf, shape), model, shape), model, options, shape);
-  result.peaks.reserve(peaks.size());
-  for (const Found& f : peaks) result.peaks.push_back(Measure(x, y, input, model, mf, f));
+  MatchedFilter shape(input, 0.5, kRun);
+  // One walk along x merges the hills, splits their bounds, adds shoulders and measures, so
+  // each stretch of the filters and the trace is read again while it is still in cache. A
+  // peak is settled once its right neighbour (the next that does not merge into it) is known.
+  std::optional<Found> settling, last;
+  std::vector<Found> parts;
+  auto settle = [&](const Found& f) {
+    AddShoulders(f, model, options, shape, parts);
+    for (const Found& part : parts) result.peaks.push_back(Measure(x, y, input, model, mf, part));
+  };
+  for (const Found& f : ClimbHills(promising, model, options, mf, shape)) {
+    if (last && MergeInto(*last, f, model, shape)) continue;
+    if (settling) {
+      SplitBounds(*settling, *last, model, shape);
+      settle(*settling);
+    }
+    settling = last;
+    last = f;
+  }
+  if (settling) {
+    SplitBounds(*settling, *last, model, shape);
+    settle(*settling);
+  }
+  if (last) settle(*last);
   if (options.kind == SignalKind::kSpectrum && options.max_charge > 0) {
     AssignCharges(result.peaks, [&](double c) { return 0.25 * model.FwhmAt(c) + 2e-6 * c; },
                   options.max_charge);

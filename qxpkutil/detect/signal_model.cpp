@@ -133,15 +133,33 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   v.swap(out);
 }
 
-// The largest |y|, in four independent running maxima.
-double LargestMagnitude(std::span<const double> y) {
-  double largest[4] = {0.0, 0.0, 0.0, 0.0};
+// The smallest and the largest |v|, in four independent running minima and maxima.
+std::pair<double, double> MagnitudeRange(std::span<const double> v) {
+  double smallest[4] = {INFINITY, INFINITY, INFINITY, INFINITY}, largest[4] = {0.0, 0.0, 0.0, 0.0};
   std::size_t i = 0;
-  for (; i + 4 <= y.size(); i += 4) {
-    for (std::size_t k = 0; k < 4; ++k) largest[k] = std::max(largest[k], std::fabs(y[i + k]));
+  for (; i + 4 <= v.size(); i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) {
+      smallest[k] = std::min(smallest[k], std::fabs(v[i + k]));
+      largest[k] = std::max(largest[k], std::fabs(v[i + k]));
+    }
   }
-  for (; i < y.size(); ++i) largest[0] = std::max(largest[0], std::fabs(y[i]));
-  return std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]));
+  for (; i < v.size(); ++i) {
+    smallest[0] = std::min(smallest[0], std::fabs(v[i]));
+    largest[0] = std::max(largest[0], std::fabs(v[i]));
+  }
+  return {std::min(std::min(smallest[0], smallest[1]), std::min(smallest[2], smallest[3])),
+          std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]))};
+}
+
+// The widest step between neighbours of the ascending x, in four running maxima.
+double WidestStep(std::span<const double> x) {
+  double widest[4] = {0.0, 0.0, 0.0, 0.0};
+  std::size_t i = 0;
+  for (; i + 5 <= x.size(); i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) widest[k] = std::max(widest[k], x[i + k + 1] - x[i + k]);
+  }
+  for (; i + 1 < x.size(); ++i) widest[0] = std::max(widest[0], x[i + 1] - x[i]);
+  return std::max(std::max(widest[0], widest[1]), std::max(widest[2], widest[3]));
 }
 
 void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
@@ -159,30 +177,44 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
   }
   FillAndSmooth(spacing, 1.0);
-  // One pass: the x gaps (a handful), the missing points (zeros next to another zero or to
-  // a gap, which carry no signal) and how much of the grid is absent.
+  // One pass, block by block: the largest |y|, the x gaps (a handful), the missing points
+  // (zeros next to another zero or to a gap, which carry no signal) and how much of the
+  // grid is absent. A block without a zero or a gap, as most are, is settled by one look.
   auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
   std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
+  m.largest = 0.0;
   std::int32_t missingCount = 0;
   double absent = 0.0;
   bool gapBefore = false;
-  for (std::int32_t i = 0; i < n; ++i) {
-    const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > kGapFactor * typical(i);
-    if (y[i] == 0.0) {
-      const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
-      const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
-      m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
-      missingCount += m.missing[i];
-      if (m.missing[i] && i + 1 < n) absent += 1.0;
+  for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
+    const std::int32_t hi = std::min(n, lo + kSpacingBlock);
+    const auto [smallest, largest] =
+        MagnitudeRange(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo)));
+    m.largest = std::max(m.largest, largest);
+    // (The spacing is kept per block of steps: a last block of one point has none.)
+    const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
+    // The block's steps, and the one to the next block's first point.
+    const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
+    if (!gapBefore && smallest != 0.0 && !(WidestStep(x.subspan(static_cast<std::size_t>(lo), stepPoints)) > gap)) {
+      continue;
     }
-    if (gapAfter) {
-      gaps.push_back(i);
-      absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+    for (std::int32_t i = lo; i < hi; ++i) {
+      const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
+      if (y[i] == 0.0) {
+        const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
+        const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
+        m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
+        missingCount += m.missing[i];
+        if (m.missing[i] && i + 1 < n) absent += 1.0;
+      }
+      if (gapAfter) {
+        gaps.push_back(i);
+        absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+      }
+      gapBefore = gapAfter;
     }
-    gapBefore = gapAfter;
   }
-  m.largest = LargestMagnitude(y);
   m.thresholded = absent > n;
   // Regions end at gaps and inside runs of missing points, and hold some signal.
   m.regions.clear();
@@ -242,6 +274,23 @@ double ThresholdNoise(std::span<const double> x, std::span<const double> y, cons
   return threshold / UpperQuantile(rate);
 }
 
+// The typical x step of every block (of the model's current size), filled and smoothed.
+void EstimateSpacing(std::span<const double> x, SignalModel& m) {
+  const auto n = static_cast<std::int32_t>(x.size());
+  const std::int32_t blocks = (n + m.block() - 1) / m.block();
+  m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
+  std::vector<double> steps;
+  for (std::int32_t b = 0; b < blocks; ++b) {
+    const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
+    steps.clear();
+    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
+      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
+    }
+    m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
+  }
+  FillAndSmooth(m.spacing_, 1.0);
+}
+
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
 // block of `block` points, from about `samples` evenly spaced points of each block.
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
@@ -254,8 +303,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block() - 1) / m.block();
-  // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known;
-  // read before the tables below are reset).
+  // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known).
   const double halfWidth =
       m.fwhm_ref > 0.0 ? 0.5 * m.PointsPerFwhm(n / 2, x[static_cast<std::size_t>(n / 2)]) : 1.0;
   std::vector<std::int32_t> lags{m.noise_lag > 0 ? m.noise_lag : 1};
@@ -264,20 +312,34 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   }
   m.baseline_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   m.noise_.assign(static_cast<std::size_t>(blocks), std::nan(""));
-  m.spacing_.assign(static_cast<std::size_t>(blocks), std::nan(""));
   // Per block: the level above which points count as signal (NaN: too few points to
   // measure) and the spread of the points, the noise when curvature cannot be had.
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
-  std::vector<double> values, kept, scratch, curvature, steps;
+  std::vector<double> values, kept, scratch, curvature;
   auto strideOf = [samples](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / samples); };
-  for (std::int32_t b = 0; b < blocks; ++b) {
+  // The noise of block b from the second differences at one lag.
+  auto blockNoise = [&](std::int32_t b, std::int32_t lag) {
+    const double top = ceiling[static_cast<std::size_t>(b)];
+    if (std::isnan(top)) return std::nan("");
     const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
-    steps.clear();
-    for (std::int32_t i = lo; i + 1 < hi; i += std::max<std::int32_t>(1, (hi - lo) / 32)) {
-      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
+    const std::int32_t stride = strideOf(lo, hi);
+    curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
+    std::size_t count = 0;
+    for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+      const double before = y[i - lag], here = y[i], after = y[i + lag];
+      const bool clear = (skip(i - lag) | skip(i) | skip(i + lag)) == 0 &&
+                         std::max({before, here, after}) <= top;
+      curvature[count] = std::fabs(before - 2.0 * here + after);
+      count += clear ? 1 : 0;
     }
-    m.spacing_[static_cast<std::size_t>(b)] = TypicalStep(steps);
+    curvature.resize(count);
+    return curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
+                                 : spreads[static_cast<std::size_t>(b)];
+  };
+  // The baseline, ceiling and spread of block b (thresholded data: its noise too).
+  auto blockLevels = [&](std::int32_t b) {
+    const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
     const std::int32_t stride = strideOf(lo, hi);
     values.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
     std::size_t count = 0;
@@ -286,12 +348,12 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       count += skip(i) != 0 ? 0 : 1;
     }
     values.resize(count);
-    if (values.size() < 8) continue;
+    if (values.size() < 8) return;
     if (m.thresholded) {
       m.baseline_[static_cast<std::size_t>(b)] = 0.0;
       m.noise_[static_cast<std::size_t>(b)] =
           ThresholdNoise(x, y, m, lo, hi, m.spacing_[static_cast<std::size_t>(b)], values);
-      continue;
+      return;
     }
     // One clipping round: the points more than three spreads above the median (peaks)
     // leave; the median of the rest is the block's baseline, and the curvature of the rest
@@ -310,57 +372,39 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
     spreads[static_cast<std::size_t>(b)] = spread;
-  }
-  // The noise of every `every`-th block from the second differences at one lag.
-  auto noiseAtLag = [&](std::int32_t lag, std::int32_t every) {
-    std::vector<double> noise(static_cast<std::size_t>(blocks), std::nan(""));
-    for (std::int32_t b = 0; b < blocks; b += every) {
-      const double top = ceiling[static_cast<std::size_t>(b)];
-      if (std::isnan(top)) continue;
-      const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
-      const std::int32_t stride = strideOf(lo, hi);
-      curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
-      std::size_t count = 0;
-      for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
-        const double before = y[i - lag], here = y[i], after = y[i + lag];
-        const bool clear = (skip(i - lag) | skip(i) | skip(i + lag)) == 0 &&
-                           std::max({before, here, after}) <= top;
-        curvature[count] = std::fabs(before - 2.0 * here + after);
-        count += clear ? 1 : 0;
-      }
-      curvature.resize(count);
-      noise[static_cast<std::size_t>(b)] = curvature.size() >= 8
-                                               ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
-                                               : spreads[static_cast<std::size_t>(b)];
-    }
-    return noise;
   };
   // White noise has the same second difference at every lag. Noise correlated over a few
   // points (apodised or filtered profiles) shows less of itself at short lags, so the lag
   // doubles while the figure still grows clearly, up to half a peak width.
-  // The choice reads medians over blocks, which a few hundred blocks settle as well as all.
-  if (!m.thresholded) {
-    std::size_t chosen = 0;
-    if (lags.size() > 1) {
-      const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
-      std::vector<double> shorter = noiseAtLag(lags[0], every);
-      for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
-        std::vector<double> longer = noiseAtLag(lags[k + 1], every);
-        if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
-        shorter.swap(longer);
-        chosen = k + 1;
-      }
+  // The choice reads medians over blocks, which a few hundred blocks settle as well as all,
+  // so it is made first, on those blocks alone.
+  std::int32_t lag = lags[0];
+  if (!m.thresholded && lags.size() > 1) {
+    const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
+    for (std::int32_t b = 0; b < blocks; b += every) blockLevels(b);
+    auto noiseAtLag = [&](std::int32_t at) {
+      std::vector<double> noise;
+      for (std::int32_t b = 0; b < blocks; b += every) noise.push_back(blockNoise(b, at));
+      return noise;
+    };
+    std::vector<double> shorter = noiseAtLag(lags[0]);
+    for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
+      std::vector<double> longer = noiseAtLag(lags[k + 1]);
+      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
+      shorter.swap(longer);
+      lag = lags[k + 1];
     }
-    m.noise_ = noiseAtLag(lags[chosen], 1);
-    if (m.fwhm_ref > 0.0) m.noise_lag = lags[chosen];
-  } else if (m.fwhm_ref > 0.0) {
-    m.noise_lag = lags[0];
+  }
+  if (m.fwhm_ref > 0.0) m.noise_lag = lag;
+  // Every block's levels, and its noise while the block is in cache.
+  for (std::int32_t b = 0; b < blocks; ++b) {
+    blockLevels(b);
+    if (!m.thresholded) m.noise_[static_cast<std::size_t>(b)] = blockNoise(b, lag);
   }
   const double largest = m.largest;
   FillAndSmooth(m.baseline_, 0.0);
   // The noise varies slowly along x; a wide running median steadies it.
   FillAndSmooth(m.noise_, largest * 1e-3, 9);
-  FillAndSmooth(m.spacing_, 1.0);
   // A noise-free signal still has rounding: keep the noise above it.
   for (double& s : m.noise_) s = std::max(s, largest * 1e-9 + 1e-300);
 }
@@ -518,6 +562,17 @@ std::pair<double, double> SignalModel::LevelBounds(std::int32_t b, double noises
   return {lowest, highest};
 }
 
+double SignalModel::BaselineSum(std::int32_t lo, std::int32_t hi) const {
+  // Each straight piece adds its length times the mean of its ends.
+  double sum = 0.0;
+  for (std::int32_t from = lo; from <= hi;) {
+    const std::int32_t last = std::min(hi, StraightPiece(from).second - 1);
+    sum += 0.5 * (last - from + 1) * (BaselineAt(from) + BaselineAt(last));
+    from = last + 1;
+  }
+  return sum;
+}
+
 void SignalModel::TabulateWidths(std::span<const double> x) {
   const auto n = static_cast<std::int32_t>(x.size());
   ppf_.resize(spacing_.size());
@@ -534,6 +589,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
+  EstimateSpacing(x, m);
   EstimateLevels(x, y, m, kFullSamples);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
@@ -543,8 +599,11 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   }
   const double typical = Median(ppf);
   // Enough points per block for a steady noise figure, but short traces still get several.
-  const auto wanted = static_cast<std::int32_t>(std::max(15.0 * typical, 256.0));
+  // A multiple of 32, so that the levels' straight pieces begin and end on the matched
+  // filter's runs of 16 points.
+  const auto wanted = static_cast<std::int32_t>(std::ceil(std::max(15.0 * typical, 256.0) / 32.0)) * 32;
   m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
+  EstimateSpacing(x, m);
   // These levels only choose the points that the refined levels (which the search reads)
   // leave out, and the seeds of thresholded data, so half the points do.
   EstimateLevels(x, y, m, kFullSamples / 2);

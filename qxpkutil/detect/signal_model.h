@@ -29,6 +29,16 @@ class SignalModel {
   double BaselineAt(std::int32_t i) const { return Interpolate(baseline_, i); }
   double NoiseAt(std::int32_t i) const { return Interpolate(noise_, i); }
   double SpacingAt(std::int32_t i) const { return Interpolate(spacing_, i); }
+  // The points [first, end) around i over which the levels run straight: from half a
+  // block past one block start to half a block past the next (the first piece from 0).
+  std::pair<std::int32_t, std::int32_t> StraightPiece(std::int32_t i) const {
+    const std::int32_t half = block_ / 2;
+    if (i < half) return {0, half};
+    const std::int32_t first = (i - half) / block_ * block_ + half;
+    return {first, first + block_};
+  }
+  // The sum of BaselineAt over the points lo to hi (inclusive), piece by straight piece.
+  double BaselineSum(std::int32_t lo, std::int32_t hi) const;
   // FWHM in x units at `x`: fwhm_ref * (x / x_ref)^exponent.
   double FwhmAt(double x) const;
   // The same in points at point i (at least 1).
