@@ -929,11 +929,26 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   // One walk along x merges the hills, splits their bounds, adds shoulders and measures, so
   // each stretch of the filters and the trace is read again while it is still in cache. A
   // peak is settled once its right neighbour (the next that does not merge into it) is known.
-  std::optional<Found> settling, last;
+  std::optional<Found> settling, last, measured;  // measured: the part of the last peak
   std::vector<Found> parts;
   auto settle = [&](const Found& f) {
     AddShoulders(f, model, options, shape, parts);
-    for (const Found& part : parts) result.peaks.push_back(Measure(x, y, input, model, mf, part));
+    for (Found part : parts) {
+      Peak peak = Measure(x, y, input, model, mf, part);
+      // Points that share one x are one place: a second top in a run of equal x joins the
+      // peak already there (the stronger top kept, over both bounds).
+      if (measured && peak.apex_x == result.peaks.back().apex_x) {
+        const std::int32_t left = std::min(measured->left, part.left);
+        const std::int32_t right = std::max(measured->right, part.right);
+        if (measured->strength > part.strength) part = *measured;
+        part.left = left;
+        part.right = right;
+        result.peaks.pop_back();
+        peak = Measure(x, y, input, model, mf, part);
+      }
+      result.peaks.push_back(peak);
+      measured = part;
+    }
   };
   for (const Found& f : ClimbHills(promising, model, options, mf, shape)) {
     if (last && MergeInto(*last, f, model, shape)) continue;
