@@ -105,7 +105,8 @@ inline Signal DecodeSignal(Bytes& in, std::size_t maxPoints = 4096) {
     const std::uint8_t b = in.Byte();
     // Steps vary with the data; one in 64 is zero.
     x += (b & 63) == 0 ? 0.0 : step * (1.0 + ((b >> 6) * jitter) / 512.0);
-    const double bump = 1000.0 * std::exp(-0.5 * std::pow((static_cast<double>(i % 97) - 48.0) / 4.0, 2));
+    const double bump =
+        1000.0 * std::exp(-0.5 * std::pow((static_cast<double>(i % 97) - 48.0) / 4.0, 2));
     double y = in.Byte() * scale + bump;
     if (negative && (b & 1)) y = -y / 16.0;
     s.x.push_back(x);

@@ -188,7 +188,8 @@ void CheckPeakList(const qxpkutil::PeakList& result, std::span<const X> x, std::
   QXFUZZ_CHECK(result.ok());
   for (std::size_t i = 0; i < result.peaks.size(); ++i) {
     const qxpkutil::Peak& p = result.peaks[i];
-    QXFUZZ_CHECK(0 <= p.left_index && p.left_index <= p.apex_index && p.apex_index <= p.right_index);
+    QXFUZZ_CHECK(0 <= p.left_index && p.left_index <= p.apex_index &&
+                 p.apex_index <= p.right_index);
     QXFUZZ_CHECK(static_cast<std::size_t>(p.right_index) < x.size());
     QXFUZZ_CHECK(p.left_x <= p.apex_x && p.apex_x <= p.right_x);
     QXFUZZ_CHECK(static_cast<double>(x[static_cast<std::size_t>(p.apex_index)]) == p.apex_x);

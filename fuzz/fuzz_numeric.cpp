@@ -30,7 +30,8 @@ void CheckSearch(const std::vector<X>& x, double value, std::uint32_t start) {
   QXFUZZ_CHECK(nearest >= 0 && static_cast<std::uint32_t>(nearest) < n);
   double best = std::numeric_limits<double>::infinity();
   for (X v : x) best = std::min(best, std::fabs(value - static_cast<double>(v)));
-  QXFUZZ_CHECK(std::fabs(value - static_cast<double>(x[static_cast<std::size_t>(nearest)])) == best);
+  QXFUZZ_CHECK(std::fabs(value - static_cast<double>(x[static_cast<std::size_t>(nearest)])) ==
+               best);
 
   if (!(x.front() < x.back())) return;  // equal ends count as descending; x is not
   const std::int32_t j = QXDataExpUtils::HuntIndex(x.data(), n, start, value);
@@ -47,11 +48,13 @@ void CheckRegions(Bytes& in, const Signal& s) {
   const auto first = static_cast<std::uint32_t>(in.U16() % n);
   const auto last = static_cast<std::uint32_t>(first + in.U16() % (n - first));
   for (int line = 0; line < 2; ++line) {
-    const double sum = QXDataExpUtils::IntegrateSummedRegion(
-        s.x.data(), s.y.data(), static_cast<std::int32_t>(first), static_cast<std::int32_t>(last), line);
+    const double sum = QXDataExpUtils::IntegrateSummedRegion(s.x.data(), s.y.data(),
+                                                             static_cast<std::int32_t>(first),
+                                                             static_cast<std::int32_t>(last), line);
     QXFUZZ_CHECK(std::isfinite(sum) && sum >= 0.0);
     const double counts = QXDataExpUtils::IntegrateSummedRegion(
-        s.xf.data(), s.yc.data(), static_cast<std::int32_t>(first), static_cast<std::int32_t>(last), line);
+        s.xf.data(), s.yc.data(), static_cast<std::int32_t>(first), static_cast<std::int32_t>(last),
+        line);
     QXFUZZ_CHECK(std::isfinite(counts) && counts >= 0.0);
   }
   const double slope = in.Double(-10.0, 10.0);
@@ -104,7 +107,8 @@ void CheckBinning(Bytes& in, const Signal& s) {
   const auto n = static_cast<std::uint32_t>(s.x.size());
   std::vector<double> outX(s.x.size(), 0.0), outY(s.x.size(), 0.0);
   const double width = in.Double(0.0, 5.0);
-  if (QXDataExpUtils::BinData(s.x.data(), s.y.data(), outX.data(), outY.data(), n, width) != 1) return;
+  if (QXDataExpUtils::BinData(s.x.data(), s.y.data(), outX.data(), outY.data(), n, width) != 1)
+    return;
   double total = 0.0, binned = 0.0, scale = 0.0;
   for (double v : s.y) {
     total += v;

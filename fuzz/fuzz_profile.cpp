@@ -37,8 +37,8 @@ std::string ReadBack(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, std::string_view text) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc).write(text.data(),
-                                                                static_cast<std::streamsize>(text.size()));
+  std::ofstream(path, std::ios::binary | std::ios::trunc)
+      .write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 bool TrimStable(const std::string& s) {
@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view all(reinterpret_cast<const char*>(data), size);
   const std::size_t split = all.find('\x02');
   const std::string_view file = all.substr(0, split);
-  const std::string_view ops = split == std::string_view::npos ? std::string_view() : all.substr(split + 1);
+  const std::string_view ops =
+      split == std::string_view::npos ? std::string_view() : all.substr(split + 1);
 
   WriteFile(path, file);
   QXIniProfile loaded(path);

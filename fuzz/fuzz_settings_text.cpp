@@ -25,7 +25,8 @@ constexpr int kMaxSegments = 64;
 
 bool FewSegments(std::string_view text) {
   constexpr std::string_view kKey = "NumDetectSegments=";
-  for (std::size_t at = text.find(kKey); at != std::string_view::npos; at = text.find(kKey, at + 1)) {
+  for (std::size_t at = text.find(kKey); at != std::string_view::npos;
+       at = text.find(kKey, at + 1)) {
     int count = 0;
     if (qxpkutil::QXParseLeadingInt(text.substr(at + kKey.size()), count) && count > kMaxSegments) {
       return false;

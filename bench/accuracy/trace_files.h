@@ -31,8 +31,8 @@ namespace qxpkutil::accuracy {
 // Reads found peaks from a TSV with a header line. The position is `centroid_x` where that
 // column has a number, else `apex_x`; a centroid of exactly 0 beside a non-zero apex is
 // the classic record's "not computed" and counts as none. `area`, `height`, `snr` (or
-// `signal_to_noise`), `left_x`, `right_x` and `charge` are read when present. False when neither position
-// column exists or a line is short.
+// `signal_to_noise`), `left_x`, `right_x` and `charge` are read when present. False when neither
+// position column exists or a line is short.
 [[nodiscard]] bool ReadFound(const std::string& path, std::vector<Detection>& found,
                              std::string& error);
 

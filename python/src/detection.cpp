@@ -326,8 +326,9 @@ void BindDetection(py::module_& m) {
             // A copy, so that later edits of the caller's list never race a search.
             o.labels = l ? std::make_shared<const QXUserPkLabels>(*l) : nullptr;
           })
-      .def_property_readonly("classic", [](const DetectOptions& o) { return o.classic.has_value(); },
-                             "True when classic segments were loaded (load_settings).")
+      .def_property_readonly(
+          "classic", [](const DetectOptions& o) { return o.classic.has_value(); },
+          "True when classic segments were loaded (load_settings).")
       .def(
           "parse_fwhm",
           [](DetectOptions& o, const std::string& text) {

@@ -35,7 +35,8 @@ PeakList ValidateSizes(std::size_t nx, std::size_t ny) {
     return Failure(DetectStatus::kBadInput, text);
   }
   if (nx > kQXMaxPoints) {
-    return Failure(DetectStatus::kBadInput, "more than " + std::to_string(kQXMaxPoints) + " points");
+    return Failure(DetectStatus::kBadInput,
+                   "more than " + std::to_string(kQXMaxPoints) + " points");
   }
   return {};
 }

@@ -40,7 +40,8 @@ TEST(DetectPeaks, RefusesBadTracesAndOptions) {
   EXPECT_EQ(DetectPeaks(std::vector<double>{1, 2}, y).status, DetectStatus::kBadInput);
   EXPECT_TRUE(DetectPeaks(std::vector<double>{}, std::vector<double>{}).ok());
   for (auto bad : {+[](DetectOptions& o) { o.snr = 0.0; }, +[](DetectOptions& o) { o.snr = NAN; },
-                   +[](DetectOptions& o) { o.fwhm = -1.0; }, +[](DetectOptions& o) { o.resolution = INFINITY; },
+                   +[](DetectOptions& o) { o.fwhm = -1.0; },
+                   +[](DetectOptions& o) { o.resolution = INFINITY; },
                    +[](DetectOptions& o) { o.max_charge = -1; }}) {
     DetectOptions options;
     bad(options);
@@ -89,8 +90,8 @@ TEST(DetectPeaks, KeepsBoundsInsideAnyShortTrace) {
     const PeakList found = DetectPeaks(x, y, options);
     ASSERT_TRUE(found.ok()) << "trace " << t;
     for (const Peak& p : found.peaks) {
-      ASSERT_TRUE(0 <= p.left_index && p.left_index <= p.apex_index && p.apex_index <= p.right_index &&
-                  p.right_index < n)
+      ASSERT_TRUE(0 <= p.left_index && p.left_index <= p.apex_index &&
+                  p.apex_index <= p.right_index && p.right_index < n)
           << "trace " << t;
     }
   }
@@ -105,8 +106,10 @@ TEST(SignalModel, RecoversNoiseAndWidth) {
     const auto mid = static_cast<std::int32_t>(s.x.size() / 2);
     // The noise of a few blocks wanders by a tenth either way: its median along the trace.
     std::vector<double> noise;
-    for (std::size_t i = 0; i < s.x.size(); i += s.x.size() / 9) noise.push_back(m.NoiseAt(static_cast<std::int32_t>(i)));
-    std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
+    for (std::size_t i = 0; i < s.x.size(); i += s.x.size() / 9)
+      noise.push_back(m.NoiseAt(static_cast<std::int32_t>(i)));
+    std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2),
+                     noise.end());
     EXPECT_NEAR(noise[noise.size() / 2], 5.0, 0.5);
     EXPECT_NEAR(m.BaselineAt(mid), 100.0, 1.0);
     EXPECT_NEAR(m.FwhmAt(s.x[mid]), 0.02, 0.002);
@@ -125,10 +128,12 @@ TEST(SignalModel, SumsTheBaselineOverAnyRange) {
     for (double& b : m.baseline_) b = static_cast<double>(rng() % 1000);
     for (int t = 0; t < 200; ++t) {
       const auto lo = static_cast<std::int32_t>(rng() % (6u * static_cast<unsigned>(block)));
-      const auto hi = lo + static_cast<std::int32_t>(rng() % (3u * static_cast<unsigned>(block) + 1));
+      const auto hi =
+          lo + static_cast<std::int32_t>(rng() % (3u * static_cast<unsigned>(block) + 1));
       double sum = 0.0;
       for (std::int32_t i = lo; i <= hi; ++i) sum += m.BaselineAt(i);
-      ASSERT_NEAR(m.BaselineSum(lo, hi), sum, 1e-9 * (1.0 + std::fabs(sum))) << block << " " << lo << " " << hi;
+      ASSERT_NEAR(m.BaselineSum(lo, hi), sum, 1e-9 * (1.0 + std::fabs(sum)))
+          << block << " " << lo << " " << hi;
     }
   }
 }
@@ -141,7 +146,8 @@ TEST(SignalModel, SeesNoiseCorrelatedOverAFewPoints) {
     Signal s = Ladder(ppf, 0.02, 0.0, {500.0});
     const std::vector<double> white = testing::MakeNoise(s.y.size() + 4, 10.0, 3);
     for (std::size_t i = 0; i < s.y.size(); ++i) {
-      s.y[i] += (white[i] + white[i + 1] + white[i + 2] + white[i + 3] + white[i + 4]) / std::sqrt(5.0);
+      s.y[i] +=
+          (white[i] + white[i + 1] + white[i + 2] + white[i + 3] + white[i + 4]) / std::sqrt(5.0);
     }
     const SignalModel m = EstimateSignalModel(s.x, s.y, {});
     EXPECT_NEAR(m.NoiseAt(static_cast<std::int32_t>(s.x.size() / 2)), 10.0, 2.0);
@@ -152,7 +158,8 @@ TEST(SignalModel, SeesNoiseCorrelatedOverAFewPoints) {
 // A width that grows in proportion to x is recognised as a constant resolving power.
 TEST(SignalModel, RecognisesTheWidthLaw) {
   std::vector<GaussPeak> peaks;
-  for (double c = 210.0; c < 1990.0; c += 7.3) peaks.push_back({c, 1000.0, c / 20000.0 / kFwhmPerSigma});
+  for (double c = 210.0; c < 1990.0; c += 7.3)
+    peaks.push_back({c, 1000.0, c / 20000.0 / kFwhmPerSigma});
   const Signal s = MakeSignal(400000, 200.0, 0.0045, peaks, {.baseline = 10.0, .noiseSigma = 2.0});
   const SignalModel m = EstimateSignalModel(s.x, s.y, {});
   EXPECT_EQ(m.law, WidthLaw::kTof);
@@ -256,7 +263,8 @@ TEST(DetectPeaks, AssignsChargesFromIsotopeSpacing) {
   for (int z = 1; z <= 4; ++z) {
     const double mono = 300.0 + 150.0 * z;
     for (int k = 0; k < 4; ++k) {
-      peaks.push_back({mono + k * 1.00336 / z, 2000.0 * abundance[k], mono / 40000.0 / kFwhmPerSigma});
+      peaks.push_back(
+          {mono + k * 1.00336 / z, 2000.0 * abundance[k], mono / 40000.0 / kFwhmPerSigma});
     }
   }
   const Signal s = MakeSignal(200000, 400.0, 0.003, peaks, {.baseline = 5.0, .noiseSigma = 2.0});
@@ -278,7 +286,8 @@ TEST(DetectPeaks, AssignsChargesFromIsotopeSpacing) {
   centroided.centroided = true;
   const PeakList sticks = DetectPeaks(cx, cy, centroided);
   ASSERT_EQ(sticks.peaks.size(), found.peaks.size());
-  for (std::size_t i = 0; i < cx.size(); ++i) EXPECT_EQ(sticks.peaks[i].charge, found.peaks[i].charge);
+  for (std::size_t i = 0; i < cx.size(); ++i)
+    EXPECT_EQ(sticks.peaks[i].charge, found.peaks[i].charge);
   DetectOptions chromatogram;
   chromatogram.kind = SignalKind::kChromatogram;
   for (const Peak& p : DetectPeaks(s.x, s.y, chromatogram).peaks) EXPECT_EQ(p.charge, 0);
@@ -313,10 +322,11 @@ TEST(ParseFwhm, ReadsWidthsWithUnitsAndReference) {
     bool ok;
     double fwhm, at;
   };
-  for (const Case& c : {Case{"0.01@400", true, 0.01, 400.0}, Case{"4s", true, 4.0, 0.0},
-                        Case{"0.1min", true, 6.0, 0.0}, Case{"20ppm@500", true, 0.01, 500.0},
-                        Case{"0.5", true, 0.5, 0.0}, Case{"-1", false, 0, 0}, Case{"nan", false, 0, 0},
-                        Case{"0.01@", false, 0, 0}, Case{"abc", false, 0, 0}, Case{"", false, 0, 0}}) {
+  for (const Case& c :
+       {Case{"0.01@400", true, 0.01, 400.0}, Case{"4s", true, 4.0, 0.0},
+        Case{"0.1min", true, 6.0, 0.0}, Case{"20ppm@500", true, 0.01, 500.0},
+        Case{"0.5", true, 0.5, 0.0}, Case{"-1", false, 0, 0}, Case{"nan", false, 0, 0},
+        Case{"0.01@", false, 0, 0}, Case{"abc", false, 0, 0}, Case{"", false, 0, 0}}) {
     DetectOptions options;
     std::string error;
     EXPECT_EQ(ParseFwhm(c.text, options, error), c.ok) << c.text;

@@ -88,7 +88,8 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
     // cost of the wide window's sums.
     const std::int32_t w = OddWidth(std::min(p.ppf, 9.0));
     const std::int32_t minWidth = OddWidth(p.ppf) / 2;
-    const std::int32_t maxWidth = std::max<std::int32_t>(50, static_cast<std::int32_t>(25.0 * p.ppf));
+    const std::int32_t maxWidth =
+        std::max<std::int32_t>(50, static_cast<std::int32_t>(25.0 * p.ppf));
     const std::int32_t index = list.GetNumDetectionSettings();
     list.AddDetectionSetting(-1);
     // Thresholds in intensity units sit just above the baseline; the S/N decision is made
@@ -134,7 +135,8 @@ void AddWindowsScalar(const std::vector<double>& weights, const double* window, 
   const std::size_t last = weights.size() - 1, half = last / 2;
   for (std::size_t o = 0; o < count; ++o) {
     double sum = weights[half] * window[o + half];
-    for (std::size_t k = 0; k < half; ++k) sum += weights[k] * (window[o + k] + window[o + last - k]);
+    for (std::size_t k = 0; k < half; ++k)
+      sum += weights[k] * (window[o + k] + window[o + last - k]);
     sums[o] = sum;
   }
 }
@@ -142,8 +144,8 @@ using Lanes2 = double __attribute__((vector_size(16)));
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 using Lanes4 = double __attribute__((vector_size(32)));
 template <std::int32_t Run>
-[[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights, const double* window,
-                                            double* sums) {
+[[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights,
+                                            const double* window, double* sums) {
   AddWindowsBody<Run, Lanes4>(weights, window, sums);
 }
 #endif
@@ -163,11 +165,12 @@ struct FilterInput {
   FilterInput(std::span<const double> values, const SignalModel& m) : y(values), model(m) {
     if (std::find(m.missing.begin(), m.missing.end(), 1) == m.missing.end()) return;
     missingBefore.assign(m.missing.size() + 1, 0);
-    for (std::size_t i = 0; i < m.missing.size(); ++i) missingBefore[i + 1] = missingBefore[i] + m.missing[i];
+    for (std::size_t i = 0; i < m.missing.size(); ++i)
+      missingBefore[i + 1] = missingBefore[i] + m.missing[i];
   }
   bool MissingIn(std::int32_t lo, std::int32_t hi) const {
-    return !missingBefore.empty() &&
-           missingBefore[static_cast<std::size_t>(hi)] != missingBefore[static_cast<std::size_t>(lo)];
+    return !missingBefore.empty() && missingBefore[static_cast<std::size_t>(hi)] !=
+                                         missingBefore[static_cast<std::size_t>(lo)];
   }
   // The height of point i above the baseline.
   double Above(std::int32_t i) const { return y[i] - model.BaselineAt(i); }
@@ -195,7 +198,9 @@ class MatchedFilter {
     return known_[k] ? value_[k] : Compute(i, r);
   }
   // The standard deviation of At(i) for white noise of `sigma`.
-  double Spread(std::int32_t i, double sigma) { return sigma / std::sqrt(KernelAt(i).sumOfSquares); }
+  double Spread(std::int32_t i, double sigma) {
+    return sigma / std::sqrt(KernelAt(i).sumOfSquares);
+  }
 
  private:
   struct Kernel {
@@ -235,7 +240,8 @@ class MatchedFilter {
     const std::int32_t blockBegin = i / m_.block() * m_.block();
     const auto piece = m_.StraightPiece(i);
     std::int32_t begin = std::max({i - i % run_, blockBegin, piece.first, r.begin + half});
-    std::int32_t end = std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
+    std::int32_t end =
+        std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
     if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
     double sums[kRun] = {};
     const double* window = in_.y.data() + (begin - half);
@@ -248,10 +254,12 @@ class MatchedFilter {
       AddWindowsScalar(g.weights, window, sums, count);
     }
     const double first = m_.BaselineAt(begin);
-    const double step = count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
+    const double step =
+        count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
     for (std::size_t o = 0; o < count; ++o) {
       const auto k = static_cast<std::size_t>(begin) + o;
-      value_[k] = sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step);
+      value_[k] =
+          sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step);
       known_[k] = 1;
     }
   }
@@ -382,7 +390,8 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double toler
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
 bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
-                    std::int32_t lo, std::int32_t hi, double& centre, double& height, double& fwhm) {
+                    std::int32_t lo, std::int32_t hi, double& centre, double& height,
+                    double& fwhm) {
   const std::span<const double> y = in.y;
   const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
@@ -584,7 +593,8 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
     const std::int32_t w0 = OddWidth(std::min(model.PointsPerFwhm(r.begin), 9.0));
     if (r.end - r.begin < std::max(3 * w0 + 2, 12)) {
       for (std::int32_t i = r.begin; i < r.end; ++i) {
-        if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) && (i + 1 == r.end || y[i] >= y[i + 1])) {
+        if (!model.missing[i] && (i == r.begin || y[i] > y[i - 1]) &&
+            (i + 1 == r.end || y[i] >= y[i + 1])) {
           seeds.push_back(i);
         }
       }
@@ -616,9 +626,11 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       for (std::int32_t i = from; i < to; ++i) {
         const double here = sums[i - lo];
         if (!(here > bar)) continue;
-        if ((i > lo && sums[i - lo - 1] >= here) || (i + 1 < hi && sums[i + 1 - lo] > here)) continue;
+        if ((i > lo && sums[i - lo - 1] >= here) || (i + 1 < hi && sums[i + 1 - lo] > here))
+          continue;
         std::int32_t top = i;
-        for (std::int32_t j = std::max(r.begin, i - half); j <= std::min(r.end - 1, i + half); ++j) {
+        for (std::int32_t j = std::max(r.begin, i - half); j <= std::min(r.end - 1, i + half);
+             ++j) {
           if (y[j] > y[top]) top = j;
         }
         seeds.push_back(top);
@@ -637,8 +649,9 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
 // matched-filter top must reach half the wanted S/N. Its baseline is 0 before and after,
 // so the filter's values stay good for the search.
 std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<const double> y,
-                                          const DetectOptions& options, std::vector<std::int32_t> seeds,
-                                          SignalModel& model, const FilterInput& input, MatchedFilter& mf) {
+                                          const DetectOptions& options,
+                                          std::vector<std::int32_t> seeds, SignalModel& model,
+                                          const FilterInput& input, MatchedFilter& mf) {
   const auto n = static_cast<std::int32_t>(y.size());
   auto clearlyAbove = [&](std::int32_t seed) {
     return input.Above(seed) >= 0.75 * options.snr * model.NoiseAt(seed);
@@ -670,12 +683,13 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
     if (clear && runStart < 0) runStart = i;
     if (clear || runStart < 0) continue;
     const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(runStart)));
-    std::fill(exclude.begin() + std::max(0, runStart - reach), exclude.begin() + std::min(n - 1, i - 1 + reach) + 1,
-              std::uint8_t{1});
+    std::fill(exclude.begin() + std::max(0, runStart - reach),
+              exclude.begin() + std::min(n - 1, i - 1 + reach) + 1, std::uint8_t{1});
     runStart = -1;
   }
   RefineLevels(x, y, exclude, model);
-  if (!model.thresholded) std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });
+  if (!model.thresholded)
+    std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });
   return seeds;
 }
 
@@ -685,7 +699,8 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
 // neighbour the scan did not report (a shoulder, a peak on a tail) is still climbed.
 // Returns the hills in x order, one per top.
 std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
-                              const DetectOptions& options, MatchedFilter& mf, MatchedFilter& shape) {
+                              const DetectOptions& options, MatchedFilter& mf,
+                              MatchedFilter& shape) {
   std::vector<Found> found;
   std::vector<std::uint8_t> visited(model.missing.size(), 0);
   while (!seeds.empty()) {
@@ -709,14 +724,16 @@ std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel
       const double v = mf.At(valley, *r);
       return rises && v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
     };
-    const double floor = std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
+    const double floor =
+        std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
     const double strength = mf.At(strongest, *r) - floor;
     if (strength < options.snr * noise) continue;
     found.push_back({hill.top, hill.left, hill.right, strongest, region, strength, noise});
     if (hill.leftRises && hill.left > r->begin) seeds.push_back(hill.left - 1);
     if (hill.rightRises && hill.right + 1 < r->end) seeds.push_back(hill.right + 1);
   }
-  std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
+  std::sort(found.begin(), found.end(),
+            [](const Found& a, const Found& b) { return a.top < b.top; });
   found.erase(std::unique(found.begin(), found.end(),
                           [](const Found& a, const Found& b) { return a.top == b.top; }),
               found.end());
@@ -830,7 +847,8 @@ void AddShoulders(const Found& f, const SignalModel& model, const DetectOptions&
     }
     found.push_back(s);
   }
-  std::sort(found.begin(), found.end(), [](const Found& a, const Found& b) { return a.top < b.top; });
+  std::sort(found.begin(), found.end(),
+            [](const Found& a, const Found& b) { return a.top < b.top; });
 }
 
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
@@ -893,8 +911,10 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
 DetectReport Report(std::span<const double> x, const SignalModel& model, std::int32_t segments) {
   const auto n = static_cast<std::int32_t>(x.size());
   std::vector<double> noise;
-  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block())) noise.push_back(model.NoiseAt(i));
-  std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2), noise.end());
+  for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, model.block()))
+    noise.push_back(model.NoiseAt(i));
+  std::nth_element(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(noise.size() / 2),
+                   noise.end());
   DetectReport report;
   report.noise = noise[noise.size() / 2];
   const double midX = x[static_cast<std::size_t>(n / 2)];
@@ -924,7 +944,8 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   // The matched filter is read at a few points around each top, the shape filter all along
   // the flanks.
   MatchedFilter mf(input, 1.0, kShortRun);
-  const std::vector<std::int32_t> promising = RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
+  const std::vector<std::int32_t> promising =
+      RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
   MatchedFilter shape(input, 0.5, kRun);
   // One walk along x merges the hills, splits their bounds, adds shoulders and measures, so
   // each stretch of the filters and the trace is read again while it is still in cache. A

@@ -93,7 +93,8 @@ double TypicalStep(std::vector<double>& steps) {
   return smallest[k];
 }
 
-double MedianAbsDeviation(const std::vector<double>& v, double centre, std::vector<double>& scratch) {
+double MedianAbsDeviation(const std::vector<double>& v, double centre,
+                          std::vector<double>& scratch) {
   scratch.clear();
   for (double value : v) scratch.push_back(std::fabs(value - centre));
   return Median(scratch);
@@ -165,7 +166,8 @@ double WidestStep(std::span<const double> x) {
 void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
   const auto n = static_cast<std::int32_t>(x.size());
   // Typical spacing per block of steps, ignoring repeated x.
-  const std::int32_t blocks = std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
+  const std::int32_t blocks =
+      std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
   std::vector<double> spacing(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> steps;
   for (std::int32_t b = 0; b < blocks; ++b) {
@@ -180,7 +182,9 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   // One pass, block by block: the largest |y|, the x gaps (a handful), the missing points
   // (zeros next to another zero or to a gap, which carry no signal) and how much of the
   // grid is absent. A block without a zero or a gap, as most are, is settled by one look.
-  auto typical = [&](std::int32_t i) { return spacing[static_cast<std::size_t>(i / kSpacingBlock)]; };
+  auto typical = [&](std::int32_t i) {
+    return spacing[static_cast<std::size_t>(i / kSpacingBlock)];
+  };
   std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
   m.missing.assign(static_cast<std::size_t>(n), 0);
   m.largest = 0.0;
@@ -196,7 +200,8 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
     // The block's steps, and the one to the next block's first point.
     const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
-    if (!gapBefore && smallest != 0.0 && !(WidestStep(x.subspan(static_cast<std::size_t>(lo), stepPoints)) > gap)) {
+    if (!gapBefore && smallest != 0.0 &&
+        !(WidestStep(x.subspan(static_cast<std::size_t>(lo), stepPoints)) > gap)) {
       continue;
     }
     for (std::int32_t i = lo; i < hi; ++i) {
@@ -252,7 +257,8 @@ double UpperQuantile(double p) {
 // alone crosses it as often as the short runs of stored points show, so T = sigma *
 // z(p) where p is that rate over the whole sampling grid of the block.
 double ThresholdNoise(std::span<const double> x, std::span<const double> y, const SignalModel& m,
-                      std::int32_t lo, std::int32_t hi, double spacing, std::vector<double>& values) {
+                      std::int32_t lo, std::int32_t hi, double spacing,
+                      std::vector<double>& values) {
   const auto fifth = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 20);
   std::nth_element(values.begin(), fifth, values.end());
   const double threshold = *fifth;
@@ -270,7 +276,8 @@ double ThresholdNoise(std::span<const double> x, std::span<const double> y, cons
   }
   const double grid = spacing > 0.0 ? (x[hi - 1] - x[lo]) / spacing + 1.0 : hi - lo;
   const double rate = crossings / std::max(grid, 1.0);
-  if (!(threshold > 0.0) || rate <= 1e-5 || rate >= 0.3) return threshold > 0.0 ? threshold / 2.0 : std::nan("");
+  if (!(threshold > 0.0) || rate <= 1e-5 || rate >= 0.3)
+    return threshold > 0.0 ? threshold / 2.0 : std::nan("");
   return threshold / UpperQuantile(rate);
 }
 
@@ -317,7 +324,9 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature;
-  auto strideOf = [samples](std::int32_t lo, std::int32_t hi) { return std::max<std::int32_t>(1, (hi - lo) / samples); };
+  auto strideOf = [samples](std::int32_t lo, std::int32_t hi) {
+    return std::max<std::int32_t>(1, (hi - lo) / samples);
+  };
   // The noise of block b from the second differences at one lag.
   auto blockNoise = [&](std::int32_t b, std::int32_t lag) {
     const double top = ceiling[static_cast<std::size_t>(b)];
@@ -365,8 +374,8 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     if (spread > 0.0) {
       // Only values above the median leave, so the median of the rest is an order
       // statistic of the lower half, which the selection left in front.
-      const auto rest = static_cast<std::size_t>(
-          std::count_if(values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
+      const auto rest = static_cast<std::size_t>(std::count_if(
+          values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
       if (rest / 2 < half) centre = SelectNth(std::span<double>(kept).first(half), rest / 2);
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
@@ -425,7 +434,9 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     std::int32_t block = r.begin / m.block(), blockEnd = r.begin;
     double bar = 0.0;
     for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (i >= blockEnd) block = i / m.block(), blockEnd = (block + 1) * m.block(), bar = m.LevelBounds(block, 10.0).first;
+      if (i >= blockEnd)
+        block = i / m.block(), blockEnd = (block + 1) * m.block(),
+        bar = m.LevelBounds(block, 10.0).first;
       if (!(y[i] >= bar && y[i] > y[i - 1] && y[i] >= y[i + 1])) continue;
       const double base = m.BaselineAt(i), height = y[i] - base;
       if (height < 10.0 * m.NoiseAt(i)) continue;
@@ -448,8 +459,9 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
   }
   constexpr std::size_t kMostSamples = 400;
   if (samples.size() > kMostSamples) {
-    std::nth_element(samples.begin(), samples.begin() + kMostSamples, samples.end(),
-                     [](const WidthSample& a, const WidthSample& b) { return a.height > b.height; });
+    std::nth_element(
+        samples.begin(), samples.begin() + kMostSamples, samples.end(),
+        [](const WidthSample& a, const WidthSample& b) { return a.height > b.height; });
     samples.resize(kMostSamples);
   }
   return samples;
@@ -507,7 +519,8 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
       FitWidthLaw(samples, chromatogram, m);
     } else {
       std::vector<double> ref;
-      for (const WidthSample& s : samples) ref.push_back(s.fwhm / std::pow(s.x, WidthExponent(law)));
+      for (const WidthSample& s : samples)
+        ref.push_back(s.fwhm / std::pow(s.x, WidthExponent(law)));
       m.law = law;
       m.exponent = WidthExponent(law);
       m.x_ref = 1.0;
@@ -601,7 +614,8 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   // Enough points per block for a steady noise figure, but short traces still get several.
   // A multiple of 32, so that the levels' straight pieces begin and end on the matched
   // filter's runs of 16 points.
-  const auto wanted = static_cast<std::int32_t>(std::ceil(std::max(15.0 * typical, 256.0) / 32.0)) * 32;
+  const auto wanted =
+      static_cast<std::int32_t>(std::ceil(std::max(15.0 * typical, 256.0) / 32.0)) * 32;
   m.SetBlock(std::clamp<std::int32_t>(std::min(wanted, n / 4), 32, 4096));
   EstimateSpacing(x, m);
   // These levels only choose the points that the refined levels (which the search reads)

@@ -119,7 +119,8 @@ bool DecodeBase64(std::string_view text, std::uint8_t* dst, std::size_t capacity
     if (filled == 0 && padsLeft < 0) {
 #ifdef QXPKUTIL_BASE64_AVX2
       if (HasAvx2()) {
-        const std::size_t done = DecodeVectorSteps(in + i, n - i, dst + written, capacity - written);
+        const std::size_t done =
+            DecodeVectorSteps(in + i, n - i, dst + written, capacity - written);
         i += done;
         written += done / 4 * 3;
       }

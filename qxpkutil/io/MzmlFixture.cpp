@@ -53,7 +53,8 @@ std::string Element(const FixtureSpectrum& s, std::size_t position, bool chromat
   if (chromatogram) {
     out += CvParam("MS:1000235", "total ion current chromatogram");
   } else {
-    out += s.ms_level > 1 ? CvParam("MS:1000580", "MSn spectrum") : CvParam("MS:1000579", "MS1 spectrum");
+    out += s.ms_level > 1 ? CvParam("MS:1000580", "MSn spectrum")
+                          : CvParam("MS:1000579", "MS1 spectrum");
     if (s.ms_level > 0) out += CvParam("MS:1000511", "ms level", std::to_string(s.ms_level));
     if (s.representation) {
       out += s.centroided ? CvParam("MS:1000127", "centroid spectrum")

@@ -271,7 +271,9 @@ const char* RoleName(ArrayDescription::Role role) {
   }
 }
 
-bool IsNameEnd(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '>' || c == '/'; }
+bool IsNameEnd(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '>' || c == '/';
+}
 
 // Whether `text` at `at` starts the tag `<name` (`prefix` "<") or `</name` (`prefix` "</").
 bool IsTagAt(std::string_view text, std::size_t at, std::string_view prefix,
@@ -543,7 +545,8 @@ struct MzmlReader::Impl {
     }
     header.assign(buffer, pos, end - pos);
     pos = end;
-    if (header.find("<run") == std::string::npos) return Fail("not an mzML file (no <run> element)");
+    if (header.find("<run") == std::string::npos)
+      return Fail("not an mzML file (no <run> element)");
     const std::string closed = header + "</run></mzML>";
     const pugi::xml_parse_result parsed = headerDocument.load_buffer(closed.data(), closed.size());
     if (!parsed) {
@@ -588,7 +591,8 @@ struct MzmlReader::Impl {
       const pugi::xml_node scan = node.child("scanList").child("scan");
       if (pugi::xml_node p = params.Find(scan, kScanStartTime)) {
         double rt = 0.0;
-        if (QXParseDouble(p.attribute("value").value(), rt)) trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
+        if (QXParseDouble(p.attribute("value").value(), rt))
+          trace.rt = SaysMinutes(p) ? rt * 60.0 : rt;
       }
     }
     trace.selected = listRead && options.selection.Accepts(trace);
@@ -714,7 +718,8 @@ struct MzmlReader::Impl {
       const int listKind = isTag("<spectrumList") ? 0 : isTag("<chromatogramList") ? 1 : -1;
       if (listKind >= 0) {
         const std::size_t end = TagEnd(pos);
-        if (end == std::string::npos) return Fail("ends inside a list's start tag (truncated file?)");
+        if (end == std::string::npos)
+          return Fail("ends inside a list's start tag (truncated file?)");
         listTags[listKind].assign(buffer, pos, end - pos);
         pos = end;
         if (listKind == 1 && options.selection.list == MzmlSelection::List::kAuto && seen[0] == 0) {

@@ -66,8 +66,8 @@ void SetParam(pugi::xml_node p, const char* cv, const char* accession, const cha
 // A cvParam in an element's own parameter block (after its group references and cvParams).
 pugi::xml_node AddParam(pugi::xml_node node, const char* accession, const char* name,
                         const std::string& value = "") {
-  pugi::xml_node p =
-      InsertBefore(node, "cvParam", FirstChildAfter(node, {"referenceableParamGroupRef", "cvParam"}));
+  pugi::xml_node p = InsertBefore(node, "cvParam",
+                                  FirstChildAfter(node, {"referenceableParamGroupRef", "cvParam"}));
   SetParam(p, "MS", accession, name, value);
   return p;
 }
@@ -133,7 +133,8 @@ std::string EncodeValues(const std::vector<double>& values, bool float32, bool c
   if (compress) {
     uLongf size = compressBound(static_cast<uLong>(bytes.size()));
     std::vector<unsigned char> packed(size);
-    if (compress2(packed.data(), &size, bytes.data(), static_cast<uLong>(bytes.size()), 6) == Z_OK) {
+    if (compress2(packed.data(), &size, bytes.data(), static_cast<uLong>(bytes.size()), 6) ==
+        Z_OK) {
       packed.resize(size);
       bytes.swap(packed);
     }

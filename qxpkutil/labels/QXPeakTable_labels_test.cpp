@@ -47,10 +47,13 @@ using Labels = std::vector<std::string>;
 TEST(MatchUserPeakLabels, MassListMarksTheMostIntensePeakInEachWindow) {
   QXPeakTable table = MakeTable({{100.0, 5, 0}, {100.5, 9, 0}, {200.0, 1, 0}, {300.0, 1, 0}});
   table.GetPeak(3)->m_strLabel = "own";
-  QXUserPkLabels labels = MakeLabels(0, 0, {{100.25, 0.5, "pair", 0}, {200.0, 0.0, "exact", 0},
-                                            {250.0, 10.0, "none", 0}, {100.5, 0.1, "again", 0},
-                                            {std::nan(""), 1e9, "nan", 0},
-                                            {-std::numeric_limits<double>::max(), 0.0, "sentinel", 0}});
+  QXUserPkLabels labels = MakeLabels(0, 0,
+                                     {{100.25, 0.5, "pair", 0},
+                                      {200.0, 0.0, "exact", 0},
+                                      {250.0, 10.0, "none", 0},
+                                      {100.5, 0.1, "again", 0},
+                                      {std::nan(""), 1e9, "nan", 0},
+                                      {-std::numeric_limits<double>::max(), 0.0, "sentinel", 0}});
   table.MatchUserPeakLabels(&labels, 1, 0, nullptr);
   EXPECT_EQ(PeakLabels(table), (Labels{"", "*pair,again", "*exact", "own"}));
   EXPECT_EQ(labels.LabelsChanged(), 0);
@@ -98,7 +101,8 @@ TEST(MatchUserPeakLabels, ChargedLabelsMatchOnlyPeaksOfThatChargeWhenSwitchedOn)
 
     // A difference label tests the charge of the pair's left peak.
     QXPeakTable steps = MakeTable(kSeries);
-    QXUserPkLabels bySteps = MakeLabels(1, useCharge, {{1.0, 0.25, "z2", 2}, {1.0, 0.25, "any", 0}});
+    QXUserPkLabels bySteps =
+        MakeLabels(1, useCharge, {{1.0, 0.25, "z2", 2}, {1.0, 0.25, "any", 0}});
     steps.MatchUserPeakLabels(&bySteps, 0, kQXFilterAll, nullptr);
     EXPECT_EQ(PeakLabels(steps), (useCharge ? Labels{"*any", "*z2,any", "", "*any", ""}
                                             : Labels{"*z2,any", "*z2,any", "", "*z2,any", ""}));

@@ -79,9 +79,9 @@ class QXDataExpUtils {
   // Gaussian-weighted mean of v[0..w-1]. w = 1 gives v[0]. For 2 <= w <= 201 the weights
   // are the first w of table row w-2 divided by that whole row's sum: a kernel that peaks
   // at position w-2 and is under-normalised, kept exactly: smoothed levels, and so the
-  // peaks found on them, must match earlier results. For 202 <= w <= 2001 the symmetric kernel exp(-(w/2-k)^2/(w/2)^2), normalised,
-  // is kept in a one-entry cache per thread. 0 for w <= 0, w > 2001, a null `v`, or when
-  // the table cannot be allocated.
+  // peaks found on them, must match earlier results. For 202 <= w <= 2001 the symmetric kernel
+  // exp(-(w/2-k)^2/(w/2)^2), normalised, is kept in a one-entry cache per thread. 0 for w <= 0, w >
+  // 2001, a null `v`, or when the table cannot be allocated.
   static double NormGaussMean(const double* v, int w);
   static double NormGaussMean(const std::uint32_t* v, int w);
   // Smooths `in` into `out` (which may be `in`) with the NormGaussMean kernel of width `w`:

@@ -47,7 +47,8 @@ void SlideGaussMean(benchmark::State& state, const std::vector<Y>& y) {
   const std::size_t windows = kPoints - static_cast<std::size_t>(w) + 1;
   for (auto _ : state) {
     double total = 0;
-    for (std::size_t p = 0; p < windows; ++p) total += QXDataExpUtils::NormGaussMean(y.data() + p, w);
+    for (std::size_t p = 0; p < windows; ++p)
+      total += QXDataExpUtils::NormGaussMean(y.data() + p, w);
     benchmark::DoNotOptimize(total);
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * windows));
@@ -70,7 +71,11 @@ void BM_SmoothData(benchmark::State& state) {
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kPoints));
 }
-BENCHMARK(BM_SmoothData)->Args({21, 0})->Args({21, 1})->Args({501, 0})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SmoothData)
+    ->Args({21, 0})
+    ->Args({21, 1})
+    ->Args({501, 0})
+    ->Unit(benchmark::kMillisecond);
 
 void BM_SmoothDataInPlace(benchmark::State& state) {
   std::vector<double> y = Spectrum().y;

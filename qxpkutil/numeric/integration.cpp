@@ -120,7 +120,8 @@ int CentroidOf(const X* xs, const Y* ys, std::uint32_t n, double percent, std::u
   const double last = x(j - 1);
   Wide moment = (first - leftX) * (leftX * leftY + first * y(i + 1)) * 0.5 +
                 (rightX - last) * (last * y(j - 1) + rightX * rightY) * 0.5;
-  Wide area = (first - leftX) * (leftY + y(i + 1)) * 0.5 + (rightX - last) * (y(j - 1) + rightY) * 0.5;
+  Wide area =
+      (first - leftX) * (leftY + y(i + 1)) * 0.5 + (rightX - last) * (y(j - 1) + rightY) * 0.5;
   for (std::int64_t k = i + 1; k + 1 <= j - 1; ++k) {
     const double dx = x(k + 1) - x(k);
     moment += dx * (x(k) * y(k) + x(k + 1) * y(k + 1)) * 0.5;

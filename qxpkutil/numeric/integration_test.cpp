@@ -69,10 +69,10 @@ TEST(CentroidRegion, TriangleAtHalfHeightBetweenCallerBoundsOrNotAtAll) {
   EXPECT_EQ(outside.status, 0);
   EXPECT_DOUBLE_EQ(outside.leftY, 1.5);  // the level is written before that check
   // Crossing segments or caller bounds beyond the array fail instead of reading past it.
-  for (const Centroid& c : {outside, CentroidOf(x, y, 50, 0, 4, 4), CentroidOf(x, y, 50, 0, 9, 2),
-                            CentroidOf(x, y, 150, 0, 4, 2, -1.0, 3.0),
-                            CentroidOf(x, y, 150, 0, 4, 2, 1.0, 4.5),
-                            CentroidOf(x, y, std::nan(""), 0, 4, 2), CentroidOf(x, y, 50, 0, 4, 5)}) {
+  for (const Centroid& c :
+       {outside, CentroidOf(x, y, 50, 0, 4, 4), CentroidOf(x, y, 50, 0, 9, 2),
+        CentroidOf(x, y, 150, 0, 4, 2, -1.0, 3.0), CentroidOf(x, y, 150, 0, 4, 2, 1.0, 4.5),
+        CentroidOf(x, y, std::nan(""), 0, 4, 2), CentroidOf(x, y, 50, 0, 4, 5)}) {
     EXPECT_EQ(c.status, 0);
     EXPECT_EQ(c.centroid, kQXUnsetValue);
   }

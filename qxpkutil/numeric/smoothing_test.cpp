@@ -69,7 +69,9 @@ TEST(ResolutionSmoothData, HalfWeightAtHalfTheResolvedWidth) {
   const double far = std::pow(0.5, std::pow(100.0 / 100.25, 2));
   EXPECT_NEAR(y[0], 2.0 / 1.5, 1e-12);
   EXPECT_NEAR(y[1], 2.0 * far / (1 + far), 1e-12);
-  EXPECT_EQ(U::ResolutionSmoothData(x, y, 2, 0.0, 3.0) + U::ResolutionSmoothData(x, y, 2, 9, std::nan("")), 0);
+  EXPECT_EQ(U::ResolutionSmoothData(x, y, 2, 0.0, 3.0) +
+                U::ResolutionSmoothData(x, y, 2, 9, std::nan("")),
+            0);
 }
 
 }  // namespace

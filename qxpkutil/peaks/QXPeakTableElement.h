@@ -16,7 +16,7 @@ namespace qxpkutil {
 
 // Status marks in QXPeakTableElement::m_dwFlags.
 inline constexpr std::uint32_t kQXPeakNormal = 0x100;          // detected peak; initial value
-inline constexpr std::uint32_t kQXPeakSeriesLow = 0x200;       // last member of a walked isotope series
+inline constexpr std::uint32_t kQXPeakSeriesLow = 0x200;  // last member of a walked isotope series
 inline constexpr std::uint32_t kQXPeakSeriesMostIntense = 0x400;
 inline constexpr std::uint32_t kQXPeakLabelled = 0x800;        // a user label is attached
 inline constexpr std::uint32_t kQXPeakChargeAssigned = 0x1000000;

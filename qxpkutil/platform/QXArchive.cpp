@@ -74,7 +74,8 @@ template <typename T>
 QXArchive& QXArchive::Put(T value) {
   const auto bits = std::bit_cast<typename UIntOfSize<sizeof(T)>::type>(value);
   unsigned char bytes[sizeof(T)];
-  for (std::size_t i = 0; i < sizeof(T); ++i) bytes[i] = static_cast<unsigned char>(bits >> (8 * i));
+  for (std::size_t i = 0; i < sizeof(T); ++i)
+    bytes[i] = static_cast<unsigned char>(bits >> (8 * i));
   WriteBytes(bytes, sizeof(T));
   return *this;
 }

@@ -19,7 +19,8 @@ class Record : public QXObject {
   }
   double values[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
 };
-const QXRuntimeClass Record::classRecord{"QXPeakTableElement", kQXNoSchema, &QXObject::classQXObject};
+const QXRuntimeClass Record::classRecord{"QXPeakTableElement", kQXNoSchema,
+                                         &QXObject::classQXObject};
 
 std::string StoreRecords(const std::vector<Record>& records) {
   std::ostringstream out;
@@ -39,7 +40,8 @@ void BM_StoreRecords(benchmark::State& state) {
 BENCHMARK(BM_StoreRecords)->Arg(1000)->Arg(100000);
 
 void BM_LoadRecords(benchmark::State& state) {
-  const std::string bytes = StoreRecords(std::vector<Record>(static_cast<std::size_t>(state.range(0))));
+  const std::string bytes =
+      StoreRecords(std::vector<Record>(static_cast<std::size_t>(state.range(0))));
   for (auto _ : state) {
     std::istringstream in(bytes);
     QXArchive ar(in);

@@ -114,8 +114,8 @@ class QXArchiveCount : public ::testing::TestWithParam<std::uint32_t> {};
 TEST_P(QXArchiveCount, UsesTheShortFormBelow0xFFFFAndRoundTrips) {
   const std::uint32_t count = GetParam();
   const std::string bytes = Store([&](QXArchive& ar) { ar.WriteCount(count); });
-  const std::string expected =
-      count < 0xFFFF ? Bytes{}.U16(static_cast<std::uint16_t>(count)).s : Bytes{}.U16(0xFFFF).U32(count).s;
+  const std::string expected = count < 0xFFFF ? Bytes{}.U16(static_cast<std::uint16_t>(count)).s
+                                              : Bytes{}.U16(0xFFFF).U32(count).s;
   EXPECT_EQ(bytes, expected);
   std::istringstream in(bytes);
   QXArchive ar(in);
@@ -143,7 +143,8 @@ TEST(QXArchive, StoresAndLoadsTheFrameworkLayout) {
     auto object = ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create);
     ASSERT_NE(object, nullptr);
     ASSERT_TRUE(object->IsKindOf(&TestPeak::classTestPeak));
-    for (int i = 0; i < 12; ++i) EXPECT_EQ(static_cast<const TestPeak&>(*object).values[i], first + i);
+    for (int i = 0; i < 12; ++i)
+      EXPECT_EQ(static_cast<const TestPeak&>(*object).values[i], first + i);
   }
   EXPECT_FALSE(ar.Failed());
   EXPECT_EQ(in.rdbuf()->sgetc(), std::char_traits<char>::eof());
@@ -153,8 +154,11 @@ TEST(QXArchive, StoresAndLoadsTheFrameworkLayout) {
 // its index (class 1, object 2), which cannot be loaded as a new object.
 TEST(QXArchive, NullAndRepeatedReferences) {
   const TestPeak a = MakePeak(1);
-  const std::string bytes =
-      Store([&](QXArchive& ar) { ar.WriteObject(nullptr); ar.WriteObject(&a); ar.WriteObject(&a); });
+  const std::string bytes = Store([&](QXArchive& ar) {
+    ar.WriteObject(nullptr);
+    ar.WriteObject(&a);
+    ar.WriteObject(&a);
+  });
   EXPECT_EQ(bytes, Bytes{}.U16(0).NewClass(0xFFFF, "QXTestPeak").PeakBody(1).U16(2).s);
   std::istringstream in(bytes);
   QXArchive ar(in);
@@ -240,7 +244,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A name length beyond the stream is neither read nor allocated.
 TEST(QXArchive, HostileNameLengthIsRejectedBeforeAnyNameByteIsRead) {
-  const std::string bytes = Bytes{}.U16(0xFFFF).U16(0xFFFF).U16(0xFFFF).Text(std::string(100, 'x')).s;
+  const std::string bytes =
+      Bytes{}.U16(0xFFFF).U16(0xFFFF).U16(0xFFFF).Text(std::string(100, 'x')).s;
   std::istringstream in(bytes);
   QXArchive ar(in);
   EXPECT_EQ(ar.ReadNewObject(&TestPeak::classTestPeak, &TestPeak::Create), nullptr);

@@ -22,7 +22,8 @@ TEST(QXLoadString, KeepsTheKnownTextsLetterForLetter) {
 }
 
 TEST(QXLoadString, EveryIdOfTheTableHasTextAndNoOtherDoes) {
-  for (int id = kQXFirstStringId; id <= kQXLastStringId; ++id) EXPECT_FALSE(QXLoadString(id).empty()) << id;
+  for (int id = kQXFirstStringId; id <= kQXLastStringId; ++id)
+    EXPECT_FALSE(QXLoadString(id).empty()) << id;
   for (int id : {kQXFirstStringId - 1, kQXLastStringId + 1, 0, -1, INT_MIN, INT_MAX}) {
     EXPECT_EQ(QXLoadString(id), "") << id;
   }

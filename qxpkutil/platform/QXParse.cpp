@@ -78,7 +78,8 @@ bool QXParseLeadingInt(std::string_view text, int& out) {
   for (; i < text.size() && IsDigit(text[i]); ++i) {
     magnitude = std::min(magnitude * 10 + (text[i] - '0'), 1LL + INT_MAX);
   }
-  out = static_cast<int>(std::clamp<long long>(negative ? -magnitude : magnitude, INT_MIN, INT_MAX));
+  out =
+      static_cast<int>(std::clamp<long long>(negative ? -magnitude : magnitude, INT_MIN, INT_MAX));
   return true;
 }
 

@@ -34,7 +34,9 @@ int LeadingInt(std::string_view text, int def) {
   return QXParseLeadingInt(text, value) ? value : def;
 }
 
-bool HasLineBreak(std::string_view text) { return text.find_first_of("\r\n") != std::string_view::npos; }
+bool HasLineBreak(std::string_view text) {
+  return text.find_first_of("\r\n") != std::string_view::npos;
+}
 
 // What a reload would read back as this section or key.
 bool IsIniSection(std::string_view name) {

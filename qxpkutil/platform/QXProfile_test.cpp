@@ -78,13 +78,15 @@ INSTANTIATE_TEST_SUITE_P(
         IniVariant{"Utf8BomAndCrlf", "\xEF\xBB\xBF[Sec]\r\nKey=value\r\n", "value"},
         IniVariant{"BlanksAroundEquals", "[Sec]\n  Key \t=  value \n", "value"},
         IniVariant{"BlanksAroundSectionName", "  [ Sec ]  \nKey=value\n", "value"},
-        IniVariant{"CommentsAndBlankLines", "; top\n\n[Sec]\n# Key=hash\n; Key=semi\n\nKey=value\n", "value"},
+        IniVariant{"CommentsAndBlankLines", "; top\n\n[Sec]\n# Key=hash\n; Key=semi\n\nKey=value\n",
+                   "value"},
         IniVariant{"KeyBeforeFirstSectionIgnored", "Key=orphan\n[Sec2]\nKey=other\n", "<missing>"},
         IniVariant{"LineWithoutEqualsIgnored", "[Sec]\nKey\nKey=value\n", "value"},
         IniVariant{"ValueVerbatimInside", "[Sec]\nKey= a = b ; kept \n", "a = b ; kept"},
         IniVariant{"EmptyValue", "[Sec]\nKey=\n", ""},
         IniVariant{"NoFinalLineEnd", "[Sec]\nKey=value", "value"},
-        IniVariant{"FirstOfDuplicatesWins", "[Sec]\nKey=first\n[Other]\nKey=x\n[SEC]\nkey=second\n", "first"},
+        IniVariant{"FirstOfDuplicatesWins", "[Sec]\nKey=first\n[Other]\nKey=x\n[SEC]\nkey=second\n",
+                   "first"},
         IniVariant{"TextAfterBracketIgnored", "[Sec] ; note\nKey=value\n", "value"},
         IniVariant{"MissingBracketForgiven", "[Sec\nKey=value\n", "value"}),
     [](const auto& info) { return std::string(info.param.name); });
@@ -114,7 +116,8 @@ TEST_F(QXIniProfileTest, RejectsTextAnIniLineCannotHoldAndKeepsTheFile) {
       {"Sec", "; note", "v"},       {"Sec", "[x", "v"},     {"Sec", "  ", "v"},
       {"S]ec", "Key", "v"},         {"Se\nc", "Key", "v"}, {"Se\nc", nullptr, nullptr}};
   for (const auto& [section, key, value] : bad) {
-    EXPECT_FALSE(profile.WriteProfileString(section, key, value)) << section << '/' << (key ? key : "null");
+    EXPECT_FALSE(profile.WriteProfileString(section, key, value))
+        << section << '/' << (key ? key : "null");
   }
   EXPECT_EQ(profile.GetProfileString("Sec", "Key", ""), "old");
   EXPECT_EQ(ReadText(m_path), m_original);

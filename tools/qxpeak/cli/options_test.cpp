@@ -28,13 +28,40 @@ Parsed Parse(std::vector<const char*> args) {
 }
 
 TEST(Options, ReadsEveryKindOfValue) {
-  const Parsed p =
-      Parse({"a.mzML",      "b.txt",       "--spectra",    "0,3-5",   "--scans",      "12",
-             "--rt",        "1.5min:",     "--ms-level",   "1",       "--centroided", "no",
-             "--threshold", "2.5",         "--filter",     "mean",    "--baseline",   "flat",
-             "--no-mass",   "--gauss-fit", "--segment",    "400:900", "--segment",    "880:2000",
-             "--sn",        "10:20",       "--measure-resolution", "50",      "-f",           "svg,tsv,svg",
-             "-d",          "out",         "-j",           "3"});
+  const Parsed p = Parse({"a.mzML",
+                          "b.txt",
+                          "--spectra",
+                          "0,3-5",
+                          "--scans",
+                          "12",
+                          "--rt",
+                          "1.5min:",
+                          "--ms-level",
+                          "1",
+                          "--centroided",
+                          "no",
+                          "--threshold",
+                          "2.5",
+                          "--filter",
+                          "mean",
+                          "--baseline",
+                          "flat",
+                          "--no-mass",
+                          "--gauss-fit",
+                          "--segment",
+                          "400:900",
+                          "--segment",
+                          "880:2000",
+                          "--sn",
+                          "10:20",
+                          "--measure-resolution",
+                          "50",
+                          "-f",
+                          "svg,tsv,svg",
+                          "-d",
+                          "out",
+                          "-j",
+                          "3"});
   ASSERT_FALSE(p.done) << p.err;
   const Options& o = p.options;
   const MzmlSelection& s = o.selection;

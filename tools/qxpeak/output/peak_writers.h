@@ -32,7 +32,8 @@ std::string FormatTsv(const std::vector<Trace>& traces, const std::vector<TraceP
 
 // {"input": name, "traces": [{index, kind, id, scan, ms_level, rt_s, x_unit,
 // centroided_input, points, skipped, peaks: [{...}]}]} with the fields of FormatTsv; values
-// not measured are null; `skipped` is null or why the trace was not searched. Text that is not valid UTF-8 is written with replacement characters.
+// not measured are null; `skipped` is null or why the trace was not searched. Text that is not
+// valid UTF-8 is written with replacement characters.
 std::string FormatJson(const std::string& inputName, const std::vector<Trace>& traces,
                        const std::vector<TracePeaks>& peaks);
 

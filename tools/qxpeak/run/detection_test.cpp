@@ -118,7 +118,8 @@ TEST(SearchTrace, LabelsAndMeasurements) {
 TEST(SearchTrace, GaussRefinementKeepsCleanCentroidsInPlace) {
   const double sigma = 0.004, fwhm = 2.3548 * sigma;
   std::vector<testing::GaussPeak> truth;
-  for (int i = 0; i < 12; ++i) truth.push_back({600.0 + 3.0 * i + 0.37 * fwhm * (i % 3), 3000.0, sigma});
+  for (int i = 0; i < 12; ++i)
+    truth.push_back({600.0 + 3.0 * i + 0.37 * fwhm * (i % 3), 3000.0, sigma});
   const testing::Signal s =
       testing::MakeSignal(40000, 598.0, 0.001, truth, {.baseline = 20.0, .noiseSigma = 10.0});
   Trace trace;

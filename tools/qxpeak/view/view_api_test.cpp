@@ -104,7 +104,8 @@ TEST_F(ViewApiTest, RangeQuestionGoesToThePageAndItsAnswerBackToTheRule) {
   EXPECT_FALSE(Call("/api/segments/range", no)["applied"].get<bool>());
   EXPECT_EQ(Centroids().size(), 3u);
   // Trimming the neighbour asks nothing.
-  const json trimmed = Call("/api/segments/range", {{"index", 1}, {"bound", "x2"}, {"text", "70.5"}});
+  const json trimmed =
+      Call("/api/segments/range", {{"index", 1}, {"bound", "x2"}, {"text", "70.5"}});
   EXPECT_TRUE(trimmed["applied"].get<bool>());
   EXPECT_EQ(trimmed["settings"]["segments"][2]["RangeX1"], 70.5);
   EXPECT_EQ(trimmed["settings"]["display_precision"], 1);
