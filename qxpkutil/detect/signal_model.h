@@ -67,8 +67,8 @@ class SignalModel {
     block_ = points;
     inverse_block_ = 1.0 / points;
   }
-  std::int32_t noise_lag =
-      0;  // lag of the second differences that measure the noise; 0: not chosen
+  // Lag of the second differences that measure the noise; 0: not chosen.
+  std::int32_t noise_lag = 0;
   std::vector<double> baseline_, noise_, spacing_, ppf_;
 
  private:

@@ -374,8 +374,8 @@ class LazySorted {
   double* m_data;
   double* m_tmp;
   std::size_t m_n;
-  std::vector<std::size_t>
-      m_start;  // part b is m_start[b] .. m_start[b + 1] - 1; empty: all sorted
+  // Part b is m_start[b] .. m_start[b + 1] - 1; empty: all sorted.
+  std::vector<std::size_t> m_start;
   std::vector<std::unique_ptr<Leaves>> m_leaves;
   std::vector<bool> m_whole;  // parts sorted whole
 };
