@@ -5,8 +5,11 @@
 // segments whose point-based settings follow the local width (BuildAutomaticSegments), for
 // users who want to run and edit them in classic mode.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -21,6 +24,8 @@ namespace {
 
 constexpr double kFwhmPerSigma = 2.354820045030949;
 constexpr double kIsotopeSpacing = 1.00336;
+// How far, in peak widths, the climbs from a seed may run back to lower x.
+constexpr double kReach = 16.0;
 // The library's segment list holds at most this many segments; far fewer are ever needed.
 constexpr std::size_t kMostSegments = 4096;
 
@@ -183,19 +188,24 @@ struct FilterInput {
 // Least-squares height of a Gaussian of `scale` times the local width centred on point i,
 // fitted to the heights above the baseline inside the point's region. At scale 1 it is the
 // matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
-// Values are memoised, since neighbouring seeds ask for the same points. A window whole
-// inside its region sums y, and the baseline enters as b(i) times the kernel's sum: the
-// baseline runs straight across a window (it bends only at block centres, and gently).
+// A window whole inside its region sums y, and the baseline enters as b(i) times the
+// kernel's sum: the baseline runs straight across a window (it bends only at block centres,
+// and gently). A value depends on its point alone, so values are kept in a small
+// direct-mapped cache of runs of 16 points: the search works along x, and neighbouring
+// seeds ask for the same points, while a point asked for again long after is computed anew.
 class MatchedFilter {
  public:
   // `run`: kRun or kShortRun points computed together.
   MatchedFilter(const FilterInput& input, double scale, std::int32_t run)
-      : in_(input), m_(input.model), scale_(scale), run_(run), known_(input.y.size(), 0),
-        value_(new double[input.y.size()]) {}
+      : in_(input), m_(input.model), scale_(scale), run_(run),
+        slots_(std::bit_ceil(std::min<std::size_t>(kSlots, input.y.size() / kRun + 1))),
+        value_(new double[slots_.size() * kRun]) {}
 
   double At(std::int32_t i, const Region& r) {
-    const auto k = static_cast<std::size_t>(i);
-    return known_[k] ? value_[k] : Compute(i, r);
+    const auto run = static_cast<std::uint32_t>(i) / kRun;
+    const Slot& slot = slots_[run & (slots_.size() - 1)];
+    if (slot.run == run && (slot.known >> (i % kRun) & 1u) != 0) return value_[Place(i)];
+    return Compute(i, r);
   }
   // The standard deviation of At(i) for white noise of `sigma`.
   double Spread(std::int32_t i, double sigma) {
@@ -210,12 +220,11 @@ class MatchedFilter {
   };
   // Kept out of line, so that At, on every step of every walk, stays a load and a compare.
   [[gnu::noinline]] double Compute(std::int32_t i, const Region& r) {
-    const auto k = static_cast<std::size_t>(i);
     const Kernel& g = KernelAt(i);
     const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
     if (i - half >= r.begin && i + half < r.end && !in_.MissingIn(i - half, i + half + 1)) {
       ComputeRun(i, r, g);
-      return value_[k];
+      return value_[Place(i)];
     }
     double num = 0.0, den = 0.0;
     const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
@@ -228,9 +237,9 @@ class MatchedFilter {
     // Thresholded data: the absent points were below the threshold, near the baseline, so
     // they count in the fit as baseline points.
     if (m_.thresholded) den = g.sumOfSquares;
-    value_[k] = den > 0.0 ? num / den : 0.0;
-    known_[k] = 1;
-    return value_[k];
+    const double value = den > 0.0 ? num / den : 0.0;
+    Store(i, value);
+    return value;
   }
   // The run of up to kRun points around i whose windows lie whole inside the region, the
   // block of i's kernel and a straight piece of the baseline, and hold no missing point:
@@ -257,11 +266,24 @@ class MatchedFilter {
     const double step =
         count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
     for (std::size_t o = 0; o < count; ++o) {
-      const auto k = static_cast<std::size_t>(begin) + o;
-      value_[k] =
-          sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step);
-      known_[k] = 1;
+      Store(begin + static_cast<std::int32_t>(o),
+            sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step));
     }
+  }
+  // A slot holds the values of one run of kRun points; `known` has a bit for each point.
+  struct Slot {
+    std::uint32_t run = ~0u;
+    std::uint32_t known = 0;
+  };
+  std::size_t Place(std::int32_t i) const {
+    return static_cast<std::size_t>(i) & (slots_.size() * kRun - 1);
+  }
+  void Store(std::int32_t i, double value) {
+    const auto run = static_cast<std::uint32_t>(i) / kRun;
+    Slot& slot = slots_[run & (slots_.size() - 1)];
+    if (slot.run != run) slot = {run, 0};
+    slot.known |= 1u << (i % kRun);
+    value_[Place(i)] = value;
   }
   // One kernel per block of the model, chosen on first use.
   const Kernel& KernelAt(std::int32_t i) {
@@ -293,10 +315,10 @@ class MatchedFilter {
   const SignalModel& m_;
   double scale_;
   std::int32_t run_;
-  // Filled as points are asked for (known_ says which); the values are left uninitialised,
-  // so the pages of a long trace that no peak comes near are never touched.
-  std::vector<std::uint8_t> known_;
-  std::unique_ptr<double[]> value_;
+  // Runs held: 32768 points, a few hundred kilobytes, which stay in the processor's cache.
+  static constexpr std::size_t kSlots = 2048;
+  std::vector<Slot> slots_;
+  std::unique_ptr<double[]> value_;  // slot s holds points s * kRun to s * kRun + kRun - 1
   std::unordered_map<int, Kernel> kernels_;  // node-based: references stay valid
   std::vector<const Kernel*> blockKernel_;
 };
@@ -697,14 +719,30 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
 // filter stands the wanted S/N above the lower valley: a peak on the tail of a larger one
 // counts by its own height. Every hill kept also sends seeds over its valleys, so a
 // neighbour the scan did not report (a shoulder, a peak on a tail) is still climbed.
-// Returns the hills in x order, one per top.
-std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
-                              const DetectOptions& options, MatchedFilter& mf,
-                              MatchedFilter& shape) {
-  std::vector<Found> found;
+// Seeds are climbed from the lowest x up, and each hill is handed to `take` (in x order,
+// one per top) once the seeds left lie a reach beyond it, so that what follows reads the
+// filters while they are still in cache. A hill found behind one already handed on (a
+// climb that ran back further than the reach) is dropped.
+template <typename Take>
+void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
+                const DetectOptions& options, MatchedFilter& mf, MatchedFilter& shape,
+                Take take) {
+  // An ascending list is a heap of the smallest first; the seeds sent over valleys join it.
+  std::sort(seeds.begin(), seeds.end());
+  const std::greater<> later;
+  std::deque<Found> ahead;  // found and not handed on, by top
+  std::int32_t handed = -1;  // the top of the last hill handed on
+  auto handOn = [&](std::int64_t below) {
+    for (; !ahead.empty() && ahead.front().top < below; ahead.pop_front()) {
+      handed = ahead.front().top;
+      take(ahead.front());
+    }
+  };
   std::vector<std::uint8_t> visited(model.missing.size(), 0);
   while (!seeds.empty()) {
-    const std::int32_t seed = seeds.back();
+    const std::int32_t seed = seeds.front();
+    handOn(seed - std::ceil(kReach * model.PointsPerFwhm(seed)));
+    std::pop_heap(seeds.begin(), seeds.end(), later);
     seeds.pop_back();
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
@@ -727,17 +765,19 @@ std::vector<Found> ClimbHills(std::vector<std::int32_t> seeds, const SignalModel
     const double floor =
         std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
     const double strength = mf.At(strongest, *r) - floor;
-    if (strength < options.snr * noise) continue;
-    found.push_back({hill.top, hill.left, hill.right, strongest, region, strength, noise});
-    if (hill.leftRises && hill.left > r->begin) seeds.push_back(hill.left - 1);
-    if (hill.rightRises && hill.right + 1 < r->end) seeds.push_back(hill.right + 1);
+    if (strength < options.snr * noise || hill.top <= handed) continue;
+    const Found f{hill.top, hill.left, hill.right, strongest, region, strength, noise};
+    ahead.insert(std::upper_bound(ahead.begin(), ahead.end(), f,
+                                  [](const Found& a, const Found& b) { return a.top < b.top; }),
+                 f);
+    for (const std::int32_t next : {hill.leftRises && hill.left > r->begin ? hill.left - 1 : -1,
+                                    hill.rightRises && hill.right + 1 < r->end ? hill.right + 1 : -1}) {
+      if (next < 0) continue;
+      seeds.push_back(next);
+      std::push_heap(seeds.begin(), seeds.end(), later);
+    }
   }
-  std::sort(found.begin(), found.end(),
-            [](const Found& a, const Found& b) { return a.top < b.top; });
-  found.erase(std::unique(found.begin(), found.end(),
-                          [](const Found& a, const Found& b) { return a.top == b.top; }),
-              found.end());
-  return found;
+  handOn(INT64_MAX);
 }
 
 // Neighbouring tops without a real valley between them in the shape filter are one peak:
@@ -971,15 +1011,15 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
       measured = part;
     }
   };
-  for (const Found& f : ClimbHills(promising, model, options, mf, shape)) {
-    if (last && MergeInto(*last, f, model, shape)) continue;
+  ClimbHills(promising, model, options, mf, shape, [&](const Found& f) {
+    if (last && MergeInto(*last, f, model, shape)) return;
     if (settling) {
       SplitBounds(*settling, *last, model, shape);
       settle(*settling);
     }
     settling = last;
     last = f;
-  }
+  });
   if (settling) {
     SplitBounds(*settling, *last, model, shape);
     settle(*settling);
