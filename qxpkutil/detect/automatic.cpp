@@ -1004,6 +1004,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
   };
   ClimbHills(promising, model, options, mf, shape, [&](const Found& f) {
+    // The search has read y around the hill, not x, which the measurement will read: two
+    // peaks later.
+    for (const std::int32_t i : {f.left, f.top, f.right}) __builtin_prefetch(&x[i]);
     if (last && MergeInto(*last, f, model, shape)) return;
     if (settling) {
       SplitBounds(*settling, *last, model, shape);
