@@ -33,7 +33,7 @@ double SelectNth(std::span<double> v, std::size_t k) {
     }
     return store;
   };
-  while (hi - lo > 16) {
+  while (hi - lo > 8) {
     // The median of three goes last, and after one pass to its place in the order.
     std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
     if (a[mid] < a[lo]) std::swap(a[mid], a[lo]);
