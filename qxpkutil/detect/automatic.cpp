@@ -679,28 +679,36 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
       return mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top);
     });
   }
-  // Points clearly above the baseline, in runs; most lie below the lowest bar of their block
-  // or above its highest, which settles them without reading the levels at the point.
+  // Points clearly above the baseline, in runs, widened by a peak width; most lie below the
+  // lowest bar of their block (eight at a time are passed over at once outside a run) or
+  // above its highest, which settles them without reading the levels at the point.
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
-  std::int32_t blockEnd = 0, runStart = -1;
-  std::pair<double, double> bars;
-  for (std::int32_t i = 0; i <= n; ++i) {
-    bool clear = false;
-    if (i < n) {
-      if (i >= blockEnd) {
-        const std::int32_t block = i / model.block();
-        blockEnd = (block + 1) * model.block();
-        bars = model.LevelBounds(block, 3.0);
-      }
-      clear = y[i] > bars.second || (y[i] > bars.first && input.Above(i) > 3.0 * model.NoiseAt(i));
-    }
-    if (clear && runStart < 0) runStart = i;
-    if (clear || runStart < 0) continue;
+  std::int32_t runStart = -1;
+  auto close = [&](std::int32_t end) {
     const auto reach = static_cast<std::int32_t>(std::ceil(1.5 * model.PointsPerFwhm(runStart)));
     std::fill(exclude.begin() + std::max(0, runStart - reach),
-              exclude.begin() + std::min(n - 1, i - 1 + reach) + 1, std::uint8_t{1});
+              exclude.begin() + std::min(n - 1, end - 1 + reach) + 1, std::uint8_t{1});
     runStart = -1;
+  };
+  for (std::int32_t lo = 0; lo < n; lo += model.block()) {
+    const std::int32_t hi = std::min(n, lo + model.block());
+    const auto [lowest, highest] = model.LevelBounds(lo / model.block(), 3.0);
+    for (std::int32_t i = lo; i < hi; ++i) {
+      if (runStart < 0 && i + 8 <= hi) {
+        unsigned above = 0;
+        for (std::int32_t k = 0; k < 8; ++k) above |= y[i + k] > lowest ? 1u : 0u;
+        if (above == 0) {
+          i += 7;
+          continue;
+        }
+      }
+      const bool clear =
+          y[i] > highest || (y[i] > lowest && input.Above(i) > 3.0 * model.NoiseAt(i));
+      if (clear && runStart < 0) runStart = i;
+      if (!clear && runStart >= 0) close(i);
+    }
   }
+  if (runStart >= 0) close(n);
   RefineLevels(x, y, exclude, model);
   if (!model.thresholded)
     std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });
