@@ -805,8 +805,10 @@ void SplitBounds(Found& a, Found& b, const SignalModel& model, MatchedFilter& sh
   if (a.region != b.region || a.right < b.left) return;
   const Region& r = model.regions[b.region];
   std::int32_t valley = a.top;
-  for (std::int32_t i = a.top; i <= b.top; ++i) {
-    if (shape.At(i, r) < shape.At(valley, r)) valley = i;
+  double lowest = shape.At(valley, r);
+  for (std::int32_t i = a.top + 1; i <= b.top; ++i) {
+    const double v = shape.At(i, r);
+    if (v < lowest) valley = i, lowest = v;
   }
   a.right = std::min(a.right, valley);
   b.left = std::max(b.left, valley);
@@ -938,9 +940,11 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   p.snr = p.height / p.noise;
   // Missing points hold 0 and add nothing to the sum of y, nor their baseline to the other.
   double area = -model.BaselineSum(f.left, f.right);
-  for (std::int32_t i = f.left; i <= f.right; ++i) {
-    area += y[i];
-    if (model.missing[i]) area += model.BaselineAt(i);
+  for (std::int32_t i = f.left; i <= f.right; ++i) area += y[i];
+  if (input.MissingIn(f.left, f.right + 1)) {
+    for (std::int32_t i = f.left; i <= f.right; ++i) {
+      if (model.missing[i]) area += model.BaselineAt(i);
+    }
   }
   p.area = std::max(0.0, area);
   p.marks = kQXPeakNormal;
