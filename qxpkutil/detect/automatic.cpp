@@ -747,12 +747,13 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
     if (r == nullptr) continue;
-    const double noise = model.NoiseAt(seed);
-    const double ppf = model.PointsPerFwhm(seed);
-    // A climb that ends on a hill already settled would only settle it again.
+    // A climb that ends on a hill already settled would only settle it again. What follows
+    // reads the model at the top, so a hill does not depend on which seed reached it first.
     const std::int32_t top = Climb(shape, *r, seed);
     if (visited[top]) continue;
-    const Hill hill = ClimbHill(shape, *r, top, 3.0 * shape.Spread(seed, noise),
+    const double noise = model.NoiseAt(top);
+    const double ppf = model.PointsPerFwhm(top);
+    const Hill hill = ClimbHill(shape, *r, top, 3.0 * shape.Spread(top, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
     if (visited[hill.top]) continue;
     visited[hill.top] = 1;
