@@ -199,8 +199,7 @@ class MatchedFilter {
   // `run`: kRun or kShortRun points computed together.
   MatchedFilter(const FilterInput& input, double scale, std::int32_t run)
       : in_(input), m_(input.model), scale_(scale), run_(run),
-        mask_(std::bit_ceil(std::min<std::size_t>(kPlaces, input.y.size())) - 1),
-        point_(mask_ + 1, -1), value_(new double[mask_ + 1]) {}
+        mask_(Places(input) - 1), point_(mask_ + 1, -1), value_(new double[mask_ + 1]) {}
 
   double At(std::int32_t i, const Region& r) {
     const std::size_t place = Place(i);
@@ -306,8 +305,16 @@ class MatchedFilter {
   const SignalModel& m_;
   double scale_;
   std::int32_t run_;
-  // Points held: 16384 (192 KB), hundreds of peak widths, which stay in the processor's cache.
-  static constexpr std::size_t kPlaces = 16384;
+  // Points held: at least 16384 (192 KB, which stay in the processor's cache), and enough
+  // for the stretch between the climbs and the walk that settles the hills behind them
+  // (twice their reach in the widest peak's widths), so that the walk finds the values the
+  // climbs left; never many more than the trace has.
+  static std::size_t Places(const FilterInput& in) {
+    const std::vector<double>& ppf = in.model.ppf_;
+    const double widest = ppf.empty() ? 1.0 : *std::max_element(ppf.begin(), ppf.end());
+    const double wanted = std::max(16384.0, 2.0 * kReach * widest);
+    return std::bit_ceil(static_cast<std::size_t>(std::min(wanted, static_cast<double>(in.y.size()))));
+  }
   std::size_t mask_;  // places - 1
   std::vector<std::int32_t> point_;  // the point whose value a place holds; -1: none yet
   std::unique_ptr<double[]> value_;
