@@ -343,10 +343,18 @@ const Region* RegionOf(const std::vector<Region>& regions, std::int32_t i, std::
 
 // Climbs the matched filter from a seed to its local top, inside the seed's region.
 std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
+  double here = mf.At(i, r);
   for (;;) {
-    const double here = mf.At(i, r);
-    if (i > r.begin && mf.At(i - 1, r) > here) { --i; continue; }
-    if (i + 1 < r.end && mf.At(i + 1, r) > here) { ++i; continue; }
+    const double left = i > r.begin ? mf.At(i - 1, r) : -INFINITY;
+    if (left > here) {
+      --i, here = left;
+      continue;
+    }
+    const double right = i + 1 < r.end ? mf.At(i + 1, r) : -INFINITY;
+    if (right > here) {
+      ++i, here = right;
+      continue;
+    }
     return i;
   }
 }
