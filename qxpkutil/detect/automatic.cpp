@@ -835,9 +835,9 @@ void SplitBounds(Found& a, Found& b, const SignalModel& model, MatchedFilter& sh
 // at a lag L of the filter's sigma, is negative all along a single peak's flank past its
 // top lobe; a positive top there that noise does not explain is a peak of its own, kept
 // when the height it implies passes the S/N rule.
-// Returns f and its shoulders in x order, in `found`.
+// Returns f and its shoulders in x order, in `found`; `values` is scratch.
 void AddShoulders(const Found& f, const SignalModel& model, const DetectOptions& options,
-                  MatchedFilter& shape, std::vector<Found>& found) {
+                  MatchedFilter& shape, std::vector<Found>& found, std::vector<double>& values) {
   const Region& r = model.regions[f.region];
   const double ppf = model.PointsPerFwhm(f.top);
   const double sigma = std::max(1.0, 0.5 * ppf / kFwhmPerSigma);
@@ -865,13 +865,21 @@ void AddShoulders(const Found& f, const SignalModel& model, const DetectOptions&
     std::int32_t from = f.top + side * clear;
     while ((side < 0 ? from > f.left : from < f.right) && shape.At(from, r) > halfTop) from += side;
     const std::int32_t to = side < 0 ? f.left : f.right;
+    // The scan runs from `from` to the bound, but not where the curvature's filter windows
+    // would be cut by the region's ends. It reads every value three times (at i and a lag
+    // either side), so the values are read once, into `values`.
+    const std::int32_t first = side < 0 ? std::max(to, r.begin + 4 * lag) : from;
+    const std::int32_t last = side < 0 ? from : std::min(to, r.end - 1 - 4 * lag);
     std::int32_t best = -1;
     double bestValue = 0.0;
-    for (std::int32_t i = from; side < 0 ? i >= to : i <= to; i += side) {
-      // Near the region's ends the filter sees a cut window: no shoulder is read there.
-      if (i - 4 * lag < r.begin || i + 4 * lag >= r.end) break;
-      const double c = curvature(i);
-      if (c > bestValue) best = i, bestValue = c;
+    if (first <= last && from - 4 * lag >= r.begin && from + 4 * lag < r.end) {
+      values.clear();
+      for (std::int32_t j = first - lag; j <= last + lag; ++j) values.push_back(shape.At(j, r));
+      const double* at = values.data() - (first - lag);  // at[j]: the value at point j
+      for (std::int32_t i = from; side < 0 ? i >= first : i <= last; i += side) {
+        const double c = 2.0 * at[i] - at[i - lag] - at[i + lag];
+        if (c > bestValue) best = i, bestValue = c;
+      }
     }
     if (best < 0 || best == from || best == to) continue;
     const double noise = model.NoiseAt(best);
@@ -1012,8 +1020,9 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   // peak is settled once its right neighbour (the next that does not merge into it) is known.
   std::optional<Found> settling, last, measured;  // measured: the part of the last peak
   std::vector<Found> parts;
+  std::vector<double> scratch;
   auto settle = [&](const Found& f) {
-    AddShoulders(f, model, options, shape, parts);
+    AddShoulders(f, model, options, shape, parts, scratch);
     for (Found part : parts) {
       Peak peak = Measure(x, y, input, model, mf, part);
       // Points that share one x are one place: a second top in a run of equal x joins the
