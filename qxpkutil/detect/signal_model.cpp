@@ -100,6 +100,30 @@ double MedianAbsDeviation(const std::vector<double>& v, double centre,
   return Median(scratch);
 }
 
+// Puts a and b in ascending order, with no branch on which is smaller.
+void Order(double& a, double& b) {
+  const double lower = std::min(a, b);
+  b = std::max(a, b);
+  a = lower;
+}
+
+// The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
+// leave the middle value in place (Paeth's): the running medians below take thousands of
+// them, and sorting by insertion mispredicts its branches on noise.
+double MedianOfFive(double* p) {
+  Order(p[0], p[1]), Order(p[3], p[4]), Order(p[0], p[3]), Order(p[1], p[4]);
+  Order(p[1], p[2]), Order(p[2], p[3]), Order(p[1], p[2]);
+  return p[2];
+}
+double MedianOfNine(double* p) {
+  Order(p[1], p[2]), Order(p[4], p[5]), Order(p[7], p[8]), Order(p[0], p[1]);
+  Order(p[3], p[4]), Order(p[6], p[7]), Order(p[1], p[2]), Order(p[4], p[5]);
+  Order(p[7], p[8]), Order(p[0], p[3]), Order(p[5], p[8]), Order(p[4], p[7]);
+  Order(p[3], p[6]), Order(p[1], p[4]), Order(p[2], p[5]), Order(p[4], p[7]);
+  Order(p[4], p[2]), Order(p[6], p[4]), Order(p[4], p[2]);
+  return p[4];
+}
+
 // Replaces NaN entries by their nearest finite neighbour, then takes a running median of
 // five so that one block swamped by a wide peak does not move the curve.
 void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 5) {
@@ -119,10 +143,17 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   width = std::min(width, n % 2 ? n : n - 1);
   if (width < 3) return;
   // Near the ends the window shrinks symmetrically, so a trend is followed to the edge.
-  // Windows are a few entries wide: each is sorted by insertion.
+  // Windows are a few entries wide: a window of 5 or 9 goes through its network, any other
+  // is sorted by insertion.
   std::vector<double> out(v), w(width);
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t half = std::min({width / 2, i, n - 1 - i});
+    if (half == 2 || half == 4) {
+      std::copy(v.begin() + static_cast<std::ptrdiff_t>(i - half),
+                v.begin() + static_cast<std::ptrdiff_t>(i + half + 1), w.begin());
+      out[i] = half == 2 ? MedianOfFive(w.data()) : MedianOfNine(w.data());
+      continue;
+    }
     for (std::size_t j = 0; j <= 2 * half; ++j) {
       const double e = v[i - half + j];
       std::size_t at = j;
