@@ -486,14 +486,15 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
       while (l > r.begin && y[l] > half && clean) clean = y[l--] <= y[i];
       while (h + 1 < r.end && y[h] > half && clean) clean = y[h++] <= y[i];
       if (!clean || y[l] > half || y[h] > half) continue;
-      const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
-      const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
-      const double fwhm = xh - xl;
       // A clean peak has fallen to a quarter of its height one half-width past each
-      // crossing; a neighbour overlapping it would widen the measurement.
+      // crossing; a neighbour overlapping it would widen the measurement. (Checked before x
+      // is read: the scan reads only y until then.)
       const std::int32_t farLeft = 2 * l - i, farRight = 2 * h - i;
       if (farLeft < r.begin || farRight >= r.end) continue;
       if (y[farLeft] - base > 0.25 * height || y[farRight] - base > 0.25 * height) continue;
+      const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
+      const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
+      const double fwhm = xh - xl;
       if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
     }
   }
