@@ -313,7 +313,8 @@ class MatchedFilter {
     const std::vector<double>& ppf = in.model.ppf_;
     const double widest = ppf.empty() ? 1.0 : *std::max_element(ppf.begin(), ppf.end());
     const double wanted = std::max(16384.0, 2.0 * kReach * widest);
-    return std::bit_ceil(static_cast<std::size_t>(std::min(wanted, static_cast<double>(in.y.size()))));
+    const double places = std::min(wanted, static_cast<double>(in.y.size()));
+    return std::bit_ceil(static_cast<std::size_t>(places));
   }
   std::size_t mask_;  // places - 1
   std::vector<std::int32_t> point_;  // the point whose value a place holds; -1: none yet
@@ -756,7 +757,7 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
   std::vector<std::uint8_t> visited(model.missing.size(), 0);
   while (!seeds.empty()) {
     const std::int32_t seed = seeds.front();
-    handOn(seed - std::ceil(kReach * model.PointsPerFwhm(seed)));
+    handOn(seed - static_cast<std::int64_t>(std::ceil(kReach * model.PointsPerFwhm(seed))));
     std::pop_heap(seeds.begin(), seeds.end(), later);
     seeds.pop_back();
     std::size_t region = 0;
@@ -786,8 +787,9 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
     ahead.insert(std::upper_bound(ahead.begin(), ahead.end(), f,
                                   [](const Found& a, const Found& b) { return a.top < b.top; }),
                  f);
-    for (const std::int32_t next : {hill.leftRises && hill.left > r->begin ? hill.left - 1 : -1,
-                                    hill.rightRises && hill.right + 1 < r->end ? hill.right + 1 : -1}) {
+    const std::int32_t left = hill.leftRises && hill.left > r->begin ? hill.left - 1 : -1;
+    const std::int32_t right = hill.rightRises && hill.right + 1 < r->end ? hill.right + 1 : -1;
+    for (const std::int32_t next : {left, right}) {
       if (next < 0) continue;
       seeds.push_back(next);
       std::push_heap(seeds.begin(), seeds.end(), later);
