@@ -250,7 +250,7 @@ class MatchedFilter {
     std::int32_t end =
         std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
     if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
-    double sums[kRun] = {};
+    double sums[kRun];  // the first `count` are filled below
     const double* window = in_.y.data() + (begin - half);
     const std::size_t count = static_cast<std::size_t>(end - begin);
     if (count == kRun) {
