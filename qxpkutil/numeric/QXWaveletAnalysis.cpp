@@ -95,9 +95,6 @@ using Scratch = std::vector<double, UninitialisedAllocator<double>>;
 
 double FiniteOrZero(double v) { return std::isfinite(v) ? v : 0.0; }
 
-bool AllFinite(const double* v, std::size_t n) {
-  return std::all_of(v, v + n, [](double x) { return std::isfinite(x); });
-}
 
 // The sums of one forward periodic level of in[0 .. n-1], n a power of two >= 4, into
 // out[0 .. n-1]: the smooth half, then the detail half. Pair ii reads the source
@@ -234,7 +231,7 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
     return false;
   Pad(y, n, buf.data(), paddedN, 0, 1.0);
   ForwardAllLevels(coef, taps, buf.data(), paddedN, scratch.data());
-  return AllFinite(buf.data(), paddedN);
+  return numeric_detail::AllFinite(buf.data(), paddedN);
 }
 
 // The order-preserving bit pattern of a double: ascending keys are ascending values, -0.0

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
+#include "qxpkutil/numeric/numeric_internal.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/peaks/scan_internal.h"
@@ -32,17 +33,7 @@ constexpr int kTrialRetryMaxPeakWidth = 10000;
 // The base-peak trial search only looks at peaks reaching this fraction of its height.
 constexpr double kBasePeakHeightFraction = 0.8;
 
-// x - x is 0 for a finite x and NaN otherwise, so a sum of such differences is 0 exactly
-// when every value is finite: a test without a branch per value.
-bool AllFinite(const double* v, std::uint32_t n) {
-  double sum[4] = {0.0, 0.0, 0.0, 0.0};
-  std::uint32_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    for (int k = 0; k < 4; ++k) sum[k] += v[i + k] - v[i + k];
-  }
-  for (; i < n; ++i) sum[0] += v[i] - v[i];
-  return (sum[0] + sum[1]) + (sum[2] + sum[3]) == 0.0;
-}
+using numeric_detail::AllFinite;
 
 // The lowest and the highest of n >= 1 values, or nothing when one is not finite: one pass
 // that keeps four running minima and maxima (which the compiler can vectorise). Which of
