@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -36,32 +37,37 @@ constexpr double kBasePeakHeightFraction = 0.8;
 using numeric_detail::AllFinite;
 
 // The lowest and the highest of n >= 1 values, or nothing when one is not finite: one pass
-// that keeps four running minima and maxima (which the compiler can vectorise). Which of
-// two equal zeros comes out does not matter to the callers.
+// that keeps four running minima and maxima, lane j taking the values j, j + 4, ..., two
+// lanes to a vector register (the compiler leaves the same loop on plain arrays scalar).
+// Which of two equal zeros comes out does not matter to the callers.
 struct ValueRange {
   double lowest;
   double highest;
 };
 std::optional<ValueRange> RangeIfFinite(const double* v, std::uint32_t n) {
-  double lo[4] = {v[0], v[0], v[0], v[0]};
-  double hi[4] = {v[0], v[0], v[0], v[0]};
-  double check[4] = {0.0, 0.0, 0.0, 0.0};  // as in AllFinite
-  std::uint32_t i = 0;
+  using Pair = double __attribute__((vector_size(16)));
+  const Pair start = {v[0], v[0]};
+  Pair lo[2] = {start, start};
+  Pair hi[2] = {start, start};
+  Pair check[2] = {};  // as in AllFinite
+  std::size_t i = 0;
   for (; i + 4 <= n; i += 4) {
-    for (int k = 0; k < 4; ++k) {
-      lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
-      hi[k] = v[i + k] > hi[k] ? v[i + k] : hi[k];
-      check[k] += v[i + k] - v[i + k];
+    for (int k = 0; k < 2; ++k) {
+      Pair x;
+      std::memcpy(&x, v + i + 2 * k, sizeof x);
+      lo[k] = x < lo[k] ? x : lo[k];
+      hi[k] = x > hi[k] ? x : hi[k];
+      check[k] += x - x;
     }
   }
   for (; i < n; ++i) {
-    lo[0] = v[i] < lo[0] ? v[i] : lo[0];
-    hi[0] = v[i] > hi[0] ? v[i] : hi[0];
-    check[0] += v[i] - v[i];
+    lo[0][0] = v[i] < lo[0][0] ? v[i] : lo[0][0];
+    hi[0][0] = v[i] > hi[0][0] ? v[i] : hi[0][0];
+    check[0][0] += v[i] - v[i];
   }
-  if (!((check[0] + check[1]) + (check[2] + check[3]) == 0.0)) return std::nullopt;
-  return ValueRange{std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3])),
-                    std::max(std::max(hi[0], hi[1]), std::max(hi[2], hi[3]))};
+  if (!((check[0][0] + check[0][1]) + (check[1][0] + check[1][1]) == 0.0)) return std::nullopt;
+  return ValueRange{std::min(std::min(lo[0][0], lo[0][1]), std::min(lo[1][0], lo[1][1])),
+                    std::max(std::max(hi[0][0], hi[0][1]), std::max(hi[1][0], hi[1][1]))};
 }
 
 // Data a search can run on: both arrays present, at least one point, every value finite.
