@@ -188,13 +188,15 @@ int DaubTransformT(int taps, T* data, std::uint32_t n, int direction, int shift)
   return 1;
 }
 
-// Full forward transform of a power-of-two buffer: lengths N, N/2, ... down to 4. The
-// levels alternate between data and scratch rather than copying each one back: a detail
-// half formed in scratch is copied to its place in data, and so is the last smooth half.
-void ForwardAllLevels(const double* coef, std::size_t taps, double* data, std::size_t n,
-                      double* scratch) {
-  double* in = data;
-  double* out = scratch;
+// Full forward transform of the n values in `signal`, a power of two, into `data`: lengths
+// N, N/2, ... down to 4, `signal` serving as scratch once read. The levels alternate
+// between the two arrays rather than copying each one back: a detail half formed outside
+// data is copied to its place there, and so is the last smooth half. The first and largest
+// level goes straight into data.
+void ForwardAllLevels(const double* coef, std::size_t taps, double* signal, std::size_t n,
+                      double* data) {
+  double* in = signal;
+  double* out = data;
   std::size_t len = n;
   for (; len > 3; len /= 2) {
     ForwardSums(coef, taps, in, len, false, out);
@@ -229,8 +231,8 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
         scratch.resize(paddedN);
       }))
     return false;
-  Pad(y, n, buf.data(), paddedN, 0, 1.0);
-  ForwardAllLevels(coef, taps, buf.data(), paddedN, scratch.data());
+  Pad(y, n, scratch.data(), paddedN, 0, 1.0);
+  ForwardAllLevels(coef, taps, scratch.data(), paddedN, buf.data());
   return numeric_detail::AllFinite(buf.data(), paddedN);
 }
 
