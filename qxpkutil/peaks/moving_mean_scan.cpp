@@ -668,7 +668,19 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
       }
     }
     if (kept != nullptr) {
-      for (const KeptScan::Peak& p : kept->peaks) {
+      // x and y at the kept peaks have left the cache since the scan met them: the lines
+      // of a peak a few places ahead are fetched while one is appended.
+      constexpr std::size_t kAhead = 8;
+      const std::vector<KeptScan::Peak>& peaks = kept->peaks;
+      for (std::size_t k = 0; k < peaks.size(); ++k) {
+        if (k + kAhead < peaks.size() && peaks[k + kAhead].area >= dMinArea) {
+          const KeptScan::Peak& ahead = peaks[k + kAhead];
+          for (const std::int64_t i : {ahead.left, ahead.apex, ahead.right}) {
+            __builtin_prefetch(x + i);
+            __builtin_prefetch(y + i);
+          }
+        }
+        const KeptScan::Peak& p = peaks[k];
         if (p.area >= dMinArea) append(p.apex, p.left, p.right, p.area);
       }
     } else {
