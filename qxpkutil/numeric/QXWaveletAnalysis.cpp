@@ -95,9 +95,6 @@ using Scratch = std::vector<double, UninitialisedAllocator<double>>;
 
 double FiniteOrZero(double v) { return std::isfinite(v) ? v : 0.0; }
 
-bool AllFinite(const double* v, std::size_t n) {
-  return std::all_of(v, v + n, [](double x) { return std::isfinite(x); });
-}
 
 // The sums of one forward periodic level of in[0 .. n-1], n a power of two >= 4, into
 // out[0 .. n-1]: the smooth half, then the detail half. Pair ii reads the source
@@ -114,14 +111,20 @@ void ForwardSums(const double* coef, std::size_t taps, const T* in, std::size_t 
   if (taps == 2) {
     // The Haar step of the noise estimates, the general loop's arithmetic spelled out for
     // one pair (the sums still start from 0.0, which turns a -0.0 into +0.0 as it does).
+    // The pairs before the wrap-around read the source without the mask, which lets the
+    // compiler vectorise them.
     const double c0 = coef[0];
     const double c1 = coef[1];
-    for (std::size_t ii = 0; ii < half; ++ii) {
-      const std::size_t first = 2 * ii + origin;
-      const double v0 = in[first & mask];
-      const double v1 = in[(first + 1) & mask];
+    const auto pair = [&](std::size_t ii, double v0, double v1) {
       out[ii] = 0.0 + (c0 * v0 + c1 * v1);
       out[ii + half] = 0.0 + (c1 * v0 - c0 * v1);
+    };
+    const std::size_t unwrapped = (n - origin) / 2;
+    const T* from = in + origin;
+    for (std::size_t ii = 0; ii < unwrapped; ++ii) pair(ii, from[2 * ii], from[2 * ii + 1]);
+    for (std::size_t ii = unwrapped; ii < half; ++ii) {
+      const std::size_t first = 2 * ii + origin;
+      pair(ii, in[first & mask], in[(first + 1) & mask]);
     }
     return;
   }
@@ -185,13 +188,15 @@ int DaubTransformT(int taps, T* data, std::uint32_t n, int direction, int shift)
   return 1;
 }
 
-// Full forward transform of a power-of-two buffer: lengths N, N/2, ... down to 4. The
-// levels alternate between data and scratch rather than copying each one back: a detail
-// half formed in scratch is copied to its place in data, and so is the last smooth half.
-void ForwardAllLevels(const double* coef, std::size_t taps, double* data, std::size_t n,
-                      double* scratch) {
-  double* in = data;
-  double* out = scratch;
+// Full forward transform of the n values in `signal`, a power of two, into `data`: lengths
+// N, N/2, ... down to 4, `signal` serving as scratch once read. The levels alternate
+// between the two arrays rather than copying each one back: a detail half formed outside
+// data is copied to its place there, and so is the last smooth half. The first and largest
+// level goes straight into data.
+void ForwardAllLevels(const double* coef, std::size_t taps, double* signal, std::size_t n,
+                      double* data) {
+  double* in = signal;
+  double* out = data;
   std::size_t len = n;
   for (; len > 3; len /= 2) {
     ForwardSums(coef, taps, in, len, false, out);
@@ -226,9 +231,9 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
         scratch.resize(paddedN);
       }))
     return false;
-  Pad(y, n, buf.data(), paddedN, 0, 1.0);
-  ForwardAllLevels(coef, taps, buf.data(), paddedN, scratch.data());
-  return AllFinite(buf.data(), paddedN);
+  Pad(y, n, scratch.data(), paddedN, 0, 1.0);
+  ForwardAllLevels(coef, taps, scratch.data(), paddedN, buf.data());
+  return numeric_detail::AllFinite(buf.data(), paddedN);
 }
 
 // The order-preserving bit pattern of a double: ascending keys are ascending values, -0.0

@@ -1,12 +1,18 @@
 // NormGaussMean and the kernels behind it: the table rows up to width 201, the per-thread
-// cached kernel above, checked against the kernel's definition in both array families.
+// cached kernel above, checked against the kernel's definition in both array families; and
+// the runs of means (GaussMeans) against NormGaussMean bit for bit.
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
 #include <vector>
 
 #include "qxpkutil/numeric/QXDataExpUtils.h"
+#include "qxpkutil/numeric/numeric_internal.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -49,6 +55,46 @@ TEST(NormGaussMean, MatchesDefinitionAcrossWidthsCacheChangesAndFamilies) {
   U::DeleteGaussTable();  // frees the cache too: it must be rebuilt, not reused
   EXPECT_EQ(U::NormGaussMean(v.data(), 300), large);
   EXPECT_EQ(U::NormGaussMean(v.data(), 9), small);
+}
+
+// Runs of means take other paths than one mean (a loop per width, and where the processor
+// has it a vector path that falls back to the x87 sums near a rounding boundary), which
+// must give the same bits: on noise, whole counts with ties, values of every sign and
+// magnitude with zeros and sums that overflow a double, values near and below the
+// smallest normal double, values with short mantissas, and values that are not finite;
+// also when the program rounds otherwise.
+TEST(GaussMeans, RunsMatchSingleMeansBitForBit) {
+  std::mt19937_64 rng(11);
+  std::vector<std::vector<double>> arrays = {testing::MakeNoise(4000, 20.0, 3), Counts(4000, 5)};
+  std::vector<double> wild(4000), tiny(4000), coarse(4000);
+  std::vector<double> broken = testing::MakeNoise(4000, 100.0, 9);
+  for (double& v : wild) {
+    const double sign = rng() % 2 ? 1.0 : -1.0;
+    v = rng() % 50 == 0 ? sign * 0.0 : sign * std::ldexp(1.0 + (rng() % 1000) / 999.0,
+                                                          static_cast<int>(rng() % 2150) - 1075);
+  }
+  for (double& v : tiny) v = std::ldexp(1.0 + (rng() % 1000) / 999.0, -1000 - int(rng() % 70));
+  for (double& v : coarse) v = static_cast<double>(rng() % 4096) / 64.0;
+  const double specials[] = {std::numeric_limits<double>::quiet_NaN(),
+                             std::numeric_limits<double>::infinity(), 1e308, -1e308, 4.9e-324};
+  for (std::size_t i = 0; i < broken.size(); i += 37) broken[i] = specials[i % 5];
+  arrays.insert(arrays.end(), {wild, tiny, coarse, broken});
+  for (const int mode : {FE_TONEAREST, FE_TOWARDZERO}) {
+    std::fesetround(mode);
+    for (const std::vector<double>& v : arrays) {
+      for (int w = 1; w <= 20; ++w) {
+        const std::size_t count = v.size() - static_cast<std::size_t>(w) + 1;
+        std::vector<double> runs(count);
+        numeric_detail::GaussMeans(v.data(), w, count, runs.data());
+        for (std::size_t i = 0; i < count; ++i) {
+          const double one = U::NormGaussMean(v.data() + i, w);
+          ASSERT_EQ(std::memcmp(&one, &runs[i], sizeof one), 0)
+              << "w=" << w << " i=" << i << " mode=" << mode << ": " << one << " " << runs[i];
+        }
+      }
+    }
+  }
+  std::fesetround(FE_TONEAREST);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Internal to the library (not part of the public API): the accumulator type and the
-// Gaussian kernel that NormGaussMean and SmoothData share, and the run of window means that
-// peak finding reads.
+// Gaussian kernel that NormGaussMean and SmoothData share, the run of window means that
+// peak finding reads, and the finiteness test of whole arrays.
 #pragma once
 
 #include <cfloat>
@@ -18,6 +18,19 @@ namespace qxpkutil::numeric_detail {
 // mantissa long double of x86, but plain double where long double is a software type
 // (as on 64-bit ARM), which would slow the smoothing loops by an order of magnitude.
 using Wide = std::conditional_t<(LDBL_MANT_DIG <= 64), long double, double>;
+
+// True when every one of v[0..n-1] is finite, tested without a branch per value (the
+// compiler vectorises the loop): x - x is 0 for a finite x and NaN otherwise, so the sum of
+// such differences is 0 exactly when every value is finite.
+inline bool AllFinite(const double* v, std::size_t n) {
+  double sum[4] = {0.0, 0.0, 0.0, 0.0};
+  std::size_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    for (std::size_t k = 0; k < 4; ++k) sum[k] += v[i + k] - v[i + k];
+  }
+  for (; i < n; ++i) sum[0] += v[i] - v[i];
+  return (sum[0] + sum[1]) + (sum[2] + sum[3]) == 0.0;
+}
 
 // The weights to apply to a window and the divisor of their weighted sum.
 struct GaussKernel {

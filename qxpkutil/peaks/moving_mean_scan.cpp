@@ -7,8 +7,10 @@
 // a last-bit difference would move an apex or a bound, and peak tables, label matches and
 // settings that users saved would then no longer give the peaks they gave before.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -23,18 +25,6 @@
 
 namespace qxpkutil {
 namespace {
-
-struct ScanSettings {
-  double areaScale;
-  double threshold;
-  int filterType;
-  int filterWidth;
-  int filterInc;
-  double minArea;
-  int maxPeakWidth;
-  double noiseThreshold;
-  int integrationMethod;
-};
 
 enum class Direction { kLeftward, kRightward };
 
@@ -86,6 +76,34 @@ bool CoverRange(MeanBlock& block, const YValue* y, std::int64_t lo, std::int64_t
   return true;
 }
 
+// What a scan met over first..last before its minimum-area test, kept for a replay.
+struct KeptScan {
+  struct Peak {
+    std::int64_t apex;
+    std::int64_t left;
+    std::int64_t right;
+    double area;
+  };
+  const double* x;
+  peaks_detail::ScanRequest request;  // its minimum area and x range are not read
+  std::int64_t first;
+  std::int64_t last;
+  std::vector<Peak> peaks;
+};
+
+// True when scans with these arguments over the same arrays meet the same peaks before
+// their minimum-area tests. Values compare bit for bit: the sign of a zero scale reaches
+// the areas.
+bool SameScan(const peaks_detail::ScanRequest& a, const peaks_detail::ScanRequest& b) {
+  const auto same = [](double u, double v) {
+    return std::bit_cast<std::uint64_t>(u) == std::bit_cast<std::uint64_t>(v);
+  };
+  return same(a.areaScale, b.areaScale) && same(a.threshold, b.threshold) &&
+         a.filterType == b.filterType && a.filterWidth == b.filterWidth &&
+         a.filterInc == b.filterInc && a.maxPeakWidth == b.maxPeakWidth &&
+         same(a.noiseThreshold, b.noiseThreshold) && a.integrationMethod == b.integrationMethod;
+}
+
 }  // namespace
 
 namespace peaks_detail {
@@ -94,6 +112,7 @@ struct SharedWindowMeans::Store {
   const double* y;
   std::uint32_t n;
   std::vector<MeanBlock> blocks;
+  std::vector<KeptScan> kept;
 };
 
 namespace {
@@ -102,7 +121,7 @@ thread_local SharedWindowMeans::Store* tSharedStore = nullptr;
 }  // namespace
 
 SharedWindowMeans::SharedWindowMeans(const double* y, std::uint32_t n)
-    : m_store(new (std::nothrow) Store{y, n, {}}), m_outer(tSharedMeans) {
+    : m_store(new (std::nothrow) Store{y, n, {}, {}}), m_outer(tSharedMeans) {
   tSharedMeans = this;
   tSharedStore = m_store.get();
 }
@@ -116,6 +135,12 @@ SharedWindowMeans::~SharedWindowMeans() {
 
 namespace {
 
+// The thread's store when it holds the array y of n values, else null.
+peaks_detail::SharedWindowMeans::Store* StoreFor(const double* y, std::uint32_t n) {
+  peaks_detail::SharedWindowMeans::Store* store = peaks_detail::tSharedStore;
+  return store != nullptr && store->y == y && store->n == n ? store : nullptr;
+}
+
 // The means a scan over y reads for starts lo..hi-1: from the thread's shared store when it
 // holds this array, else from `local`. Null when memory is short (the scan then computes
 // each mean where it needs it). `fill` false only looks: a scan that would visit few of the
@@ -125,8 +150,7 @@ const MeanBlock* CoveredMeans(const YValue* y, std::uint32_t n, int kind, int wi
                               std::int64_t lo, std::int64_t hi, bool fill, MeanBlock& local) {
   MeanBlock* block = nullptr;
   if constexpr (std::is_same_v<YValue, double>) {
-    peaks_detail::SharedWindowMeans::Store* store = peaks_detail::tSharedStore;
-    if (store != nullptr && store->y == y && store->n == n) {
+    if (peaks_detail::SharedWindowMeans::Store* store = StoreFor(y, n)) {
       for (MeanBlock& b : store->blocks) {
         if (b.kind == kind && b.width == width) block = &b;
       }
@@ -154,14 +178,48 @@ const MeanBlock* CoveredMeans(const YValue* y, std::uint32_t n, int kind, int wi
 template <class XValue, class YValue>
 class MovingMeanScan {
  public:
-  MovingMeanScan(const XValue* x, const YValue* y, std::uint32_t n, const ScanSettings& s)
+  MovingMeanScan(const XValue* x, const YValue* y, std::uint32_t n,
+                 const peaks_detail::ScanRequest& s)
       : m_x(x), m_y(y), m_n(n), m_s(s) {}
+
+  // Where a scan stands between two calls of Continue: the step it takes next and what it
+  // carries over from the steps before.
+  struct Cursor {
+    std::int64_t i;
+    double prevMean = kQXUnsetValue;
+    double mean = 0.0;  // what a filter type without a mean compares
+    bool rising = false;
+    std::int64_t riseStart = 0;
+    std::int64_t valley = -1;
+    // Where the last peak sent the scan back to, with the mean it carried: meeting both
+    // again means the scan would repeat itself forever, so it goes on forward instead.
+    std::int64_t lastResume = -1;
+    double lastResumeMean = 0.0;
+  };
 
   // Hands every accepted peak of first..last to `accept(apex, left, right, area)`. A
   // candidate that passes the width and height tests is integrated only when
   // `worth(left, right)` says its area can still matter.
   template <class Worth, class Accept>
-  void Run(std::int64_t first, std::int64_t last, Worth&& worth, Accept&& accept);
+  void Run(std::int64_t first, std::int64_t last, Worth&& worth, Accept&& accept) {
+    TakeMeans(first, last);
+    Cursor cursor{first};
+    Continue(first, last, last + 1, cursor, worth, accept);
+  }
+
+  // Run's steps of first..last from the cursor's step on, stopping before the first step at
+  // or past `pause`: a scan split over several calls meets the peaks that one call meets.
+  // Between calls the means may be replaced (UseMeans) by others of the same array.
+  template <class Worth, class Accept>
+  void Continue(std::int64_t first, std::int64_t last, std::int64_t pause, Cursor& cursor,
+                Worth&& worth, Accept&& accept);
+
+  // Takes the means of starts lo..hi-1 from means[0..hi-lo-1]; others are computed.
+  void UseMeans(const double* means, std::int64_t lo, std::int64_t hi) {
+    m_means = means;
+    m_meansLo = lo;
+    m_meansHi = hi;
+  }
 
  private:
   double Y(std::int64_t i) const { return static_cast<double>(m_y[i]); }
@@ -184,10 +242,13 @@ class MovingMeanScan {
   std::int64_t FindBound(Direction dir, std::int64_t start, std::int64_t apex,
                          std::int64_t limit, double t, double& mean) const;
 
+  // Takes the means of a run over first..last from the shared store or m_localMeans.
+  void TakeMeans(std::int64_t first, std::int64_t last);
+
   const XValue* m_x;
   const YValue* m_y;
   std::uint32_t m_n;
-  ScanSettings m_s;
+  peaks_detail::ScanRequest m_s;
   // Precomputed means for starts m_meansLo .. m_meansHi - 1, when there are any.
   const double* m_means = nullptr;
   std::int64_t m_meansLo = 0;
@@ -272,39 +333,45 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
 }
 
 template <class XValue, class YValue>
-template <class Worth, class Accept>
-void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, Worth&& worth,
-                                         Accept&& accept) {
-  const std::int64_t width = m_s.filterWidth;
-  const std::int64_t inc = m_s.filterInc;
+void MovingMeanScan<XValue, YValue>::TakeMeans(std::int64_t first, std::int64_t last) {
   // Every window mean the scan and its bound finder read starts in first .. last - width.
   // With a step of 1 the scan reads nearly all of them, most two or three times: compute
   // each once up front. With a longer step only means already shared are taken.
   const int kind = m_s.filterType == 0 ? 0 : 1;
-  if (const MeanBlock* block = CoveredMeans(m_y, m_n, kind, m_s.filterWidth, first,
-                                            last - width + 1, inc == 1, m_localMeans)) {
-    m_means = block->means.get();
-    m_meansLo = block->lo;
-    m_meansHi = block->hi;
+  const MeanBlock* block =
+      CoveredMeans(m_y, m_n, kind, m_s.filterWidth, first, last - m_s.filterWidth + 1,
+                   m_s.filterInc == 1, m_localMeans);
+  if (block != nullptr) {
+    UseMeans(block->means.get(), block->lo, block->hi);
+  } else {
+    UseMeans(nullptr, 0, 0);
   }
-  double prevMean = kQXUnsetValue;
-  double mean = 0.0;  // what a filter type without a mean compares
-  bool rising = false;
-  std::int64_t riseStart = 0;
-  std::int64_t valley = -1;
-  // Where the last peak sent the scan back to, with the mean it carried: meeting both again
-  // means the scan would repeat itself forever, so it goes on forward instead.
-  std::int64_t lastResume = -1;
-  double lastResumeMean = 0.0;
+}
+
+template <class XValue, class YValue>
+template <class Worth, class Accept>
+void MovingMeanScan<XValue, YValue>::Continue(std::int64_t first, std::int64_t last,
+                                              std::int64_t pause, Cursor& cursor, Worth&& worth,
+                                              Accept&& accept) {
+  const std::int64_t width = m_s.filterWidth;
+  const std::int64_t inc = m_s.filterInc;
+  std::int64_t i = cursor.i;
+  double prevMean = cursor.prevMean;
+  double mean = cursor.mean;
+  bool rising = cursor.rising;
+  std::int64_t riseStart = cursor.riseStart;
+  std::int64_t valley = cursor.valley;
+  std::int64_t lastResume = cursor.lastResume;
+  double lastResumeMean = cursor.lastResumeMean;
 
   // Outside a rise, a step only moves the valley until a window rises above the threshold.
   // Most steps of a spectrum are such steps, and whether a noisy mean goes up or down is a
   // coin toss, so they run in a loop of their own that looks at the direction only where
   // the point or the mean reaches the threshold, and finds the valley afterwards.
   const bool fastFlat = m_means != nullptr && (m_s.filterType == 0 || m_s.filterType == 1);
-  const std::int64_t fastStop = fastFlat ? std::min(last - width, m_meansHi - 1) : -1;
+  const std::int64_t fastStop = fastFlat ? std::min({last - width, m_meansHi - 1, pause - 1}) : -1;
   const double threshold = m_s.threshold;
-  for (std::int64_t i = first; i <= last; i += inc) {
+  for (; i <= last && i < pause; i += inc) {
     if (!rising && i <= fastStop && i >= m_meansLo) {
       const double* means = m_means - m_meansLo;
       const std::int64_t entry = i;
@@ -393,11 +460,13 @@ void MovingMeanScan<XValue, YValue>::Run(std::int64_t first, std::int64_t last, 
     }
     prevMean = mean;
   }
+  cursor = {i, prevMean, mean, rising, riseStart, valley, lastResume, lastResumeMean};
 }
 
 // Checks the scan's preconditions on top of the range rule: a window of at least one
 // point, a positive step, and indices that fit the 32-bit records.
-bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n, const ScanSettings& s) {
+bool ScanCanRun(std::int64_t first, std::int64_t last, std::uint32_t n,
+                const peaks_detail::ScanRequest& s) {
   return first >= 0 && first < last && last < static_cast<std::int64_t>(n) &&
          s.filterWidth >= 1 && s.filterInc >= 1 && s.filterWidth < last - first &&
          n <= kQXMaxPoints;
@@ -468,12 +537,51 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
   }
 }
 
+// Runs `a` and `b`, two scans of the same filter over first..last, step by step together
+// over means computed a block at a time into a buffer that stays in cache, instead of over
+// an array of all means: that array is 8 bytes a point, written once and read from memory
+// by both scans. A scan pauses a little before the block's end, so that the walks of its
+// last candidates find their means; a mean outside the buffer is computed where it is read,
+// with the same bits. False when the buffer cannot be had (nothing ran then).
+template <class WorthA, class AcceptA, class AcceptB>
+bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, double>& b,
+                 const double* y, int kind, int width, std::int64_t first, std::int64_t last,
+                 WorthA&& worthA, AcceptA&& acceptA, AcceptB&& acceptB) {
+  constexpr std::int64_t kCapacity = 32768;  // 256 KiB
+  constexpr std::int64_t kBlock = 4096;      // means computed at a time
+  constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
+  constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
+  const std::unique_ptr<double[]> buffer(new (std::nothrow) double[kCapacity]);
+  if (!buffer) return false;
+  const std::int64_t end = last - width + 1;  // the means read start at first .. end - 1
+  std::int64_t lo = first;                    // buffer[k] is the mean starting at lo + k
+  std::int64_t hi = first;
+  MovingMeanScan<double, double>::Cursor cursorA{first};
+  MovingMeanScan<double, double>::Cursor cursorB{first};
+  while (cursorA.i <= last || cursorB.i <= last) {
+    if (hi < end) {
+      if (hi - lo + kBlock > kCapacity) {
+        std::copy(buffer.get() + (hi - lo - kKept), buffer.get() + (hi - lo), buffer.get());
+        lo = hi - kKept;
+      }
+      const std::int64_t to = std::min(hi + kBlock, end);
+      ComputeMeans(y, kind, width, hi, to, buffer.get() + (hi - lo));
+      hi = to;
+    }
+    const std::int64_t pause = hi < end ? hi - kLead : last + 1;
+    a.UseMeans(buffer.get(), lo, hi);
+    b.UseMeans(buffer.get(), lo, hi);
+    a.Continue(first, last, pause, cursorA, worthA, acceptA);
+    b.Continue(first, last, pause, cursorB, kAlwaysWorth, acceptB);
+  }
+  return true;
+}
+
 }  // namespace
 
-peaks_detail::ScanSummary peaks_detail::SummariseScan(
-    const double* x, const double* y, std::uint32_t n, double dAreaScale, double dThreshold,
-    int nFilterType, int nFilterWidth, int nFilterInc, double dMinArea, int nMaxPeakWidth,
-    double dNoiseThreshold, int nIntegrationMethod, double dStartX, double dEndX) {
+peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const double* y,
+                                                      std::uint32_t n, const ScanRequest& trial,
+                                                      const ScanRequest* beside) {
   ScanSummary summary;
   if (x == nullptr || y == nullptr || n == 0) {
     summary.found = -1;
@@ -481,23 +589,54 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(
   }
   std::int64_t first = 0;
   std::int64_t last = 0;
-  ScanRange(x, n, dStartX, dEndX, first, last);
-  const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
-                              nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
-                              nIntegrationMethod};
-  if (ScanCanRun(first, last, n, settings)) {
-    // Once a peak is in, only a candidate whose area could beat the largest matters.
-    const auto worth = [&](std::int64_t left, std::int64_t right) {
-      return summary.found == 0 ||
-             !AreaStaysBelow(x, y, left, right, nIntegrationMethod, dAreaScale,
-                             summary.largestArea);
-    };
-    MovingMeanScan<double, double>(x, y, n, settings)
-        .Run(first, last, worth, [&summary](std::int64_t, std::int64_t, std::int64_t, double area) {
-          ++summary.found;
-          // In table order from 0.0, as a search of the stored table would take it.
-          summary.largestArea = std::max(summary.largestArea, area);
+  ScanRange(x, n, trial.startX, trial.endX, first, last);
+  if (!ScanCanRun(first, last, n, trial)) return summary;
+  // Once a peak is in, only a candidate whose area could beat the largest matters.
+  const auto worth = [&](std::int64_t left, std::int64_t right) {
+    return summary.found == 0 || !AreaStaysBelow(x, y, left, right, trial.integrationMethod,
+                                                 trial.areaScale, summary.largestArea);
+  };
+  const auto accept = [&summary](std::int64_t, std::int64_t, std::int64_t, double area) {
+    ++summary.found;
+    // In table order from 0.0, as a search of the stored table would take it.
+    summary.largestArea = std::max(summary.largestArea, area);
+  };
+  MovingMeanScan<double, double> scan(x, y, n, trial);
+
+  // The scan beside runs along when it reads the same means over the same points and its
+  // peaks can be kept; it then takes every peak, and FindPeaks applies the minimum area.
+  std::int64_t besideFirst = 0;
+  std::int64_t besideLast = 0;
+  if (beside != nullptr) ScanRange(x, n, beside->startX, beside->endX, besideFirst, besideLast);
+  const int kind = trial.filterType == 0 ? 0 : 1;
+  SharedWindowMeans::Store* store = StoreFor(y, n);
+  if (beside == nullptr || store == nullptr || (beside->filterType == 0 ? 0 : 1) != kind ||
+      beside->filterWidth != trial.filterWidth || besideFirst != first || besideLast != last ||
+      !ScanCanRun(first, last, n, *beside)) {
+    scan.Run(first, last, worth, accept);
+    return summary;
+  }
+  ScanRequest open = *beside;
+  open.minArea = -std::numeric_limits<double>::infinity();
+  MovingMeanScan<double, double> other(x, y, n, open);
+  bool recorded = false;
+  bool ran = false;
+  try {
+    store->kept.push_back({x, *beside, first, last, {}});
+    recorded = true;
+    std::vector<KeptScan::Peak>& peaks = store->kept.back().peaks;
+    ran = RunTogether(
+        scan, other, y, kind, trial.filterWidth, first, last, worth, accept,
+        [&peaks](std::int64_t apex, std::int64_t left, std::int64_t right, double area) {
+          peaks.push_back({apex, left, right, area});
         });
+  } catch (const std::bad_alloc&) {
+    summary = ScanSummary{};
+  }
+  if (!ran) {
+    // Nothing of the pass is used: the trial runs alone and the search scans for itself.
+    if (recorded) store->kept.pop_back();
+    scan.Run(first, last, worth, accept);
   }
   return summary;
 }
@@ -514,12 +653,39 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
   std::int64_t first = 0;
   std::int64_t last = 0;
   ScanRange(x, n, dStartX, dEndX, first, last);
-  const ScanSettings settings{dAreaScale,    dThreshold,      nFilterType,
-                              nFilterWidth,  nFilterInc,      dMinArea,
-                              nMaxPeakWidth, dNoiseThreshold, nIntegrationMethod};
+  const peaks_detail::ScanRequest settings{
+      dAreaScale,    dThreshold,      nFilterType,        nFilterWidth, nFilterInc, dMinArea,
+      nMaxPeakWidth, dNoiseThreshold, nIntegrationMethod, dStartX,      dEndX};
   if (ScanCanRun(first, last, n, settings)) {
-    MovingMeanScan<double, double>(x, y, n, settings)
-        .Run(first, last, kAlwaysWorth, TableAppender(*this, x, y));
+    const auto append = TableAppender(*this, x, y);
+    const KeptScan* kept = nullptr;
+    if (peaks_detail::SharedWindowMeans::Store* store = StoreFor(y, n)) {
+      for (const KeptScan& k : store->kept) {
+        if (k.x == x && k.first == first && k.last == last && SameScan(k.request, settings)) {
+          kept = &k;
+          break;
+        }
+      }
+    }
+    if (kept != nullptr) {
+      // x and y at the kept peaks have left the cache since the scan met them: the lines
+      // of a peak a few places ahead are fetched while one is appended.
+      constexpr std::size_t kAhead = 8;
+      const std::vector<KeptScan::Peak>& peaks = kept->peaks;
+      for (std::size_t k = 0; k < peaks.size(); ++k) {
+        if (k + kAhead < peaks.size() && peaks[k + kAhead].area >= dMinArea) {
+          const KeptScan::Peak& ahead = peaks[k + kAhead];
+          for (const std::int64_t i : {ahead.left, ahead.apex, ahead.right}) {
+            __builtin_prefetch(x + i);
+            __builtin_prefetch(y + i);
+          }
+        }
+        const KeptScan::Peak& p = peaks[k];
+        if (p.area >= dMinArea) append(p.apex, p.left, p.right, p.area);
+      }
+    } else {
+      MovingMeanScan<double, double>(x, y, n, settings).Run(first, last, kAlwaysWorth, append);
+    }
   }
   m_nSortMethod = 0;  // peaks were appended in increasing x
 
@@ -539,9 +705,9 @@ std::int32_t QXPeakTable::FindPeaks(const float* x, const std::uint32_t* y, std:
                                     int /*nReserved*/, int nMaxPeakWidth, double dNoiseThreshold,
                                     double dCentroidPct, int nIntegrationMethod) {
   if (x == nullptr || y == nullptr || n == 0) return -1;
-  const ScanSettings settings{dAreaScale,  dThreshold,    nFilterType,     nFilterWidth,
-                              nFilterInc,  dMinArea,      nMaxPeakWidth,   dNoiseThreshold,
-                              nIntegrationMethod};
+  const peaks_detail::ScanRequest settings{
+      dAreaScale,    dThreshold,      nFilterType,        nFilterWidth, nFilterInc, dMinArea,
+      nMaxPeakWidth, dNoiseThreshold, nIntegrationMethod, 0.0,          0.0};
   const std::int64_t last = static_cast<std::int64_t>(n) - 1;
   if (ScanCanRun(0, last, n, settings)) {
     MovingMeanScan<float, std::uint32_t>(x, y, n, settings)

@@ -1,8 +1,9 @@
 // Internal to the library (not part of the public API): what the detection driver uses to
 // run the moving-mean scan of QXPeakTable::FindPeaks cheaply several times over one array.
 //
-//   peaks_detail::SharedWindowMeans shared(y, n);   // scans over y on this thread share means
-//   peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(x, y, n, ...);
+//   peaks_detail::SharedWindowMeans shared(y, n);   // scans over y on this thread share work
+//   peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(x, y, n, request, &real);
+//   table.FindPeaks(x, y, n, ...);                  // the real scan replays what `real` met
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,9 @@ namespace qxpkutil::peaks_detail {
 
 // While one lives on a thread, the double-family scans on that thread over exactly this
 // intensity array take their window means from one store, so that each mean of a given
-// filter type and width is computed once for the trial and the real search together.
-// The array must not change while it lives. Nested instances: the innermost one counts.
+// filter type and width is computed once for the trial and the real search together, and
+// QXPeakTable::FindPeaks replays a scan that SummariseScan ran beside its trial. The array
+// must not change while it lives. Nested instances: the innermost one counts.
 class SharedWindowMeans {
  public:
   SharedWindowMeans(const double* y, std::uint32_t n);
@@ -28,6 +30,21 @@ class SharedWindowMeans {
   SharedWindowMeans* m_outer;
 };
 
+// The arguments of one moving-mean scan of QXPeakTable::FindPeaks, with its x range.
+struct ScanRequest {
+  double areaScale;
+  double threshold;
+  int filterType;
+  int filterWidth;
+  int filterInc;
+  double minArea;
+  int maxPeakWidth;
+  double noiseThreshold;
+  int integrationMethod;
+  double startX;
+  double endX;
+};
+
 // What a search without finishing step would leave in an empty table: how many peaks it
 // accepts and the largest of their areas (never below 0.0), without storing any.
 struct ScanSummary {
@@ -37,9 +54,13 @@ struct ScanSummary {
 
 // The moving-mean scan of QXPeakTable::FindPeaks (double family, same arguments and range
 // rule), summarised instead of stored. `found` is -1 when x or y is null or n is 0.
-ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n, double dAreaScale,
-                          double dThreshold, int nFilterType, int nFilterWidth, int nFilterInc,
-                          double dMinArea, int nMaxPeakWidth, double dNoiseThreshold,
-                          int nIntegrationMethod, double dStartX, double dEndX);
+//
+// With `beside`, a scan with the same filter and x range (its own threshold, step and
+// peak-width limit) runs in the same pass, and what it would hand to the table before the
+// minimum-area test is kept in this thread's SharedWindowMeans for y; QXPeakTable::FindPeaks
+// with those arguments then takes the kept peaks that reach its minimum area instead of
+// scanning. The two scans then read window means block by block while they are in cache.
+ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
+                          const ScanRequest& trial, const ScanRequest* beside);
 
 }  // namespace qxpkutil::peaks_detail

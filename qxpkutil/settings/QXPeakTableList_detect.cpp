@@ -9,11 +9,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "qxpkutil/numeric/QXWaveletAnalysis.h"
+#include "qxpkutil/numeric/numeric_internal.h"
 #include "qxpkutil/peaks/QXPeakTable.h"
 #include "qxpkutil/peaks/QXPeakTableElement.h"
 #include "qxpkutil/peaks/scan_internal.h"
@@ -31,45 +34,40 @@ constexpr int kTrialRetryMaxPeakWidth = 10000;
 // The base-peak trial search only looks at peaks reaching this fraction of its height.
 constexpr double kBasePeakHeightFraction = 0.8;
 
-// x - x is 0 for a finite x and NaN otherwise, so a sum of such differences is 0 exactly
-// when every value is finite: a test without a branch per value.
-bool AllFinite(const double* v, std::uint32_t n) {
-  double sum[4] = {0.0, 0.0, 0.0, 0.0};
-  std::uint32_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    for (int k = 0; k < 4; ++k) sum[k] += v[i + k] - v[i + k];
-  }
-  for (; i < n; ++i) sum[0] += v[i] - v[i];
-  return (sum[0] + sum[1]) + (sum[2] + sum[3]) == 0.0;
-}
+using numeric_detail::AllFinite;
 
 // The lowest and the highest of n >= 1 values, or nothing when one is not finite: one pass
-// that keeps four running minima and maxima (which the compiler can vectorise). Which of
-// two equal zeros comes out does not matter to the callers.
+// that keeps four running minima and maxima, lane j taking the values j, j + 4, ..., two
+// lanes to a vector register (the compiler leaves the same loop on plain arrays scalar).
+// Which of two equal zeros comes out does not matter to the callers.
 struct ValueRange {
   double lowest;
   double highest;
 };
 std::optional<ValueRange> RangeIfFinite(const double* v, std::uint32_t n) {
-  double lo[4] = {v[0], v[0], v[0], v[0]};
-  double hi[4] = {v[0], v[0], v[0], v[0]};
-  double check[4] = {0.0, 0.0, 0.0, 0.0};  // as in AllFinite
-  std::uint32_t i = 0;
+  using Pair = double __attribute__((vector_size(16)));
+  const Pair start = {v[0], v[0]};
+  Pair lo[2] = {start, start};
+  Pair hi[2] = {start, start};
+  Pair check[2] = {};  // as in AllFinite
+  std::size_t i = 0;
   for (; i + 4 <= n; i += 4) {
-    for (int k = 0; k < 4; ++k) {
-      lo[k] = v[i + k] < lo[k] ? v[i + k] : lo[k];
-      hi[k] = v[i + k] > hi[k] ? v[i + k] : hi[k];
-      check[k] += v[i + k] - v[i + k];
+    for (int k = 0; k < 2; ++k) {
+      Pair x;
+      std::memcpy(&x, v + i + 2 * k, sizeof x);
+      lo[k] = x < lo[k] ? x : lo[k];
+      hi[k] = x > hi[k] ? x : hi[k];
+      check[k] += x - x;
     }
   }
   for (; i < n; ++i) {
-    lo[0] = v[i] < lo[0] ? v[i] : lo[0];
-    hi[0] = v[i] > hi[0] ? v[i] : hi[0];
-    check[0] += v[i] - v[i];
+    lo[0][0] = v[i] < lo[0][0] ? v[i] : lo[0][0];
+    hi[0][0] = v[i] > hi[0][0] ? v[i] : hi[0][0];
+    check[0][0] += v[i] - v[i];
   }
-  if (!((check[0] + check[1]) + (check[2] + check[3]) == 0.0)) return std::nullopt;
-  return ValueRange{std::min(std::min(lo[0], lo[1]), std::min(lo[2], lo[3])),
-                    std::max(std::max(hi[0], hi[1]), std::max(hi[2], hi[3]))};
+  if (!((check[0][0] + check[0][1]) + (check[1][0] + check[1][1]) == 0.0)) return std::nullopt;
+  return ValueRange{std::min(std::min(lo[0][0], lo[0][1]), std::min(lo[1][0], lo[1][1])),
+                    std::max(std::max(hi[0][0], hi[0][1]), std::max(hi[1][0], hi[1][1]))};
 }
 
 // Data a search can run on: both arrays present, at least one point, every value finite.
@@ -99,25 +97,63 @@ std::int32_t TrialSearch(QXPeakTable& table, const double* x, const double* y, s
   return found > 0 ? found : search(kTrialRetryMaxPeakWidth);
 }
 
+// The intensity threshold of segment `s`'s search: RelThreshold percent of the data's
+// height above its floor minY, or AbsThreshold when that is higher.
+double SearchThreshold(const QXPeakDetectSetting& s, double yMax, double minY) {
+  return std::max(s.GetRelThreshold() * 0.01 * (yMax - minY) + minY, s.GetAbsThreshold());
+}
+
+// The x range that segment `index` searches: an empty first range means the whole data;
+// later empty ranges stay empty. (Trial searches take every range as it is.)
+std::pair<double, double> SearchRange(const QXPeakDetectSetting& s, std::int32_t index) {
+  if (index == 0 && s.GetRangeX1() == s.GetRangeX2()) return {0.0, 0.0};
+  return {s.GetRangeX1(), s.GetRangeX2()};
+}
+
+// The moving-mean scan of segment `s` with these arguments, as QXPeakTable::FindPeaks
+// takes them.
+peaks_detail::ScanRequest ScanOf(const QXPeakDetectSetting& s, double areaScale, double threshold,
+                                 int inc, double minArea, int maxPeakWidth,
+                                 std::pair<double, double> range) {
+  return {areaScale,   threshold,    s.GetFilterType(),     s.GetFilterWidth(),      inc,
+          minArea,     maxPeakWidth, s.GetNoiseThreshold(), s.GetIntegratedMethod(), range.first,
+          range.second};
+}
+
+// The data's height and floor, from which the searches after the trials take thresholds.
+struct SearchLevels {
+  double yMax;
+  double minY;
+};
+
 // The largest area that a trial search of each segment over its own range finds, at the
 // segment's absolute threshold and minimum area; 0.0 when none finds a peak. `noise`, when
 // set, first becomes every segment's NoiseThreshold. The trial's peaks are only counted
 // and their areas compared, never stored: a trial without finishing step leaves nothing
-// else behind, so this is what searching into a scratch table would give.
+// else behind, so this is what searching into a scratch table would give. With `levels`,
+// each scan segment's own search runs beside its trial, for FindPeaks to replay.
 double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double* x,
                         const double* y, std::uint32_t n, double areaScale,
-                        std::optional<double> noise) {
+                        std::optional<double> noise, const SearchLevels* levels) {
   double largest = 0.0;
-  for (QXPeakDetectSetting& s : segments) {
+  for (std::size_t i = 0; i < segments.size(); ++i) {
+    QXPeakDetectSetting& s = segments[i];
     if (noise) s.SetNoiseThreshold(*noise);
-    const auto summarise = [&](int maxPeakWidth) {
-      return peaks_detail::SummariseScan(
-          x, y, n, areaScale, s.GetAbsThreshold(), s.GetFilterType(), s.GetFilterWidth(), 1,
-          s.GetMinPeakArea(), maxPeakWidth, s.GetNoiseThreshold(), s.GetIntegratedMethod(),
-          s.GetRangeX1(), s.GetRangeX2());
+    const auto trialOf = [&](int maxPeakWidth) {
+      return ScanOf(s, areaScale, s.GetAbsThreshold(), 1, s.GetMinPeakArea(), maxPeakWidth,
+                    {s.GetRangeX1(), s.GetRangeX2()});
     };
-    peaks_detail::ScanSummary trial = summarise(s.GetMaxPeakWidth());
-    if (trial.found <= 0) trial = summarise(kTrialRetryMaxPeakWidth);
+    std::optional<peaks_detail::ScanRequest> search;
+    if (levels != nullptr && s.GetDivisor() == kQXUnsetValue) {
+      search = ScanOf(s, areaScale, SearchThreshold(s, levels->yMax, levels->minY),
+                      s.GetFilterInc(), s.GetMinPeakArea(), s.GetMaxPeakWidth(),
+                      SearchRange(s, static_cast<std::int32_t>(i)));
+    }
+    peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(
+        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr);
+    if (trial.found <= 0) {
+      trial = peaks_detail::SummariseScan(x, y, n, trialOf(kTrialRetryMaxPeakWidth), nullptr);
+    }
     largest = std::max(largest, trial.largestArea);
   }
   return largest;
@@ -174,16 +210,16 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
                   [](const QXPeakDetectSetting& s) {
                     return s.GetDivisor() == kQXUnsetValue && !(s.GetPctPeakArea() == 0.0);
                   });
+  const SearchLevels levels{yMax, minY};
   const double maxArea =
       areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(*range, n, dAreaScale))
-          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise)
+          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels)
           : 0.0;
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
     QXPeakDetectSetting& s = m_arrDetectSettings[static_cast<std::size_t>(i)];
-    double threshold =
-        std::max(s.GetRelThreshold() * 0.01 * (yMax - minY) + minY, s.GetAbsThreshold());
+    double threshold = SearchThreshold(s, yMax, minY);
     const double areaBase = m_bCentroidSpecData ? yMax : maxArea;
     const double minArea = std::max(areaBase * s.GetPctPeakArea() * 0.01, s.GetMinPeakArea());
     // A stick's area is its intensity, so for centroided data the minimum area is a
@@ -192,13 +228,8 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
     if (noise) s.SetNoiseThreshold(*noise);
     m_bSettingsChanged = 0;
 
-    double startX = s.GetRangeX1();
-    double endX = s.GetRangeX2();
-    if (i == 0) {
-      target->DeleteAllPeaks();
-      // An empty first range means the whole data; later empty ranges stay empty.
-      if (startX == endX) startX = endX = 0.0;
-    }
+    const auto [startX, endX] = SearchRange(s, i);
+    if (i == 0) target->DeleteAllPeaks();
     const int finish = i == count - 1 ? 1 : 0;
 
     if (s.GetDivisor() != kQXUnsetValue) {
@@ -234,8 +265,8 @@ double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std
                                            double dAreaScale) {
   if (!UsableData(x, y, n) || !std::isfinite(dAreaScale)) return 0.0;
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
-  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale,
-                          AutoNoise(m_bAutoSNCalc, y, n));
+  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, AutoNoise(m_bAutoSNCalc, y, n),
+                          nullptr);
 }
 
 double QXPeakTableList::ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n,
