@@ -754,7 +754,11 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
       take(ahead.front());
     }
   };
-  std::vector<std::uint8_t> visited(model.missing.size(), 0);
+  // The points between the valleys of every hill settled so far. A climb cannot leave a hill
+  // (its valleys are the lowest points of its flanks), and a top inside it other than the
+  // hill's own is a wiggle smaller than the tolerance, which the merge would fold into the
+  // hill: a seed or a climb's end there would only settle the hill again.
+  std::vector<std::uint8_t> settled(model.missing.size(), 0);
   while (!seeds.empty()) {
     const std::int32_t seed = seeds.front();
     handOn(seed - static_cast<std::int64_t>(std::ceil(kReach * model.PointsPerFwhm(seed))));
@@ -762,17 +766,17 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
     seeds.pop_back();
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
-    if (r == nullptr) continue;
-    // A climb that ends on a hill already settled would only settle it again. What follows
-    // reads the model at the top, so a hill does not depend on which seed reached it first.
+    if (r == nullptr || settled[seed]) continue;
+    // What follows reads the model at the top, so a hill does not depend on which seed
+    // reached it first.
     const std::int32_t top = Climb(shape, *r, seed);
-    if (visited[top]) continue;
+    if (settled[top]) continue;
     const double noise = model.NoiseAt(top);
     const double ppf = model.PointsPerFwhm(top);
     const Hill hill = ClimbHill(shape, *r, top, 3.0 * shape.Spread(top, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
-    if (visited[hill.top]) continue;
-    visited[hill.top] = 1;
+    if (settled[hill.top]) continue;
+    std::fill(settled.begin() + hill.left, settled.begin() + hill.right + 1, std::uint8_t{1});
     std::int32_t strongest = Climb(mf, *r, hill.top);
     if (std::abs(strongest - hill.top) > ppf / 2.0) strongest = hill.top;
     auto side = [&](std::int32_t valley, bool rises) {
