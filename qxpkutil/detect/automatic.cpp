@@ -780,8 +780,9 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
     std::int32_t strongest = Climb(mf, *r, hill.top);
     if (std::abs(strongest - hill.top) > ppf / 2.0) strongest = hill.top;
     auto side = [&](std::int32_t valley, bool rises) {
+      if (!rises) return 0.0;
       const double v = mf.At(valley, *r);
-      return rises && v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
+      return v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
     };
     const double floor =
         std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
