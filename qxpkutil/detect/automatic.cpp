@@ -1064,9 +1064,10 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
     }
   };
   ClimbHills(promising, model, options, mf, shape, [&](const Found& f) {
-    // The search has read y around the hill, not x, which the measurement will read: two
-    // peaks later.
-    for (const std::int32_t i : {f.left, f.top, f.right}) __builtin_prefetch(&x[i]);
+    // The search has read y around the hill, not x, which the measurement reads between the
+    // bounds (the fit around the top, the half-height crossings, the bounds): two peaks later.
+    for (std::int32_t i = f.left; i < f.right; i += 8) __builtin_prefetch(&x[i]);
+    __builtin_prefetch(&x[f.right]);
     if (last && MergeInto(*last, f, model, shape)) return;
     if (settling) {
       SplitBounds(*settling, *last, model, shape);
