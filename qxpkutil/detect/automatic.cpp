@@ -829,15 +829,22 @@ bool MergeInto(Found& prev, const Found& f, const SignalModel& model, MatchedFil
   return true;
 }
 
-// The bounds of neighbours that overlap meet at the lowest point between their tops.
+// The bounds of neighbours that overlap meet at the lowest point between their tops. When
+// both valleys lie between the tops, the flank walks that found them covered the stretch,
+// so that point is the lower valley (a's among equals); otherwise the stretch is walked.
 void SplitBounds(Found& a, Found& b, const SignalModel& model, MatchedFilter& shape) {
   if (a.region != b.region || a.right < b.left) return;
   const Region& r = model.regions[b.region];
-  std::int32_t valley = a.top;
-  double lowest = shape.At(valley, r);
-  for (std::int32_t i = a.top + 1; i <= b.top; ++i) {
-    const double v = shape.At(i, r);
-    if (v < lowest) valley = i, lowest = v;
+  std::int32_t valley = a.right;
+  if (a.right <= b.top && b.left >= a.top) {
+    if (shape.At(b.left, r) < shape.At(a.right, r)) valley = b.left;
+  } else {
+    valley = a.top;
+    double lowest = shape.At(valley, r);
+    for (std::int32_t i = a.top + 1; i <= b.top; ++i) {
+      const double v = shape.At(i, r);
+      if (v < lowest) valley = i, lowest = v;
+    }
   }
   a.right = std::min(a.right, valley);
   b.left = std::max(b.left, valley);
