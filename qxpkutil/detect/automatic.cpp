@@ -348,22 +348,16 @@ const Region* RegionOf(const std::vector<Region>& regions, std::int32_t i, std::
   return &*it;
 }
 
-// Climbs the matched filter from a seed to its local top, inside the seed's region.
+// Climbs the matched filter from a seed to its local top, inside the seed's region: to the
+// left while that rises, else to the right. The point a step came from is lower, so only
+// the way ahead is read.
 std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
+  const std::int32_t seed = i;
   double here = mf.At(i, r);
-  for (;;) {
-    const double left = i > r.begin ? mf.At(i - 1, r) : -INFINITY;
-    if (left > here) {
-      --i, here = left;
-      continue;
-    }
-    const double right = i + 1 < r.end ? mf.At(i + 1, r) : -INFINITY;
-    if (right > here) {
-      ++i, here = right;
-      continue;
-    }
-    return i;
-  }
+  for (double left; i > r.begin && (left = mf.At(i - 1, r)) > here; --i) here = left;
+  if (i != seed) return i;
+  for (double right; i + 1 < r.end && (right = mf.At(i + 1, r)) > here; ++i) here = right;
+  return i;
 }
 
 // A top of a filtered signal with the valleys either side. Wiggles smaller than
