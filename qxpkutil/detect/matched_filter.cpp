@@ -69,7 +69,8 @@ void AddWindows(const std::vector<double>& weights, const double* window, double
 
 FilterInput::FilterInput(std::span<const double> values, const SignalModel& m)
     : y(values), model(m) {
-  if (std::find(m.missing.begin(), m.missing.end(), 1) == m.missing.end()) return;
+  // memchr: a find of an int among bytes goes byte by byte.
+  if (m.missing.empty() || std::memchr(m.missing.data(), 1, m.missing.size()) == nullptr) return;
   missingBefore.assign(m.missing.size() + 1, 0);
   for (std::size_t i = 0; i < m.missing.size(); ++i)
     missingBefore[i + 1] = missingBefore[i] + m.missing[i];
