@@ -192,19 +192,31 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double toler
 
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
+// `above` is scratch: the heights above the baseline, read once as the walks find them.
 bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
-                    std::int32_t lo, std::int32_t hi, double& centre, double& height,
-                    double& fwhm) {
+                    std::int32_t lo, std::int32_t hi, std::vector<double>& above,
+                    double& centre, double& height, double& fwhm) {
   const std::span<const double> y = in.y;
   const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
+  above.resize(static_cast<std::size_t>(hi - lo + 1));
+  const auto at = [&](std::int32_t j) -> double& {
+    return above[static_cast<std::size_t>(j - lo)];
+  };
+  at(top) = peak;
+  // Whether the walk from `from` goes on to its neighbour j: no higher, and above 40 %.
+  const auto goesOn = [&](std::int32_t j, std::int32_t from) {
+    if (!(y[j] <= y[from])) return false;
+    at(j) = in.Above(j);
+    return at(j) >= 0.4 * peak;
+  };
   std::int32_t l = top, h = top;
-  while (l > lo && in.Above(l - 1) >= 0.4 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && in.Above(h + 1) >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && goesOn(l - 1, l)) --l;
+  while (h < hi && goesOn(h + 1, h)) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
-    const double v = in.Above(i);
+    const double v = at(i);
     const double w = v * v, u = x[i] - x[top], ln = std::log(v);
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
@@ -717,9 +729,10 @@ double SumOf(std::span<const double> y, std::int32_t lo, std::int32_t hi) {
 
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
 // comes from a log-parabola fit for strong peaks and from Gaussian interpolation of the
-// matched filter otherwise.
+// matched filter otherwise. `scratch` is the fit's.
 Peak Measure(std::span<const double> x, std::span<const double> y, const FilterInput& input,
-             const SignalModel& model, MatchedFilter& mf, const Found& f) {
+             const SignalModel& model, MatchedFilter& mf, const Found& f,
+             std::vector<double>& scratch) {
   Peak p;
   // The raw top near the filter's top: the highest point within a third of a width.
   const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
@@ -738,7 +751,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   p.noise = f.noise;
   double centre = 0.0, height = 0.0, fwhm = 0.0;
   const bool fitted = f.strength >= 20.0 * f.noise &&
-                      FitLogParabola(x, input, top, f.left, f.right, centre, height, fwhm);
+                      FitLogParabola(x, input, top, f.left, f.right, scratch, centre, height, fwhm);
   if (fitted) {
     p.centroid_x = centre;
     p.height = height;
@@ -822,7 +835,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   auto settle = [&](const Found& f) {
     AddShoulders(f, model, options, shape, parts, scratch);
     for (Found part : parts) {
-      Peak peak = Measure(x, y, input, model, mf, part);
+      Peak peak = Measure(x, y, input, model, mf, part, scratch);
       // Points that share one x are one place: a second top in a run of equal x joins the
       // peak already there (the stronger top kept, over both bounds).
       if (measured && peak.apex_x == result.peaks.back().apex_x) {
@@ -832,7 +845,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
         part.left = left;
         part.right = right;
         result.peaks.pop_back();
-        peak = Measure(x, y, input, model, mf, part);
+        peak = Measure(x, y, input, model, mf, part, scratch);
       }
       result.peaks.push_back(peak);
       measured = part;
