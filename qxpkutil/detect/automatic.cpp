@@ -5,24 +5,20 @@
 // segments whose point-based settings follow the local width (BuildAutomaticSegments), for
 // users who want to run and edit them in classic mode.
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <cstring>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <numeric>
 #include <optional>
-#include <unordered_map>
 
 #include "qxpkutil/detect/detect_internal.h"
+#include "qxpkutil/detect/matched_filter.h"
 #include "qxpkutil/detect/signal_model.h"
 
 namespace qxpkutil {
 
 namespace {
 
-constexpr double kFwhmPerSigma = 2.354820045030949;
 constexpr double kIsotopeSpacing = 1.00336;
 // How far, in peak widths, the climbs from a seed may run back to lower x.
 constexpr double kReach = 16.0;
@@ -106,223 +102,6 @@ QXPeakTableList SegmentsFromPlan(std::span<const double> x, const SignalModel& m
   return list;
 }
 
-// The sums of a full run of matched-filter windows: sums[o] = the sum of w[k] * window[o + k],
-// kept in registers of `Lanes` sums each. The kernel is symmetric, so the two points at
-// the same distance from the centre are added first and multiplied once. Every sum adds its
-// terms in the same order whatever the register width and in AddWindowsScalar (no fused
-// multiply-add), so all give the same values. Runs are 16 points long, or 8 where a
-// filter is read at few points near each other.
-constexpr std::int32_t kRun = 16, kShortRun = 8;
-template <std::int32_t Run, typename Lanes>
-[[gnu::always_inline]] inline void AddWindowsBody(const std::vector<double>& weights,
-                                                  const double* window, double* sums) {
-  constexpr std::size_t kWidth = sizeof(Lanes) / sizeof(double);
-  const std::size_t last = weights.size() - 1, half = last / 2;
-  Lanes acc[Run / kWidth], a, b;
-  const Lanes centre = Lanes{} + weights[half];
-  for (std::size_t q = 0; q < Run / kWidth; ++q) {
-    std::memcpy(&a, window + half + kWidth * q, sizeof a);
-    acc[q] = centre * a;
-  }
-  for (std::size_t k = 0; k < half; ++k) {
-    const Lanes w = Lanes{} + weights[k];
-    for (std::size_t q = 0; q < Run / kWidth; ++q) {
-      std::memcpy(&a, window + k + kWidth * q, sizeof a);
-      std::memcpy(&b, window + last - k + kWidth * q, sizeof b);
-      acc[q] += w * (a + b);
-    }
-  }
-  std::memcpy(sums, acc, sizeof acc);
-}
-// The same sums, one at a time, for the `count` windows of a run cut short.
-void AddWindowsScalar(const std::vector<double>& weights, const double* window, double* sums,
-                      std::size_t count) {
-  const std::size_t last = weights.size() - 1, half = last / 2;
-  for (std::size_t o = 0; o < count; ++o) {
-    double sum = weights[half] * window[o + half];
-    for (std::size_t k = 0; k < half; ++k)
-      sum += weights[k] * (window[o + k] + window[o + last - k]);
-    sums[o] = sum;
-  }
-}
-using Lanes2 = double __attribute__((vector_size(16)));
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-using Lanes4 = double __attribute__((vector_size(32)));
-template <std::int32_t Run>
-[[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights,
-                                            const double* window, double* sums) {
-  AddWindowsBody<Run, Lanes4>(weights, window, sums);
-}
-#endif
-template <std::int32_t Run>
-void AddWindows(const std::vector<double>& weights, const double* window, double* sums) {
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
-  if (avx2) return AddWindowsAvx2<Run>(weights, window, sums);
-#endif
-  AddWindowsBody<Run, Lanes2>(weights, window, sums);
-}
-
-// What the filters read: the trace, its model, and how many missing points come before
-// each point (empty when none is missing), so that a window free of them is found in one
-// subtraction.
-struct FilterInput {
-  FilterInput(std::span<const double> values, const SignalModel& m) : y(values), model(m) {
-    if (std::find(m.missing.begin(), m.missing.end(), 1) == m.missing.end()) return;
-    missingBefore.assign(m.missing.size() + 1, 0);
-    for (std::size_t i = 0; i < m.missing.size(); ++i)
-      missingBefore[i + 1] = missingBefore[i] + m.missing[i];
-  }
-  bool MissingIn(std::int32_t lo, std::int32_t hi) const {
-    return !missingBefore.empty() && missingBefore[static_cast<std::size_t>(hi)] !=
-                                         missingBefore[static_cast<std::size_t>(lo)];
-  }
-  // The height of point i above the baseline.
-  double Above(std::int32_t i) const { return y[i] - model.BaselineAt(i); }
-
-  std::span<const double> y;
-  const SignalModel& model;
-  std::vector<std::int32_t> missingBefore;
-};
-
-// Least-squares height of a Gaussian of `scale` times the local width centred on point i,
-// fitted to the heights above the baseline inside the point's region. At scale 1 it is the
-// matched filter that decides S/N; at a smaller scale it keeps close peaks apart.
-// A window whole inside its region sums y, and the baseline enters as b(i) times the
-// kernel's sum: the baseline runs straight across a window (it bends only at block centres,
-// and gently). A value depends on its point alone, so values are kept in a small
-// direct-mapped cache, each place with the point it holds: the search works along x and
-// neighbouring seeds ask for the same points, while a point asked for long after is computed
-// anew.
-class MatchedFilter {
- public:
-  // `run`: kRun or kShortRun points computed together.
-  MatchedFilter(const FilterInput& input, double scale, std::int32_t run)
-      : in_(input), m_(input.model), scale_(scale), run_(run),
-        mask_(Places(input) - 1), point_(mask_ + 1, -1), value_(new double[mask_ + 1]) {}
-
-  double At(std::int32_t i, const Region& r) {
-    const std::size_t place = Place(i);
-    return point_[place] == i ? value_[place] : Compute(i, r);
-  }
-  // The standard deviation of At(i) for white noise of `sigma`.
-  double Spread(std::int32_t i, double sigma) {
-    return sigma / std::sqrt(KernelAt(i).sumOfSquares);
-  }
-
- private:
-  struct Kernel {
-    std::vector<double> weights;
-    double sumOfSquares = 0.0;
-    double baselineShare = 0.0;  // sum / sumOfSquares: what a baseline of 1 adds to a value
-  };
-  // Kept out of line, so that At, on every step of every walk, stays a load and a compare.
-  [[gnu::noinline]] double Compute(std::int32_t i, const Region& r) {
-    const Kernel& g = KernelAt(i);
-    const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-    if (i - half >= r.begin && i + half < r.end && !in_.MissingIn(i - half, i + half + 1)) {
-      ComputeRun(i, r, g);
-      return value_[Place(i)];
-    }
-    double num = 0.0, den = 0.0;
-    const std::int32_t lo = std::max(r.begin, i - half), hi = std::min(r.end - 1, i + half);
-    for (std::int32_t j = lo; j <= hi; ++j) {
-      if (m_.missing[j]) continue;
-      const double w = g.weights[static_cast<std::size_t>(j - i + half)];
-      num += w * in_.Above(j);
-      den += w * w;
-    }
-    // Thresholded data: the absent points were below the threshold, near the baseline, so
-    // they count in the fit as baseline points.
-    if (m_.thresholded) den = g.sumOfSquares;
-    const double value = den > 0.0 ? num / den : 0.0;
-    Store(i, value);
-    return value;
-  }
-  // The run of up to kRun points around i whose windows lie whole inside the region, the
-  // block of i's kernel and a straight piece of the baseline, and hold no missing point:
-  // neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
-  void ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
-    const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-    const std::int32_t blockBegin = i / m_.block() * m_.block();
-    const auto piece = m_.StraightPiece(i);
-    std::int32_t begin = std::max({i - i % run_, blockBegin, piece.first, r.begin + half});
-    std::int32_t end =
-        std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
-    if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
-    double sums[kRun];  // the first `count` are filled below
-    const double* window = in_.y.data() + (begin - half);
-    const std::size_t count = static_cast<std::size_t>(end - begin);
-    if (count == kRun) {
-      AddWindows<kRun>(g.weights, window, sums);
-    } else if (count == kShortRun) {
-      AddWindows<kShortRun>(g.weights, window, sums);
-    } else {
-      AddWindowsScalar(g.weights, window, sums, count);
-    }
-    const double first = m_.BaselineAt(begin);
-    const double step =
-        count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
-    for (std::size_t o = 0; o < count; ++o) {
-      Store(begin + static_cast<std::int32_t>(o),
-            sums[o] / g.sumOfSquares - g.baselineShare * (first + static_cast<double>(o) * step));
-    }
-  }
-  std::size_t Place(std::int32_t i) const {
-    return static_cast<std::size_t>(i) & mask_;
-  }
-  void Store(std::int32_t i, double value) {
-    point_[Place(i)] = i;
-    value_[Place(i)] = value;
-  }
-  // One kernel per block of the model, chosen on first use.
-  const Kernel& KernelAt(std::int32_t i) {
-    const auto b = static_cast<std::size_t>(i / m_.block());
-    if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
-    if (blockKernel_[b] == nullptr) blockKernel_[b] = &MakeKernel(m_.ppf_[b] * scale_);
-    return *blockKernel_[b];
-  }
-  const Kernel& MakeKernel(double ppf) {
-    const int key = static_cast<int>(std::lround(std::min(ppf, 4000.0) * 4.0));
-    auto found = kernels_.find(key);
-    if (found != kernels_.end()) return found->second;
-    const double sigma = std::max(0.25, key / 4.0 / kFwhmPerSigma);
-    const auto half = static_cast<std::int32_t>(std::ceil(2.5 * sigma));
-    Kernel g;
-    g.weights.resize(static_cast<std::size_t>(2 * half + 1));
-    double sum = 0.0;
-    for (std::int32_t k = -half; k <= half; ++k) {
-      const double w = std::exp(-0.5 * k * k / (sigma * sigma));
-      g.weights[static_cast<std::size_t>(k + half)] = w;
-      sum += w;
-      g.sumOfSquares += w * w;
-    }
-    g.baselineShare = sum / g.sumOfSquares;
-    return kernels_.emplace(key, std::move(g)).first->second;
-  }
-
-  const FilterInput& in_;
-  const SignalModel& m_;
-  double scale_;
-  std::int32_t run_;
-  // Points held: at least 16384 (192 KB, which stay in the processor's cache), and enough
-  // for the stretch between the climbs and the walk that settles the hills behind them
-  // (twice their reach in the widest peak's widths), so that the walk finds the values the
-  // climbs left; never many more than the trace has.
-  static std::size_t Places(const FilterInput& in) {
-    const std::vector<double>& ppf = in.model.ppf_;
-    const double widest = ppf.empty() ? 1.0 : *std::max_element(ppf.begin(), ppf.end());
-    const double wanted = std::max(16384.0, 2.0 * kReach * widest);
-    const double places = std::min(wanted, static_cast<double>(in.y.size()));
-    return std::bit_ceil(static_cast<std::size_t>(places));
-  }
-  std::size_t mask_;  // places - 1
-  std::vector<std::int32_t> point_;  // the point whose value a place holds; -1: none yet
-  std::unique_ptr<double[]> value_;
-  std::unordered_map<int, Kernel> kernels_;  // node-based: references stay valid
-  std::vector<const Kernel*> blockKernel_;
-};
-
 struct Found {
   std::int32_t top;      // local maximum of the narrow (shape) filter
   std::int32_t left, right;
@@ -342,22 +121,16 @@ const Region* RegionOf(const std::vector<Region>& regions, std::int32_t i, std::
   return &*it;
 }
 
-// Climbs the matched filter from a seed to its local top, inside the seed's region.
+// Climbs the matched filter from a seed to its local top, inside the seed's region: to the
+// left while that rises, else to the right. The point a step came from is lower, so only
+// the way ahead is read.
 std::int32_t Climb(MatchedFilter& mf, const Region& r, std::int32_t i) {
+  const std::int32_t seed = i;
   double here = mf.At(i, r);
-  for (;;) {
-    const double left = i > r.begin ? mf.At(i - 1, r) : -INFINITY;
-    if (left > here) {
-      --i, here = left;
-      continue;
-    }
-    const double right = i + 1 < r.end ? mf.At(i + 1, r) : -INFINITY;
-    if (right > here) {
-      ++i, here = right;
-      continue;
-    }
-    return i;
-  }
+  for (double left; i > r.begin && (left = mf.At(i - 1, r)) > here; --i) here = left;
+  if (i != seed) return i;
+  for (double right; i + 1 < r.end && (right = mf.At(i + 1, r)) > here; ++i) here = right;
+  return i;
 }
 
 // A top of a filtered signal with the valleys either side. Wiggles smaller than
@@ -419,19 +192,31 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double toler
 
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
+// `above` is scratch: the heights above the baseline, read once as the walks find them.
 bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
-                    std::int32_t lo, std::int32_t hi, double& centre, double& height,
-                    double& fwhm) {
+                    std::int32_t lo, std::int32_t hi, std::vector<double>& above,
+                    double& centre, double& height, double& fwhm) {
   const std::span<const double> y = in.y;
   const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
+  above.resize(static_cast<std::size_t>(hi - lo + 1));
+  const auto at = [&](std::int32_t j) -> double& {
+    return above[static_cast<std::size_t>(j - lo)];
+  };
+  at(top) = peak;
+  // Whether the walk from `from` goes on to its neighbour j: no higher, and above 40 %.
+  const auto goesOn = [&](std::int32_t j, std::int32_t from) {
+    if (!(y[j] <= y[from])) return false;
+    at(j) = in.Above(j);
+    return at(j) >= 0.4 * peak;
+  };
   std::int32_t l = top, h = top;
-  while (l > lo && in.Above(l - 1) >= 0.4 * peak && y[l - 1] <= y[l]) --l;
-  while (h < hi && in.Above(h + 1) >= 0.4 * peak && y[h + 1] <= y[h]) ++h;
+  while (l > lo && goesOn(l - 1, l)) --l;
+  while (h < hi && goesOn(h + 1, h)) ++h;
   if (h - l < 2) return false;
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
-    const double v = in.Above(i);
+    const double v = at(i);
     const double w = v * v, u = x[i] - x[top], ln = std::log(v);
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
@@ -754,7 +539,11 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
       take(ahead.front());
     }
   };
-  std::vector<std::uint8_t> visited(model.missing.size(), 0);
+  // The points between the valleys of every hill settled so far. A climb cannot leave a hill
+  // (its valleys are the lowest points of its flanks), and a top inside it other than the
+  // hill's own is a wiggle smaller than the tolerance, which the merge would fold into the
+  // hill: a seed or a climb's end there would only settle the hill again.
+  std::vector<std::uint8_t> settled(model.missing.size(), 0);
   while (!seeds.empty()) {
     const std::int32_t seed = seeds.front();
     handOn(seed - static_cast<std::int64_t>(std::ceil(kReach * model.PointsPerFwhm(seed))));
@@ -762,22 +551,23 @@ void ClimbHills(std::vector<std::int32_t> seeds, const SignalModel& model,
     seeds.pop_back();
     std::size_t region = 0;
     const Region* r = RegionOf(model.regions, seed, region);
-    if (r == nullptr) continue;
-    // A climb that ends on a hill already settled would only settle it again. What follows
-    // reads the model at the top, so a hill does not depend on which seed reached it first.
+    if (r == nullptr || settled[seed]) continue;
+    // What follows reads the model at the top, so a hill does not depend on which seed
+    // reached it first.
     const std::int32_t top = Climb(shape, *r, seed);
-    if (visited[top]) continue;
+    if (settled[top]) continue;
     const double noise = model.NoiseAt(top);
     const double ppf = model.PointsPerFwhm(top);
     const Hill hill = ClimbHill(shape, *r, top, 3.0 * shape.Spread(top, noise),
                                 static_cast<std::int32_t>(std::ceil(6.0 * ppf)));
-    if (visited[hill.top]) continue;
-    visited[hill.top] = 1;
+    if (settled[hill.top]) continue;
+    std::fill(settled.begin() + hill.left, settled.begin() + hill.right + 1, std::uint8_t{1});
     std::int32_t strongest = Climb(mf, *r, hill.top);
     if (std::abs(strongest - hill.top) > ppf / 2.0) strongest = hill.top;
     auto side = [&](std::int32_t valley, bool rises) {
+      if (!rises) return 0.0;
       const double v = mf.At(valley, *r);
-      return rises && v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
+      return v > 2.0 * mf.Spread(valley, noise) ? v : 0.0;
     };
     const double floor =
         std::min(side(hill.left, hill.leftRises), side(hill.right, hill.rightRises));
@@ -818,15 +608,22 @@ bool MergeInto(Found& prev, const Found& f, const SignalModel& model, MatchedFil
   return true;
 }
 
-// The bounds of neighbours that overlap meet at the lowest point between their tops.
+// The bounds of neighbours that overlap meet at the lowest point between their tops. When
+// both valleys lie between the tops, the flank walks that found them covered the stretch,
+// so that point is the lower valley (a's among equals); otherwise the stretch is walked.
 void SplitBounds(Found& a, Found& b, const SignalModel& model, MatchedFilter& shape) {
   if (a.region != b.region || a.right < b.left) return;
   const Region& r = model.regions[b.region];
-  std::int32_t valley = a.top;
-  double lowest = shape.At(valley, r);
-  for (std::int32_t i = a.top + 1; i <= b.top; ++i) {
-    const double v = shape.At(i, r);
-    if (v < lowest) valley = i, lowest = v;
+  std::int32_t valley = a.right;
+  if (a.right <= b.top && b.left >= a.top) {
+    if (shape.At(b.left, r) < shape.At(a.right, r)) valley = b.left;
+  } else {
+    valley = a.top;
+    double lowest = shape.At(valley, r);
+    for (std::int32_t i = a.top + 1; i <= b.top; ++i) {
+      const double v = shape.At(i, r);
+      if (v < lowest) valley = i, lowest = v;
+    }
   }
   a.right = std::min(a.right, valley);
   b.left = std::max(b.left, valley);
@@ -919,11 +716,23 @@ void AddShoulders(const Found& f, const SignalModel& model, const DetectOptions&
             [](const Found& a, const Found& b) { return a.top < b.top; });
 }
 
+// The sum of y[lo..hi], in four running sums: one would wait on each addition.
+double SumOf(std::span<const double> y, std::int32_t lo, std::int32_t hi) {
+  double sums[4] = {0.0, 0.0, 0.0, 0.0};
+  std::int32_t i = lo;
+  for (; i + 3 <= hi; i += 4) {
+    for (std::int32_t k = 0; k < 4; ++k) sums[k] += y[i + k];
+  }
+  for (; i <= hi; ++i) sums[0] += y[i];
+  return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+}
+
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
 // comes from a log-parabola fit for strong peaks and from Gaussian interpolation of the
-// matched filter otherwise.
+// matched filter otherwise. `scratch` is the fit's.
 Peak Measure(std::span<const double> x, std::span<const double> y, const FilterInput& input,
-             const SignalModel& model, MatchedFilter& mf, const Found& f) {
+             const SignalModel& model, MatchedFilter& mf, const Found& f,
+             std::vector<double>& scratch) {
   Peak p;
   // The raw top near the filter's top: the highest point within a third of a width.
   const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
@@ -942,7 +751,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   p.noise = f.noise;
   double centre = 0.0, height = 0.0, fwhm = 0.0;
   const bool fitted = f.strength >= 20.0 * f.noise &&
-                      FitLogParabola(x, input, top, f.left, f.right, centre, height, fwhm);
+                      FitLogParabola(x, input, top, f.left, f.right, scratch, centre, height, fwhm);
   if (fitted) {
     p.centroid_x = centre;
     p.height = height;
@@ -965,8 +774,7 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   }
   p.snr = p.height / p.noise;
   // Missing points hold 0 and add nothing to the sum of y, nor their baseline to the other.
-  double area = -model.BaselineSum(f.left, f.right);
-  for (std::int32_t i = f.left; i <= f.right; ++i) area += y[i];
+  double area = SumOf(y, f.left, f.right) - model.BaselineSum(f.left, f.right);
   if (input.MissingIn(f.left, f.right + 1)) {
     for (std::int32_t i = f.left; i <= f.right; ++i) {
       if (model.missing[i]) area += model.BaselineAt(i);
@@ -1012,11 +820,12 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
 
   const FilterInput input(y, model);
   // The matched filter is read at a few points around each top, the shape filter all along
-  // the flanks.
-  MatchedFilter mf(input, 1.0, kShortRun);
+  // the flanks. Both keep their values over the stretch between the climbs and the walk
+  // that settles the hills behind them: twice the climbs' reach.
+  MatchedFilter mf(input, 1.0, kShortRun, 2.0 * kReach);
   const std::vector<std::int32_t> promising =
       RefineAndScreen(x, y, options, std::move(seeds), model, input, mf);
-  MatchedFilter shape(input, 0.5, kRun);
+  MatchedFilter shape(input, 0.5, kRun, 2.0 * kReach);
   // One walk along x merges the hills, splits their bounds, adds shoulders and measures, so
   // each stretch of the filters and the trace is read again while it is still in cache. A
   // peak is settled once its right neighbour (the next that does not merge into it) is known.
@@ -1026,7 +835,7 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
   auto settle = [&](const Found& f) {
     AddShoulders(f, model, options, shape, parts, scratch);
     for (Found part : parts) {
-      Peak peak = Measure(x, y, input, model, mf, part);
+      Peak peak = Measure(x, y, input, model, mf, part, scratch);
       // Points that share one x are one place: a second top in a run of equal x joins the
       // peak already there (the stronger top kept, over both bounds).
       if (measured && peak.apex_x == result.peaks.back().apex_x) {
@@ -1036,16 +845,17 @@ PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
         part.left = left;
         part.right = right;
         result.peaks.pop_back();
-        peak = Measure(x, y, input, model, mf, part);
+        peak = Measure(x, y, input, model, mf, part, scratch);
       }
       result.peaks.push_back(peak);
       measured = part;
     }
   };
   ClimbHills(promising, model, options, mf, shape, [&](const Found& f) {
-    // The search has read y around the hill, not x, which the measurement will read: two
-    // peaks later.
-    for (const std::int32_t i : {f.left, f.top, f.right}) __builtin_prefetch(&x[i]);
+    // The search has read y around the hill, not x, which the measurement reads between the
+    // bounds (the fit around the top, the half-height crossings, the bounds): two peaks later.
+    for (std::int32_t i = f.left; i < f.right; i += 8) __builtin_prefetch(&x[i]);
+    __builtin_prefetch(&x[f.right]);
     if (last && MergeInto(*last, f, model, shape)) return;
     if (settling) {
       SplitBounds(*settling, *last, model, shape);
