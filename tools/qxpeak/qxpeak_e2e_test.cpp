@@ -166,6 +166,15 @@ TEST_F(QxpeakRun, SkippedTracesAndFailedInputsStopNothingElse) {
       << r.err;
   EXPECT_EQ(ApexX(ReadFile(dir_ / "batch" / "run.peaks.tsv")).size(), 6u);
   EXPECT_EQ(ApexX(ReadFile(dir_ / "batch" / "again.peaks.tsv")).size(), 3u);
+  // A note names its input once, a text file as an mzML spectrum.
+  const FixtureSpectrum s = Spectrum();
+  std::string text = "501 1\n";
+  for (std::size_t i = 0; i < s.x.size(); ++i) {
+    text += std::to_string(s.x[i]) + " " + std::to_string(s.y[i]) + "\n";
+  }
+  Write("uns.txt", text);
+  r = Run("uns.txt -f tsv");
+  EXPECT_NE(r.err.find("qxpeak: uns.txt: x values were out of order"), std::string::npos) << r.err;
 }
 
 // Without options the automatic mode runs: every peak gets a centroid and an S/N; -o's
