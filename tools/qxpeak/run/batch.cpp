@@ -324,7 +324,7 @@ void Complete(Item& item, const DetectionConfig& config, const OutputSet& out) {
 // items are in flight.
 class Pipeline {
  public:
-  using Emit = std::function<bool(Item&)>;  // writes an item; false stops the input
+  using Emit = std::function<bool(Item&)>;  // writes an item (if any); false stops the input
 
   Pipeline(MzmlReader& reader, const DetectionConfig& config, const OutputSet& out,
            const Emit& emit, std::size_t window)
@@ -395,7 +395,7 @@ class Pipeline {
       bool ok = false;
       if (!failure) {
         try {
-          ok = !front->returned || m_emit(*front);
+          ok = m_emit(*front);
         } catch (...) {
           failure = std::current_exception();
         }
@@ -450,8 +450,14 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
 
   bool failed = false;
   // Writes one item: its messages, its rows; in input order, one item at a time. False when
-  // an output cannot be written (result.error says why).
+  // the file is damaged there or an output cannot be written (result.error says which).
   const auto emit = [&](Item& item) {
+    if (!item.element.broken.empty()) {
+      result.error = Printable(item.element.broken);
+      failed = true;
+      return false;
+    }
+    if (!item.returned) return true;
     const Trace& t = item.trace;
     // A text file's note names the file already; an mzML note names the trace.
     if (!t.note.empty()) message((mzml != nullptr ? name + ": " : "") + Printable(t.note));
