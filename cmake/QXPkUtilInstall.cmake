@@ -12,6 +12,9 @@ install(TARGETS qxpkutil EXPORT qxpkutilTargets
 if(TARGET qxpeak)
   install(TARGETS qxpeak RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+if(TARGET qxpeak-view)  # started by `qxpeak view`
+  install(TARGETS qxpeak-view RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/qxpkutil/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qxpkutil
   FILES_MATCHING PATTERN "*.h"
   PATTERN "*_internal.h" EXCLUDE

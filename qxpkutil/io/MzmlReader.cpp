@@ -337,24 +337,88 @@ bool MzmlSelection::Accepts(const Trace& trace) const {
   return true;
 }
 
+// The base64 text of the arrays is most of a file. Where a <binaryDataArray> declares its
+// encodedLength and the text that many characters after <binary> closes it, the search for
+// an element's end steps over the array's text instead of reading it. Interpret reads every
+// such text anyway (to leave it out of what it parses) and refuses the element, and with it
+// the rest of the file, when a '<' comes before the declared end: a lying length is caught
+// whether or not the array is decoded, and an element is cut where a full search cuts it.
+class DeclaredLengths {
+ public:
+  static constexpr std::size_t kNeedMore = std::string_view::npos - 1;
+
+  // For the markup text[lt, end): where the next search for '<' may start. That is `end`,
+  // or past the array text after a <binary> tag when its declared end closes the <binary>;
+  // kNeedMore when text up to `available` would tell but `text` ends first.
+  std::size_t After(std::string_view text, std::size_t lt, std::size_t end,
+                    std::size_t available) {
+    if (IsTagAt(text, lt, "<", "binaryDataArray")) {
+      m_length = EncodedLength(text.substr(lt, end - lt));
+      return end;
+    }
+    if (m_length == kNone || !IsTagAt(text, lt, "<", "binary")) return end;
+    // Past what may be read (or a <binary/>), the length is not one to go by.
+    const std::size_t room = available > end ? available - end : 0;
+    if (text[end - 2] == '/' || room < kMarkupLookahead || m_length > room - kMarkupLookahead) {
+      m_length = kNone;
+      return end;
+    }
+    const std::size_t close = end + static_cast<std::size_t>(m_length);
+    if (close + kMarkupLookahead > text.size()) return kNeedMore;
+    m_length = kNone;
+    return IsTagAt(text, close, "</", "binary") ? close : end;
+  }
+
+ private:
+  static constexpr std::uint64_t kNone = std::numeric_limits<std::uint64_t>::max();
+
+  // The value of the start tag's encodedLength attribute; kNone when it has none or it is
+  // not a number.
+  static std::uint64_t EncodedLength(std::string_view tag) {
+    for (std::size_t at = tag.find("encodedLength"); at != std::string_view::npos;
+         at = tag.find("encodedLength", at + 1)) {
+      std::string_view rest = tag.substr(at + 13);
+      if (!IsNameEnd(tag[at - 1]) || rest.size() < 2 || rest[0] != '=' ||
+          (rest[1] != '"' && rest[1] != '\'')) {
+        continue;
+      }
+      const std::size_t close = rest.find(rest[1], 2);
+      std::uint64_t n = 0;
+      if (close != std::string_view::npos && QXParseUInt64(rest.substr(2, close - 2), n)) {
+        return n;
+      }
+      return kNone;
+    }
+    return kNone;
+  }
+
+  std::uint64_t m_length = kNone;
+};
+
 struct MzmlReader::Workspace::Impl {
   // The element without the text of its <binary> elements, parsed; each left-out text is
   // stood for by one character, found again by where pugixml's value of it starts.
   std::string skeleton;
   std::vector<std::pair<std::size_t, std::string_view>> payloads;  // (skeleton offset, text)
+  std::string broken;  // why the last element interpreted stops the file; empty when it does not
   pugi::xml_document document;
   ArrayDecoder decoder;
 
   // Copies the markup of `text` into `skeleton`, leaving out the base64 text of each
   // <binary>: the parser then never walks megabytes of it.
-  void Skeletonize(std::string_view text) {
+  // False when an array's declared length ends past a '<': the search for the element's end
+  // stepped over markup, and the element may not be what it seems.
+  [[nodiscard]] bool Skeletonize(std::string_view text) {
     skeleton.clear();
     payloads.clear();
+    DeclaredLengths declared;
     std::size_t copied = 0;
     for (std::size_t lt = text.find('<'); lt != std::string_view::npos;) {
       const std::size_t end = MarkupEnd(text, lt);
       if (end == std::string_view::npos) break;
       const std::size_t next = text.find('<', end);
+      const std::size_t stepped = declared.After(text, lt, end, text.size());
+      if (stepped != end && stepped != next) return false;
       if (next != std::string_view::npos && IsTagAt(text, lt, "<", "binary") &&
           text[end - 2] != '/') {
         const std::string_view body = text.substr(end, next - end);
@@ -368,6 +432,7 @@ struct MzmlReader::Workspace::Impl {
       lt = next;
     }
     skeleton.append(text.substr(copied));
+    return true;
   }
 
   // Decodes the array whose <binary> value (in the parsed skeleton) is `value`. A text with
@@ -568,7 +633,12 @@ struct MzmlReader::Impl {
     trace.kind = kind == 0 ? Trace::Kind::kSpectrum : Trace::Kind::kChromatogram;
     trace.index = static_cast<std::int32_t>(std::min<std::size_t>(position, INT32_MAX));
     const char* elementName = kind == 0 ? "spectrum" : "chromatogram";
-    ws.Skeletonize(text);
+    if (!ws.Skeletonize(text)) {
+      ws.broken = name + ": " + elementName + " " + std::to_string(position) +
+                  ": an array's encodedLength reaches past the end of its text (damaged file?)";
+      return false;
+    }
+    ws.broken.clear();
     const pugi::xml_parse_result parsed =
         ws.document.load_buffer_inplace(ws.skeleton.data(), ws.skeleton.size());
     const pugi::xml_node node = ws.document.child(elementName);
@@ -647,15 +717,19 @@ struct MzmlReader::Impl {
   // more as needed; markup is stepped over whole, so that a comment or CDATA section holding
   // the close tag does not end the element. npos when the file ends first or the element
   // grows beyond the limit (`error` says which).
-  std::size_t ElementEnd(std::string_view name, std::size_t from) {
+  std::size_t ElementEnd(std::string_view name, std::size_t from, bool stepOverArrays) {
+    DeclaredLengths declared;
     for (;;) {
+      bool needMore = false;  // to tell whether to step over an array's text
       const std::size_t lt = buffer.find('<', from);
       if (lt != std::string::npos && (lt + kMarkupLookahead <= buffer.size() || atEnd)) {
         const std::size_t end = MarkupEnd(buffer, lt);
         if (end != std::string::npos) {
           if (IsTagAt(buffer, lt, "</", name)) return end;
-          from = end;
-          continue;
+          const std::size_t available = atEnd ? buffer.size() : pos + kMaxMzmlElementBytes;
+          from = stepOverArrays ? declared.After(buffer, lt, end, available) : end;
+          if (from != DeclaredLengths::kNeedMore) continue;
+          needMore = true;
         }
       }
       from = lt == std::string::npos ? buffer.size() : lt;
@@ -665,14 +739,16 @@ struct MzmlReader::Impl {
         return std::string::npos;
       }
       const std::size_t before = pos;
-      if (!Fill()) {
+      const bool more = Fill();
+      from -= before - pos;
+      if (!more && needMore && error.empty()) continue;  // decided with what there is
+      if (!more) {
         const int kind = name == "spectrum" ? 0 : 1;
         Fail(error.empty() ? "ends inside " + std::string(name) + " " +
                                  std::to_string(seen[kind]) + " (truncated file?)"
                            : error);
         return std::string::npos;
       }
-      from -= before - pos;
     }
   }
 
@@ -745,7 +821,9 @@ struct MzmlReader::Impl {
         return Fail(std::string("ends inside a ") + elementName + " (truncated file?)");
       }
       const std::size_t end =
-          buffer[startEnd - 2] == '/' ? startEnd : ElementEnd(elementName, startEnd);
+          buffer[startEnd - 2] == '/'
+              ? startEnd
+              : ElementEnd(elementName, startEnd, kind == reading || options.keep_elements);
       if (end == std::string::npos) return false;
       text = std::string_view(buffer.data() + pos, end - pos);
       pos = end;
@@ -763,6 +841,11 @@ struct MzmlReader::Impl {
       if (Interpret(text, kind, position, kind == reading, workspace, trace)) {
         if (options.keep_elements) trace.element.assign(text);
         return true;
+      }
+      if (!workspace.broken.empty()) {
+        error = workspace.broken;
+        done = true;
+        return false;
       }
     }
     return false;
@@ -832,6 +915,7 @@ bool MzmlReader::Interpret(Element& element, Workspace& workspace, Trace& trace)
   const int kind = element.kind == Trace::Kind::kSpectrum ? 0 : 1;
   if (!m_impl->Interpret(element.Text(), kind, element.position, element.listRead,
                          *workspace.m_impl, trace)) {
+    element.broken = workspace.m_impl->broken;
     return false;
   }
   if (m_impl->options.keep_elements) trace.element.assign(element.Text());

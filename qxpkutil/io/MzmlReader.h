@@ -97,7 +97,9 @@ class MzmlReader {
   // finds where the next element of interest ends (cheap, in the reading thread); Interpret
   // parses and decodes it (the costly part) and reads nothing but what Open set up, so
   // several threads may call it at once, each with its own Workspace. Interpret returns
-  // false for an element Next would have skipped (outside the selection).
+  // false for an element Next would have skipped (outside the selection), and also, with
+  // Element::broken set, for one that shows the file damaged: reading stops there with
+  // that message, as Next stops with it in Error().
   class Element {
    public:
     // The element's XML: in the mapped file (valid while the reader lives) or a copy.
@@ -105,6 +107,7 @@ class MzmlReader {
     Trace::Kind kind = Trace::Kind::kSpectrum;
     std::size_t position = 0;  // in its list
     bool listRead = true;      // false: from the other list, only passed through (keep_elements)
+    std::string broken;        // set by Interpret: why the file cannot be read past here
 
    private:
     friend class MzmlReader;

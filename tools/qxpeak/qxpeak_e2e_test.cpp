@@ -90,6 +90,12 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
   Write("one.mzML", good);
   Write("my.lbs", "Label\tX Value\tDelta X\nA\t500\t0.1\n");
   Write("bad.ini", "[qxpeak\\PeakSettingsTrace-0]\nPeakFilterWidth-0=wide\n");
+  std::string lie = testing::MakeMzml({Spectrum(), Spectrum()});  // a length into the next array
+  const std::size_t from = lie.find("<binary>") + 8;
+  const std::size_t to = lie.find("</binary>", lie.find("<binary>", from));
+  lie.replace(lie.find("encodedLength=\"0\""), 17,
+              "encodedLength=\"" + std::to_string(to - from) + "\"");
+  Write("lie.mzML", lie);
   const struct {
     std::string args;
     int status;
@@ -100,6 +106,8 @@ TEST_F(QxpeakRun, BrokenInputsFailWithOneLineAndLeaveOutputsAlone) {
       {"nothing.mzML", 1, "nothing.mzML: cannot open"},
       {"empty.mzML", 1, "empty.mzML: holds no spectrum or chromatogram"},
       {"one.mzML --ms-level 2", 1, "none of its 1 spectrum elements matches the selection"},
+      {"lie.mzML -j 1", 1, "lie.mzML: spectrum 0: an array's encodedLength reaches past"},
+      {"lie.mzML -j 2", 1, "lie.mzML: spectrum 0: an array's encodedLength reaches past"},
       {"cut.mzML --no-such-option", 2, "--no-such-option"},
       {"junk.txt --settings bad.ini", 1, "PeakFilterWidth-0=wide is not a whole number"},
       {"junk.txt --labels missing.lbs", 1, "missing.lbs: cannot open"},
@@ -166,6 +174,15 @@ TEST_F(QxpeakRun, SkippedTracesAndFailedInputsStopNothingElse) {
       << r.err;
   EXPECT_EQ(ApexX(ReadFile(dir_ / "batch" / "run.peaks.tsv")).size(), 6u);
   EXPECT_EQ(ApexX(ReadFile(dir_ / "batch" / "again.peaks.tsv")).size(), 3u);
+  // A note names its input once, a text file as an mzML spectrum.
+  const FixtureSpectrum s = Spectrum();
+  std::string text = "501 1\n";
+  for (std::size_t i = 0; i < s.x.size(); ++i) {
+    text += std::to_string(s.x[i]) + " " + std::to_string(s.y[i]) + "\n";
+  }
+  Write("uns.txt", text);
+  r = Run("uns.txt -f tsv");
+  EXPECT_NE(r.err.find("qxpeak: uns.txt: x values were out of order"), std::string::npos) << r.err;
 }
 
 // Without options the automatic mode runs: every peak gets a centroid and an S/N; -o's

@@ -296,13 +296,13 @@ namespace {
 
 // One trace on its way through the pipeline.
 struct Item {
-  MzmlReader::Element element;  // the text a worker turns into `trace` (mzML with workers)
+  MzmlReader::Element element;  // the text a thread turns into `trace`
   bool returned = true;         // false: outside the selection, nothing to write
   Trace trace;
   TracePeaks found;
   std::vector<std::string> rows;  // OutputSet::Rows
-  std::exception_ptr failure;     // what a worker threw, rethrown by the writing thread
-  bool ready = false;             // done by a worker; guarded by the pool's mutex
+  std::exception_ptr failure;     // what the search threw, rethrown once the item's turn comes
+  bool ready = false;             // searched and formatted; guarded by the pipeline's mutex
 };
 
 // Everything an item needs after reading: the search (or why there is none) and its rows.
@@ -316,72 +316,116 @@ void Complete(Item& item, const DetectionConfig& config, const OutputSet& out) {
   item.rows = out.Rows(t, item.found);
 }
 
-// The workers of one input: items handed in by the reading thread, each turned from its
-// element into a trace (when it has one), searched and formatted, in any order.
-class SearchPool {
+// One mzML input searched by several threads, the calling thread among them, with no thread
+// of its own for reading: each thread cuts the next element out of the file (one at a time),
+// parses, decodes, searches and formats it, and then writes whatever is ready at the front,
+// in input order (one thread at a time). The element is still in the thread's cache when it
+// is decoded, and no thread waits for a reading thread to get a core. At most `window`
+// items are in flight.
+class Pipeline {
  public:
-  SearchPool(const DetectionConfig& config, const OutputSet& out, const MzmlReader* mzml,
-             unsigned workers)
-      : m_config(config), m_out(out), m_mzml(mzml) {
-    for (unsigned w = 0; w < workers; ++w) m_threads.emplace_back([this] { Work(); });
-  }
-  // Stops the workers once they finish the item in hand; items not started are left.
-  ~SearchPool() {
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_stop = true;
+  using Emit = std::function<bool(Item&)>;  // writes an item (if any); false stops the input
+
+  Pipeline(MzmlReader& reader, const DetectionConfig& config, const OutputSet& out,
+           const Emit& emit, std::size_t window)
+      : m_reader(reader), m_config(config), m_out(out), m_emit(emit), m_window(window) {}
+
+  // Runs the input to its end (or to the first failure) on `threads` threads. An exception
+  // thrown while an item was searched or written is rethrown here, once every thread stopped.
+  void Run(unsigned threads) {
+    std::vector<std::thread> helpers;
+    for (unsigned t = 1; t < threads; ++t) {
+      try {
+        helpers.emplace_back([this] { Work(); });
+      } catch (...) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        Stop(std::current_exception());
+        break;
+      }
     }
-    m_wake.notify_all();
-    for (std::thread& t : m_threads) t.join();
-  }
-  void Submit(Item* item) {
-    {
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_todo.push_back(item);
-    }
-    m_wake.notify_one();
-  }
-  void WaitFor(const Item& item) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_done.wait(lock, [&] { return item.ready; });
+    Work();
+    for (std::thread& t : helpers) t.join();
+    if (m_failure) std::rethrow_exception(m_failure);
   }
 
  private:
   void Work() {
     MzmlReader::Workspace workspace;
+    std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
+      m_room.wait(lock, [&] { return m_stop || m_readEnd || m_inflight.size() < m_window; });
+      if (m_stop || m_readEnd) return;
       Item* item = nullptr;
-      {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_wake.wait(lock, [&] { return m_stop || !m_todo.empty(); });
-        if (m_stop) return;
-        item = m_todo.front();
-        m_todo.pop_front();
-      }
       try {
-        if (m_mzml != nullptr) {
-          item->returned = m_mzml->Interpret(item->element, workspace, item->trace);
+        auto owned = std::make_unique<Item>();
+        if (!m_reader.NextElement(owned->element)) {
+          m_readEnd = true;  // the end, or a broken file: Error() says which
+          m_room.notify_all();
+          return;
         }
+        m_inflight.push_back(std::move(owned));
+        item = m_inflight.back().get();
+      } catch (...) {
+        Stop(std::current_exception());
+        return;
+      }
+      lock.unlock();
+      try {
+        item->returned = m_reader.Interpret(item->element, workspace, item->trace);
         if (item->returned) Complete(*item, m_config, m_out);
       } catch (...) {
         item->failure = std::current_exception();
       }
-      {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        item->ready = true;
-      }
-      m_done.notify_all();
+      lock.lock();
+      item->ready = true;
+      if (!m_writing) WriteReady(lock);
     }
   }
 
+  // Writes the items ready at the front, the lock let go meanwhile so that others go on
+  // reading; whatever becomes ready while this thread writes is written by it too.
+  void WriteReady(std::unique_lock<std::mutex>& lock) {
+    m_writing = true;
+    while (!m_stop && !m_inflight.empty() && m_inflight.front()->ready) {
+      const std::unique_ptr<Item> front = std::move(m_inflight.front());
+      m_inflight.pop_front();
+      m_room.notify_one();
+      lock.unlock();
+      std::exception_ptr failure = front->failure;
+      bool ok = false;
+      if (!failure) {
+        try {
+          ok = m_emit(*front);
+        } catch (...) {
+          failure = std::current_exception();
+        }
+      }
+      lock.lock();
+      if (failure) Stop(failure);
+      if (!ok) m_stop = true;
+    }
+    m_writing = false;
+    if (m_stop) m_room.notify_all();
+  }
+
+  void Stop(std::exception_ptr failure) {  // called with the lock held
+    if (!m_failure) m_failure = failure;
+    m_stop = true;
+    m_room.notify_all();
+  }
+
+  MzmlReader& m_reader;
   const DetectionConfig& m_config;
   const OutputSet& m_out;
-  const MzmlReader* m_mzml;
-  std::mutex m_mutex;
-  std::condition_variable m_wake, m_done;
-  std::deque<Item*> m_todo;
-  bool m_stop = false;
-  std::vector<std::thread> m_threads;
+  const Emit m_emit;
+  const std::size_t m_window;
+  std::mutex m_mutex;  // guards what follows, and the reader's NextElement
+  std::condition_variable m_room;
+  std::deque<std::unique_ptr<Item>> m_inflight;  // read, in input order, not yet written
+  bool m_writing = false;                        // a thread is writing the front
+  bool m_readEnd = false;                        // the reader has nothing more
+  bool m_stop = false;                           // a failure: nothing more is written
+  std::exception_ptr m_failure;
 };
 
 }  // namespace
@@ -405,10 +449,18 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
   const MzmlReader* mzml = reader.IsMzml() ? &reader.Mzml() : nullptr;
 
   bool failed = false;
-  // Writes one item: its messages, its rows; in input order, from this thread only.
+  // Writes one item: its messages, its rows; in input order, one item at a time. False when
+  // the file is damaged there or an output cannot be written (result.error says which).
   const auto emit = [&](Item& item) {
+    if (!item.element.broken.empty()) {
+      result.error = Printable(item.element.broken);
+      failed = true;
+      return false;
+    }
+    if (!item.returned) return true;
     const Trace& t = item.trace;
-    if (!t.note.empty()) message(name + ": " + Printable(t.note));
+    // A text file's note names the file already; an mzML note names the trace.
+    if (!t.note.empty()) message((mzml != nullptr ? name + ": " : "") + Printable(t.note));
     if (t.selected && !t.problem.empty()) {
       message(name + ": skipped " + Printable(t.problem));
     } else if (!item.found.skipped.empty()) {
@@ -419,42 +471,20 @@ InputResult RunInput(const Job& job, const BatchContext& context, unsigned worke
       result.peaks += item.found.peaks.size();
       result.skipped += item.found.skipped.empty() ? 0 : 1;
     }
-    if (!out.Add(t, item.found, item.rows, mzml, result.error)) failed = true;
+    failed = !out.Add(t, item.found, item.rows, mzml, result.error);
     if (t.selected && traceDone) traceDone();
+    return !failed;
   };
 
   if (workers <= 1 || mzml == nullptr) {
     // One thread, or a text file (one trace): read, search and write in turn.
-    for (Item item; !failed && reader.Next(item.trace); item = Item()) {
+    for (Item item; reader.Next(item.trace); item = Item()) {
       Complete(item, context.config, out);
-      emit(item);
+      if (!emit(item)) break;
     }
   } else {
-    // This thread only cuts elements out of the file and writes what comes back, in order;
-    // the workers do the rest. At most `window` traces are in flight. The items outlive the
-    // pool, whose workers may still hold one when an exception leaves this block.
     const std::size_t window = 2 * static_cast<std::size_t>(workers) + 2;
-    std::deque<std::unique_ptr<Item>> inflight;
-    SearchPool pool(context.config, out, mzml, workers);
-    bool readEnd = false;
-    while (!failed) {
-      while (!readEnd && inflight.size() < window) {
-        auto item = std::make_unique<Item>();
-        if (!reader.Mzml().NextElement(item->element)) {
-          readEnd = true;
-          break;
-        }
-        pool.Submit(item.get());
-        inflight.push_back(std::move(item));
-      }
-      if (inflight.empty()) break;
-      Item& front = *inflight.front();
-      pool.WaitFor(front);
-      if (front.failure) std::rethrow_exception(front.failure);
-      if (front.returned) emit(front);
-      inflight.pop_front();
-    }
-    for (const auto& item : inflight) pool.WaitFor(*item);  // before the items go
+    Pipeline(reader.Mzml(), context.config, out, emit, window).Run(workers);
   }
   if (failed) return result;
   if (!reader.Error().empty()) {

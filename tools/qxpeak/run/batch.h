@@ -1,8 +1,8 @@
-// Searching inputs in bulk. Each input is streamed: the reading thread only cuts the mzML
-// elements out of the file; worker threads parse and decode them, search the traces and
-// format their rows; the reading thread writes the rows in input order as they come back.
+// Searching inputs in bulk. Each input is streamed: with -j N, N threads (the calling one
+// among them) each cut the next mzML element out of the file in turn, parse and decode it,
+// search the trace and format its rows, and write the rows that are ready in input order.
 // At most a few traces are in flight, so memory is bounded by a few spectra, not the file.
-// Several inputs share the workers out one input each. One line per input (and one per
+// Several inputs share the threads out one input each. One line per input (and one per
 // skipped trace) goes to standard error; a terminal also gets a progress line.
 //
 //   BatchContext context;  context.config = config;
@@ -129,9 +129,10 @@ struct InputResult {
   std::size_t traces = 0, peaks = 0, skipped = 0;
 };
 
-// Reads, searches and writes one input with `workers` detection threads (1: all in the
-// calling thread). `message` gets each line for standard error (notes and skipped traces),
-// `traceDone` is called after each trace is written. Both are called from the calling thread.
+// Reads, searches and writes one input with `workers` threads (1: all in the calling thread).
+// `message` gets each line for standard error (notes and skipped traces), `traceDone` is
+// called after each trace is written; both in input order, one call at a time, from
+// whichever of the threads writes.
 InputResult RunInput(const Job& job, const BatchContext& context, unsigned workers,
                      const std::function<void(const std::string&)>& message,
                      const std::function<void()>& traceDone = {});
