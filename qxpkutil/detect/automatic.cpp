@@ -438,9 +438,14 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
         sums[i - lo] = running;
       }
       const double bar = model.LevelBounds(b, 1.0).first * width;
-      for (std::int32_t i = from; i < to; ++i) {
+      // Most sums lie below the bar: a loop of their own passes over them with its index in
+      // a register (the loop below, which calls push_back, keeps its index in memory).
+      const auto nextAbove = [&](std::int32_t i) {
+        while (i < to && !(sums[i - lo] > bar)) ++i;
+        return i;
+      };
+      for (std::int32_t i = nextAbove(from); i < to; i = nextAbove(i + 1)) {
         const double here = sums[i - lo];
-        if (!(here > bar)) continue;
         if ((i > lo && sums[i - lo - 1] >= here) || (i + 1 < hi && sums[i + 1 - lo] > here))
           continue;
         std::int32_t top = i;

@@ -15,9 +15,18 @@ constexpr std::int32_t kFullSamples = 128;
 // Robust sigma from the median absolute deviation of a normal distribution.
 constexpr double kMadToSigma = 1.4826;
 
+// Puts a and b in ascending order, with no branch on which is smaller.
+void Order(double& a, double& b) {
+  const double lower = std::min(a, b);
+  b = std::max(a, b);
+  a = lower;
+}
+
 // The k-th smallest of the finite values v (reordered), as std::nth_element finds it. On
-// noise every comparison is a coin flip, so the partition moves each element without a
-// branch: the block levels take thousands of these medians per trace.
+// noise every comparison is a coin flip, so nothing here branches on the values: the
+// partition moves each element without a branch, the pivot's median of three and the sort
+// of the last few values order pairs by minima and maxima. The block levels take thousands
+// of these medians per trace.
 double SelectNth(std::span<double> v, std::size_t k) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
@@ -36,9 +45,7 @@ double SelectNth(std::span<double> v, std::size_t k) {
   while (hi - lo > 8) {
     // The median of three goes last, and after one pass to its place in the order.
     std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
-    if (a[mid] < a[lo]) std::swap(a[mid], a[lo]);
-    if (a[last] < a[lo]) std::swap(a[last], a[lo]);
-    if (a[mid] < a[last]) std::swap(a[mid], a[last]);
+    Order(a[lo], a[mid]), Order(a[lo], a[last]), Order(a[last], a[mid]);
     const double pivot = a[last];
     const std::size_t place = partition(lo, last, [pivot](double e) { return e < pivot; });
     std::swap(a[place], a[last]);
@@ -57,7 +64,10 @@ double SelectNth(std::span<double> v, std::size_t k) {
       lo = equal;
     }
   }
-  std::sort(a + lo, a + hi);
+  // Sorted by insertion with a fixed pattern of pairs (a sorting network of 28 pairs at most).
+  for (std::size_t i = lo + 1; i < hi; ++i) {
+    for (std::size_t j = i; j > lo; --j) Order(a[j - 1], a[j]);
+  }
   return a[k];
 }
 
@@ -98,13 +108,6 @@ double MedianAbsDeviation(const std::vector<double>& v, double centre,
   scratch.clear();
   for (double value : v) scratch.push_back(std::fabs(value - centre));
   return Median(scratch);
-}
-
-// Puts a and b in ascending order, with no branch on which is smaller.
-void Order(double& a, double& b) {
-  const double lower = std::min(a, b);
-  b = std::max(a, b);
-  a = lower;
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
