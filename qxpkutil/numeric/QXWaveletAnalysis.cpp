@@ -241,7 +241,7 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
 // The transform and sort arrays of a noise estimate. Each thread keeps its pair between
 // calls while an array holds at most 2^21 values (16 MiB): blocks this large otherwise come
 // fresh from the system on every call, and the kernel's clearing of their pages took about
-// 1.8 ms of the million-point estimate. Larger pairs are freed on return.
+// 1.4 ms of the million-point estimate. Larger pairs are freed on return.
 struct NoiseArrays {
   Scratch buf;
   Scratch scratch;
