@@ -23,6 +23,10 @@
 #include "qxpkutil/peaks/scan_internal.h"
 #include "qxpkutil/platform/QXTypes.h"
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#endif
+
 namespace qxpkutil {
 namespace {
 
@@ -74,6 +78,74 @@ bool CoverRange(MeanBlock& block, const YValue* y, std::int64_t lo, std::int64_t
   block.hi = newHi;
   block.means = std::move(means);
   return true;
+}
+
+// Sets bit k % 64 of `le` when means[k] <= means[k - 1] and of `gt` when means[k] >
+// means[k - 1]; a NaN on either side sets neither, as in the scan's comparisons.
+void MarkStep(const double* means, std::int64_t k, std::uint64_t& le, std::uint64_t& gt) {
+  le |= static_cast<std::uint64_t>(means[k] <= means[k - 1]) << (k & 63);
+  gt |= static_cast<std::uint64_t>(means[k] > means[k - 1]) << (k & 63);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// MarkStep for the 64 steps k..k+63, four at a time.
+[[gnu::target("avx")]] void MarkWord(const double* means, std::int64_t k, std::uint64_t& le,
+                                     std::uint64_t& gt) {
+#pragma GCC unroll 16
+  for (int j = 0; j < 64; j += 4) {
+    const __m256d m = _mm256_loadu_pd(means + k + j);
+    const __m256d before = _mm256_loadu_pd(means + k + j - 1);
+    le |= static_cast<std::uint64_t>(_mm256_movemask_pd(_mm256_cmp_pd(m, before, _CMP_LE_OQ)))
+          << j;
+    gt |= static_cast<std::uint64_t>(_mm256_movemask_pd(_mm256_cmp_pd(m, before, _CMP_GT_OQ)))
+          << j;
+  }
+}
+#endif
+
+// The directions of the steps between neighbouring means, 64 to a word (MarkStep) for
+// k = from..to-1; from is a multiple of 64, and bit 0, which has no step, stays clear.
+// The walks of a scan with step 1 find where a run of rising or falling means ends by
+// counting zeros instead of testing step by step, which on noise mispredicts about once
+// a run.
+void MarkSteps(const double* means, std::int64_t from, std::int64_t to, std::uint64_t* le,
+               std::uint64_t* gt) {
+#if defined(__x86_64__) && defined(__GNUC__)
+  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+#endif
+  for (std::int64_t k = from; k < to;) {
+    const std::int64_t word = k / 64;
+    const std::int64_t end = std::min(k + 64, to);
+    std::uint64_t l = 0;
+    std::uint64_t g = 0;
+#if defined(__x86_64__) && defined(__GNUC__)
+    if (hasAvx && k > 0 && end == k + 64) {
+      MarkWord(means, k, l, g);
+      k = end;
+    }
+#endif
+    for (k = std::max<std::int64_t>(k, 1); k < end; ++k) MarkStep(means, k, l, g);
+    le[word] = l;
+    gt[word] = g;
+  }
+}
+
+// The first k in from..to (offsets into a bit array) whose bit is set, or to + 1.
+std::int64_t NextSet(const std::uint64_t* bits, std::int64_t from, std::int64_t to) {
+  for (std::int64_t k = from; k <= to; k = (k | 63) + 1) {
+    const std::uint64_t word = bits[k >> 6] >> (k & 63);
+    if (word != 0) return std::min(k + std::countr_zero(word), to + 1);
+  }
+  return to + 1;
+}
+
+// The last k in from..to whose bit is set, or from - 1.
+std::int64_t PrevSet(const std::uint64_t* bits, std::int64_t from, std::int64_t to) {
+  for (std::int64_t k = to; k >= from; k = (k & ~std::int64_t{63}) - 1) {
+    const std::uint64_t word = bits[k >> 6] << (63 - (k & 63));
+    if (word != 0) return std::max(k - std::countl_zero(word), from - 1);
+  }
+  return from - 1;
 }
 
 // What a scan met over first..last before its minimum-area test, kept for a replay.
@@ -214,11 +286,16 @@ class MovingMeanScan {
   void Continue(std::int64_t first, std::int64_t last, std::int64_t pause, Cursor& cursor,
                 Worth&& worth, Accept&& accept);
 
-  // Takes the means of starts lo..hi-1 from means[0..hi-lo-1]; others are computed.
-  void UseMeans(const double* means, std::int64_t lo, std::int64_t hi) {
+  // Takes the means of starts lo..hi-1 from means[0..hi-lo-1]; others are computed. With
+  // `le` and `gt`, the bits of MarkSteps over means[0..hi-lo-1], a scan with step 1 walks
+  // by them.
+  void UseMeans(const double* means, std::int64_t lo, std::int64_t hi,
+                const std::uint64_t* le = nullptr, const std::uint64_t* gt = nullptr) {
     m_means = means;
     m_meansLo = lo;
     m_meansHi = hi;
+    m_le = m_s.filterInc == 1 ? le : nullptr;
+    m_gt = m_s.filterInc == 1 ? gt : nullptr;
   }
 
  private:
@@ -253,6 +330,9 @@ class MovingMeanScan {
   const double* m_means = nullptr;
   std::int64_t m_meansLo = 0;
   std::int64_t m_meansHi = 0;
+  // Their step bits (MarkSteps), offsets from m_meansLo, when the scan walks by them.
+  const std::uint64_t* m_le = nullptr;
+  const std::uint64_t* m_gt = nullptr;
   MeanBlock m_localMeans;
 };
 
@@ -284,21 +364,24 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
   double prev = start + w <= limit ? WindowMean(start) : 0.0;
 
   if (t <= 0.0) {
-    // Walk until the window mean rises again.
-    std::int64_t base = start;
-    std::int64_t stopIndex = -1;
-    for (std::int64_t i = start + inc; i <= limit - w; i += inc) {
-      const double m = WindowMean(i);
-      mean = m;
-      if (m > prev) {
-        stopIndex = i;
-        base = i - inc;
-        break;
+    // Walk until the window mean rises again: i stops at the first rise, or one step past
+    // the end.
+    std::int64_t i = start + inc;
+    const std::int64_t marked = std::min(limit - w, m_meansHi - 1);
+    if (m_gt != nullptr && i > m_meansLo && i <= marked) {
+      const std::int64_t rise = NextSet(m_gt, i - m_meansLo, marked - m_meansLo) + m_meansLo;
+      if (rise > i) {
+        prev = m_means[rise - 1 - m_meansLo];
+        i = rise;
       }
-      prev = m;
-      base = i;
     }
-    if (stopIndex < 0) stopIndex = base + inc;
+    for (; i <= limit - w; i += inc) {
+      const double m = WindowMean(i);
+      if (m > prev) break;
+      prev = m;
+    }
+    const std::int64_t stopIndex = i;
+    std::int64_t base = i - inc;
     if (dir == Direction::kRightward && (stopIndex < apex || base < apex)) base = apex;
     mean = prev;
     return LowestPoint(base, std::min(base + w, limit), dir);
@@ -386,7 +469,11 @@ void MovingMeanScan<XValue, YValue>::Continue(std::int64_t first, std::int64_t l
         }
       }
       // The valley is the last step before the stop whose mean did not rise.
-      for (std::int64_t k = i - inc; k >= entry; k -= inc) {
+      std::int64_t k = i - inc;
+      if (m_le != nullptr && k > entry) {
+        k = PrevSet(m_le, entry + 1 - m_meansLo, k - m_meansLo) + m_meansLo;
+      }
+      for (; k >= entry; k -= inc) {
         if (means[k] <= before(k)) {
           valley = k;
           break;
@@ -398,7 +485,19 @@ void MovingMeanScan<XValue, YValue>::Continue(std::int64_t first, std::int64_t l
         riseStart = i;
         // While the mean keeps rising, the rise start follows the latest window above the
         // threshold; the first step that does not rise goes on below.
-        for (i += inc; i <= fastStop; i += inc) {
+        i += inc;
+        if (m_le != nullptr && i <= fastStop) {
+          const std::int64_t fall = NextSet(m_le, i - m_meansLo, fastStop - m_meansLo) + m_meansLo;
+          for (std::int64_t k = fall - 1; k >= i; --k) {
+            if (threshold <= Y(k + width / 2) || threshold <= means[k]) {
+              riseStart = k;
+              break;
+            }
+          }
+          prevMean = means[fall - 1];
+          i = fall;
+        }
+        for (; i <= fastStop; i += inc) {
           const double m = means[i];
           if (m <= prevMean) break;
           if (threshold <= Y(i + width / 2) || threshold <= m) riseStart = i;
@@ -551,8 +650,13 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
   constexpr std::int64_t kBlock = 4096;      // means computed at a time
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
   constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
+  static_assert(kBlock % 64 == 0 && kKept % 64 == 0, "the step bits move a word at a time");
   const std::unique_ptr<double[]> buffer(new (std::nothrow) double[kCapacity]);
-  if (!buffer) return false;
+  // The step bits of the buffer's means (MarkSteps): le, then gt.
+  const std::unique_ptr<std::uint64_t[]> bits(new (std::nothrow) std::uint64_t[kCapacity / 32]);
+  if (!buffer || !bits) return false;
+  std::uint64_t* const le = bits.get();
+  std::uint64_t* const gt = bits.get() + kCapacity / 64;
   const std::int64_t end = last - width + 1;  // the means read start at first .. end - 1
   std::int64_t lo = first;                    // buffer[k] is the mean starting at lo + k
   std::int64_t hi = first;
@@ -562,15 +666,19 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
     if (hi < end) {
       if (hi - lo + kBlock > kCapacity) {
         std::copy(buffer.get() + (hi - lo - kKept), buffer.get() + (hi - lo), buffer.get());
+        for (std::uint64_t* words : {le, gt}) {
+          std::copy(words + (hi - lo - kKept) / 64, words + (hi - lo) / 64, words);
+        }
         lo = hi - kKept;
       }
       const std::int64_t to = std::min(hi + kBlock, end);
       ComputeMeans(y, kind, width, hi, to, buffer.get() + (hi - lo));
+      MarkSteps(buffer.get(), hi - lo, to - lo, le, gt);
       hi = to;
     }
     const std::int64_t pause = hi < end ? hi - kLead : last + 1;
-    a.UseMeans(buffer.get(), lo, hi);
-    b.UseMeans(buffer.get(), lo, hi);
+    a.UseMeans(buffer.get(), lo, hi, le, gt);
+    b.UseMeans(buffer.get(), lo, hi, le, gt);
     a.Continue(first, last, pause, cursorA, worthA, acceptA);
     b.Continue(first, last, pause, cursorB, kAlwaysWorth, acceptB);
   }
