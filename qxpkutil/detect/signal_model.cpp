@@ -22,12 +22,20 @@ void Order(double& a, double& b) {
   a = lower;
 }
 
+// Two values that probably bracket the answer of a selection, from a neighbouring block's
+// answer (NaN: no guess). They only save work: the answer does not depend on them.
+struct Guess {
+  double low = std::nan("");
+  double high = std::nan("");
+};
+
 // The k-th smallest of the finite values v (reordered), as std::nth_element finds it. On
 // noise every comparison is a coin flip, so nothing here branches on the values: the
 // partition moves each element without a branch, the pivot's median of three and the sort
 // of the last few values order pairs by minima and maxima. The block levels take thousands
-// of these medians per trace.
-double SelectNth(std::span<double> v, std::size_t k) {
+// of these medians per trace, each close to its neighbour's: with a guess, the values are
+// first split at its two ends, and a good guess leaves a few values to select among.
+double SelectNth(std::span<double> v, std::size_t k, Guess guess = {}) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
   // Moves the elements of [from, to) for which goesLeft holds to its front; returns where
@@ -42,6 +50,16 @@ double SelectNth(std::span<double> v, std::size_t k) {
     }
     return store;
   };
+  if (guess.low <= guess.high && hi - lo > 8) {
+    // Below the guess, inside it, above it: the answer's part is kept (a wrong guess costs
+    // a pass).
+    const std::size_t below = partition(lo, hi, [&](double e) { return e < guess.low; });
+    (k < below ? hi : lo) = below;
+    if (k >= below) {
+      const std::size_t inside = partition(lo, hi, [&](double e) { return e <= guess.high; });
+      (k < inside ? hi : lo) = inside;
+    }
+  }
   while (hi - lo > 8) {
     // The median of three goes last, and after one pass to its place in the order.
     std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
@@ -71,8 +89,8 @@ double SelectNth(std::span<double> v, std::size_t k) {
   return a[k];
 }
 
-double Median(std::vector<double>& v) {
-  return v.empty() ? std::nan("") : SelectNth(v, v.size() / 2);
+double Median(std::vector<double>& v, Guess guess = {}) {
+  return v.empty() ? std::nan("") : SelectNth(v, v.size() / 2, guess);
 }
 
 // The median of the entries that were measured (blocks too sparse to measure hold NaN).
@@ -104,10 +122,10 @@ double TypicalStep(std::vector<double>& steps) {
 }
 
 double MedianAbsDeviation(const std::vector<double>& v, double centre,
-                          std::vector<double>& scratch) {
+                          std::vector<double>& scratch, Guess guess = {}) {
   scratch.clear();
   for (double value : v) scratch.push_back(std::fabs(value - centre));
-  return Median(scratch);
+  return Median(scratch, guess);
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
@@ -358,6 +376,12 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature;
+  // The last block's medians (of the values, their distances from it, the curvature): the
+  // next block's lie close, and the selections start from a bracket around them.
+  double lastCentre = std::nan(""), lastDistance = std::nan(""), lastCurvature = std::nan("");
+  auto around = [](double guess, double halfWidth) {
+    return Guess{guess - halfWidth, guess + halfWidth};
+  };
   auto strideOf = [samples](std::int32_t lo, std::int32_t hi) {
     return std::max<std::int32_t>(1, (hi - lo) / samples);
   };
@@ -377,8 +401,9 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       count += clear ? 1 : 0;
     }
     curvature.resize(count);
-    return curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
-                                 : spreads[static_cast<std::size_t>(b)];
+    if (curvature.size() < 8) return spreads[static_cast<std::size_t>(b)];
+    lastCurvature = Median(curvature, around(lastCurvature, 0.25 * lastCurvature));
+    return kMadToSigma * lastCurvature / std::sqrt(6.0);
   };
   // The baseline, ceiling and spread of block b (thresholded data: its noise too).
   auto blockLevels = [&](std::int32_t b) {
@@ -403,14 +428,24 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     // its noise (second differences ignore a slope of the baseline).
     kept = values;
     const std::size_t half = kept.size() / 2;
-    double centre = SelectNth(kept, half);
-    const double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
+    double centre = SelectNth(kept, half, around(lastCentre, 0.4 * lastDistance));
+    lastCentre = centre;
+    lastDistance =
+        MedianAbsDeviation(values, centre, scratch, around(lastDistance, 0.25 * lastDistance));
+    const double spread = kMadToSigma * lastDistance;
     if (spread > 0.0) {
       // Only values above the median leave, so the median of the rest is an order
-      // statistic of the lower half, which the selection left in front.
+      // statistic of the lower half, which the selection left in front: half - rest / 2
+      // ranks under the median, where noise values lie about 2.5 spreads / n apart (the
+      // bracket reaches three ranks further).
       const auto rest = static_cast<std::size_t>(std::count_if(
           values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
-      if (rest / 2 < half) centre = SelectNth(std::span<double>(kept).first(half), rest / 2);
+      if (rest / 2 < half) {
+        const auto below = static_cast<double>(half - rest / 2 + 3);
+        const double step = 2.5 * spread / static_cast<double>(values.size());
+        centre = SelectNth(std::span<double>(kept).first(half), rest / 2,
+                           Guess{centre - below * step, centre});
+      }
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
