@@ -1,7 +1,14 @@
 #include "qxpkutil/detect/signal_model.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define QXPKUTIL_AVX2_PARTITION 1
+#endif
 
 namespace qxpkutil {
 
@@ -22,6 +29,90 @@ void Order(double& a, double& b) {
   a = lower;
 }
 
+// Moves the values of a[0, n) below the bound (or equal to it, with kOrEqual) to the front,
+// without a branch on them; returns how many there are.
+template <bool kOrEqual>
+std::size_t PartitionScalar(double* a, std::size_t n, double bound) {
+  std::size_t store = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double e = a[i];
+    a[i] = a[store];
+    a[store] = e;
+    store += (kOrEqual ? e <= bound : e < bound) ? 1 : 0;
+  }
+  return store;
+}
+
+#ifdef QXPKUTIL_AVX2_PARTITION
+// Up to this many values are partitioned four at a time, the rest kept on the stack meanwhile.
+constexpr std::size_t kVectorValues = 256;
+
+// For each mask of four comparisons, the 32-bit lanes that bring the chosen doubles first.
+constexpr auto kCompress = [] {
+  std::array<std::array<std::int32_t, 8>, 16> lanes{};
+  for (int mask = 0; mask < 16; ++mask) {
+    int to = 0;
+    for (int from = 0; from < 4; ++from) {
+      if ((mask >> from & 1) == 0) continue;
+      lanes[mask][2 * to] = 2 * from;
+      lanes[mask][2 * to + 1] = 2 * from + 1;
+      ++to;
+    }
+  }
+  return lanes;
+}();
+
+// As PartitionScalar (the same two parts, in another order), four values at a time: each
+// group's values below the bound are packed to the front store, the others to a buffer that
+// follows them at the end. n <= kVectorValues.
+template <bool kOrEqual>
+__attribute__((target("avx2,popcnt"))) std::size_t PartitionAvx2(double* a, std::size_t n,
+                                                                  double bound) {
+  double rest[kVectorValues];
+  std::size_t left = 0, right = 0, i = 0;
+  const __m256d limit = _mm256_set1_pd(bound);
+  for (; i + 4 <= n; i += 4) {
+    const __m256d v = _mm256_loadu_pd(a + i);
+    const auto mask = static_cast<unsigned>(
+        _mm256_movemask_pd(_mm256_cmp_pd(v, limit, kOrEqual ? _CMP_LE_OQ : _CMP_LT_OQ)));
+    const __m256 bits = _mm256_castpd_ps(v);
+    const auto* chosen = reinterpret_cast<const __m256i*>(kCompress[mask].data());
+    const auto* others = reinterpret_cast<const __m256i*>(kCompress[15 - mask].data());
+    // The front store never passes the group just read.
+    _mm256_storeu_pd(a + left, _mm256_castps_pd(_mm256_permutevar8x32_ps(
+                                   bits, _mm256_loadu_si256(chosen))));
+    _mm256_storeu_pd(rest + right, _mm256_castps_pd(_mm256_permutevar8x32_ps(
+                                       bits, _mm256_loadu_si256(others))));
+    const auto count = static_cast<std::size_t>(_mm_popcnt_u32(mask));
+    left += count;
+    right += 4 - count;
+  }
+  for (; i < n; ++i) {
+    const double e = a[i];
+    const bool goesLeft = kOrEqual ? e <= bound : e < bound;
+    a[left] = e;
+    rest[right] = e;
+    left += goesLeft ? 1 : 0;
+    right += goesLeft ? 0 : 1;
+  }
+  std::memcpy(a + left, rest, right * sizeof(double));
+  return left;
+}
+#endif
+
+// Moves the values of a[from, to) below the bound (or equal, with kOrEqual) to its front;
+// returns where the rest begin. Four at a time where the processor can.
+template <bool kOrEqual>
+std::size_t Partition(double* a, std::size_t from, std::size_t to, double bound) {
+#ifdef QXPKUTIL_AVX2_PARTITION
+  static const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+  if (avx2 && to - from <= kVectorValues) {
+    return from + PartitionAvx2<kOrEqual>(a + from, to - from, bound);
+  }
+#endif
+  return from + PartitionScalar<kOrEqual>(a + from, to - from, bound);
+}
+
 // Two values that probably bracket the answer of a selection, from a neighbouring block's
 // answer (NaN: no guess). They only save work: the answer does not depend on them.
 struct Guess {
@@ -38,25 +129,13 @@ struct Guess {
 double SelectNth(std::span<double> v, std::size_t k, Guess guess = {}) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
-  // Moves the elements of [from, to) for which goesLeft holds to its front; returns where
-  // the rest begin.
-  auto partition = [a](std::size_t from, std::size_t to, auto goesLeft) {
-    std::size_t store = from;
-    for (std::size_t i = from; i < to; ++i) {
-      const double e = a[i];
-      a[i] = a[store];
-      a[store] = e;
-      store += goesLeft(e) ? 1 : 0;
-    }
-    return store;
-  };
   if (guess.low <= guess.high && hi - lo > 8) {
     // Below the guess, inside it, above it: the answer's part is kept (a wrong guess costs
     // a pass).
-    const std::size_t below = partition(lo, hi, [&](double e) { return e < guess.low; });
+    const std::size_t below = Partition<false>(a, lo, hi, guess.low);
     (k < below ? hi : lo) = below;
     if (k >= below) {
-      const std::size_t inside = partition(lo, hi, [&](double e) { return e <= guess.high; });
+      const std::size_t inside = Partition<true>(a, lo, hi, guess.high);
       (k < inside ? hi : lo) = inside;
     }
   }
@@ -65,7 +144,7 @@ double SelectNth(std::span<double> v, std::size_t k, Guess guess = {}) {
     std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
     Order(a[lo], a[mid]), Order(a[lo], a[last]), Order(a[last], a[mid]);
     const double pivot = a[last];
-    const std::size_t place = partition(lo, last, [pivot](double e) { return e < pivot; });
+    const std::size_t place = Partition<false>(a, lo, last, pivot);
     std::swap(a[place], a[last]);
     if (k == place) return pivot;
     if (k < place) {
@@ -77,7 +156,7 @@ double SelectNth(std::span<double> v, std::size_t k, Guess guess = {}) {
     const bool lopsided = (place - lo) * 8 < hi - lo;
     lo = place + 1;
     if (lopsided) {
-      const std::size_t equal = partition(lo, hi, [pivot](double e) { return e <= pivot; });
+      const std::size_t equal = Partition<true>(a, lo, hi, pivot);
       if (k < equal) return pivot;
       lo = equal;
     }
