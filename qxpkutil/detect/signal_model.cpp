@@ -44,8 +44,9 @@ std::size_t PartitionScalar(double* a, std::size_t n, double bound) {
 }
 
 #ifdef QXPKUTIL_AVX2_PARTITION
-// Up to this many values are partitioned four at a time, the rest kept on the stack meanwhile.
-constexpr std::size_t kVectorValues = 256;
+// Parts of this many values are partitioned four at a time, the values that go right kept on
+// the stack meanwhile; on shorter parts the groups' tail and the copy cost more than they save.
+constexpr std::size_t kVectorFewest = 32, kVectorValues = 256;
 
 // For each mask of four comparisons, the 32-bit lanes that bring the chosen doubles first.
 constexpr auto kCompress = [] {
@@ -106,7 +107,7 @@ template <bool kOrEqual>
 std::size_t Partition(double* a, std::size_t from, std::size_t to, double bound) {
 #ifdef QXPKUTIL_AVX2_PARTITION
   static const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
-  if (avx2 && to - from <= kVectorValues) {
+  if (avx2 && to - from >= kVectorFewest && to - from <= kVectorValues) {
     return from + PartitionAvx2<kOrEqual>(a + from, to - from, bound);
   }
 #endif
