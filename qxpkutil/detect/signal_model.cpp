@@ -1,7 +1,14 @@
 #include "qxpkutil/detect/signal_model.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define QXPKUTIL_AVX2_PARTITION 1
+#endif
 
 namespace qxpkutil {
 
@@ -22,32 +29,123 @@ void Order(double& a, double& b) {
   a = lower;
 }
 
+// Moves the values of a[0, n) below the bound (or equal to it, with kOrEqual) to the front,
+// without a branch on them; returns how many there are.
+template <bool kOrEqual>
+std::size_t PartitionScalar(double* a, std::size_t n, double bound) {
+  std::size_t store = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double e = a[i];
+    a[i] = a[store];
+    a[store] = e;
+    store += (kOrEqual ? e <= bound : e < bound) ? 1 : 0;
+  }
+  return store;
+}
+
+#ifdef QXPKUTIL_AVX2_PARTITION
+// Parts of this many values are partitioned four at a time, the values that go right kept on
+// the stack meanwhile; on shorter parts the groups' tail and the copy cost more than they save.
+constexpr std::size_t kVectorFewest = 32, kVectorValues = 256;
+
+// For each mask of four comparisons, the 32-bit lanes that bring the chosen doubles first.
+constexpr auto kCompress = [] {
+  std::array<std::array<std::int32_t, 8>, 16> lanes{};
+  for (int mask = 0; mask < 16; ++mask) {
+    int to = 0;
+    for (int from = 0; from < 4; ++from) {
+      if ((mask >> from & 1) == 0) continue;
+      lanes[mask][2 * to] = 2 * from;
+      lanes[mask][2 * to + 1] = 2 * from + 1;
+      ++to;
+    }
+  }
+  return lanes;
+}();
+
+// As PartitionScalar (the same two parts, in another order), four values at a time: each
+// group's values below the bound are packed to the front store, the others to a buffer that
+// follows them at the end. n <= kVectorValues.
+template <bool kOrEqual>
+__attribute__((target("avx2,popcnt"))) std::size_t PartitionAvx2(double* a, std::size_t n,
+                                                                  double bound) {
+  double rest[kVectorValues];
+  std::size_t left = 0, right = 0, i = 0;
+  const __m256d limit = _mm256_set1_pd(bound);
+  for (; i + 4 <= n; i += 4) {
+    const __m256d v = _mm256_loadu_pd(a + i);
+    const auto mask = static_cast<unsigned>(
+        _mm256_movemask_pd(_mm256_cmp_pd(v, limit, kOrEqual ? _CMP_LE_OQ : _CMP_LT_OQ)));
+    const __m256 bits = _mm256_castpd_ps(v);
+    const auto* chosen = reinterpret_cast<const __m256i*>(kCompress[mask].data());
+    const auto* others = reinterpret_cast<const __m256i*>(kCompress[15 - mask].data());
+    // The front store never passes the group just read.
+    _mm256_storeu_pd(a + left, _mm256_castps_pd(_mm256_permutevar8x32_ps(
+                                   bits, _mm256_loadu_si256(chosen))));
+    _mm256_storeu_pd(rest + right, _mm256_castps_pd(_mm256_permutevar8x32_ps(
+                                       bits, _mm256_loadu_si256(others))));
+    const auto count = static_cast<std::size_t>(_mm_popcnt_u32(mask));
+    left += count;
+    right += 4 - count;
+  }
+  for (; i < n; ++i) {
+    const double e = a[i];
+    const bool goesLeft = kOrEqual ? e <= bound : e < bound;
+    a[left] = e;
+    rest[right] = e;
+    left += goesLeft ? 1 : 0;
+    right += goesLeft ? 0 : 1;
+  }
+  std::memcpy(a + left, rest, right * sizeof(double));
+  return left;
+}
+#endif
+
+// Moves the values of a[from, to) below the bound (or equal, with kOrEqual) to its front;
+// returns where the rest begin. Four at a time where the processor can.
+template <bool kOrEqual>
+std::size_t Partition(double* a, std::size_t from, std::size_t to, double bound) {
+#ifdef QXPKUTIL_AVX2_PARTITION
+  static const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+  if (avx2 && to - from >= kVectorFewest && to - from <= kVectorValues) {
+    return from + PartitionAvx2<kOrEqual>(a + from, to - from, bound);
+  }
+#endif
+  return from + PartitionScalar<kOrEqual>(a + from, to - from, bound);
+}
+
+// Two values that probably bracket the answer of a selection, from a neighbouring block's
+// answer (NaN: no guess). They only save work: the answer does not depend on them.
+struct Guess {
+  double low = std::nan("");
+  double high = std::nan("");
+};
+
 // The k-th smallest of the finite values v (reordered), as std::nth_element finds it. On
 // noise every comparison is a coin flip, so nothing here branches on the values: the
 // partition moves each element without a branch, the pivot's median of three and the sort
 // of the last few values order pairs by minima and maxima. The block levels take thousands
-// of these medians per trace.
-double SelectNth(std::span<double> v, std::size_t k) {
+// of these medians per trace, each close to its neighbour's: with a guess, the values are
+// first split at its two ends, and a good guess leaves a few values to select among.
+double SelectNth(std::span<double> v, std::size_t k, Guess guess = {}) {
   double* a = v.data();
   std::size_t lo = 0, hi = v.size();
-  // Moves the elements of [from, to) for which goesLeft holds to its front; returns where
-  // the rest begin.
-  auto partition = [a](std::size_t from, std::size_t to, auto goesLeft) {
-    std::size_t store = from;
-    for (std::size_t i = from; i < to; ++i) {
-      const double e = a[i];
-      a[i] = a[store];
-      a[store] = e;
-      store += goesLeft(e) ? 1 : 0;
+  if (guess.low <= guess.high && hi - lo > 8) {
+    // Below the guess, inside it, above it: the answer's part is kept (a wrong guess costs
+    // a pass).
+    const std::size_t below = Partition<false>(a, lo, hi, guess.low);
+    (k < below ? hi : lo) = below;
+    if (k >= below) {
+      const std::size_t inside = Partition<true>(a, lo, hi, guess.high);
+      (k < inside ? hi : lo) = inside;
     }
-    return store;
-  };
+  }
   while (hi - lo > 8) {
     // The median of three goes last, and after one pass to its place in the order.
     std::size_t mid = lo + (hi - lo) / 2, last = hi - 1;
     Order(a[lo], a[mid]), Order(a[lo], a[last]), Order(a[last], a[mid]);
     const double pivot = a[last];
-    const std::size_t place = partition(lo, last, [pivot](double e) { return e < pivot; });
+    const std::size_t place = Partition<false>(a, lo, last, pivot);
     std::swap(a[place], a[last]);
     if (k == place) return pivot;
     if (k < place) {
@@ -59,7 +157,7 @@ double SelectNth(std::span<double> v, std::size_t k) {
     const bool lopsided = (place - lo) * 8 < hi - lo;
     lo = place + 1;
     if (lopsided) {
-      const std::size_t equal = partition(lo, hi, [pivot](double e) { return e <= pivot; });
+      const std::size_t equal = Partition<true>(a, lo, hi, pivot);
       if (k < equal) return pivot;
       lo = equal;
     }
@@ -71,8 +169,8 @@ double SelectNth(std::span<double> v, std::size_t k) {
   return a[k];
 }
 
-double Median(std::vector<double>& v) {
-  return v.empty() ? std::nan("") : SelectNth(v, v.size() / 2);
+double Median(std::vector<double>& v, Guess guess = {}) {
+  return v.empty() ? std::nan("") : SelectNth(v, v.size() / 2, guess);
 }
 
 // The median of the entries that were measured (blocks too sparse to measure hold NaN).
@@ -104,10 +202,10 @@ double TypicalStep(std::vector<double>& steps) {
 }
 
 double MedianAbsDeviation(const std::vector<double>& v, double centre,
-                          std::vector<double>& scratch) {
+                          std::vector<double>& scratch, Guess guess = {}) {
   scratch.clear();
   for (double value : v) scratch.push_back(std::fabs(value - centre));
-  return Median(scratch);
+  return Median(scratch, guess);
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
@@ -358,6 +456,12 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> values, kept, scratch, curvature;
+  // The last block's medians (of the values, their distances from it, the curvature): the
+  // next block's lie close, and the selections start from a bracket around them.
+  double lastCentre = std::nan(""), lastDistance = std::nan(""), lastCurvature = std::nan("");
+  auto around = [](double guess, double halfWidth) {
+    return Guess{guess - halfWidth, guess + halfWidth};
+  };
   auto strideOf = [samples](std::int32_t lo, std::int32_t hi) {
     return std::max<std::int32_t>(1, (hi - lo) / samples);
   };
@@ -377,8 +481,9 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       count += clear ? 1 : 0;
     }
     curvature.resize(count);
-    return curvature.size() >= 8 ? kMadToSigma * Median(curvature) / std::sqrt(6.0)
-                                 : spreads[static_cast<std::size_t>(b)];
+    if (curvature.size() < 8) return spreads[static_cast<std::size_t>(b)];
+    lastCurvature = Median(curvature, around(lastCurvature, 0.25 * lastCurvature));
+    return kMadToSigma * lastCurvature / std::sqrt(6.0);
   };
   // The baseline, ceiling and spread of block b (thresholded data: its noise too).
   auto blockLevels = [&](std::int32_t b) {
@@ -403,14 +508,24 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     // its noise (second differences ignore a slope of the baseline).
     kept = values;
     const std::size_t half = kept.size() / 2;
-    double centre = SelectNth(kept, half);
-    const double spread = kMadToSigma * MedianAbsDeviation(values, centre, scratch);
+    double centre = SelectNth(kept, half, around(lastCentre, 0.4 * lastDistance));
+    lastCentre = centre;
+    lastDistance =
+        MedianAbsDeviation(values, centre, scratch, around(lastDistance, 0.25 * lastDistance));
+    const double spread = kMadToSigma * lastDistance;
     if (spread > 0.0) {
       // Only values above the median leave, so the median of the rest is an order
-      // statistic of the lower half, which the selection left in front.
+      // statistic of the lower half, which the selection left in front: half - rest / 2
+      // ranks under the median, where noise values lie about 2.5 spreads / n apart (the
+      // bracket reaches three ranks further).
       const auto rest = static_cast<std::size_t>(std::count_if(
           values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
-      if (rest / 2 < half) centre = SelectNth(std::span<double>(kept).first(half), rest / 2);
+      if (rest / 2 < half) {
+        const auto below = static_cast<double>(half - rest / 2 + 3);
+        const double step = 2.5 * spread / static_cast<double>(values.size());
+        centre = SelectNth(std::span<double>(kept).first(half), rest / 2,
+                           Guess{centre - below * step, centre});
+      }
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
     ceiling[static_cast<std::size_t>(b)] = centre + 3.0 * spread;
