@@ -752,12 +752,16 @@ struct MzmlReader::Impl {
     }
   }
 
+  // The mapped pages more than `lag` bytes behind the reading position that were not handed
+  // out yet, for the caller to let go (touched again, they are read again from the file).
+  io_internal::Input::Pages Passed(std::size_t lag) {
+    return mapped && pos > lag ? input.Passed(pos - lag) : io_internal::Input::Pages();
+  }
+
   // Cuts the next element to interpret out of the file: its text (valid until the next
   // read, or, for a mapped file, while the reader lives), list and position. False at the
-  // end of the list or when the file is broken. The mapped pages more than `lag` bytes
-  // behind are let go (touched again, they are read again from the file).
-  bool FindElement(std::string_view& text, int& kind, std::size_t& position, std::size_t lag) {
-    if (mapped && pos > lag) input.Release(pos - lag);  // what came before is not looked at
+  // end of the list or when the file is broken.
+  bool FindElement(std::string_view& text, int& kind, std::size_t& position) {
     while (!done) {
       std::size_t at = buffer.find('<', pos);
       while (at == std::string::npos || at + 24 > buffer.size()) {
@@ -837,7 +841,9 @@ struct MzmlReader::Impl {
     std::string_view text;
     int kind = 0;
     std::size_t position = 0;
-    while (FindElement(text, kind, position, 0)) {
+    for (;;) {
+      io_internal::Input::Release(Passed(0));  // what came before is not looked at
+      if (!FindElement(text, kind, position)) return false;
       if (Interpret(text, kind, position, kind == reading, workspace, trace)) {
         if (options.keep_elements) trace.element.assign(text);
         return true;
@@ -848,7 +854,6 @@ struct MzmlReader::Impl {
         return false;
       }
     }
-    return false;
   }
 };
 
@@ -901,7 +906,12 @@ bool MzmlReader::Next(Trace& trace) { return m_impl->Next(trace); }
 bool MzmlReader::NextElement(Element& element) {
   std::string_view text;
   int kind = 0;
-  if (!m_impl->FindElement(text, kind, element.position, kPipelineLag)) return false;
+  // Letting pages go takes a while; Interpret does it, outside the caller's lock.
+  element.m_passed = m_impl->Passed(kPipelineLag);
+  if (!m_impl->FindElement(text, kind, element.position)) {
+    io_internal::Input::Release(std::exchange(element.m_passed, {}));
+    return false;
+  }
   // A mapped file's text stays where it is; a buffer's moves on and is copied.
   element.m_owned = !m_impl->mapped;
   element.m_view = element.m_owned ? std::string_view() : text;
@@ -912,6 +922,7 @@ bool MzmlReader::NextElement(Element& element) {
 }
 
 bool MzmlReader::Interpret(Element& element, Workspace& workspace, Trace& trace) const {
+  io_internal::Input::Release(std::exchange(element.m_passed, {}));
   const int kind = element.kind == Trace::Kind::kSpectrum ? 0 : 1;
   if (!m_impl->Interpret(element.Text(), kind, element.position, element.listRead,
                          *workspace.m_impl, trace)) {

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -96,10 +97,12 @@ class MzmlReader {
   // Next in two steps, for pipelines that spread the work over threads. NextElement only
   // finds where the next element of interest ends (cheap, in the reading thread); Interpret
   // parses and decodes it (the costly part) and reads nothing but what Open set up, so
-  // several threads may call it at once, each with its own Workspace. Interpret returns
-  // false for an element Next would have skipped (outside the selection), and also, with
-  // Element::broken set, for one that shows the file damaged: reading stops there with
-  // that message, as Next stops with it in Error().
+  // several threads may call it at once, each with its own Workspace. It also lets go of
+  // the mapped pages the reader passed before the element, so that a pipeline does not do
+  // that under the lock that guards NextElement. Interpret returns false for an element
+  // Next would have skipped (outside the selection), and also, with Element::broken set,
+  // for one that shows the file damaged: reading stops there with that message, as Next
+  // stops with it in Error().
   class Element {
    public:
     // The element's XML: in the mapped file (valid while the reader lives) or a copy.
@@ -114,6 +117,7 @@ class MzmlReader {
     std::string_view m_view;
     std::string m_copy;
     bool m_owned = false;
+    std::span<char> m_passed;  // mapped pages the reader has passed, let go by Interpret
   };
   class Workspace {  // scratch buffers for Interpret, reused from element to element
    public:

@@ -53,13 +53,18 @@ std::string_view Input::Map() {
   return {m_map, m_mapSize};
 }
 
-void Input::Release(std::size_t offset) {
+Input::Pages Input::Passed(std::size_t offset) {
   const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
   // In steps of a few MiB: a call per small element would cost more than it saves.
   offset = std::min(offset, m_mapSize) / page * page;
-  if (m_map == nullptr || offset < m_released + (std::size_t{4} << 20)) return;
-  (void)::madvise(m_map + m_released, offset - m_released, MADV_DONTNEED);
+  if (m_map == nullptr || offset < m_released + (std::size_t{4} << 20)) return {};
+  const Pages pages(m_map + m_released, offset - m_released);
   m_released = offset;
+  return pages;
+}
+
+void Input::Release(Pages pages) {
+  if (!pages.empty()) (void)::madvise(pages.data(), pages.size(), MADV_DONTNEED);
 }
 
 bool Input::Open(const std::string& path, std::string& error) {

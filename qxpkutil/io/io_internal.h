@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -37,9 +38,14 @@ class Input {
   // file from which nothing has been read yet (Peek aside); empty otherwise. Valid while the
   // Input lives; Read must not be used after it.
   std::string_view Map();
-  // Lets the system drop the mapped pages before `offset` (they are read again if touched):
-  // a long file read from front to back then takes no more memory than its window.
-  void Release(std::size_t offset);
+  // Mapped pages the system may drop (they are read again if touched): a long file read
+  // from front to back then takes no more memory than its window.
+  using Pages = std::span<char>;
+  // The pages before `offset` not handed out before, once they make a few MiB (else none).
+  // Cheap, so that a pipeline can take them under its lock and release them outside it.
+  Pages Passed(std::size_t offset);
+  // Lets the system drop `pages` (none: nothing); any thread may call it.
+  static void Release(Pages pages);
   const std::string& Name() const { return m_name; }
   const std::string& Error() const { return m_error; }
 

@@ -68,6 +68,27 @@ mode_t NewFileMode() {
 
 bool OutputGroup::Reserve(const std::string& target, std::string& writePath,
                           std::string& error) {
+  int fd = -1;
+  if (!Create(target, writePath, fd, error)) return false;
+  if (fd >= 0) ::close(fd);
+  return true;
+}
+
+std::FILE* OutputGroup::Open(const std::string& target, std::string& error) {
+  std::string writePath;
+  int fd = -1;
+  if (!Create(target, writePath, fd, error)) return nullptr;
+  if (writePath == "-") return stdout;
+  std::FILE* f = fd >= 0 ? ::fdopen(fd, "wb") : std::fopen(writePath.c_str(), "wb");
+  if (f == nullptr) {
+    error = target + ": cannot write: " + std::strerror(errno);
+    if (fd >= 0) ::close(fd);
+  }
+  return f;
+}
+
+bool OutputGroup::Create(const std::string& target, std::string& writePath, int& fd,
+                         std::string& error) {
   writePath = target;
   if (target == "-") return true;
   struct stat existing {};
@@ -81,7 +102,7 @@ bool OutputGroup::Reserve(const std::string& target, std::string& writePath,
   const std::filesystem::path dir = path.has_parent_path() ? path.parent_path() : ".";
   // A short name of its own, so that a target name as long as the system allows still works.
   std::string temp = (dir / ".qxpeak-XXXXXX").string();
-  const int fd = ::mkstemp(temp.data());
+  fd = ::mkstemp(temp.data());
   if (fd < 0) {
     error = target + ": cannot write: " + std::strerror(errno);
     return false;
@@ -89,7 +110,6 @@ bool OutputGroup::Reserve(const std::string& target, std::string& writePath,
   // A replaced file keeps its permission bits; a new one gets the usual mode.
   const mode_t mode = exists ? (existing.st_mode & 07777) : NewFileMode();
   (void)::fchmod(fd, mode);
-  ::close(fd);
   m_entries.push_back({target, temp, static_cast<unsigned>(mode), Register(temp)});
   writePath = temp;
   return true;
@@ -131,12 +151,10 @@ bool WriteOutputsTogether(const std::vector<std::pair<std::string, std::string_v
       stdoutUsed = true;
       continue;
     }
-    std::string writePath;
-    if (!group.Reserve(path, writePath, error)) return false;
-    std::FILE* f = std::fopen(writePath.c_str(), "wb");
-    const bool ok = f != nullptr &&
-                    std::fwrite(content.data(), 1, content.size(), f) == content.size();
-    const bool closed = f != nullptr && std::fclose(f) == 0;
+    std::FILE* f = group.Open(path, error);
+    if (f == nullptr) return false;
+    const bool ok = std::fwrite(content.data(), 1, content.size(), f) == content.size();
+    const bool closed = std::fclose(f) == 0;
     if (!ok || !closed) {
       error = path + ": cannot write: " + std::strerror(errno);
       return false;

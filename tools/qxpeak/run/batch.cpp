@@ -174,23 +174,16 @@ bool OutputSet::Open(const std::vector<std::pair<std::string, std::string>>& out
   m_settings = settingsSummary;
   m_withResolution = withResolution;
   for (const auto& [format, path] : outputs) {
-    std::string writePath;
-    if (!m_group.Reserve(path, writePath, error)) return false;
-    if (format == "svg") {
-      m_svgPath = writePath;
-      continue;
-    }
-    if (format == "mzml") {
-      m_mzmlPath = writePath;
+    if (format == "svg" || format == "mzml") {
+      std::string writePath;
+      if (!m_group.Reserve(path, writePath, error)) return false;
+      (format == "svg" ? m_svgPath : m_mzmlPath) = writePath;
       continue;
     }
     Stream s{format, path};
-    s.toStdout = writePath == "-";
-    s.file = s.toStdout ? stdout : std::fopen(writePath.c_str(), "wb");
-    if (s.file == nullptr) {
-      error = path + ": cannot write";
-      return false;
-    }
+    s.toStdout = path == "-";
+    s.file = m_group.Open(path, error);
+    if (s.file == nullptr) return false;
     m_streams.push_back(s);
     if (format == "tsv" && !Write(m_streams.back(), TsvHeader(withResolution), error)) return false;
     if (format == "json" && !Write(m_streams.back(), JsonHead(name), error)) return false;
