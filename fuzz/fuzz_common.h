@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -112,10 +113,12 @@ inline Signal DecodeSignal(Bytes& in, std::size_t maxPoints = 4096) {
     s.x.push_back(x);
     s.y.push_back(y);
   }
+  constexpr double kFloatMax = std::numeric_limits<float>::max();
   s.xf.reserve(n);
   s.yc.reserve(n);
   for (std::size_t i = 0; i < n; ++i) {
-    s.xf.push_back(static_cast<float>(s.x[i]));
+    // Clamped to float's range: a huge double x would otherwise become an infinite float x.
+    s.xf.push_back(static_cast<float>(std::clamp(s.x[i], -kFloatMax, kFloatMax)));
     s.yc.push_back(static_cast<std::uint32_t>(std::max(0.0, s.y[i])));
   }
   // float rounding may make x fall; the float family gets an ascending copy of its own.
