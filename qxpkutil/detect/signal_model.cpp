@@ -23,6 +23,20 @@ constexpr std::int32_t kFullSamples = 128;
 // Robust sigma from the median absolute deviation of a normal distribution.
 constexpr double kMadToSigma = 1.4826;
 
+// Two doubles in one register (SSE2 on x86-64), for the passes over every point.
+using Lanes2 = double __attribute__((vector_size(16)));
+using Masks2 = std::int64_t __attribute__((vector_size(16)));
+Lanes2 LoadLanes(const double* p) {
+  Lanes2 v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+Lanes2 MinLanes(Lanes2 a, Lanes2 b) { return b < a ? b : a; }
+Lanes2 MaxLanes(Lanes2 a, Lanes2 b) { return a < b ? b : a; }
+Lanes2 Magnitude(Lanes2 a) {
+  return std::bit_cast<Lanes2>(std::bit_cast<Masks2>(a) & ~std::bit_cast<Masks2>(Lanes2{-0.0, -0.0}));
+}
+
 // Puts a and b in ascending order, with no branch on which is smaller.
 void Order(double& a, double& b) {
   const double lower = std::min(a, b);
@@ -267,33 +281,30 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   v.swap(out);
 }
 
-// The smallest and the largest |v|, in four independent running minima and maxima.
+// The smallest and the largest |v|, two lanes at a time.
 std::pair<double, double> MagnitudeRange(std::span<const double> v) {
-  double smallest[4] = {INFINITY, INFINITY, INFINITY, INFINITY}, largest[4] = {0.0, 0.0, 0.0, 0.0};
+  Lanes2 smallest{INFINITY, INFINITY}, largest{0.0, 0.0};
   std::size_t i = 0;
-  for (; i + 4 <= v.size(); i += 4) {
-    for (std::size_t k = 0; k < 4; ++k) {
-      smallest[k] = std::min(smallest[k], std::fabs(v[i + k]));
-      largest[k] = std::max(largest[k], std::fabs(v[i + k]));
-    }
+  for (; i + 2 <= v.size(); i += 2) {
+    const Lanes2 a = Magnitude(LoadLanes(&v[i]));
+    smallest = MinLanes(smallest, a);
+    largest = MaxLanes(largest, a);
   }
-  for (; i < v.size(); ++i) {
-    smallest[0] = std::min(smallest[0], std::fabs(v[i]));
-    largest[0] = std::max(largest[0], std::fabs(v[i]));
+  if (i < v.size()) {
+    const double a = std::fabs(v[i]);
+    smallest[0] = std::min(smallest[0], a);
+    largest[0] = std::max(largest[0], a);
   }
-  return {std::min(std::min(smallest[0], smallest[1]), std::min(smallest[2], smallest[3])),
-          std::max(std::max(largest[0], largest[1]), std::max(largest[2], largest[3]))};
+  return {std::min(smallest[0], smallest[1]), std::max(largest[0], largest[1])};
 }
 
-// The widest step between neighbours of the ascending x, in four running maxima.
+// The widest step between neighbours of the ascending x, two lanes at a time.
 double WidestStep(std::span<const double> x) {
-  double widest[4] = {0.0, 0.0, 0.0, 0.0};
+  Lanes2 widest{0.0, 0.0};
   std::size_t i = 0;
-  for (; i + 5 <= x.size(); i += 4) {
-    for (std::size_t k = 0; k < 4; ++k) widest[k] = std::max(widest[k], x[i + k + 1] - x[i + k]);
-  }
-  for (; i + 1 < x.size(); ++i) widest[0] = std::max(widest[0], x[i + 1] - x[i]);
-  return std::max(std::max(widest[0], widest[1]), std::max(widest[2], widest[3]));
+  for (; i + 3 <= x.size(); i += 2) widest = MaxLanes(widest, LoadLanes(&x[i + 1]) - LoadLanes(&x[i]));
+  if (i + 1 < x.size()) widest[0] = std::max(widest[0], x[i + 1] - x[i]);
+  return std::max(widest[0], widest[1]);
 }
 
 void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
@@ -573,16 +584,6 @@ struct WidthSample {
   double fwhm;
   double height;
 };
-
-// Two doubles in one register (SSE2 on x86-64): the scan below tests points two at a time.
-using Lanes2 = double __attribute__((vector_size(16)));
-using Masks2 = std::int64_t __attribute__((vector_size(16)));
-Lanes2 LoadLanes(const double* p) {
-  Lanes2 v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-Lanes2 MaxLanes(Lanes2 a, Lanes2 b) { return a > b ? a : b; }
 
 // Bit k set where y[k] (k < 8) is a local top at or above the bar (y[-1] and y[8] are
 // read); 0 at once when no point reaches it, as most do not. No branch on which are tops:
