@@ -548,26 +548,33 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   // doubles while the figure still grows clearly, up to half a peak width.
   // The choice reads medians over blocks, which a few hundred blocks settle as well as all,
   // so it is made first, on those blocks alone.
-  std::int32_t lag = lags[0];
+  // The blocks it reads (every `every`-th; 0: none) keep their levels and their noise at the
+  // chosen lag.
+  std::int32_t lag = lags[0], every = 0;
+  std::vector<double> chosen;
   if (!m.thresholded && lags.size() > 1) {
-    const std::int32_t every = std::max<std::int32_t>(1, blocks / 256);
+    every = std::max<std::int32_t>(1, blocks / 256);
     for (std::int32_t b = 0; b < blocks; b += every) blockLevels(b);
     auto noiseAtLag = [&](std::int32_t at) {
       std::vector<double> noise;
       for (std::int32_t b = 0; b < blocks; b += every) noise.push_back(blockNoise(b, at));
       return noise;
     };
-    std::vector<double> shorter = noiseAtLag(lags[0]);
+    chosen = noiseAtLag(lags[0]);
     for (std::size_t k = 0; k + 1 < lags.size(); ++k) {
       std::vector<double> longer = noiseAtLag(lags[k + 1]);
-      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(shorter))) break;
-      shorter.swap(longer);
+      if (!(FiniteMedian(longer) > 1.2 * FiniteMedian(chosen))) break;
+      chosen.swap(longer);
       lag = lags[k + 1];
     }
   }
   if (m.fwhm_ref > 0.0) m.noise_lag = lag;
-  // Every block's levels, and its noise while the block is in cache.
+  // Every other block's levels, and its noise while the block is in cache.
   for (std::int32_t b = 0; b < blocks; ++b) {
+    if (every > 0 && b % every == 0) {
+      m.noise_[static_cast<std::size_t>(b)] = chosen[static_cast<std::size_t>(b / every)];
+      continue;
+    }
     blockLevels(b);
     if (!m.thresholded) m.noise_[static_cast<std::size_t>(b)] = blockNoise(b, lag);
   }
