@@ -444,14 +444,12 @@ void EstimateSpacing(std::span<const double> x, SignalModel& m) {
 
 // Baseline (a clipped median) and noise (second differences of the clipped points) per
 // block of `block` points, from about `samples` evenly spaced points of each block.
+// `skipped` is non-zero at the points left out (missing, or near peaks).
 void EstimateLevels(std::span<const double> x, std::span<const double> y, SignalModel& m,
-                    std::int32_t samples, const std::vector<std::uint8_t>* exclude = nullptr) {
+                    std::int32_t samples, std::span<const std::uint8_t> skipped) {
   // The gathers below store every sampled value and advance past the ones that count, with
   // no branch on the data: which points are left out follows the peaks, unpredictably.
-  // Non-zero where a point is missing or left out; or-ed without a branch below.
-  auto skip = [&](std::int32_t i) {
-    return static_cast<unsigned>(m.missing[i]) | (exclude ? (*exclude)[i] : 0u);
-  };
+  auto skip = [&](std::int32_t i) { return static_cast<unsigned>(skipped[i]); };
   const auto n = static_cast<std::int32_t>(y.size());
   const std::int32_t blocks = (n + m.block() - 1) / m.block();
   // Second differences at lags 1, 2, 4, ... up to half a peak width (1 before it is known).
@@ -759,8 +757,13 @@ double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
 }
 
 void RefineLevels(std::span<const double> x, std::span<const double> y,
-                  const std::vector<std::uint8_t>& exclude, SignalModel& model) {
-  EstimateLevels(x, y, model, kFullSamples, &exclude);
+                  std::vector<std::uint8_t>& exclude, SignalModel& model) {
+  // One table of the points left out, read once per point.
+  std::uint8_t* left = exclude.data();
+  const std::uint8_t* missing = model.missing.data();
+  const std::size_t n = exclude.size();
+  for (std::size_t i = 0; i < n; ++i) left[i] |= missing[i];
+  EstimateLevels(x, y, model, kFullSamples, exclude);
 }
 
 double WidthExponent(WidthLaw law) {
@@ -810,7 +813,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
   EstimateSpacing(x, m);
-  EstimateLevels(x, y, m, kFullSamples);
+  EstimateLevels(x, y, m, kFullSamples, m.missing);
   ChooseWidth(x, y, options, m);
   // Second pass with blocks of about fifteen peak widths.
   std::vector<double> ppf;
@@ -827,7 +830,7 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
   EstimateSpacing(x, m);
   // These levels only choose the points that the refined levels (which the search reads)
   // leave out, and the seeds of thresholded data, so half the points do.
-  EstimateLevels(x, y, m, kFullSamples / 2);
+  EstimateLevels(x, y, m, kFullSamples / 2, m.missing);
   m.TabulateWidths(x);
   return m;
 }

@@ -86,9 +86,10 @@ class SignalModel {
 };
 
 // Measures the baseline and noise again without the points where `exclude` is 1 (the
-// peaks found so far), so that dense peaks do not lift the baseline.
+// peaks found so far), so that dense peaks do not lift the baseline. The missing points
+// are marked in `exclude` too.
 void RefineLevels(std::span<const double> x, std::span<const double> y,
-                  const std::vector<std::uint8_t>& exclude, SignalModel& model);
+                  std::vector<std::uint8_t>& exclude, SignalModel& model);
 
 // How FWHM grows with x under a law: FWHM ~ x^exponent (kAuto and kConstant: 0).
 double WidthExponent(WidthLaw law);
