@@ -184,7 +184,7 @@ double SelectNth(std::span<double> v, std::size_t k, Guess guess = {}) {
   return a[k];
 }
 
-double Median(std::vector<double>& v, Guess guess = {}) {
+double Median(std::span<double> v, Guess guess = {}) {
   return v.empty() ? std::nan("") : SelectNth(v, v.size() / 2, guess);
 }
 
@@ -216,11 +216,11 @@ double TypicalStep(std::vector<double>& steps) {
   return smallest[k];
 }
 
-double MedianAbsDeviation(const std::vector<double>& v, double centre,
+double MedianAbsDeviation(std::span<const double> v, double centre,
                           std::vector<double>& scratch, Guess guess = {}) {
-  scratch.clear();
-  for (double value : v) scratch.push_back(std::fabs(value - centre));
-  return Median(scratch, guess);
+  if (scratch.size() < v.size()) scratch.resize(v.size());
+  for (std::size_t i = 0; i < v.size(); ++i) scratch[i] = std::fabs(v[i] - centre);
+  return Median(std::span<double>(scratch).first(v.size()), guess);
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
@@ -402,7 +402,7 @@ double UpperQuantile(double p) {
 // z(p) where p is that rate over the whole sampling grid of the block.
 double ThresholdNoise(std::span<const double> x, std::span<const double> y, const SignalModel& m,
                       std::int32_t lo, std::int32_t hi, double spacing,
-                      std::vector<double>& values) {
+                      std::span<double> values) {
   const auto fifth = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 20);
   std::nth_element(values.begin(), fifth, values.end());
   const double threshold = *fifth;
@@ -465,7 +465,10 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   // measure) and the spread of the points, the noise when curvature cannot be had.
   std::vector<double> ceiling(static_cast<std::size_t>(blocks), std::nan(""));
   std::vector<double> spreads(static_cast<std::size_t>(blocks), std::nan(""));
-  std::vector<double> values, kept, scratch, curvature;
+  // Each holds at most a block's points, and only its first values count: no block
+  // clears or fills them.
+  const auto most = static_cast<std::size_t>(m.block());
+  std::vector<double> values(most), kept(most), scratch(most), curvature(most);
   // The last block's medians (of the values, their distances from it, the curvature): the
   // next block's lie close, and the selections start from a bracket around them.
   double lastCentre = std::nan(""), lastDistance = std::nan(""), lastCurvature = std::nan("");
@@ -481,60 +484,61 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     if (std::isnan(top)) return std::nan("");
     const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
     const std::int32_t stride = strideOf(lo, hi);
-    curvature.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
     std::size_t count = 0;
-    for (std::int32_t i = std::max(lo, lag); i < hi && i + lag < n; i += stride) {
+    const std::int32_t end = std::min(hi, n - lag);
+    for (std::int32_t i = std::max(lo, lag); i < end; i += stride) {
       const double before = y[i - lag], here = y[i], after = y[i + lag];
       const bool clear = (skip(i - lag) | skip(i) | skip(i + lag)) == 0 &&
                          std::max({before, here, after}) <= top;
       curvature[count] = std::fabs(before - 2.0 * here + after);
       count += clear ? 1 : 0;
     }
-    curvature.resize(count);
-    if (curvature.size() < 8) return spreads[static_cast<std::size_t>(b)];
-    lastCurvature = Median(curvature, around(lastCurvature, 0.25 * lastCurvature));
+    if (count < 8) return spreads[static_cast<std::size_t>(b)];
+    lastCurvature = Median(std::span<double>(curvature).first(count),
+                           around(lastCurvature, 0.25 * lastCurvature));
     return kMadToSigma * lastCurvature / std::sqrt(6.0);
   };
   // The baseline, ceiling and spread of block b (thresholded data: its noise too).
   auto blockLevels = [&](std::int32_t b) {
     const std::int32_t lo = b * m.block(), hi = std::min(n, lo + m.block());
     const std::int32_t stride = strideOf(lo, hi);
-    values.resize(static_cast<std::size_t>((hi - lo + stride - 1) / stride));
     std::size_t count = 0;
     for (std::int32_t i = lo; i < hi; i += stride) {
       values[count] = y[i];
       count += skip(i) != 0 ? 0 : 1;
     }
-    values.resize(count);
-    if (values.size() < 8) return;
+    if (count < 8) return;
+    const std::span<double> sample = std::span<double>(values).first(count);
     if (m.thresholded) {
       m.baseline_[static_cast<std::size_t>(b)] = 0.0;
       m.noise_[static_cast<std::size_t>(b)] =
-          ThresholdNoise(x, y, m, lo, hi, m.spacing_[static_cast<std::size_t>(b)], values);
+          ThresholdNoise(x, y, m, lo, hi, m.spacing_[static_cast<std::size_t>(b)], sample);
       return;
     }
     // One clipping round: the points more than three spreads above the median (peaks)
     // leave; the median of the rest is the block's baseline, and the curvature of the rest
     // its noise (second differences ignore a slope of the baseline).
-    kept = values;
-    const std::size_t half = kept.size() / 2;
-    double centre = SelectNth(kept, half, around(lastCentre, 0.4 * lastDistance));
+    const std::span<double> order = std::span<double>(kept).first(count);
+    std::copy(sample.begin(), sample.end(), order.begin());
+    const std::size_t half = count / 2;
+    double centre = SelectNth(order, half, around(lastCentre, 0.4 * lastDistance));
     lastCentre = centre;
     lastDistance =
-        MedianAbsDeviation(values, centre, scratch, around(lastDistance, 0.25 * lastDistance));
+        MedianAbsDeviation(sample, centre, scratch, around(lastDistance, 0.25 * lastDistance));
     const double spread = kMadToSigma * lastDistance;
     if (spread > 0.0) {
       // Only values above the median leave, so the median of the rest is an order
       // statistic of the lower half, which the selection left in front: half - rest / 2
       // ranks under the median, where noise values lie about 2.5 spreads / n apart (the
       // bracket reaches three ranks further).
-      const auto rest = static_cast<std::size_t>(std::count_if(
-          values.begin(), values.end(), [&](double v) { return v <= centre + 3.0 * spread; }));
+      const double bound = centre + 3.0 * spread;
+      const auto rest = half + static_cast<std::size_t>(std::count_if(
+                                   order.begin() + static_cast<std::ptrdiff_t>(half), order.end(),
+                                   [&](double v) { return v <= bound; }));
       if (rest / 2 < half) {
         const auto below = static_cast<double>(half - rest / 2 + 3);
-        const double step = 2.5 * spread / static_cast<double>(values.size());
-        centre = SelectNth(std::span<double>(kept).first(half), rest / 2,
-                           Guess{centre - below * step, centre});
+        const double step = 2.5 * spread / static_cast<double>(count);
+        centre = SelectNth(order.first(half), rest / 2, Guess{centre - below * step, centre});
       }
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
