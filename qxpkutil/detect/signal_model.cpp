@@ -8,7 +8,7 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #include <immintrin.h>
-#define QXPKUTIL_AVX2_PARTITION 1
+#define QXPKUTIL_AVX2 1
 #endif
 
 namespace qxpkutil {
@@ -58,7 +58,12 @@ std::size_t PartitionScalar(double* a, std::size_t n, double bound) {
   return store;
 }
 
-#ifdef QXPKUTIL_AVX2_PARTITION
+#ifdef QXPKUTIL_AVX2
+bool HasAvx2() {
+  static const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
+  return avx2;
+}
+
 // Parts of this many values are partitioned four at a time, the values that go right kept on
 // the stack meanwhile; on shorter parts the groups' tail and the copy cost more than they save.
 constexpr std::size_t kVectorFewest = 32, kVectorValues = 256;
@@ -116,13 +121,91 @@ __attribute__((target("avx2,popcnt"))) std::size_t PartitionAvx2(double* a, std:
 }
 #endif
 
+#ifdef QXPKUTIL_AVX2
+[[gnu::target("avx2"), gnu::always_inline]] inline void OrderLanes(__m256d& lo, __m256d& hi) {
+  const __m256d low = _mm256_min_pd(lo, hi);
+  hi = _mm256_max_pd(lo, hi);
+  lo = low;
+}
+// The half-cleaners of a bitonic merge on registers r[0, n): pairs d registers apart, then
+// d / 2, ... 1.
+template <int n, int d>
+[[gnu::target("avx2"), gnu::always_inline]] inline void CleanHalves(__m256d* r) {
+  if constexpr (d >= 1) {
+#pragma GCC unroll 16
+    for (int b = 0; b < n; b += 2 * d) {
+#pragma GCC unroll 16
+      for (int i = 0; i < d; ++i) OrderLanes(r[b + i], r[b + i + d]);
+    }
+    CleanHalves<n, d / 2>(r);
+  }
+}
+// Sorts each lane across the registers r[0, 16) (a bitonic sort whose pairs all ascend: the
+// first step of each merge pairs a run with the next one reversed).
+template <int k>
+[[gnu::target("avx2"), gnu::always_inline]] inline void SortLanes(__m256d* r) {
+  if constexpr (k <= 16) {
+#pragma GCC unroll 16
+    for (int b = 0; b < 16; b += k) {
+#pragma GCC unroll 16
+      for (int i = 0; i < k / 2; ++i) OrderLanes(r[b + i], r[b + k - 1 - i]);
+    }
+    CleanHalves<16, k / 4>(r);
+    SortLanes<2 * k>(r);
+  }
+}
+// Merges the ascending runs s[0, m) and s[m, 2m) of registers of four values.
+template <int m>
+[[gnu::target("avx2"), gnu::always_inline]] inline void MergeRuns(__m256d* s) {
+  // The second run reversed makes the two one bitonic sequence.
+#pragma GCC unroll 16
+  for (int i = 0; i < m / 2; ++i) std::swap(s[m + i], s[2 * m - 1 - i]);
+#pragma GCC unroll 16
+  for (int i = 0; i < m; ++i) s[m + i] = _mm256_permute4x64_pd(s[m + i], 0x1B);
+  CleanHalves<2 * m, m>(s);
+  // Inside each register: pairs two apart, then neighbours.
+#pragma GCC unroll 16
+  for (int i = 0; i < 2 * m; ++i) {
+    __m256d v = s[i], p = _mm256_permute2f128_pd(v, v, 0x01);
+    v = _mm256_blend_pd(_mm256_min_pd(v, p), _mm256_max_pd(v, p), 0b1100);
+    p = _mm256_permute_pd(v, 0b0101);
+    s[i] = _mm256_blend_pd(_mm256_min_pd(v, p), _mm256_max_pd(v, p), 0b1010);
+  }
+}
+// Sorts a[0, 64) ascending by a fixed network, with no branch on the values: each of the
+// four lanes of 16 registers is sorted across them, the four sorted columns are turned into
+// runs of four registers, and the runs are merged pairwise.
+[[gnu::target("avx2")]] void Sort64Avx2(double* a) {
+  __m256d r[16], s[16];
+#pragma GCC unroll 16
+  for (int i = 0; i < 16; ++i) r[i] = _mm256_loadu_pd(a + 4 * i);
+  SortLanes<2>(r);
+  // Column c, in order, to s[4c, 4c + 4).
+#pragma GCC unroll 4
+  for (int q = 0; q < 4; ++q) {
+    const __m256d t0 = _mm256_unpacklo_pd(r[4 * q], r[4 * q + 1]);
+    const __m256d t1 = _mm256_unpackhi_pd(r[4 * q], r[4 * q + 1]);
+    const __m256d t2 = _mm256_unpacklo_pd(r[4 * q + 2], r[4 * q + 3]);
+    const __m256d t3 = _mm256_unpackhi_pd(r[4 * q + 2], r[4 * q + 3]);
+    s[q] = _mm256_permute2f128_pd(t0, t2, 0x20);
+    s[4 + q] = _mm256_permute2f128_pd(t1, t3, 0x20);
+    s[8 + q] = _mm256_permute2f128_pd(t0, t2, 0x31);
+    s[12 + q] = _mm256_permute2f128_pd(t1, t3, 0x31);
+  }
+  MergeRuns<4>(s);
+  MergeRuns<4>(s + 8);
+  MergeRuns<8>(s);
+#pragma GCC unroll 16
+  for (int i = 0; i < 16; ++i) _mm256_storeu_pd(a + 4 * i, s[i]);
+}
+#endif
+
 // Moves the values of a[from, to) below the bound (or equal, with kOrEqual) to its front;
 // returns where the rest begin. Four at a time where the processor can.
 template <bool kOrEqual>
 std::size_t Partition(double* a, std::size_t from, std::size_t to, double bound) {
-#ifdef QXPKUTIL_AVX2_PARTITION
-  static const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
-  if (avx2 && to - from >= kVectorFewest && to - from <= kVectorValues) {
+#ifdef QXPKUTIL_AVX2
+  if (HasAvx2() && to - from >= kVectorFewest && to - from <= kVectorValues) {
     return from + PartitionAvx2<kOrEqual>(a + from, to - from, bound);
   }
 #endif
@@ -221,6 +304,46 @@ double MedianAbsDeviation(std::span<const double> v, double centre,
   if (scratch.size() < v.size()) scratch.resize(v.size());
   for (std::size_t i = 0; i < v.size(); ++i) scratch[i] = std::fabs(v[i] - centre);
   return Median(std::span<double>(scratch).first(v.size()), guess);
+}
+
+// Most blocks sample at most this many values; sorted by a fixed network, they give every
+// order statistic a block needs without the selections' branches on the data.
+constexpr std::size_t kSorted = 64;
+
+// Copies v to `sorted` and sorts it there (past v, +inf) where the processor has AVX2 and v
+// holds at most kSorted values; false otherwise (the caller selects instead).
+bool SortFew(std::span<const double> v, std::array<double, kSorted>& sorted) {
+#ifdef QXPKUTIL_AVX2
+  if (HasAvx2() && v.size() <= kSorted) {
+    std::fill(std::copy(v.begin(), v.end(), sorted.begin()), sorted.end(), INFINITY);
+    Sort64Avx2(sorted.data());
+    return true;
+  }
+#endif
+  (void)sorted;
+  return false;
+}
+
+// As MedianAbsDeviation around s[n / 2], of the ascending s[0, n) (n <= kSorted): the distances
+// below the median and above it ascend, so the wanted one is found by merging the two.
+double SortedMedianDeviation(const double* s, std::size_t n) {
+  const std::size_t half = n / 2;
+  const double centre = s[half];
+  // Each ends in +inf, which is never taken: n / 2 + 1 distances are.
+  std::array<double, kSorted / 2 + 1> below, above;
+  for (std::size_t j = 0; j < half; ++j) below[j] = std::fabs(s[half - 1 - j] - centre);
+  for (std::size_t j = 0; j < n - half; ++j) above[j] = std::fabs(s[half + j] - centre);
+  below[half] = INFINITY;
+  above[n - half] = INFINITY;
+  std::size_t i = 0, j = 0;
+  double distance = 0.0;
+  for (std::size_t taken = 0; taken <= half; ++taken) {
+    const bool fromBelow = below[i] < above[j];
+    distance = fromBelow ? below[i] : above[j];
+    i += fromBelow ? 1 : 0;
+    j += fromBelow ? 0 : 1;
+  }
+  return distance;
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
@@ -469,6 +592,7 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
   // clears or fills them.
   const auto most = static_cast<std::size_t>(m.block());
   std::vector<double> values(most), kept(most), scratch(most), curvature(most);
+  std::array<double, kSorted> sorted;
   // The last block's medians (of the values, their distances from it, the curvature): the
   // next block's lie close, and the selections start from a bracket around them.
   double lastCentre = std::nan(""), lastDistance = std::nan(""), lastCurvature = std::nan("");
@@ -494,8 +618,9 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       count += clear ? 1 : 0;
     }
     if (count < 8) return spreads[static_cast<std::size_t>(b)];
-    lastCurvature = Median(std::span<double>(curvature).first(count),
-                           around(lastCurvature, 0.25 * lastCurvature));
+    const std::span<double> sample = std::span<double>(curvature).first(count);
+    lastCurvature = SortFew(sample, sorted) ? sorted[count / 2]
+                                            : Median(sample, around(lastCurvature, 0.25 * lastCurvature));
     return kMadToSigma * lastCurvature / std::sqrt(6.0);
   };
   // The baseline, ceiling and spread of block b (thresholded data: its noise too).
@@ -518,13 +643,21 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
     // One clipping round: the points more than three spreads above the median (peaks)
     // leave; the median of the rest is the block's baseline, and the curvature of the rest
     // its noise (second differences ignore a slope of the baseline).
+    // Sorted where they can be (the common case), else selected from.
+    const bool few = SortFew(sample, sorted);
     const std::span<double> order = std::span<double>(kept).first(count);
-    std::copy(sample.begin(), sample.end(), order.begin());
     const std::size_t half = count / 2;
-    double centre = SelectNth(order, half, around(lastCentre, 0.4 * lastDistance));
+    double centre = 0.0;
+    if (few) {
+      centre = sorted[half];
+      lastDistance = SortedMedianDeviation(sorted.data(), count);
+    } else {
+      std::copy(sample.begin(), sample.end(), order.begin());
+      centre = SelectNth(order, half, around(lastCentre, 0.4 * lastDistance));
+      lastDistance =
+          MedianAbsDeviation(sample, centre, scratch, around(lastDistance, 0.25 * lastDistance));
+    }
     lastCentre = centre;
-    lastDistance =
-        MedianAbsDeviation(sample, centre, scratch, around(lastDistance, 0.25 * lastDistance));
     const double spread = kMadToSigma * lastDistance;
     if (spread > 0.0) {
       // Only values above the median leave, so the median of the rest is an order
@@ -532,13 +665,15 @@ void EstimateLevels(std::span<const double> x, std::span<const double> y, Signal
       // ranks under the median, where noise values lie about 2.5 spreads / n apart (the
       // bracket reaches three ranks further).
       const double bound = centre + 3.0 * spread;
+      const std::span<const double> upper =
+          few ? std::span<const double>(sorted).subspan(half, count - half) : order.subspan(half);
       const auto rest = half + static_cast<std::size_t>(std::count_if(
-                                   order.begin() + static_cast<std::ptrdiff_t>(half), order.end(),
-                                   [&](double v) { return v <= bound; }));
+                                   upper.begin(), upper.end(), [&](double v) { return v <= bound; }));
       if (rest / 2 < half) {
         const auto below = static_cast<double>(half - rest / 2 + 3);
         const double step = 2.5 * spread / static_cast<double>(count);
-        centre = SelectNth(order.first(half), rest / 2, Guess{centre - below * step, centre});
+        centre = few ? sorted[rest / 2]
+                     : SelectNth(order.first(half), rest / 2, Guess{centre - below * step, centre});
       }
     }
     m.baseline_[static_cast<std::size_t>(b)] = centre;
