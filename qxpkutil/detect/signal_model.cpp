@@ -773,7 +773,18 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     std::int32_t l, i, h;
     double half, height;
   };
+  // x is read at the clean peaks alone, a few peaks behind the scan (which reads only y):
+  // x around each was prefetched when it was found, and has arrived by then.
+  constexpr std::size_t kBehind = 8;
   std::vector<Clean> clean;
+  std::vector<WidthSample> samples;
+  auto measure = [&](const Clean& c) {
+    const auto [l, i, h, half, height] = c;
+    const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
+    const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
+    const double fwhm = xh - xl;
+    if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
+  };
   auto consider = [&](const Region& r, std::int32_t i) {
     const double base = m.BaselineAt(i), height = y[i] - base;
     if (height < 10.0 * m.NoiseAt(i)) return;
@@ -791,6 +802,7 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     clean.push_back({l, i, h, half, height});
     __builtin_prefetch(&x[l]);
     __builtin_prefetch(&x[h]);
+    if (clean.size() > kBehind) measure(clean[clean.size() - 1 - kBehind]);
   };
   for (const Region& r : m.regions) {
     // Most points are noise far below the bar: a bound per block settles them, and eight
@@ -810,16 +822,8 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
       }
     }
   }
-  // x is read only now, at the clean peaks alone: the scan reads only y, and x around each
-  // clean peak, fetched while the scan goes on, has arrived by then.
-  std::vector<WidthSample> samples;
-  for (const Clean& c : clean) {
-    const auto [l, i, h, half, height] = c;
-    const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
-    const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
-    const double fwhm = xh - xl;
-    if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
-  }
+  for (std::size_t k = clean.size() > kBehind ? clean.size() - kBehind : 0; k < clean.size(); ++k)
+    measure(clean[k]);
   constexpr std::size_t kMostSamples = 400;
   if (samples.size() > kMostSamples) {
     std::nth_element(
