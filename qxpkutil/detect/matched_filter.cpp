@@ -47,22 +47,45 @@ void AddWindowsScalar(const std::vector<double>& weights, const double* window, 
     sums[o] = sum;
   }
 }
+// What turns a run's sums into values: the kernel's sum of squares and the baseline's
+// share, and the baseline drawn straight from `first` at the run's first point by `step`.
+struct Finish {
+  double sumOfSquares, baselineShare, first, step;
+};
+// values[o] for the `count` sums of a run. The loop counts in int32, whose conversion to
+// double has a vector instruction, so the divisions go two or four at a time.
+[[gnu::always_inline]] inline void FinishRun(const double* sums, std::int32_t count,
+                                             const Finish& f, double* values) {
+  for (std::int32_t o = 0; o < count; ++o)
+    values[o] = sums[o] / f.sumOfSquares - f.baselineShare * (f.first + o * f.step);
+}
+template <std::int32_t Run, typename Lanes>
+[[gnu::always_inline]] inline void FillRunBody(const std::vector<double>& weights,
+                                               const double* window, const Finish& f,
+                                               double* values) {
+  double sums[Run];
+  AddWindowsBody<Run, Lanes>(weights, window, sums);
+  FinishRun(sums, Run, f, values);
+}
 using Lanes2 = double __attribute__((vector_size(16)));
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 using Lanes4 = double __attribute__((vector_size(32)));
 template <std::int32_t Run>
-[[gnu::target("avx2")]] void AddWindowsAvx2(const std::vector<double>& weights,
-                                            const double* window, double* sums) {
-  AddWindowsBody<Run, Lanes4>(weights, window, sums);
+[[gnu::target("avx2")]] void FillRunAvx2(const std::vector<double>& weights,
+                                         const double* window, const Finish& f,
+                                         double* values) {
+  FillRunBody<Run, Lanes4>(weights, window, f, values);
 }
 #endif
+// The values of a full run of Run points.
 template <std::int32_t Run>
-void AddWindows(const std::vector<double>& weights, const double* window, double* sums) {
+void FillRun(const std::vector<double>& weights, const double* window, const Finish& f,
+             double* values) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
   static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
-  if (avx2) return AddWindowsAvx2<Run>(weights, window, sums);
+  if (avx2) return FillRunAvx2<Run>(weights, window, f, values);
 #endif
-  AddWindowsBody<Run, Lanes2>(weights, window, sums);
+  FillRunBody<Run, Lanes2>(weights, window, f, values);
 }
 
 }  // namespace
@@ -120,29 +143,26 @@ void MatchedFilter::ComputeRun(std::int32_t i, const Region& r, const Kernel& g)
   std::int32_t end =
       std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
   if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
-  double sums[kRun];  // the first `count` are filled below
-  const double* window = in_.y.data() + (begin - half);
-  const std::size_t count = static_cast<std::size_t>(end - begin);
-  if (count == kRun) {
-    AddWindows<kRun>(g.weights, window, sums);
-  } else if (count == kShortRun) {
-    AddWindows<kShortRun>(g.weights, window, sums);
-  } else {
-    AddWindowsScalar(g.weights, window, sums, count);
-  }
+  const std::int32_t count = end - begin;
   const double first = m_.BaselineAt(begin);
   const double step =
       count > 1 ? (m_.BaselineAt(end - 1) - first) / static_cast<double>(count - 1) : 0.0;
+  const Finish finish{g.sumOfSquares, g.baselineShare, first, step};
   // A run lies inside an aligned stretch of run_ points and the places are a power of two,
-  // at least 16384 or more than the trace has: a run's places follow each other. The loop
-  // counts in int32, whose conversion to double has a vector instruction, so the divisions
-  // go two at a time.
+  // at least 16384 or more than the trace has: a run's places follow each other.
   double* values = value_.get() + Place(begin);
-  std::int32_t* points = point_.data() + Place(begin);
-  for (std::int32_t o = 0; o < end - begin; ++o) {
-    values[o] = sums[o] / g.sumOfSquares - g.baselineShare * (first + o * step);
-    points[o] = begin + o;
+  const double* window = in_.y.data() + (begin - half);
+  if (count == kRun) {
+    FillRun<kRun>(g.weights, window, finish, values);
+  } else if (count == kShortRun) {
+    FillRun<kShortRun>(g.weights, window, finish, values);
+  } else {
+    double sums[kRun];
+    AddWindowsScalar(g.weights, window, sums, static_cast<std::size_t>(count));
+    FinishRun(sums, count, finish, values);
   }
+  std::int32_t* points = point_.data() + Place(begin);
+  for (std::int32_t o = 0; o < count; ++o) points[o] = begin + o;
 }
 
 const MatchedFilter::Kernel& MatchedFilter::KernelAt(std::int32_t i) {
