@@ -397,13 +397,49 @@ void DetectCentroided(std::span<const double> x, std::span<const double> y,
 
 namespace {
 
+// The seeds of block [from, to) of region r: the local tops of the window sums (2 half + 1
+// points) above `bar`, each moved to the highest point under its window. The sums are made at
+// the block's points and a neighbour either side, in order; a point is settled once its right
+// neighbour's sum is known, and the ends have no neighbour outside (their sums are -inf).
+// Where the whole window lies inside the region, a sum is the one before plus the point
+// entering less the one leaving (one addition per point on its chain); elsewhere it is added
+// up and scaled to full width. Kept out of line, so that the running figures stay in
+// registers.
+[[gnu::noinline]] void ScanBlock(std::span<const double> y, const Region& r, std::int32_t from,
+                                 std::int32_t to, std::int32_t half, double bar,
+                                 std::vector<std::int32_t>& seeds) {
+  const std::int32_t width = 2 * half + 1;
+  const std::int32_t lo = std::max(r.begin, from - 1), hi = std::min(r.end, to + 1);
+  const auto direct = [&](std::int32_t i) {
+    const std::int32_t a = std::max(r.begin, i - half), e = std::min(r.end, i + half + 1);
+    double sum = 0.0;
+    for (std::int32_t j = a; j < e; ++j) sum += y[j];
+    return e - a == width ? sum : sum * width / (e - a);
+  };
+  const auto settle = [&](std::int32_t i, double before, double here, double next) {
+    if (!(here > bar) || i < from || i >= to || before >= here || next > here) return;
+    std::int32_t top = i;
+    for (std::int32_t k = std::max(r.begin, i - half); k <= std::min(r.end - 1, i + half); ++k)
+      if (y[k] > y[top]) top = k;
+    seeds.push_back(top);
+  };
+  const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
+  double before = -INFINITY, here = direct(lo), next = 0.0;
+  std::int32_t j = lo + 1;
+  for (; j < hi && j <= first; ++j, before = here, here = next)
+    settle(j - 1, before, here, next = direct(j));
+  for (; j < last; ++j, before = here, here = next)
+    settle(j - 1, before, here, next = here + (y[j + half] - y[j - half - 1]));
+  for (; j < hi; ++j, before = here, here = next) settle(j - 1, before, here, next = direct(j));
+  settle(hi - 1, before, here, -INFINITY);
+}
+
 // Seeds: the local tops of a short moving mean (as wide as a peak, at most nine points:
 // it only proposes, the matched filter decides) that stand above the baseline plus the
 // noise, each at the highest point under its window; in regions too short for a peak
 // width, every local top. One pass over the points, with no table.
 std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalModel& model) {
   std::vector<std::int32_t> seeds;
-  std::vector<double> sums;
   for (const Region& r : model.regions) {
     const std::int32_t w0 = OddWidth(std::min(model.PointsPerFwhm(r.begin), 9.0));
     if (r.end - r.begin < std::max(3 * w0 + 2, 12)) {
@@ -415,46 +451,11 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       }
       continue;
     }
-    // Block by block (one width each), the window sums at the block's points and its two
-    // neighbours; a window cut by the region's end is scaled to full width. Sums, not
-    // means, are compared, and the running sum has one addition per point on its chain.
     for (std::int32_t from = r.begin, to = 0; from < r.end; from = to) {
       const std::int32_t b = from / model.block();
       to = std::min(r.end, (b + 1) * model.block());
-      const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2, width = 2 * half + 1;
-      const std::int32_t lo = std::max(r.begin, from - 1), hi = std::min(r.end, to + 1);
-      sums.resize(static_cast<std::size_t>(hi - lo));
-      auto direct = [&](std::int32_t i) {
-        const std::int32_t a = std::max(r.begin, i - half), e = std::min(r.end, i + half + 1);
-        double sum = 0.0;
-        for (std::int32_t j = a; j < e; ++j) sum += y[j];
-        return e - a == width ? sum : sum * width / (e - a);
-      };
-      // Running sums where the whole window lies inside the region; direct ones elsewhere.
-      const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
-      double running = 0.0;
-      for (std::int32_t i = lo; i < hi; ++i) {
-        running = i <= first || i >= last ? direct(i) : running + (y[i + half] - y[i - half - 1]);
-        sums[i - lo] = running;
-      }
-      const double bar = model.LevelBounds(b, 1.0).first * width;
-      // Most sums lie below the bar: a loop of their own passes over them with its index in
-      // a register (the loop below, which calls push_back, keeps its index in memory).
-      const auto nextAbove = [&](std::int32_t i) {
-        while (i < to && !(sums[i - lo] > bar)) ++i;
-        return i;
-      };
-      for (std::int32_t i = nextAbove(from); i < to; i = nextAbove(i + 1)) {
-        const double here = sums[i - lo];
-        if ((i > lo && sums[i - lo - 1] >= here) || (i + 1 < hi && sums[i + 1 - lo] > here))
-          continue;
-        std::int32_t top = i;
-        for (std::int32_t j = std::max(r.begin, i - half); j <= std::min(r.end - 1, i + half);
-             ++j) {
-          if (y[j] > y[top]) top = j;
-        }
-        seeds.push_back(top);
-      }
+      const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2;
+      ScanBlock(y, r, from, to, half, model.LevelBounds(b, 1.0).first * (2 * half + 1), seeds);
     }
   }
   return seeds;
