@@ -517,8 +517,16 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
   }
   if (runStart >= 0) close(n);
   RefineLevels(x, y, exclude, model);
-  if (!model.thresholded)
-    std::erase_if(seeds, [&](std::int32_t seed) { return !clearlyAbove(seed); });
+  if (!model.thresholded) {
+    // The seeds lie far apart in a trace that no longer fits in the cache: each one's point
+    // is fetched a few seeds ahead.
+    std::size_t kept = 0;
+    for (std::size_t k = 0; k < seeds.size(); ++k) {
+      if (k + 8 < seeds.size()) __builtin_prefetch(&y[seeds[k + 8]]);
+      if (clearlyAbove(seeds[k])) seeds[kept++] = seeds[k];
+    }
+    seeds.resize(kept);
+  }
   return seeds;
 }
 
