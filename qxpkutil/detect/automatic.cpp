@@ -150,8 +150,10 @@ struct Flank {
   double highestValue = -INFINITY;
 };
 
-Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step, double tolerance,
-                std::int32_t limit) {
+// Kept out of line: inlined into the climbs, its running figures lived on the stack at every
+// step; here they leave their registers only around the filter's rare call that fills a run.
+[[gnu::noinline]] Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step,
+                                  double tolerance, std::int32_t limit) {
   Flank flank{top};
   double lowestValue = f.At(top, r);
   std::int32_t highest = -1;
