@@ -106,14 +106,15 @@ MatchedFilter::MatchedFilter(const FilterInput& input, double scale, std::int32_
       value_(new double[mask_ + 1]) {}
 
 double MatchedFilter::Spread(std::int32_t i, double sigma) {
-  return sigma / std::sqrt(KernelAt(i).sumOfSquares);
+  return sigma / std::sqrt(BlockKernel(i / m_.block()).sumOfSquares);
 }
 
 double MatchedFilter::Compute(std::int32_t i, const Region& r) {
-  const Kernel& g = KernelAt(i);
+  const std::int32_t b = i / m_.block();
+  const Kernel& g = BlockKernel(b);
   const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
   if (i - half >= r.begin && i + half < r.end && !in_.MissingIn(i - half, i + half + 1)) {
-    ComputeRun(i, r, g);
+    ComputeRun(i, b, r, g);
     return value_[Place(i)];
   }
   double num = 0.0, den = 0.0;
@@ -133,15 +134,17 @@ double MatchedFilter::Compute(std::int32_t i, const Region& r) {
 }
 
 // The run of up to run_ points around i whose windows lie whole inside the region, the
-// block of i's kernel and a straight piece of the baseline, and hold no missing point:
+// block b of i's kernel and a straight piece of the baseline, and hold no missing point:
 // neighbouring points are asked for together (climbs, valleys), so a miss fills a run.
-void MatchedFilter::ComputeRun(std::int32_t i, const Region& r, const Kernel& g) {
+// The baseline bends at block centres, so a straight piece meets the block in the half that
+// holds i. run_ is a power of two.
+void MatchedFilter::ComputeRun(std::int32_t i, std::int32_t b, const Region& r, const Kernel& g) {
   const auto half = static_cast<std::int32_t>(g.weights.size() / 2);
-  const std::int32_t blockBegin = i / m_.block() * m_.block();
-  const auto piece = m_.StraightPiece(i);
-  std::int32_t begin = std::max({i - i % run_, blockBegin, piece.first, r.begin + half});
-  std::int32_t end =
-      std::min({i - i % run_ + run_, blockBegin + m_.block(), piece.second, r.end - half});
+  const std::int32_t blockBegin = b * m_.block(), centre = blockBegin + m_.block() / 2;
+  const std::int32_t aligned = i & -run_;
+  std::int32_t begin = std::max({aligned, i < centre ? blockBegin : centre, r.begin + half});
+  std::int32_t end = std::min(
+      {aligned + run_, i < centre ? centre : blockBegin + m_.block(), r.end - half});
   if (in_.MissingIn(begin - half, end + half)) begin = i, end = i + 1;
   const std::int32_t count = end - begin;
   const double first = m_.BaselineAt(begin);
@@ -171,11 +174,11 @@ void MatchedFilter::ComputeRun(std::int32_t i, const Region& r, const Kernel& g)
   }
 }
 
-const MatchedFilter::Kernel& MatchedFilter::KernelAt(std::int32_t i) {
-  const auto b = static_cast<std::size_t>(i / m_.block());
+const MatchedFilter::Kernel& MatchedFilter::BlockKernel(std::int32_t b) {
+  const auto k = static_cast<std::size_t>(b);
   if (blockKernel_.empty()) blockKernel_.assign(m_.ppf_.size(), nullptr);
-  if (blockKernel_[b] == nullptr) blockKernel_[b] = &MakeKernel(m_.ppf_[b] * scale_);
-  return *blockKernel_[b];
+  if (blockKernel_[k] == nullptr) blockKernel_[k] = &MakeKernel(m_.ppf_[k] * scale_);
+  return *blockKernel_[k];
 }
 
 const MatchedFilter::Kernel& MatchedFilter::MakeKernel(double ppf) {

@@ -66,14 +66,14 @@ class MatchedFilter {
   };
   // Kept out of line, so that At, on every step of every walk, stays a load and a compare.
   [[gnu::noinline]] double Compute(std::int32_t i, const Region& r);
-  void ComputeRun(std::int32_t i, const Region& r, const Kernel& g);
+  void ComputeRun(std::int32_t i, std::int32_t b, const Region& r, const Kernel& g);
   std::size_t Place(std::int32_t i) const { return static_cast<std::size_t>(i) & mask_; }
   void Store(std::int32_t i, double value) {
     point_[Place(i)] = i;
     value_[Place(i)] = value;
   }
-  // One kernel per block of the model, chosen on first use.
-  const Kernel& KernelAt(std::int32_t i);
+  // One kernel per block b of the model, chosen on first use.
+  const Kernel& BlockKernel(std::int32_t b);
   const Kernel& MakeKernel(double ppf);
   static std::size_t Places(const FilterInput& in, double keepWidths);
 
