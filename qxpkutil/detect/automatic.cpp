@@ -194,14 +194,16 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double toler
 
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
 // the exact centre, height and width of a sampled Gaussian.
-// `above` is scratch: the heights above the baseline, read once as the walks find them.
+// `above` is scratch: the heights above the baseline, read once as the walks find them, and
+// their logarithms.
 bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
                     std::int32_t lo, std::int32_t hi, std::vector<double>& above,
                     double& centre, double& height, double& fwhm) {
   const std::span<const double> y = in.y;
   const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
-  above.resize(static_cast<std::size_t>(hi - lo + 1));
+  const auto size = static_cast<std::size_t>(hi - lo + 1);
+  above.resize(2 * size);
   const auto at = [&](std::int32_t j) -> double& {
     return above[static_cast<std::size_t>(j - lo)];
   };
@@ -216,10 +218,13 @@ bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32
   while (l > lo && goesOn(l - 1, l)) --l;
   while (h < hi && goesOn(h + 1, h)) ++h;
   if (h - l < 2) return false;
+  // The logarithms in a loop of their own: no running sum stays in a register across a call.
+  double* const logs = above.data() + size - lo;  // logs[i]: ln of the height at point i
+  for (std::int32_t i = l; i <= h; ++i) logs[i] = std::log(at(i));
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
     const double v = at(i);
-    const double w = v * v, u = x[i] - x[top], ln = std::log(v);
+    const double w = v * v, u = x[i] - x[top], ln = logs[i];
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
       s[k] += w * p;
