@@ -219,12 +219,12 @@ bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32
   while (h < hi && goesOn(h + 1, h)) ++h;
   if (h - l < 2) return false;
   // The logarithms in a loop of their own: no running sum stays in a register across a call.
-  double* const logs = above.data() + size - lo;  // logs[i]: ln of the height at point i
-  for (std::int32_t i = l; i <= h; ++i) logs[i] = std::log(at(i));
+  double* const logs = above.data() + size;  // logs[i - lo]: ln of the height at point i
+  for (std::int32_t i = l; i <= h; ++i) logs[i - lo] = std::log(at(i));
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
     const double v = at(i);
-    const double w = v * v, u = x[i] - x[top], ln = logs[i];
+    const double w = v * v, u = x[i] - x[top], ln = logs[i - lo];
     double p = 1.0;
     for (int k = 0; k < 5; ++k, p *= u) {
       s[k] += w * p;

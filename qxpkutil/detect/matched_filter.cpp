@@ -168,9 +168,11 @@ void MatchedFilter::ComputeRun(std::int32_t i, std::int32_t b, const Region& r, 
   for (std::int32_t o = 0; o < count; ++o) points[o] = begin + o;
   // A walk goes on to a neighbouring run, one way or the other: the points its windows add
   // are fetched now (y no longer fits in the cache by the time the walks run).
+  // (Clamped to the trace, whose ends it then fetches again.)
+  const auto last = static_cast<std::int32_t>(in_.y.size()) - 1;
   for (std::int32_t k = 0; k < run_; k += 8) {
-    __builtin_prefetch(window - run_ + k);
-    __builtin_prefetch(window + count + 2 * half + k);
+    __builtin_prefetch(&in_.y[static_cast<std::size_t>(std::max(0, begin - half - run_ + k))]);
+    __builtin_prefetch(&in_.y[static_cast<std::size_t>(std::min(last, end + half + k))]);
   }
 }
 
