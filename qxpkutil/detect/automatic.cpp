@@ -767,8 +767,9 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   // The raw top near the filter's top: the highest point within a third of a width.
   const auto near = static_cast<std::int32_t>(std::ceil(model.PointsPerFwhm(f.top) / 3.0));
   std::int32_t top = f.top;
+  double highest = y[top];  // y[top], kept in a register rather than loaded at every step
   for (std::int32_t i = std::max(f.left, f.top - near); i <= std::min(f.right, f.top + near); ++i) {
-    if (y[i] > y[top]) top = i;
+    if (y[i] > highest) top = i, highest = y[i];
   }
   p.apex_index = top;
   p.apex_x = x[top];
