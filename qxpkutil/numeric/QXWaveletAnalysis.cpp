@@ -398,12 +398,12 @@ class LazySorted {
       return static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(d) >> 41) == top;
     };
     double* out = m_sorted + leaves.start[l];
-    constexpr std::size_t kBlock = 16;
+    constexpr std::size_t kBlock = 64;  // long enough for the count to be vectorised
     const double* from = m_grouped + m_start[b];
     const double* end = m_grouped + m_start[b + 1];
     for (; end - from >= static_cast<std::ptrdiff_t>(kBlock); from += kBlock) {
       std::uint32_t hits = 0;
-      for (std::size_t k = 0; k < kBlock; ++k) hits += inLeaf(from[k]) ? 1 : 0;
+      for (std::size_t k = 0; k < kBlock; ++k) hits += static_cast<std::uint32_t>(inLeaf(from[k]));
       if (hits == 0) continue;
       for (std::size_t k = 0; k < kBlock; ++k) {
         if (inLeaf(from[k])) *out++ = from[k];
