@@ -220,8 +220,8 @@ void Pad(const In* y, std::size_t n, Out* buf, std::size_t paddedN, std::size_t 
 }
 
 // The full transform of the padded signal into `buf`, with `scratch` of the same size left
-// free for the caller. False when memory is short or the transform met a value that is not
-// finite (which would also upset the sort).
+// free for the caller. False when memory is short. The caller tests that the coefficients
+// are finite (a sample that is not, or a sum that overflowed, makes one of them not).
 template <typename T>
 bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t taps,
                      Scratch& buf, Scratch& scratch) {
@@ -235,7 +235,7 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
     return false;
   Pad(y, n, scratch.data(), paddedN, 0, 1.0);
   ForwardAllLevels(coef, taps, scratch.data(), paddedN, buf.data());
-  return numeric_detail::AllFinite(buf.data(), paddedN);
+  return true;
 }
 
 // The transform and sort arrays of a noise estimate. Each thread keeps its pair between
@@ -289,7 +289,8 @@ void Scatter(const double* from, double* to, std::size_t n, std::size_t* start,
 // pattern.
 class LazySorted {
  public:
-  // Takes over v (n values) and tmp (room for n); both must outlive this.
+  // Takes over v (n values) and tmp (room for n); both must outlive this. Nothing is read
+  // or searched unless every value is finite().
   LazySorted(double* v, double* tmp, std::size_t n) : m_sorted(v), m_grouped(tmp), m_n(n) {
     constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
     if (n < kRadixFrom || !NoThrow([&] {
@@ -298,14 +299,18 @@ class LazySorted {
           m_whole.assign(kParts, false);
         })) {
       m_start.clear();
-      std::sort(v, v + n);
+      m_finite = numeric_detail::AllFinite(v, n);
+      if (m_finite) std::sort(v, v + n);
       return;
     }
     for (std::size_t i = 0; i < n; ++i) ++m_start[Part(v[i]) + 1];
     for (std::size_t b = 0; b < kParts; ++b) m_start[b + 1] += m_start[b];
-    Scatter(v, tmp, n, m_start.data(), kParts, [](double d) { return Part(d); });
+    // Infinities and NaNs, and they alone, fill the first part (negative) and the last.
+    m_finite = m_start[1] == 0 && m_start[kParts - 1] == n;
+    if (m_finite) Scatter(v, tmp, n, m_start.data(), kParts, [](double d) { return Part(d); });
   }
 
+  bool finite() const { return m_finite; }
   std::size_t size() const { return m_n; }
 
   // The i-th smallest value.
@@ -439,6 +444,7 @@ class LazySorted {
   double* m_sorted;   // sorted where a read landed
   double* m_grouped;  // the values grouped by part
   std::size_t m_n;
+  bool m_finite = false;
   // Part b is m_start[b] .. m_start[b + 1] - 1; empty: all sorted.
   std::vector<std::size_t> m_start;
   std::vector<std::unique_ptr<Leaves>> m_leaves;
@@ -542,7 +548,7 @@ double WhiteNoiseLevelT(const T* y, std::uint32_t n) {
   auto& [buf, scratch] = ArraysFor(n, fresh);
   if (!PaddedTransform(y, n, kHaar, 2, buf, scratch)) return 0.0;
   LazySorted sorted(buf.data(), scratch.data(), buf.size());
-  return WhiteNoiseFromSorted(sorted);
+  return sorted.finite() ? WhiteNoiseFromSorted(sorted) : 0.0;
 }
 
 // ---- Two-phase filtering (the scheme is described in the header) ----
@@ -675,7 +681,9 @@ double QXWaveletAnalysis::CalcNoiseLevel(const double* y, std::uint32_t n) {
   if (n == 2) return FiniteOrZero(PairSpread(y[0], y[1]));
   NoiseArrays fresh;
   auto& [buf, scratch] = ArraysFor(n, fresh);
-  if (!PaddedTransform(y, n, kHaar, 2, buf, scratch)) return 0.0;
+  if (!PaddedTransform(y, n, kHaar, 2, buf, scratch) ||
+      !numeric_detail::AllFinite(buf.data(), buf.size()))
+    return 0.0;
   if (buf.size() == 4) return PairSpread(buf[2], buf[3]);
 
   // Every detail level: positions 2 .. N-1.
@@ -734,7 +742,9 @@ std::int32_t QXWaveletAnalysis::CalcWhiteNoiseLevels(double* y, std::uint32_t n,
   if (y == nullptr || n < 4) return 0;
   NoiseArrays fresh;
   auto& [buf, scratch] = ArraysFor(n, fresh);
-  if (!PaddedTransform(y, n, kDaub6, 6, buf, scratch)) return 0;
+  if (!PaddedTransform(y, n, kDaub6, 6, buf, scratch) ||
+      !numeric_detail::AllFinite(buf.data(), buf.size()))
+    return 0;
 
   std::array<double, kMaxDepths> found{};
   std::size_t depths = 0;
