@@ -265,15 +265,11 @@ std::uint64_t PatternOf(std::uint64_t key) {
   return (key >> 63) != 0 ? key ^ (std::uint64_t{1} << 63) : ~key;
 }
 
-// Moves from[0..n-1] into `to` grouped by `group` (0 .. groups - 1) in ascending order:
-// group g goes to to[start[g]] on, and start[] is left as it was.
+// Moves each of from[0..n-1] to to[next[g]++], g = group(value): a group's values go to
+// consecutive places from next[g] on, in the order they come; next[g] ends past the last.
 template <class Group>
-void Scatter(const double* from, double* to, std::size_t n, std::size_t* start,
-             std::size_t groups, Group group) {
-  const std::size_t first = start[0];
-  for (std::size_t i = 0; i < n; ++i) to[start[group(from[i])]++] = from[i];
-  for (std::size_t g = groups - 1; g > 0; --g) start[g] = start[g - 1];  // each was its end
-  start[0] = first;
+void Scatter(const double* from, double* to, std::size_t n, std::size_t* next, Group group) {
+  for (std::size_t i = 0; i < n; ++i) to[next[group(from[i])]++] = from[i];
 }
 
 // Finite values in ascending order, as far as anyone reads them. Long arrays are grouped by
@@ -293,21 +289,28 @@ class LazySorted {
   // or searched unless every value is finite().
   LazySorted(double* v, double* tmp, std::size_t n) : m_sorted(v), m_grouped(tmp), m_n(n) {
     constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
+    std::vector<std::size_t> next;  // by top 12 pattern bits: a count, then the next place
     if (n < kRadixFrom || !NoThrow([&] {
           m_start.assign(kParts + 1, 0);
           m_leaves.resize(kParts);
           m_whole.assign(kParts, false);
+          next.assign(kParts, 0);
         })) {
       m_start.clear();
       m_finite = numeric_detail::AllFinite(v, n);
       if (m_finite) std::sort(v, v + n);
       return;
     }
-    for (std::size_t i = 0; i < n; ++i) ++m_start[Part(v[i]) + 1];
+    // The values are counted and moved by the top bits of their pattern, which saves forming
+    // each one's key; the parts take them in key order.
+    for (std::size_t i = 0; i < n; ++i) ++next[TopBits(v[i])];
+    for (std::size_t t = 0; t < kParts; ++t) m_start[PartOfTop(t) + 1] = next[t];
     for (std::size_t b = 0; b < kParts; ++b) m_start[b + 1] += m_start[b];
     // Infinities and NaNs, and they alone, fill the first part (negative) and the last.
     m_finite = m_start[1] == 0 && m_start[kParts - 1] == n;
-    if (m_finite) Scatter(v, tmp, n, m_start.data(), kParts, [](double d) { return Part(d); });
+    if (!m_finite) return;
+    for (std::size_t t = 0; t < kParts; ++t) next[t] = m_start[PartOfTop(t)];
+    Scatter(v, tmp, n, next.data(), [](double d) { return TopBits(d); });
   }
 
   bool finite() const { return m_finite; }
@@ -335,11 +338,12 @@ class LazySorted {
     for (std::size_t b = 0; !m_start.empty() && b < kParts; ++b) {
       if (!(m_start[b] < hi && lo < m_start[b + 1])) continue;
       if (Leaves* leaves = Split(b)) {
-        std::vector<std::size_t>& start = leaves->start;
-        Scatter(m_grouped + start[0], m_sorted, start[kLeaves] - start[0], start.data(),
-                kLeaves, [](double d) { return Leaf(d); });
-        for (std::size_t l = 0; l < kLeaves; ++l)
-          std::sort(m_sorted + start[l], m_sorted + start[l + 1]);
+        std::size_t* next = leaves->start.data();  // the leaves' starts, used up here
+        const std::size_t first = next[0];
+        Scatter(m_grouped + first, m_sorted, next[kLeaves] - first, next,
+                [](double d) { return Leaf(d); });
+        for (std::size_t l = 0, from = first; l < kLeaves; from = next[l++])
+          std::sort(m_sorted + from, m_sorted + next[l]);
         m_leaves[b].reset();
         m_whole[b] = true;
       }
@@ -351,6 +355,10 @@ class LazySorted {
   static constexpr std::size_t kParts = 4096;   // sign and exponent: the top 12 key bits
   static constexpr std::size_t kLeaves = 2048;  // the next 11 key bits
   static std::size_t Part(double d) { return static_cast<std::size_t>(SortKey(d) >> 52); }
+  static std::size_t TopBits(double d) { return std::bit_cast<std::uint64_t>(d) >> 52; }
+  static std::size_t PartOfTop(std::size_t top) {
+    return Part(std::bit_cast<double>(std::uint64_t{top} << 52));
+  }
   static std::size_t Leaf(double d) {
     return static_cast<std::size_t>(SortKey(d) >> 41) & (kLeaves - 1);
   }
@@ -385,7 +393,11 @@ class LazySorted {
     }
     std::vector<std::size_t>& start = leaves->start;
     start[0] = lo;
-    for (std::size_t i = lo; i < lo + m; ++i) ++start[Leaf(m_grouped[i]) + 1];
+    // Counted by the pattern's bits under the part's, in the opposite order to the keys'
+    // for a negative part.
+    for (std::size_t i = lo; i < lo + m; ++i)
+      ++start[((std::bit_cast<std::uint64_t>(m_grouped[i]) >> 41) & (kLeaves - 1)) + 1];
+    if (b < kParts / 2) std::reverse(start.begin() + 1, start.end());
     for (std::size_t l = 0; l < kLeaves; ++l) start[l + 1] += start[l];
     m_leaves[b] = std::move(leaves);
     return m_leaves[b].get();
