@@ -220,8 +220,8 @@ void Pad(const In* y, std::size_t n, Out* buf, std::size_t paddedN, std::size_t 
 }
 
 // The full transform of the padded signal into `buf`, with `scratch` of the same size left
-// free for the caller. False when memory is short or the transform met a value that is not
-// finite (which would also upset the sort).
+// free for the caller. False when memory is short. The caller tests that the coefficients
+// are finite (a sample that is not, or a sum that overflowed, makes one of them not).
 template <typename T>
 bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t taps,
                      Scratch& buf, Scratch& scratch) {
@@ -235,7 +235,7 @@ bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t 
     return false;
   Pad(y, n, scratch.data(), paddedN, 0, 1.0);
   ForwardAllLevels(coef, taps, scratch.data(), paddedN, buf.data());
-  return numeric_detail::AllFinite(buf.data(), paddedN);
+  return true;
 }
 
 // The transform and sort arrays of a noise estimate. Each thread keeps its pair between
@@ -260,68 +260,77 @@ std::uint64_t SortKey(double d) {
   return (b >> 63) != 0 ? ~b : b | (std::uint64_t{1} << 63);
 }
 
-// Moves from[0..n-1] into `to` grouped by `group` (0 .. groups - 1) in ascending order:
-// group g goes to to[start[g]] on, and start[] is left as it was.
-template <class Group>
-void Scatter(const double* from, double* to, std::size_t n, std::size_t* start,
-             std::size_t groups, Group group) {
-  const std::size_t first = start[0];
-  for (std::size_t i = 0; i < n; ++i) to[start[group(from[i])]++] = from[i];
-  for (std::size_t g = groups - 1; g > 0; --g) start[g] = start[g - 1];  // each was its end
-  start[0] = first;
+// The bit pattern whose SortKey is `key`.
+std::uint64_t PatternOf(std::uint64_t key) {
+  return (key >> 63) != 0 ? key ^ (std::uint64_t{1} << 63) : ~key;
 }
 
-// Finite values in ascending order, as far as anyone reads them. Long arrays are split by
+// Moves each of from[0..n-1] to to[next[g]++], g = group(value): a group's values go to
+// consecutive places from next[g] on, in the order they come; next[g] ends past the last.
+template <class Group>
+void Scatter(const double* from, double* to, std::size_t n, std::size_t* next, Group group) {
+  for (std::size_t i = 0; i < n; ++i) to[next[group(from[i])]++] = from[i];
+}
+
+// Finite values in ascending order, as far as anyone reads them. Long arrays are grouped by
 // sign and exponent (the top 12 key bits) in one radix pass; a signal's values have few
-// exponents, so the pass writes to few places. A part is split by the next 11 key bits the
-// first time a read lands in it, and each of these leaves is sorted when a read lands in
-// it: the noise fit reads only some order statistics and binary searches, so most leaves
-// are never sorted. A search for a value sorts only the leaf of values that share its top
-// 23 key bits (both zero leaves for a zero): in any other leaf all values compare alike,
-// so its probes answer as the sorted array's would. A leaf's values have one sign, so
-// sorting them by value orders them by the pattern. Every value read and every search
-// answer is that of a full sort by the pattern.
+// exponents, so the pass writes to few places. The first read that lands in a part counts
+// its values by the next 11 key bits, which places each of these leaves in the sorted
+// order; a read that lands in a leaf gathers the leaf's values from its part into that
+// place and sorts them there. The fit reads only some order statistics and searches, so
+// most leaves are never gathered and no part is rearranged. A search counts the values
+// below the one sought: those in lower leaves come from the counts, the rest from the one
+// leaf that holds the value (that of -0.0 for the values below a zero, of +0.0 for those
+// up to it). Every value read and every search answer is that of a full sort by the
+// pattern.
 class LazySorted {
  public:
-  // Takes over v (n values) and tmp (room for n); both must outlive this.
-  LazySorted(double* v, double* tmp, std::size_t n) : m_data(v), m_tmp(tmp), m_n(n) {
+  // Takes over v (n values) and tmp (room for n); both must outlive this. Nothing is read
+  // or searched unless every value is finite().
+  LazySorted(double* v, double* tmp, std::size_t n) : m_sorted(v), m_grouped(tmp), m_n(n) {
     constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
+    std::vector<std::size_t> next;  // by top 12 pattern bits: a count, then the next place
     if (n < kRadixFrom || !NoThrow([&] {
           m_start.assign(kParts + 1, 0);
           m_leaves.resize(kParts);
           m_whole.assign(kParts, false);
+          next.assign(kParts, 0);
         })) {
       m_start.clear();
-      std::sort(v, v + n);
+      m_finite = numeric_detail::AllFinite(v, n);
+      if (m_finite) std::sort(v, v + n);
       return;
     }
-    for (std::size_t i = 0; i < n; ++i) ++m_start[Part(v[i]) + 1];
+    // The values are counted and moved by the top bits of their pattern, which saves forming
+    // each one's key; the parts take them in key order.
+    for (std::size_t i = 0; i < n; ++i) ++next[TopBits(v[i])];
+    for (std::size_t t = 0; t < kParts; ++t) m_start[PartOfTop(t) + 1] = next[t];
     for (std::size_t b = 0; b < kParts; ++b) m_start[b + 1] += m_start[b];
-    Scatter(v, tmp, n, m_start.data(), kParts, [](double d) { return Part(d); });
-    m_data = tmp;
-    m_tmp = v;
+    // Infinities and NaNs, and they alone, fill the first part (negative) and the last.
+    m_finite = m_start[1] == 0 && m_start[kParts - 1] == n;
+    if (!m_finite) return;
+    for (std::size_t t = 0; t < kParts; ++t) next[t] = m_start[PartOfTop(t)];
+    Scatter(v, tmp, n, next.data(), [](double d) { return TopBits(d); });
   }
 
+  bool finite() const { return m_finite; }
   std::size_t size() const { return m_n; }
 
   // The i-th smallest value.
   double operator[](std::size_t i) {
     if (!m_start.empty()) {
-      if (Leaves* leaves = Split(Containing(m_start, i))) {
-        SortLeaf(*leaves, Containing(leaves->start, i));
-      }
+      const std::size_t b = Containing(m_start, i);
+      if (Leaves* leaves = Split(b)) Gather(b, *leaves, Containing(leaves->start, i));
     }
-    return m_data[i];
+    return m_sorted[i];
   }
 
-  // lower_bound and upper_bound of `value` over lo..hi-1.
+  // lower_bound and upper_bound of `value` (not a NaN) over lo..hi-1.
   std::size_t LowerBound(std::size_t lo, std::size_t hi, double value) {
-    SortLeavesOf(value);
-    return static_cast<std::size_t>(std::lower_bound(m_data + lo, m_data + hi, value) - m_data);
+    return std::clamp(Below(value == 0.0 ? -0.0 : value, false), lo, hi);
   }
   std::size_t UpperBound(std::size_t lo, std::size_t hi, double value) {
-    SortLeavesOf(value);
-    return static_cast<std::size_t>(std::upper_bound(m_data + lo, m_data + hi, value) - m_data);
+    return std::clamp(Below(value == 0.0 ? 0.0 : value, true), lo, hi);
   }
 
   // The values lo..hi-1, all in order.
@@ -329,16 +338,27 @@ class LazySorted {
     for (std::size_t b = 0; !m_start.empty() && b < kParts; ++b) {
       if (!(m_start[b] < hi && lo < m_start[b + 1])) continue;
       if (Leaves* leaves = Split(b)) {
-        for (std::size_t l = 0; l < kLeaves; ++l) SortLeaf(*leaves, l);
+        std::size_t* next = leaves->start.data();  // the leaves' starts, used up here
+        const std::size_t first = next[0];
+        Scatter(m_grouped + first, m_sorted, next[kLeaves] - first, next,
+                [](double d) { return Leaf(d); });
+        for (std::size_t l = 0, from = first; l < kLeaves; from = next[l++])
+          std::sort(m_sorted + from, m_sorted + next[l]);
+        m_leaves[b].reset();
+        m_whole[b] = true;
       }
     }
-    return m_data;
+    return m_sorted;
   }
 
  private:
   static constexpr std::size_t kParts = 4096;   // sign and exponent: the top 12 key bits
   static constexpr std::size_t kLeaves = 2048;  // the next 11 key bits
   static std::size_t Part(double d) { return static_cast<std::size_t>(SortKey(d) >> 52); }
+  static std::size_t TopBits(double d) { return std::bit_cast<std::uint64_t>(d) >> 52; }
+  static std::size_t PartOfTop(std::size_t top) {
+    return Part(std::bit_cast<double>(std::uint64_t{top} << 52));
+  }
   static std::size_t Leaf(double d) {
     return static_cast<std::size_t>(SortKey(d) >> 41) & (kLeaves - 1);
   }
@@ -350,11 +370,11 @@ class LazySorted {
 
   struct Leaves {
     std::vector<std::size_t> start;  // leaf l is start[l] .. start[l + 1] - 1
-    std::vector<bool> sorted;
+    std::vector<bool> gathered;
   };
 
-  // The leaves of part b, split on first use; null once the part is sorted whole (a short
-  // part, or no memory for the split).
+  // The leaves of part b, counted on first use; null once the part is sorted whole (a short
+  // part, one that Range sorted, or no memory for the counts).
   Leaves* Split(std::size_t b) {
     if (m_leaves[b] || m_whole[b]) return m_leaves[b].get();
     constexpr std::size_t kSplitFrom = 1024;  // a shorter part is sorted at once
@@ -364,38 +384,79 @@ class LazySorted {
     if (m < kSplitFrom || !NoThrow([&] {
           leaves = std::make_unique<Leaves>();
           leaves->start.assign(kLeaves + 1, 0);
-          leaves->sorted.assign(kLeaves, false);
+          leaves->gathered.assign(kLeaves, false);
         })) {
-      std::sort(m_data + lo, m_data + lo + m);
+      std::copy(m_grouped + lo, m_grouped + lo + m, m_sorted + lo);
+      std::sort(m_sorted + lo, m_sorted + lo + m);
       m_whole[b] = true;
       return nullptr;
     }
     std::vector<std::size_t>& start = leaves->start;
     start[0] = lo;
-    for (std::size_t i = lo; i < lo + m; ++i) ++start[Leaf(m_data[i]) + 1];
+    // Counted by the pattern's bits under the part's, in the opposite order to the keys'
+    // for a negative part.
+    for (std::size_t i = lo; i < lo + m; ++i)
+      ++start[((std::bit_cast<std::uint64_t>(m_grouped[i]) >> 41) & (kLeaves - 1)) + 1];
+    if (b < kParts / 2) std::reverse(start.begin() + 1, start.end());
     for (std::size_t l = 0; l < kLeaves; ++l) start[l + 1] += start[l];
-    Scatter(m_data + lo, m_tmp, m, start.data(), kLeaves, [](double d) { return Leaf(d); });
-    std::copy(m_tmp + lo, m_tmp + lo + m, m_data + lo);
     m_leaves[b] = std::move(leaves);
     return m_leaves[b].get();
   }
 
-  void SortLeaf(Leaves& leaves, std::size_t l) {
-    if (leaves.sorted[l]) return;
-    leaves.sorted[l] = true;
-    std::sort(m_data + leaves.start[l], m_data + leaves.start[l + 1]);
-  }
-
-  void SortLeavesOf(double value) {
-    if (m_start.empty()) return;
-    for (const double v : {value, value == 0.0 ? -value : value}) {
-      if (Leaves* leaves = Split(Part(v))) SortLeaf(*leaves, Leaf(v));
+  // Copies the values of leaf l out of part b to the leaf's place in m_sorted, in order.
+  // A leaf holds a small share of its part: blocks without one of its values are passed
+  // over by a count of matching patterns (their top 23 bits) that the compiler vectorises.
+  void Gather(std::size_t b, Leaves& leaves, std::size_t l) {
+    if (leaves.gathered[l]) return;
+    leaves.gathered[l] = true;
+    const std::uint64_t pattern = PatternOf(std::uint64_t{b << 11 | l} << 41);
+    const auto top = static_cast<std::uint32_t>(pattern >> 41);  // the leaf's top 23 bits
+    const auto inLeaf = [top](double d) {
+      return static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(d) >> 41) == top;
+    };
+    double* out = m_sorted + leaves.start[l];
+    constexpr std::size_t kBlock = 64;  // long enough for the count to be vectorised
+    const double* from = m_grouped + m_start[b];
+    const double* end = m_grouped + m_start[b + 1];
+    for (; end - from >= static_cast<std::ptrdiff_t>(kBlock); from += kBlock) {
+      std::uint32_t hits = 0;
+      for (std::size_t k = 0; k < kBlock; ++k) hits += static_cast<std::uint32_t>(inLeaf(from[k]));
+      if (hits == 0) continue;
+      for (std::size_t k = 0; k < kBlock; ++k) {
+        if (inLeaf(from[k])) *out++ = from[k];
+      }
     }
+    for (; from < end; ++from) {
+      if (inLeaf(*from)) *out++ = *from;
+    }
+    std::sort(m_sorted + leaves.start[l], out);
   }
 
-  double* m_data;
-  double* m_tmp;
+  // The number of values below `value` (`orEqual`: up to and including it), found in the
+  // part, or the leaf, that holds its bit pattern.
+  std::size_t Below(double value, bool orEqual) {
+    std::size_t first = 0;
+    std::size_t last = m_n;
+    if (!m_start.empty()) {
+      const std::size_t b = Part(value);
+      first = m_start[b];
+      last = m_start[b + 1];
+      if (Leaves* leaves = Split(b)) {
+        const std::size_t l = Leaf(value);
+        Gather(b, *leaves, l);
+        first = leaves->start[l];
+        last = leaves->start[l + 1];
+      }
+    }
+    const double* found = orEqual ? std::upper_bound(m_sorted + first, m_sorted + last, value)
+                                  : std::lower_bound(m_sorted + first, m_sorted + last, value);
+    return static_cast<std::size_t>(found - m_sorted);
+  }
+
+  double* m_sorted;   // sorted where a read landed
+  double* m_grouped;  // the values grouped by part
   std::size_t m_n;
+  bool m_finite = false;
   // Part b is m_start[b] .. m_start[b + 1] - 1; empty: all sorted.
   std::vector<std::size_t> m_start;
   std::vector<std::unique_ptr<Leaves>> m_leaves;
@@ -499,7 +560,7 @@ double WhiteNoiseLevelT(const T* y, std::uint32_t n) {
   auto& [buf, scratch] = ArraysFor(n, fresh);
   if (!PaddedTransform(y, n, kHaar, 2, buf, scratch)) return 0.0;
   LazySorted sorted(buf.data(), scratch.data(), buf.size());
-  return WhiteNoiseFromSorted(sorted);
+  return sorted.finite() ? WhiteNoiseFromSorted(sorted) : 0.0;
 }
 
 // ---- Two-phase filtering (the scheme is described in the header) ----
@@ -632,7 +693,9 @@ double QXWaveletAnalysis::CalcNoiseLevel(const double* y, std::uint32_t n) {
   if (n == 2) return FiniteOrZero(PairSpread(y[0], y[1]));
   NoiseArrays fresh;
   auto& [buf, scratch] = ArraysFor(n, fresh);
-  if (!PaddedTransform(y, n, kHaar, 2, buf, scratch)) return 0.0;
+  if (!PaddedTransform(y, n, kHaar, 2, buf, scratch) ||
+      !numeric_detail::AllFinite(buf.data(), buf.size()))
+    return 0.0;
   if (buf.size() == 4) return PairSpread(buf[2], buf[3]);
 
   // Every detail level: positions 2 .. N-1.
@@ -691,7 +754,9 @@ std::int32_t QXWaveletAnalysis::CalcWhiteNoiseLevels(double* y, std::uint32_t n,
   if (y == nullptr || n < 4) return 0;
   NoiseArrays fresh;
   auto& [buf, scratch] = ArraysFor(n, fresh);
-  if (!PaddedTransform(y, n, kDaub6, 6, buf, scratch)) return 0;
+  if (!PaddedTransform(y, n, kDaub6, 6, buf, scratch) ||
+      !numeric_detail::AllFinite(buf.data(), buf.size()))
+    return 0;
 
   std::array<double, kMaxDepths> found{};
   std::size_t depths = 0;

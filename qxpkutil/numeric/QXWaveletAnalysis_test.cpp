@@ -152,13 +152,18 @@ TEST(NoiseLevels, RecoverTheSigmaOfWhiteNoise) {
   }
 }
 
-// The white-noise level as its steps read: a plain sort and linear run walks.
-double LiteralWhiteNoiseLevel(const std::vector<double>& y) {
+// The full transform of y padded with its start backwards.
+std::vector<double> PaddedTransform(const std::vector<double>& y, int taps) {
   std::vector<double> v(y);
   for (std::size_t b = std::bit_ceil(y.size()) - y.size(); b-- > 0;) v.push_back(y[b]);
+  for (auto len = static_cast<std::uint32_t>(v.size()); len > 3; len /= 2)
+    W::DaubTransform(taps, v.data(), len, 1, 0);
+  return v;
+}
+
+// The white-noise level of coefficients as its steps read: a plain sort and linear run walks.
+double LiteralLevel(std::vector<double> v) {
   const std::size_t top = v.size();
-  for (auto len = static_cast<std::uint32_t>(top); len > 3; len /= 2)
-    W::DaubTransform(2, v.data(), len, 1, 0);
   std::sort(v.begin(), v.end());
   std::size_t f = 0;
   while (f < top && v[f] < 0.0) ++f;
@@ -206,14 +211,28 @@ double LiteralWhiteNoiseLevel(const std::vector<double>& y) {
 }
 
 // The lengths alternate long and short: what a longer call left in the arrays the thread
-// keeps must not show through.
-TEST(NoiseLevels, WhiteLevelFollowsItsStepsLiterally) {
+// keeps must not show through. The levels per depth take the same steps, bit for bit.
+TEST(NoiseLevels, WhiteLevelsFollowTheirStepsLiterally) {
   for (std::uint32_t n : {20000u, 4u, 4097u, 5u, 1000u, 16u, 100u}) {
     std::vector<std::vector<double>> inputs = {MakeNoise(n, 3.0, n), Spectrum(n, 10, 90.0)};
     inputs.push_back(inputs[1]);
     for (double& v : inputs.back()) v = std::round(v / 10.0);  // coarse counts, many ties
-    for (const std::vector<double>& y : inputs)
-      EXPECT_DOUBLE_EQ(W::CalcWhiteNoiseLevel(y.data(), n), LiteralWhiteNoiseLevel(y)) << n;
+    inputs.push_back(inputs[0]);  // zeros of both signs among subnormals of both signs
+    inputs.push_back(inputs[0]);  // two tight clusters: no fit, and the fall-back cuts both
+    for (std::size_t i = 0; i < n; ++i) {
+      inputs[3][i] = i % 3 == 0 ? (i % 2 == 0 ? 0.0 : -0.0) : inputs[0][i] * 1e-310;
+      inputs[4][i] = (i % 2 == 0 ? 1.0 : -1.0) * (1.0 + 1e-5 * inputs[0][i]);
+    }
+    for (std::vector<double>& y : inputs) {
+      EXPECT_EQ(W::CalcWhiteNoiseLevel(y.data(), n), LiteralLevel(PaddedTransform(y, 2))) << n;
+      std::vector<double> levels;
+      const std::vector<double> c = PaddedTransform(y, 6);
+      std::vector<double> literal;
+      for (std::size_t len = c.size(); len / 2 >= 1024; len /= 2)
+        literal.push_back(LiteralLevel({c.begin() + len / 2, c.begin() + len}));
+      W::CalcWhiteNoiseLevels(y.data(), n, levels);
+      EXPECT_EQ(levels, literal) << n;
+    }
   }
 }
 
