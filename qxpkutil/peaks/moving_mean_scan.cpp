@@ -435,11 +435,10 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
     std::int64_t i = start + inc;
     const std::int64_t marked = std::min(limit - w, m_meansHi - 1);
     if (m_gt != nullptr && i > m_meansLo && i <= marked) {
-      const std::int64_t rise = NextSet(m_gt, i - m_meansLo, marked - m_meansLo) + m_meansLo;
-      if (rise > i) {
-        prev = m_means[rise - 1 - m_meansLo];
-        i = rise;
-      }
+      // prev is the mean before step i here, so the jump needs no test (whether the walk
+      // goes anywhere is a coin toss).
+      i = NextSet(m_gt, i - m_meansLo, marked - m_meansLo) + m_meansLo;
+      prev = m_means[i - 1 - m_meansLo];
     }
     for (; i <= limit - w; i += inc) {
       const double m = WindowMean(i);
@@ -459,12 +458,9 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
     std::int64_t i = start + inc;
     const std::int64_t marked = std::min(limit - w, m_meansHi - 1);
     if (m_moved != nullptr && i > m_meansLo && i <= marked) {
-      const std::int64_t move =
-          std::min(NextSet(m_moved, i - m_meansLo, marked - m_meansLo) + m_meansLo, marked);
-      if (move > i) {
-        prev = m_means[move - 1 - m_meansLo];
-        i = move;
-      }
+      // As above, prev is the mean before step i.
+      i = std::min(NextSet(m_moved, i - m_meansLo, marked - m_meansLo) + m_meansLo, marked);
+      prev = m_means[i - 1 - m_meansLo];
     }
     for (; i + w <= limit; i += inc) {
       const double m = WindowMean(i);
@@ -574,12 +570,11 @@ void MovingMeanScan<XValue, YValue>::Continue(std::int64_t first, std::int64_t l
         i += inc;
         if (m_le != nullptr && i <= fastStop) {
           const std::int64_t fall = NextSet(m_le, i - m_meansLo, fastStop - m_meansLo) + m_meansLo;
-          for (std::int64_t k = fall - 1; k >= i; --k) {
-            if (threshold <= Y(k + width / 2) || threshold <= means[k]) {
-              riseStart = k;
-              break;
-            }
-          }
+          // The threshold test first: it usually holds at once, while whether the rise went
+          // on past its first step is a coin toss.
+          std::int64_t k = fall - 1;
+          while (!(threshold <= Y(k + width / 2) || threshold <= means[k]) && k > riseStart) --k;
+          riseStart = k;
           prevMean = means[fall - 1];
           i = fall;
         }
