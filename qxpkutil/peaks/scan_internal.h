@@ -50,6 +50,9 @@ struct ScanRequest {
 struct ScanSummary {
   std::int32_t found = 0;
   double largestArea = 0.0;
+  // True when the pass read every x (x[0..n-1]) along the way and found them all finite;
+  // false says nothing.
+  bool xFinite = false;
 };
 
 // The moving-mean scan of QXPeakTable::FindPeaks (double family, same arguments and range

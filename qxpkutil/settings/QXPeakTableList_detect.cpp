@@ -131,10 +131,12 @@ struct SearchLevels {
 // set, first becomes every segment's NoiseThreshold. The trial's peaks are only counted
 // and their areas compared, never stored: a trial without finishing step leaves nothing
 // else behind, so this is what searching into a scratch table would give. With `levels`,
-// each scan segment's own search runs beside its trial, for FindPeaks to replay.
+// each scan segment's own search runs beside its trial, for FindPeaks to replay. `xFinite`
+// is set when such a pass found every x finite (ScanSummary::xFinite), else left alone.
 double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double* x,
                         const double* y, std::uint32_t n, double areaScale,
-                        std::optional<double> noise, const SearchLevels* levels) {
+                        std::optional<double> noise, const SearchLevels* levels,
+                        bool& xFinite) {
   double largest = 0.0;
   for (std::size_t i = 0; i < segments.size(); ++i) {
     QXPeakDetectSetting& s = segments[i];
@@ -151,6 +153,7 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double
     }
     peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(
         x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr);
+    if (trial.xFinite) xFinite = true;
     if (trial.found <= 0) {
       trial = peaks_detail::SummariseScan(x, y, n, trialOf(kTrialRetryMaxPeakWidth), nullptr);
     }
@@ -189,8 +192,8 @@ void RestoreApexXOrder(QXPeakTable& table) {
 std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::uint32_t n,
                                         double yMax, double dAreaScale, std::int32_t table) {
   QXPeakTable* target = GetPeakTableFromList(table);
-  if (target == nullptr || x == nullptr || y == nullptr || n == 0 || !AllFinite(x, n) ||
-      !std::isfinite(yMax) || !std::isfinite(dAreaScale)) {
+  if (target == nullptr || x == nullptr || y == nullptr || n == 0 || !std::isfinite(yMax) ||
+      !std::isfinite(dAreaScale)) {
     return kNoSearch;
   }
   // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
@@ -198,6 +201,14 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
   if (!range) return kNoSearch;
   const double minY = std::min(0.0, range->lowest);
   const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
+  // Non-finite x stops the call before it changes anything. The trials change settings only
+  // by the automatic noise threshold; without it a trial pass over the whole array tests x
+  // along the way, beside its window means, instead of a pass of its own.
+  bool xFinite = false;
+  if (noise) {
+    if (!AllFinite(x, n)) return kNoSearch;
+    xFinite = true;
+  }
   // The trial searches and the real ones run the same windows over the same data.
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
   // Only scan segments take a minimum area derived from the largest trial area, and only
@@ -213,8 +224,9 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
   const SearchLevels levels{yMax, minY};
   const double maxArea =
       areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(*range, n, dAreaScale))
-          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels)
+          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels, xFinite)
           : 0.0;
+  if (!xFinite && !AllFinite(x, n)) return kNoSearch;
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
@@ -265,8 +277,9 @@ double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std
                                            double dAreaScale) {
   if (!UsableData(x, y, n) || !std::isfinite(dAreaScale)) return 0.0;
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
+  bool xFinite = true;  // UsableData tested them
   return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, AutoNoise(m_bAutoSNCalc, y, n),
-                          nullptr);
+                          nullptr, xFinite);
 }
 
 double QXPeakTableList::ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n,
