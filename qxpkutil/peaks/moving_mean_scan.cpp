@@ -722,14 +722,20 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 // an array of all means: that array is 8 bytes a point, written once and read from memory
 // by both scans. A scan pauses a little before the block's end, so that the walks of its
 // last candidates find their means; a mean outside the buffer is computed where it is read,
-// with the same bits. x[first..last] is tested block by block along the way (`xFinite`),
-// where the pass costs next to nothing beside the means. False when the buffer cannot be
-// had (nothing ran then).
+// with the same bits. With `xFinite`, x[first..last] is tested block by block along the
+// way, where the test costs next to nothing beside the means. False when the buffer cannot
+// be had (nothing ran then).
 template <class WorthA, class AcceptA, class AcceptB>
 bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, double>& b,
                  const double* x, const double* y, int kind, int width, std::int64_t first,
                  std::int64_t last, WorthA&& worthA, AcceptA&& acceptA, AcceptB&& acceptB,
-                 bool& xFinite) {
+                 bool* xFinite) {
+  const auto testX = [&](std::int64_t from, std::int64_t to) {
+    if (xFinite != nullptr) {
+      *xFinite = numeric_detail::AllFinite(x + from, static_cast<std::size_t>(to - from)) &&
+                 *xFinite;
+    }
+  };
   constexpr std::int64_t kCapacity = 32768;  // 256 KiB
   constexpr std::int64_t kBlock = 4096;      // means computed at a time
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
@@ -766,7 +772,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
       }
       const std::int64_t to = std::min(hi + kBlock, end);
       ComputeMeans(y, kind, width, hi, to, buffer.get() + (hi - lo));
-      xFinite = numeric_detail::AllFinite(x + hi, static_cast<std::size_t>(to - hi)) && xFinite;
+      testX(hi, to);
       MarkSteps(buffer.get(), hi - lo, to - lo, le, gt);
       if (movedA != nullptr) MarkMoves(buffer.get(), hi - lo, to - lo, a.NoiseThreshold(), movedA);
       if (movedB != nullptr && movedB != movedA) {
@@ -780,7 +786,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
     a.Continue(first, last, pause, cursorA, worthA, acceptA);
     b.Continue(first, last, pause, cursorB, kAlwaysWorth, acceptB);
   }
-  xFinite = numeric_detail::AllFinite(x + hi, static_cast<std::size_t>(last + 1 - hi)) && xFinite;
+  testX(hi, last + 1);
   return true;
 }
 
@@ -788,7 +794,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
 
 peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const double* y,
                                                       std::uint32_t n, const ScanRequest& trial,
-                                                      const ScanRequest* beside) {
+                                                      const ScanRequest* beside, bool testX) {
   ScanSummary summary;
   if (x == nullptr || y == nullptr || n == 0) {
     summary.found = -1;
@@ -832,13 +838,13 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
     store->kept.push_back({x, *beside, first, last, {}});
     recorded = true;
     std::vector<KeptScan::Peak>& peaks = store->kept.back().peaks;
-    bool xFinite = true;
+    bool xFinite = testX;
     ran = RunTogether(
         scan, other, x, y, kind, trial.filterWidth, first, last, worth, accept,
         [&peaks](std::int64_t apex, std::int64_t left, std::int64_t right, double area) {
           peaks.push_back({apex, left, right, area});
         },
-        xFinite);
+        testX ? &xFinite : nullptr);
     summary.xFinite = ran && xFinite && first == 0 && last == static_cast<std::int64_t>(n) - 1;
   } catch (const std::bad_alloc&) {
     summary = ScanSummary{};

@@ -131,8 +131,8 @@ struct SearchLevels {
 // set, first becomes every segment's NoiseThreshold. The trial's peaks are only counted
 // and their areas compared, never stored: a trial without finishing step leaves nothing
 // else behind, so this is what searching into a scratch table would give. With `levels`,
-// each scan segment's own search runs beside its trial, for FindPeaks to replay. `xFinite`
-// is set when such a pass found every x finite (ScanSummary::xFinite), else left alone.
+// each scan segment's own search runs beside its trial, for FindPeaks to replay. Until
+// `xFinite` holds, such a pass tests x (ScanSummary::xFinite) and sets it when all are.
 double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double* x,
                         const double* y, std::uint32_t n, double areaScale,
                         std::optional<double> noise, const SearchLevels* levels,
@@ -152,7 +152,7 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double
                       SearchRange(s, static_cast<std::int32_t>(i)));
     }
     peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(
-        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr);
+        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr, !xFinite);
     if (trial.xFinite) xFinite = true;
     if (trial.found <= 0) {
       trial = peaks_detail::SummariseScan(x, y, n, trialOf(kTrialRetryMaxPeakWidth), nullptr);
