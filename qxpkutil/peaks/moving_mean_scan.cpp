@@ -221,6 +221,7 @@ struct KeptScan {
   std::vector<Peak> peaks;
 };
 
+// Two doubles compared bit for bit (a NaN equals itself, 0.0 differs from -0.0).
 bool SameBits(double u, double v) {
   return std::bit_cast<std::uint64_t>(u) == std::bit_cast<std::uint64_t>(v);
 }
