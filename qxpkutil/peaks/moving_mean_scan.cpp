@@ -103,31 +103,89 @@ void MarkStep(const double* means, std::int64_t k, std::uint64_t& le, std::uint6
 }
 #endif
 
-// The directions of the steps between neighbouring means, 64 to a word (MarkStep) for
-// k = from..to-1; from is a multiple of 64, and bit 0, which has no step, stays clear.
-// The walks of a scan with step 1 find where a run of rising or falling means ends by
-// counting zeros instead of testing step by step, which on noise mispredicts about once
-// a run.
-void MarkSteps(const double* means, std::int64_t from, std::int64_t to, std::uint64_t* le,
-               std::uint64_t* gt) {
+// Fills the words of bits for the steps k = from..to-1 (from a multiple of 64): `whole(k)`
+// the word of steps k..k+63 with AVX where the processor has it, `part(k, end)` any other
+// word from its step max(k, 1) on. Bit 0, which has no step, stays clear.
+template <class Whole, class Part>
+void MarkWords(std::int64_t from, std::int64_t to, Whole&& whole, Part&& part) {
 #if defined(__x86_64__) && defined(__GNUC__)
   static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+#else
+  constexpr bool hasAvx = false;
 #endif
-  for (std::int64_t k = from; k < to;) {
-    const std::int64_t word = k / 64;
+  for (std::int64_t k = from; k < to; k += 64) {
     const std::int64_t end = std::min(k + 64, to);
-    std::uint64_t l = 0;
-    std::uint64_t g = 0;
-#if defined(__x86_64__) && defined(__GNUC__)
     if (hasAvx && k > 0 && end == k + 64) {
-      MarkWord(means, k, l, g);
-      k = end;
+      whole(k);
+    } else {
+      part(k, end);
     }
-#endif
-    for (k = std::max<std::int64_t>(k, 1); k < end; ++k) MarkStep(means, k, l, g);
-    le[word] = l;
-    gt[word] = g;
   }
+}
+
+// The directions of the steps between neighbouring means, 64 to a word (MarkStep) for
+// k = from..to-1. The walks of a scan with step 1 find where a run of rising or falling
+// means ends by counting zeros instead of testing step by step, which on noise mispredicts
+// about once a run.
+void MarkSteps(const double* means, std::int64_t from, std::int64_t to, std::uint64_t* le,
+               std::uint64_t* gt) {
+  MarkWords(
+      from, to,
+      [&]([[maybe_unused]] std::int64_t k) {
+#if defined(__x86_64__) && defined(__GNUC__)
+        le[k / 64] = 0;
+        gt[k / 64] = 0;
+        MarkWord(means, k, le[k / 64], gt[k / 64]);
+#endif
+      },
+      [&](std::int64_t k, std::int64_t end) {
+        std::uint64_t l = 0;
+        std::uint64_t g = 0;
+        for (std::int64_t j = std::max<std::int64_t>(k, 1); j < end; ++j) MarkStep(means, j, l, g);
+        le[k / 64] = l;
+        gt[k / 64] = g;
+      });
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// The moved bits (MarkMoves) of the 64 steps k..k+63, four at a time.
+[[gnu::target("avx")]] std::uint64_t MoveWord(const double* means, std::int64_t k, double t) {
+  const __m256d bar = _mm256_set1_pd(t);
+  const __m256d sign = _mm256_set1_pd(-0.0);
+  std::uint64_t moved = 0;
+#pragma GCC unroll 16
+  for (int j = 0; j < 64; j += 4) {
+    const __m256d change =
+        _mm256_sub_pd(_mm256_loadu_pd(means + k + j - 1), _mm256_loadu_pd(means + k + j));
+    moved |= static_cast<std::uint64_t>(_mm256_movemask_pd(
+                 _mm256_cmp_pd(_mm256_andnot_pd(sign, change), bar, _CMP_GE_OQ)))
+             << j;
+  }
+  return moved;
+}
+#endif
+
+// Sets bit k % 64 of moved[k / 64] when means[k] moved by at least t from means[k - 1], as
+// the bound finder with noise threshold t tests it, for k = from..to-1. For t > 0 such a
+// move is never between equal means, and a NaN threshold moves nothing, so the test needs
+// no second comparison. The noise-threshold walks of a scan with step 1 then find the
+// first move by counting zeros.
+void MarkMoves(const double* means, std::int64_t from, std::int64_t to, double t,
+               std::uint64_t* moved) {
+  MarkWords(
+      from, to,
+      [&]([[maybe_unused]] std::int64_t k) {
+#if defined(__x86_64__) && defined(__GNUC__)
+        moved[k / 64] = MoveWord(means, k, t);
+#endif
+      },
+      [&](std::int64_t k, std::int64_t end) {
+        std::uint64_t bits = 0;
+        for (std::int64_t j = std::max<std::int64_t>(k, 1); j < end; ++j) {
+          bits |= static_cast<std::uint64_t>(std::fabs(means[j - 1] - means[j]) >= t) << (j & 63);
+        }
+        moved[k / 64] = bits;
+      });
 }
 
 // The first k in from..to (offsets into a bit array) whose bit is set, or to + 1.
@@ -163,17 +221,19 @@ struct KeptScan {
   std::vector<Peak> peaks;
 };
 
+// Two doubles compared bit for bit (a NaN equals itself, 0.0 differs from -0.0).
+bool SameBits(double u, double v) {
+  return std::bit_cast<std::uint64_t>(u) == std::bit_cast<std::uint64_t>(v);
+}
+
 // True when scans with these arguments over the same arrays meet the same peaks before
 // their minimum-area tests. Values compare bit for bit: the sign of a zero scale reaches
 // the areas.
 bool SameScan(const peaks_detail::ScanRequest& a, const peaks_detail::ScanRequest& b) {
-  const auto same = [](double u, double v) {
-    return std::bit_cast<std::uint64_t>(u) == std::bit_cast<std::uint64_t>(v);
-  };
-  return same(a.areaScale, b.areaScale) && same(a.threshold, b.threshold) &&
+  return SameBits(a.areaScale, b.areaScale) && SameBits(a.threshold, b.threshold) &&
          a.filterType == b.filterType && a.filterWidth == b.filterWidth &&
          a.filterInc == b.filterInc && a.maxPeakWidth == b.maxPeakWidth &&
-         same(a.noiseThreshold, b.noiseThreshold) && a.integrationMethod == b.integrationMethod;
+         SameBits(a.noiseThreshold, b.noiseThreshold) && a.integrationMethod == b.integrationMethod;
 }
 
 }  // namespace
@@ -287,16 +347,22 @@ class MovingMeanScan {
                 Worth&& worth, Accept&& accept);
 
   // Takes the means of starts lo..hi-1 from means[0..hi-lo-1]; others are computed. With
-  // `le` and `gt`, the bits of MarkSteps over means[0..hi-lo-1], a scan with step 1 walks
-  // by them.
+  // `le` and `gt`, the bits of MarkSteps over means[0..hi-lo-1], and `moved`, those of
+  // MarkMoves at this scan's noise threshold, a scan with step 1 walks by them.
   void UseMeans(const double* means, std::int64_t lo, std::int64_t hi,
-                const std::uint64_t* le = nullptr, const std::uint64_t* gt = nullptr) {
+                const std::uint64_t* le = nullptr, const std::uint64_t* gt = nullptr,
+                const std::uint64_t* moved = nullptr) {
     m_means = means;
     m_meansLo = lo;
     m_meansHi = hi;
     m_le = m_s.filterInc == 1 ? le : nullptr;
     m_gt = m_s.filterInc == 1 ? gt : nullptr;
+    m_moved = m_s.filterInc == 1 ? moved : nullptr;
   }
+
+  // True when the bound finder walks with a noise threshold, which MarkMoves's bits answer.
+  bool WalksByNoise() const { return !(m_s.noiseThreshold <= 0.0); }
+  double NoiseThreshold() const { return m_s.noiseThreshold; }
 
  private:
   double Y(std::int64_t i) const { return static_cast<double>(m_y[i]); }
@@ -333,6 +399,7 @@ class MovingMeanScan {
   // Their step bits (MarkSteps), offsets from m_meansLo, when the scan walks by them.
   const std::uint64_t* m_le = nullptr;
   const std::uint64_t* m_gt = nullptr;
+  const std::uint64_t* m_moved = nullptr;
   MeanBlock m_localMeans;
 };
 
@@ -369,11 +436,10 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
     std::int64_t i = start + inc;
     const std::int64_t marked = std::min(limit - w, m_meansHi - 1);
     if (m_gt != nullptr && i > m_meansLo && i <= marked) {
-      const std::int64_t rise = NextSet(m_gt, i - m_meansLo, marked - m_meansLo) + m_meansLo;
-      if (rise > i) {
-        prev = m_means[rise - 1 - m_meansLo];
-        i = rise;
-      }
+      // prev is the mean before step i here, so the jump needs no test (whether the walk
+      // goes anywhere is a coin toss).
+      i = NextSet(m_gt, i - m_meansLo, marked - m_meansLo) + m_meansLo;
+      prev = m_means[i - 1 - m_meansLo];
     }
     for (; i <= limit - w; i += inc) {
       const double m = WindowMean(i);
@@ -388,8 +454,16 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
   }
 
   if (dir == Direction::kLeftward) {
-    // The middle of the first window whose mean moves by at least the noise threshold.
-    for (std::int64_t i = start + inc; i + w <= limit; i += inc) {
+    // The middle of the first window whose mean moves by at least the noise threshold. The
+    // moved bits skip the steps before that move (or before the last step).
+    std::int64_t i = start + inc;
+    const std::int64_t marked = std::min(limit - w, m_meansHi - 1);
+    if (m_moved != nullptr && i > m_meansLo && i <= marked) {
+      // As above, prev is the mean before step i.
+      i = std::min(NextSet(m_moved, i - m_meansLo, marked - m_meansLo) + m_meansLo, marked);
+      prev = m_means[i - 1 - m_meansLo];
+    }
+    for (; i + w <= limit; i += inc) {
       const double m = WindowMean(i);
       mean = m;
       const std::int64_t candidate = i + w / 2;
@@ -411,6 +485,15 @@ std::int64_t MovingMeanScan<XValue, YValue>::FindBound(Direction dir, std::int64
     if (candidate < apex) return apex;
     prev = m;
     if (i - inc < apex) return candidate;
+    // Each step from here on compares neighbours (step k means k and k + 1, bit k + 1 of
+    // the moved bits): the bits skip down to the next move, or to the apex, the last step.
+    const std::int64_t lowest = std::max(apex, m_meansLo) + 1;
+    if (m_moved != nullptr && i >= lowest && i < m_meansHi) {
+      const std::int64_t move =
+          std::max(PrevSet(m_moved, lowest - m_meansLo, i - m_meansLo) + m_meansLo, lowest) - 1;
+      prev = m_means[move + 1 - m_meansLo];
+      i = move + inc;  // the loop steps down to it
+    }
   }
   return r;
 }
@@ -488,12 +571,11 @@ void MovingMeanScan<XValue, YValue>::Continue(std::int64_t first, std::int64_t l
         i += inc;
         if (m_le != nullptr && i <= fastStop) {
           const std::int64_t fall = NextSet(m_le, i - m_meansLo, fastStop - m_meansLo) + m_meansLo;
-          for (std::int64_t k = fall - 1; k >= i; --k) {
-            if (threshold <= Y(k + width / 2) || threshold <= means[k]) {
-              riseStart = k;
-              break;
-            }
-          }
+          // The threshold test first: it usually holds at once, while whether the rise went
+          // on past its first step is a coin toss.
+          std::int64_t k = fall - 1;
+          while (!(threshold <= Y(k + width / 2) || threshold <= means[k]) && k > riseStart) --k;
+          riseStart = k;
           prevMean = means[fall - 1];
           i = fall;
         }
@@ -641,22 +723,38 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 // an array of all means: that array is 8 bytes a point, written once and read from memory
 // by both scans. A scan pauses a little before the block's end, so that the walks of its
 // last candidates find their means; a mean outside the buffer is computed where it is read,
-// with the same bits. False when the buffer cannot be had (nothing ran then).
+// with the same bits. With `xFinite`, x[first..last] is tested block by block along the
+// way, where the test costs next to nothing beside the means. False when the buffer cannot
+// be had (nothing ran then).
 template <class WorthA, class AcceptA, class AcceptB>
 bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, double>& b,
-                 const double* y, int kind, int width, std::int64_t first, std::int64_t last,
-                 WorthA&& worthA, AcceptA&& acceptA, AcceptB&& acceptB) {
+                 const double* x, const double* y, int kind, int width, std::int64_t first,
+                 std::int64_t last, WorthA&& worthA, AcceptA&& acceptA, AcceptB&& acceptB,
+                 bool* xFinite) {
+  const auto testX = [&](std::int64_t from, std::int64_t to) {
+    if (xFinite != nullptr) {
+      *xFinite = numeric_detail::AllFinite(x + from, static_cast<std::size_t>(to - from)) &&
+                 *xFinite;
+    }
+  };
   constexpr std::int64_t kCapacity = 32768;  // 256 KiB
   constexpr std::int64_t kBlock = 4096;      // means computed at a time
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
   constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
   static_assert(kBlock % 64 == 0 && kKept % 64 == 0, "the step bits move a word at a time");
+  constexpr std::int64_t kWords = kCapacity / 64;
   const std::unique_ptr<double[]> buffer(new (std::nothrow) double[kCapacity]);
-  // The step bits of the buffer's means (MarkSteps): le, then gt.
-  const std::unique_ptr<std::uint64_t[]> bits(new (std::nothrow) std::uint64_t[kCapacity / 32]);
+  // The bits of the buffer's means: le and gt (MarkSteps), then the moves of a and of b
+  // (MarkMoves at each one's noise threshold; b shares a's at the same threshold).
+  const std::unique_ptr<std::uint64_t[]> bits(new (std::nothrow) std::uint64_t[4 * kWords]);
   if (!buffer || !bits) return false;
   std::uint64_t* const le = bits.get();
-  std::uint64_t* const gt = bits.get() + kCapacity / 64;
+  std::uint64_t* const gt = le + kWords;
+  std::uint64_t* const movedA = a.WalksByNoise() ? gt + kWords : nullptr;
+  std::uint64_t* movedB = b.WalksByNoise() ? gt + 2 * kWords : nullptr;
+  if (movedA != nullptr && movedB != nullptr && SameBits(a.NoiseThreshold(), b.NoiseThreshold())) {
+    movedB = movedA;
+  }
   const std::int64_t end = last - width + 1;  // the means read start at first .. end - 1
   std::int64_t lo = first;                    // buffer[k] is the mean starting at lo + k
   std::int64_t hi = first;
@@ -666,22 +764,30 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
     if (hi < end) {
       if (hi - lo + kBlock > kCapacity) {
         std::copy(buffer.get() + (hi - lo - kKept), buffer.get() + (hi - lo), buffer.get());
-        for (std::uint64_t* words : {le, gt}) {
-          std::copy(words + (hi - lo - kKept) / 64, words + (hi - lo) / 64, words);
+        for (std::uint64_t* words : {le, gt, movedA, movedB == movedA ? nullptr : movedB}) {
+          if (words != nullptr) {
+            std::copy(words + (hi - lo - kKept) / 64, words + (hi - lo) / 64, words);
+          }
         }
         lo = hi - kKept;
       }
       const std::int64_t to = std::min(hi + kBlock, end);
       ComputeMeans(y, kind, width, hi, to, buffer.get() + (hi - lo));
+      testX(hi, to);
       MarkSteps(buffer.get(), hi - lo, to - lo, le, gt);
+      if (movedA != nullptr) MarkMoves(buffer.get(), hi - lo, to - lo, a.NoiseThreshold(), movedA);
+      if (movedB != nullptr && movedB != movedA) {
+        MarkMoves(buffer.get(), hi - lo, to - lo, b.NoiseThreshold(), movedB);
+      }
       hi = to;
     }
     const std::int64_t pause = hi < end ? hi - kLead : last + 1;
-    a.UseMeans(buffer.get(), lo, hi, le, gt);
-    b.UseMeans(buffer.get(), lo, hi, le, gt);
+    a.UseMeans(buffer.get(), lo, hi, le, gt, movedA);
+    b.UseMeans(buffer.get(), lo, hi, le, gt, movedB);
     a.Continue(first, last, pause, cursorA, worthA, acceptA);
     b.Continue(first, last, pause, cursorB, kAlwaysWorth, acceptB);
   }
+  testX(hi, last + 1);
   return true;
 }
 
@@ -689,7 +795,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
 
 peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const double* y,
                                                       std::uint32_t n, const ScanRequest& trial,
-                                                      const ScanRequest* beside) {
+                                                      const ScanRequest* beside, bool testX) {
   ScanSummary summary;
   if (x == nullptr || y == nullptr || n == 0) {
     summary.found = -1;
@@ -733,11 +839,14 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
     store->kept.push_back({x, *beside, first, last, {}});
     recorded = true;
     std::vector<KeptScan::Peak>& peaks = store->kept.back().peaks;
+    bool xFinite = testX;
     ran = RunTogether(
-        scan, other, y, kind, trial.filterWidth, first, last, worth, accept,
+        scan, other, x, y, kind, trial.filterWidth, first, last, worth, accept,
         [&peaks](std::int64_t apex, std::int64_t left, std::int64_t right, double area) {
           peaks.push_back({apex, left, right, area});
-        });
+        },
+        testX ? &xFinite : nullptr);
+    summary.xFinite = ran && xFinite && first == 0 && last == static_cast<std::int64_t>(n) - 1;
   } catch (const std::bad_alloc&) {
     summary = ScanSummary{};
   }

@@ -50,6 +50,9 @@ struct ScanRequest {
 struct ScanSummary {
   std::int32_t found = 0;
   double largestArea = 0.0;
+  // True when the pass tested every x (x[0..n-1]) along the way, as asked, and found them
+  // all finite; false says nothing.
+  bool xFinite = false;
 };
 
 // The moving-mean scan of QXPeakTable::FindPeaks (double family, same arguments and range
@@ -59,8 +62,10 @@ struct ScanSummary {
 // peak-width limit) runs in the same pass, and what it would hand to the table before the
 // minimum-area test is kept in this thread's SharedWindowMeans for y; QXPeakTable::FindPeaks
 // with those arguments then takes the kept peaks that reach its minimum area instead of
-// scanning. The two scans then read window means block by block while they are in cache.
+// scanning. The two scans then read window means block by block while they are in cache,
+// and with `testX` the pass tests x beside them (ScanSummary::xFinite).
 ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
-                          const ScanRequest& trial, const ScanRequest* beside);
+                          const ScanRequest& trial, const ScanRequest* beside,
+                          bool testX = false);
 
 }  // namespace qxpkutil::peaks_detail

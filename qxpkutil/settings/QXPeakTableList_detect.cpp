@@ -128,16 +128,19 @@ struct SearchLevels {
 
 // The largest area that a trial search of each segment over its own range finds, at the
 // segment's absolute threshold and minimum area; 0.0 when none finds a peak. `noise`, when
-// set, first becomes every segment's NoiseThreshold. The trial's peaks are only counted
+// set, is every segment's noise threshold (the settings are left as they are). The trial's
+// peaks are only counted
 // and their areas compared, never stored: a trial without finishing step leaves nothing
 // else behind, so this is what searching into a scratch table would give. With `levels`,
-// each scan segment's own search runs beside its trial, for FindPeaks to replay.
-double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double* x,
+// each scan segment's own search runs beside its trial, for FindPeaks to replay. Until
+// `xFinite` holds, such a pass tests x (ScanSummary::xFinite) and sets it when all are.
+double LargestTrialArea(const std::vector<QXPeakDetectSetting>& segments, const double* x,
                         const double* y, std::uint32_t n, double areaScale,
-                        std::optional<double> noise, const SearchLevels* levels) {
+                        std::optional<double> noise, const SearchLevels* levels,
+                        bool& xFinite) {
   double largest = 0.0;
   for (std::size_t i = 0; i < segments.size(); ++i) {
-    QXPeakDetectSetting& s = segments[i];
+    QXPeakDetectSetting s = segments[i];
     if (noise) s.SetNoiseThreshold(*noise);
     const auto trialOf = [&](int maxPeakWidth) {
       return ScanOf(s, areaScale, s.GetAbsThreshold(), 1, s.GetMinPeakArea(), maxPeakWidth,
@@ -150,7 +153,8 @@ double LargestTrialArea(std::vector<QXPeakDetectSetting>& segments, const double
                       SearchRange(s, static_cast<std::int32_t>(i)));
     }
     peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(
-        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr);
+        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr, !xFinite);
+    if (trial.xFinite) xFinite = true;
     if (trial.found <= 0) {
       trial = peaks_detail::SummariseScan(x, y, n, trialOf(kTrialRetryMaxPeakWidth), nullptr);
     }
@@ -189,8 +193,8 @@ void RestoreApexXOrder(QXPeakTable& table) {
 std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::uint32_t n,
                                         double yMax, double dAreaScale, std::int32_t table) {
   QXPeakTable* target = GetPeakTableFromList(table);
-  if (target == nullptr || x == nullptr || y == nullptr || n == 0 || !AllFinite(x, n) ||
-      !std::isfinite(yMax) || !std::isfinite(dAreaScale)) {
+  if (target == nullptr || x == nullptr || y == nullptr || n == 0 || !std::isfinite(yMax) ||
+      !std::isfinite(dAreaScale)) {
     return kNoSearch;
   }
   // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
@@ -198,12 +202,15 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
   if (!range) return kNoSearch;
   const double minY = std::min(0.0, range->lowest);
   const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
+  // Non-finite x stops the call before it changes anything. The trials change nothing, so
+  // a trial pass over the whole array tests x along the way, beside its window means,
+  // instead of a pass of its own; otherwise x is tested after the trials.
+  bool xFinite = false;
   // The trial searches and the real ones run the same windows over the same data.
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
   // Only scan segments take a minimum area derived from the largest trial area, and only
   // through a non-zero area percentage (a finite largest area times 0 is 0). Without such
-  // a segment the trial searches would change nothing but the noise thresholds, which are
-  // set below anyway.
+  // a segment the trial searches would change nothing.
   const bool areaMatters =
       !m_bCentroidSpecData &&
       std::any_of(m_arrDetectSettings.begin(), m_arrDetectSettings.end(),
@@ -213,8 +220,9 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
   const SearchLevels levels{yMax, minY};
   const double maxArea =
       areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(*range, n, dAreaScale))
-          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels)
+          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels, xFinite)
           : 0.0;
+  if (!xFinite && !AllFinite(x, n)) return kNoSearch;
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
@@ -265,8 +273,12 @@ double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std
                                            double dAreaScale) {
   if (!UsableData(x, y, n) || !std::isfinite(dAreaScale)) return 0.0;
   const peaks_detail::SharedWindowMeans sharedMeans(y, n);
-  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, AutoNoise(m_bAutoSNCalc, y, n),
-                          nullptr);
+  const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
+  if (noise) {
+    for (QXPeakDetectSetting& s : m_arrDetectSettings) s.SetNoiseThreshold(*noise);
+  }
+  bool xFinite = true;  // UsableData tested them
+  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, nullptr, xFinite);
 }
 
 double QXPeakTableList::ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n,

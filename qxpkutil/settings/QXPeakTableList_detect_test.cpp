@@ -72,26 +72,32 @@ TEST(DetectionDriver, UnusableInputFailsAndChangesNothing) {
   bad.y[500] = nan;
   Signal badX = Peaks();
   badX.x[7] = inf;
+  Signal badLastX = Peaks();  // past the last window's start: read by no mean
+  badLastX.x.back() = nan;
   const Signal& s = Peaks();
   const double* x = s.x.data();
   const double* y = s.y.data();
   const auto fails = [](const double* xs, const double* ys, std::uint32_t n, double yMax,
                         double scale, std::int32_t table = 0, int tables = 1) {
-    SCOPED_TRACE(::testing::Message() << xs << ' ' << ys << ' ' << n << ' ' << yMax << ' ' << scale
-                                      << ' ' << table << ' ' << tables);
-    QXPeakTableList list = MakeList({Segment(0.0, 0.0, 1.0)}, tables);
-    list.SetAutoSNCalcOn(1);
-    if (tables > 0) list.GetPeakTableFromList(0)->AddPeak(QXPeakTableElement(1.0, 2.0));
-    EXPECT_EQ(list.FindPeaks(xs, ys, n, yMax, scale, table), -2);
-    EXPECT_EQ(list.GetNumPeaksFromList(0), tables > 0 ? 1 : -1);
-    EXPECT_EQ(list.SettingsChanged(), 1);
-    if (table == 0 && tables == 1 && std::isfinite(yMax)) {
-      EXPECT_EQ(list.ComputeMaxPeakArea(xs, ys, n, scale), 0.0);
-      EXPECT_EQ(list.ComputeBasePeakArea(xs, ys, n, yMax, scale), 0.0);
+    // With an area percentage the trials run; without automatic noise they test x on their
+    // way.
+    for (const int autoSN : {0, 1}) {
+      SCOPED_TRACE(::testing::Message() << xs << ' ' << ys << ' ' << n << ' ' << yMax << ' '
+                                        << scale << ' ' << table << ' ' << tables << ' ' << autoSN);
+      QXPeakTableList list = MakeList({Segment(0.0, 0.0, 1.0, 0.0, 1.0)}, tables);
+      list.SetAutoSNCalcOn(autoSN);
+      if (tables > 0) list.GetPeakTableFromList(0)->AddPeak(QXPeakTableElement(1.0, 2.0));
+      EXPECT_EQ(list.FindPeaks(xs, ys, n, yMax, scale, table), -2);
+      EXPECT_EQ(list.GetNumPeaksFromList(0), tables > 0 ? 1 : -1);
+      EXPECT_EQ(list.SettingsChanged(), 1);
+      if (table == 0 && tables == 1 && std::isfinite(yMax)) {
+        EXPECT_EQ(list.ComputeMaxPeakArea(xs, ys, n, scale), 0.0);
+        EXPECT_EQ(list.ComputeBasePeakArea(xs, ys, n, yMax, scale), 0.0);
+      }
+      QXPeakDetectSetting after;
+      list.GetDetectionSetting(0, after);
+      EXPECT_EQ(after.GetNoiseThreshold(), 0.0);
     }
-    QXPeakDetectSetting after;
-    list.GetDetectionSetting(0, after);
-    EXPECT_EQ(after.GetNoiseThreshold(), 0.0);
   };
   fails(x, y, 2000, 1000.0, 1.0, 0, 0);
   fails(x, y, 2000, 1000.0, 1.0, 1);
@@ -101,6 +107,7 @@ TEST(DetectionDriver, UnusableInputFailsAndChangesNothing) {
   fails(x, nullptr, 2000, 1000.0, 1.0);
   fails(x, bad.y.data(), 2000, 1000.0, 1.0);
   fails(badX.x.data(), y, 2000, 1000.0, 1.0);
+  fails(badLastX.x.data(), y, 2000, 1000.0, 1.0);
   fails(x, y, 2000, nan, 1.0);
   fails(x, y, 2000, 1000.0, -inf);
 }
