@@ -162,7 +162,11 @@ OutputSet::~OutputSet() {
 }
 
 bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
-  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) return true;
+  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) {
+    s.written += text.size();
+    if (s.writeBehind) WriteBehind(s.file, s.written, s.started);
+    return true;
+  }
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";
   return false;
 }
@@ -184,6 +188,7 @@ bool OutputSet::Open(const std::vector<std::pair<std::string, std::string>>& out
     s.toStdout = path == "-";
     s.file = m_group.Open(path, error);
     if (s.file == nullptr) return false;
+    s.writeBehind = m_group.Replaces(path);
     m_streams.push_back(s);
     if (format == "tsv" && !Write(m_streams.back(), TsvHeader(withResolution), error)) return false;
     if (format == "json" && !Write(m_streams.back(), JsonHead(name), error)) return false;
