@@ -356,7 +356,9 @@ class Pipeline {
       Item* item = nullptr;
       try {
         auto owned = std::make_unique<Item>();
-        if (!m_reader.NextElement(owned->element)) {
+        const MzmlReader::Element* oldest =
+            m_inflight.empty() ? nullptr : &m_inflight.front()->element;
+        if (!m_reader.NextElement(owned->element, oldest)) {
           m_readEnd = true;  // the end, or a broken file: Error() says which
           m_room.notify_all();
           return;
