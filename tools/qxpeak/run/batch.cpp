@@ -356,8 +356,10 @@ class Pipeline {
       Item* item = nullptr;
       try {
         auto owned = std::make_unique<Item>();
-        const MzmlReader::Element* oldest =
-            m_inflight.empty() ? nullptr : &m_inflight.front()->element;
+        // The text of an element searched already is not looked at again.
+        const auto busy = std::find_if(m_inflight.begin(), m_inflight.end(),
+                                       [](const std::unique_ptr<Item>& i) { return !i->ready; });
+        const MzmlReader::Element* oldest = busy == m_inflight.end() ? nullptr : &(*busy)->element;
         if (!m_reader.NextElement(owned->element, oldest)) {
           m_readEnd = true;  // the end, or a broken file: Error() says which
           m_room.notify_all();
