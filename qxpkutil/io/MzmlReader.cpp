@@ -44,9 +44,6 @@ constexpr std::string_view kNumpress[] = {"MS:1002312", "MS:1002313", "MS:100231
 // bound cannot be honest, and refusing it keeps a tiny file from claiming gigabytes.
 constexpr std::uint64_t kMaxDeflateRatio = 1032;
 constexpr std::size_t kChunk = std::size_t{1} << 20;
-// How far behind the reading position the mapped pages of a pipeline's elements are kept:
-// room for the elements in flight, which are read where they are in the file.
-constexpr std::size_t kPipelineLag = std::size_t{16} << 20;
 
 // The N of a "scan=N" token in a native id such as "controllerType=0 scan=12"; -1 if none.
 std::int64_t ScanNumberOf(std::string_view id) {
@@ -752,10 +749,11 @@ struct MzmlReader::Impl {
     }
   }
 
-  // The mapped pages more than `lag` bytes behind the reading position that were not handed
-  // out yet, for the caller to let go (touched again, they are read again from the file).
-  io_internal::Input::Pages Passed(std::size_t lag) {
-    return mapped && pos > lag ? input.Passed(pos - lag) : io_internal::Input::Pages();
+  // The mapped pages before `keep` (the reading position when null) that were not handed out
+  // yet, for the caller to let go (touched again, they are read again from the file).
+  io_internal::Input::Pages Passed(const char* keep = nullptr) {
+    if (!mapped) return {};
+    return input.Passed(keep != nullptr ? static_cast<std::size_t>(keep - buffer.data()) : pos);
   }
 
   // Cuts the next element to interpret out of the file: its text (valid until the next
@@ -842,7 +840,7 @@ struct MzmlReader::Impl {
     int kind = 0;
     std::size_t position = 0;
     for (;;) {
-      io_internal::Input::Release(Passed(0));  // what came before is not looked at
+      io_internal::Input::Release(Passed());  // what came before is not looked at
       if (!FindElement(text, kind, position)) return false;
       if (Interpret(text, kind, position, kind == reading, workspace, trace)) {
         if (options.keep_elements) trace.element.assign(text);
@@ -903,11 +901,12 @@ bool MzmlReader::OpenText(std::string text, const std::string& name,
 
 bool MzmlReader::Next(Trace& trace) { return m_impl->Next(trace); }
 
-bool MzmlReader::NextElement(Element& element) {
+bool MzmlReader::NextElement(Element& element, const Element* oldest) {
   std::string_view text;
   int kind = 0;
   // Letting pages go takes a while; Interpret does it, outside the caller's lock.
-  element.m_passed = m_impl->Passed(kPipelineLag);
+  element.m_passed = m_impl->Passed(oldest != nullptr && !oldest->m_owned ? oldest->m_view.data()
+                                                                          : nullptr);
   if (!m_impl->FindElement(text, kind, element.position)) {
     io_internal::Input::Release(std::exchange(element.m_passed, {}));
     return false;

@@ -98,8 +98,8 @@ class MzmlReader {
   // finds where the next element of interest ends (cheap, in the reading thread); Interpret
   // parses and decodes it (the costly part) and reads nothing but what Open set up, so
   // several threads may call it at once, each with its own Workspace. It also lets go of
-  // the mapped pages the reader passed before the element, so that a pipeline does not do
-  // that under the lock that guards NextElement. Interpret returns false for an element
+  // the mapped pages NextElement found passed, so that a pipeline does not do that under
+  // the lock that guards NextElement. Interpret returns false for an element
   // Next would have skipped (outside the selection), and also, with Element::broken set,
   // for one that shows the file damaged: reading stops there with that message, as Next
   // stops with it in Error().
@@ -131,7 +131,9 @@ class MzmlReader {
     struct Impl;
     std::unique_ptr<Impl> m_impl;
   };
-  bool NextElement(Element& element);
+  // `oldest` is the earliest element the caller still interprets (null: none): a mapped
+  // file's pages are let go up to it, so that only the elements in flight stay in memory.
+  bool NextElement(Element& element, const Element* oldest = nullptr);
   bool Interpret(Element& element, Workspace& workspace, Trace& trace) const;
 
   // The element name of the list being read ("spectrum" or "chromatogram") and how many of

@@ -110,9 +110,14 @@ bool OutputGroup::Create(const std::string& target, std::string& writePath, int&
   // A replaced file keeps its permission bits; a new one gets the usual mode.
   const mode_t mode = exists ? (existing.st_mode & 07777) : NewFileMode();
   (void)::fchmod(fd, mode);
-  m_entries.push_back({target, temp, static_cast<unsigned>(mode), Register(temp)});
+  m_entries.push_back({target, temp, static_cast<unsigned>(mode), Register(temp), exists});
   writePath = temp;
   return true;
+}
+
+bool OutputGroup::Replaces(const std::string& target) const {
+  return std::any_of(m_entries.begin(), m_entries.end(),
+                     [&](const Entry& e) { return e.target == target && e.replaces; });
 }
 
 bool OutputGroup::Commit(std::string& error) {
@@ -167,6 +172,19 @@ bool WriteOutputsTogether(const std::vector<std::pair<std::string, std::string_v
     return false;
   }
   return true;
+}
+
+void WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
+#ifdef SYNC_FILE_RANGE_WRITE
+  constexpr std::size_t kStep = std::size_t{4} << 20;
+  // A failed flush leaves its error on the stream, where the caller's close finds it.
+  if (written - started < kStep || std::fflush(file) != 0) return;
+  (void)::sync_file_range(::fileno(file), static_cast<off_t>(started),
+                          static_cast<off_t>(written - started), SYNC_FILE_RANGE_WRITE);
+  started = written;
+#else
+  (void)file, (void)written, (void)started;
+#endif
 }
 
 std::vector<std::string> TemporaryLookalikes(const std::string& dir) {

@@ -38,6 +38,8 @@ class OutputGroup {
   // A temporary is written through the descriptor that created it: opened again with
   // truncation, ext4 starts writing it out when it is closed (about 1 ms for 12 MB).
   [[nodiscard]] std::FILE* Open(const std::string& target, std::string& error);
+  // True when `target` was given a temporary and a regular file exists there now.
+  bool Replaces(const std::string& target) const;
   // Renames every temporary onto its target (with the target's mode); false with a message
   // when one fails (the rest are then removed).
   [[nodiscard]] bool Commit(std::string& error);
@@ -51,9 +53,18 @@ class OutputGroup {
     std::string target, temp;
     unsigned mode = 0;
     std::size_t slot = 0;
+    bool replaces = false;
   };
   std::vector<Entry> m_entries;
 };
+
+// For a stream that replaces a file: has the system start writing out what was written to
+// `file` beyond `started` (updated) once `written` is a few MiB past it. Over an existing
+// file ext4 writes the new one out at the rename that replaces it, and then frees the old
+// one's blocks behind those writes (with a wait for the disk when it is mounted with
+// `discard`); started while the rows are still being made, that writing no longer stands
+// between the last row and the end of the run.
+void WriteBehind(std::FILE* file, std::size_t written, std::size_t& started);
 
 // Writes every (path, content) pair: all of them or, on failure, none (a previous file at
 // each path is left as it was, no temporary stays behind). "-" is standard output, written

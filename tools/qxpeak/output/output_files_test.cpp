@@ -1,5 +1,6 @@
 #include "tools/qxpeak/output/output_files.h"
 
+#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -51,6 +52,36 @@ TEST(WriteOutputsTogether, KeepsModesAndLongNames) {
   ASSERT_TRUE(WriteOutputsTogether({{table, "new"}, {longName, "long"}}, error)) << error;
   EXPECT_EQ(ModeOf(table), 0600u);
   EXPECT_EQ(ReadText(longName), "long");
+}
+
+// A stream that replaces a file has the system write it out while it grows; what lands in
+// place is still every byte in order, and a new file is not written behind.
+TEST(OutputGroup, WritesBehindOnlyWhatReplacesAFile) {
+  ScratchDir dir;
+  const std::string table = dir.PathOf("big.tsv");
+  WriteText(table, "old");
+  OutputGroup group;
+  std::string error;
+  std::FILE* f = group.Open(table, error);
+  ASSERT_NE(f, nullptr) << error;
+  EXPECT_TRUE(group.Replaces(table));
+  std::FILE* fresh = group.Open(dir.PathOf("new.tsv"), error);
+  ASSERT_NE(fresh, nullptr) << error;
+  EXPECT_FALSE(group.Replaces(dir.PathOf("new.tsv")));
+  std::fclose(fresh);
+  std::string expected;
+  std::size_t started = 0;
+  for (int i = 0; i < 3000; ++i) {  // about 6 MiB in rows of uneven length
+    const std::string row =
+        std::to_string(i) + std::string(static_cast<std::size_t>(i) * 7 % 4099, 'x') + "\n";
+    ASSERT_EQ(std::fwrite(row.data(), 1, row.size(), f), row.size());
+    expected += row;
+    WriteBehind(f, expected.size(), started);
+  }
+  EXPECT_GT(started, 0u);
+  ASSERT_EQ(std::fclose(f), 0);
+  ASSERT_TRUE(group.Commit(error)) << error;
+  EXPECT_EQ(ReadText(table), expected);
 }
 
 TEST(SameFile, SeesThroughSpellings) {

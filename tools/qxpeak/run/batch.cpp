@@ -162,7 +162,11 @@ OutputSet::~OutputSet() {
 }
 
 bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
-  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) return true;
+  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) {
+    s.written += text.size();
+    if (s.writeBehind) WriteBehind(s.file, s.written, s.started);
+    return true;
+  }
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";
   return false;
 }
@@ -184,6 +188,7 @@ bool OutputSet::Open(const std::vector<std::pair<std::string, std::string>>& out
     s.toStdout = path == "-";
     s.file = m_group.Open(path, error);
     if (s.file == nullptr) return false;
+    s.writeBehind = m_group.Replaces(path);
     m_streams.push_back(s);
     if (format == "tsv" && !Write(m_streams.back(), TsvHeader(withResolution), error)) return false;
     if (format == "json" && !Write(m_streams.back(), JsonHead(name), error)) return false;
@@ -351,7 +356,11 @@ class Pipeline {
       Item* item = nullptr;
       try {
         auto owned = std::make_unique<Item>();
-        if (!m_reader.NextElement(owned->element)) {
+        // The text of an element searched already is not looked at again.
+        const auto busy = std::find_if(m_inflight.begin(), m_inflight.end(),
+                                       [](const std::unique_ptr<Item>& i) { return !i->ready; });
+        const MzmlReader::Element* oldest = busy == m_inflight.end() ? nullptr : &(*busy)->element;
+        if (!m_reader.NextElement(owned->element, oldest)) {
           m_readEnd = true;  // the end, or a broken file: Error() says which
           m_room.notify_all();
           return;

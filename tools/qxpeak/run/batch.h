@@ -103,6 +103,8 @@ class OutputSet {
     std::string format, path;
     std::FILE* file = nullptr;
     bool toStdout = false;
+    bool writeBehind = false;  // it replaces a file: see WriteBehind
+    std::size_t written = 0, started = 0;
   };
   bool Write(Stream& s, std::string_view text, std::string& error);
 
