@@ -152,28 +152,35 @@ struct Flank {
 
 // Kept out of line: inlined into the climbs, its running figures lived on the stack at every
 // step; here they leave their registers only around the filter's rare call that fills a run.
+// The flank is written once at the end: stores into it on the way made every step reload
+// the region, the bar and the filter's tables (the compiler could not rule out that they
+// overlap).
 [[gnu::noinline]] Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step,
                                   double tolerance, std::int32_t limit) {
-  Flank flank{top};
   double lowestValue = f.At(top, r);
-  std::int32_t highest = -1;
-  double highestValue = -INFINITY;
-  for (std::int32_t i = top + step, k = 0; i >= r.begin && i < r.end && k < limit; i += step, ++k) {
+  double riseBar = lowestValue + tolerance;  // a value above it ends the flank
+  std::int32_t valley = top, highest = -1, highestAtValley = -1;
+  double highestValue = -INFINITY, highestValueAtValley = -INFINITY;
+  bool rises = false;
+  // top lies inside the region.
+  const std::int32_t steps = std::min(limit, step < 0 ? top - r.begin : r.end - 1 - top);
+  for (std::int32_t i = top + step, k = 0; k < steps; i += step, ++k) {
     const double v = f.At(i, r);
     if (v > highestValue || (step < 0 && v == highestValue)) highest = i, highestValue = v;
     if (v < lowestValue) {
       lowestValue = v;
-      flank.valley = i;
-      flank.highest = highest;
-      flank.highestValue = highestValue;
+      riseBar = v + tolerance;
+      valley = i;
+      highestAtValley = highest;
+      highestValueAtValley = highestValue;
     }
     if (v <= 0.0) break;
-    if (v > lowestValue + tolerance) {
-      flank.rises = true;
+    if (v > riseBar) {
+      rises = true;
       break;
     }
   }
-  return flank;
+  return Flank{valley, rises, highestAtValley, highestValueAtValley};
 }
 
 // From a top, moves to the highest point between its valleys until it stays.
