@@ -338,26 +338,27 @@ bool SortFew([[maybe_unused]] std::span<const double> v,
   return false;
 }
 
-// As MedianAbsDeviation around s[n / 2], of the ascending s[0, n) (n <= kSorted): the distances
-// below the median and above it ascend, so the wanted one is found by merging the two.
+// As MedianAbsDeviation around s[n / 2], of the ascending s[0, n): the distances below the
+// median (s[half - 1], s[half - 2], ...) and above it (s[half], s[half + 1], ...) each ascend,
+// so the wanted one, the (half + 1)-th smallest of both, is found by bisecting how many of it
+// come from below (a few steps, with no pass over the values). A distance is the difference
+// itself: |a - b| and b - a are the same double.
 double SortedMedianDeviation(const double* s, std::size_t n) {
-  const std::size_t half = n / 2;
+  const std::size_t half = n / 2, taken = half + 1;
   const double centre = s[half];
-  // Each ends in +inf, which is never taken: n / 2 + 1 distances are.
-  std::array<double, kSorted / 2 + 1> below, above;
-  for (std::size_t j = 0; j < half; ++j) below[j] = std::fabs(s[half - 1 - j] - centre);
-  for (std::size_t j = 0; j < n - half; ++j) above[j] = std::fabs(s[half + j] - centre);
-  below[half] = INFINITY;
-  above[n - half] = INFINITY;
-  std::size_t i = 0, j = 0;
-  double distance = 0.0;
-  for (std::size_t taken = 0; taken <= half; ++taken) {
-    const bool fromBelow = below[i] < above[j];
-    distance = fromBelow ? below[i] : above[j];
-    i += fromBelow ? 1 : 0;
-    j += fromBelow ? 0 : 1;
+  auto below = [&](std::size_t j) { return centre - s[half - 1 - j]; };
+  auto above = [&](std::size_t j) { return s[half + j] - centre; };
+  // The fewest taken from below such that the next one below is no nearer than the last one
+  // taken from above.
+  std::size_t lo = taken > n - half ? taken - (n - half) : 0, hi = half;
+  while (lo < hi) {
+    const std::size_t mid = (lo + hi) / 2;
+    const bool more = below(mid) < above(taken - mid - 1);
+    lo = more ? mid + 1 : lo;
+    hi = more ? hi : mid;
   }
-  return distance;
+  const std::size_t fromAbove = taken - lo;
+  return std::max(lo > 0 ? below(lo - 1) : 0.0, fromAbove > 0 ? above(fromAbove - 1) : 0.0);
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
