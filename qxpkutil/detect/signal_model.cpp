@@ -442,15 +442,26 @@ Range MagnitudeRange(std::span<const double> v) {
           std::max(highest[0], highest[1])};
 }
 
-// The widest step between neighbours of the ascending x, two lanes at a time.
-double WidestStep(std::span<const double> x) {
+// The widest step between neighbours of the ascending x, and the lowest rising step of every
+// fourth from the first (those a block's typical spacing is taken from; +inf: none).
+struct Steps {
+  double widest, lowest;
+};
+Steps StepRange(std::span<const double> x) {
   Lanes2 widest{0.0, 0.0};
+  double lowest = INFINITY;
   std::size_t i = 0;
-  for (; i + 3 <= x.size(); i += 2) {
-    widest = MaxLanes(widest, LoadLanes(&x[i + 1]) - LoadLanes(&x[i]));
+  for (; i + 5 <= x.size(); i += 4) {
+    const Lanes2 first = LoadLanes(&x[i + 1]) - LoadLanes(&x[i]);
+    widest = MaxLanes(widest, MaxLanes(first, LoadLanes(&x[i + 3]) - LoadLanes(&x[i + 2])));
+    lowest = std::min(lowest, first[0] > 0.0 ? first[0] : INFINITY);
   }
-  if (i + 1 < x.size()) widest[0] = std::max(widest[0], x[i + 1] - x[i]);
-  return std::max(widest[0], widest[1]);
+  for (; i + 1 < x.size(); ++i) {
+    const double step = x[i + 1] - x[i];
+    widest[0] = std::max(widest[0], step);
+    if (i % 4 == 0 && step > 0.0) lowest = std::min(lowest, step);
+  }
+  return {std::max(widest[0], widest[1]), lowest};
 }
 
 // Finds the regions, the missing points and whether the data is thresholded; returns the
@@ -458,62 +469,87 @@ double WidestStep(std::span<const double> x) {
 std::vector<double> FindRegions(std::span<const double> x, std::span<const double> y,
                                 SignalModel& m) {
   const auto n = static_cast<std::int32_t>(x.size());
-  // Typical spacing per block of steps, ignoring repeated x.
-  const std::int32_t blocks =
-      std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
-  std::vector<double> spacing(static_cast<std::size_t>(blocks), std::nan(""));
-  std::vector<double> steps;
-  for (std::int32_t b = 0; b < blocks; ++b) {
-    steps.clear();
-    // Every fourth step is plenty for a typical figure.
-    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); i += 4) {
-      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
-    }
-    spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
-  }
-  FillAndSmooth(spacing, 1.0);
-  // One pass, block by block: the largest |y|, the x gaps (a handful), the missing points
-  // (zeros next to another zero or to a gap, which carry no signal) and how much of the
-  // grid is absent. A block without a zero or a gap, as most are, is settled by one look.
-  auto typical = [&](std::int32_t i) {
-    return spacing[static_cast<std::size_t>(i / kSpacingBlock)];
+  // One pass over x and y, block by block: the smallest and largest |y|, the highest y, the
+  // widest step (with the one to the next block's first point) and the lowest sampled step.
+  struct Look {
+    double smallest, widest, lowest;
   };
-  std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
-  m.missing.assign(static_cast<std::size_t>(n), 0);
-  m.largest = 0.0;
-  std::int32_t missingCount = 0;
-  double absent = 0.0;
-  bool gapBefore = false;
+  std::vector<Look> looks;
   std::vector<double> highest;
-  highest.reserve(static_cast<std::size_t>((n + kSpacingBlock - 1) / kSpacingBlock));
+  m.largest = 0.0;
   for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
     const std::int32_t hi = std::min(n, lo + kSpacingBlock);
     const auto [smallest, largest, high] =
         MagnitudeRange(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo)));
+    const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
+    const auto [widest, lowest] = StepRange(x.subspan(static_cast<std::size_t>(lo), stepPoints));
     m.largest = std::max(m.largest, largest);
     highest.push_back(high);
-    // (The spacing is kept per block of steps: a last block of one point has none.)
-    const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
-    // The block's steps, and the one to the next block's first point.
-    const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
-    if (!gapBefore && smallest != 0.0 &&
-        !(WidestStep(x.subspan(static_cast<std::size_t>(lo), stepPoints)) > gap)) {
-      continue;
+    looks.push_back({smallest, widest, lowest});
+  }
+  // Typical spacing per block of steps, ignoring repeated x (a last block of one point has
+  // no step): a median of neighbouring blocks' low quantiles of their sampled steps, so no
+  // lower than the lowest of those blocks' sampled steps when each has one. A trace whose
+  // every block lies within the gap factor of that bound and has no zero (as most do) has
+  // no gap and no missing point, and needs no typical spacing.
+  const std::int32_t blocks =
+      std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
+  bool plain = true;
+  for (std::int32_t b = 0; b < static_cast<std::int32_t>(looks.size()) && plain; ++b) {
+    // The lowest sampled step of the block and its neighbours; 0 where one has none (a
+    // block of one point has no step at all).
+    double bound = b < blocks ? INFINITY : 0.0;
+    for (std::int32_t k = std::max(0, b - 2); k <= std::min(blocks - 1, b + 2); ++k) {
+      const double lowest = looks[static_cast<std::size_t>(k)].lowest;
+      bound = std::min(bound, lowest < INFINITY ? lowest : 0.0);
     }
-    for (std::int32_t i = lo; i < hi; ++i) {
-      const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
-      if (y[i] == 0.0) {
-        const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
-        const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
-        m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
-        missingCount += m.missing[i];
-        if (m.missing[i] && i + 1 < n) absent += 1.0;
+    const Look& look = looks[static_cast<std::size_t>(b)];
+    plain = look.smallest != 0.0 && look.widest <= kGapFactor * bound;
+  }
+  std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
+  m.missing.assign(static_cast<std::size_t>(n), 0);
+  std::int32_t missingCount = 0;
+  double absent = 0.0;
+  if (!plain) {
+    std::vector<double> spacing(static_cast<std::size_t>(blocks), std::nan(""));
+    std::vector<double> steps;
+    for (std::int32_t b = 0; b < blocks; ++b) {
+      steps.clear();
+      // Every fourth step is plenty for a typical figure.
+      for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock);
+           i += 4) {
+        if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
       }
-      if (gapAfter) {
-        gaps.push_back(i);
-        absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+      spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
+    }
+    FillAndSmooth(spacing, 1.0);
+    // Block by block: the x gaps (a handful), the missing points (zeros next to another zero
+    // or to a gap, which carry no signal) and how much of the grid is absent. A block without
+    // a zero or a gap, as most are, is settled by one look.
+    auto typical = [&](std::int32_t i) {
+      return spacing[static_cast<std::size_t>(i / kSpacingBlock)];
+    };
+    bool gapBefore = false;
+    for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
+      const std::int32_t hi = std::min(n, lo + kSpacingBlock);
+      const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
+      const Look& look = looks[static_cast<std::size_t>(lo / kSpacingBlock)];
+      if (!gapBefore && look.smallest != 0.0 && !(look.widest > gap)) continue;
+      for (std::int32_t i = lo; i < hi; ++i) {
+        const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
+        if (y[i] == 0.0) {
+          const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
+          const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
+          m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
+          missingCount += m.missing[i];
+          if (m.missing[i] && i + 1 < n) absent += 1.0;
+        }
+        if (gapAfter) {
+          gaps.push_back(i);
+          absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+        }
+        gapBefore = gapAfter;
       }
-      gapBefore = gapAfter;
     }
   }
   m.thresholded = absent > n;
