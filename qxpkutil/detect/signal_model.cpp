@@ -448,14 +448,15 @@ struct Steps {
   double widest, lowest;
 };
 Steps StepRange(std::span<const double> x) {
-  Lanes2 widest{0.0, 0.0};
-  double lowest = INFINITY;
+  Lanes2 widest{0.0, 0.0}, low{INFINITY, INFINITY};
   std::size_t i = 0;
   for (; i + 5 <= x.size(); i += 4) {
     const Lanes2 first = LoadLanes(&x[i + 1]) - LoadLanes(&x[i]);
     widest = MaxLanes(widest, MaxLanes(first, LoadLanes(&x[i + 3]) - LoadLanes(&x[i + 2])));
-    lowest = std::min(lowest, first[0] > 0.0 ? first[0] : INFINITY);
+    low = MinLanes(low, first > 0.0 ? first : INFINITY);
   }
+  // (Lane 1 held the steps that follow the sampled ones.)
+  double lowest = low[0];
   for (; i + 1 < x.size(); ++i) {
     const double step = x[i + 1] - x[i];
     widest[0] = std::max(widest[0], step);
