@@ -475,8 +475,11 @@ std::vector<double> FindRegions(std::span<const double> x, std::span<const doubl
   struct Look {
     double smallest, widest, lowest;
   };
+  const auto count = static_cast<std::size_t>((n + kSpacingBlock - 1) / kSpacingBlock);
   std::vector<Look> looks;
   std::vector<double> highest;
+  looks.reserve(count);
+  highest.reserve(count);
   m.largest = 0.0;
   for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
     const std::int32_t hi = std::min(n, lo + kSpacingBlock);
