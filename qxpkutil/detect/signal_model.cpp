@@ -927,12 +927,25 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     const std::size_t above = sample.size() * kScanFirst / reach.size();
     bar = SelectNth(sample, sample.size() - 1 - above);
   }
+  // The blocks chosen lie far apart: each one's points are fetched while the one kAhead
+  // chosen blocks before it is scanned.
+  constexpr std::size_t kAhead = 4;
+  std::vector<std::int32_t> picked;
   auto scanBlocks = [&](auto chosen) {
     for (const Region& r : m.regions) {
+      picked.clear();
       for (std::int32_t j = (r.begin + 1) / kSpacingBlock; j * kSpacingBlock < r.end - 1; ++j) {
-        if (chosen(reach[static_cast<std::size_t>(j)]))
-          scan(r, std::max(r.begin + 1, j * kSpacingBlock),
-               std::min(r.end - 1, (j + 1) * kSpacingBlock));
+        if (chosen(reach[static_cast<std::size_t>(j)])) picked.push_back(j);
+      }
+      for (std::size_t k = 0; k < picked.size(); ++k) {
+        if (k + kAhead < picked.size()) {
+          const std::int32_t from = picked[k + kAhead] * kSpacingBlock;
+          for (std::int32_t i = from; i < std::min(r.end, from + kSpacingBlock); i += 8)
+            __builtin_prefetch(&y[static_cast<std::size_t>(i)]);
+        }
+        const std::int32_t j = picked[k];
+        scan(r, std::max(r.begin + 1, j * kSpacingBlock),
+             std::min(r.end - 1, (j + 1) * kSpacingBlock));
       }
     }
     measureUpTo(clean.size());
