@@ -5,7 +5,9 @@
 // segments whose point-based settings follow the local width (BuildAutomaticSegments), for
 // users who want to run and edit them in classic mode.
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <numeric>
@@ -14,6 +16,10 @@
 #include "qxpkutil/detect/detect_internal.h"
 #include "qxpkutil/detect/matched_filter.h"
 #include "qxpkutil/detect/signal_model.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace qxpkutil {
 
@@ -411,6 +417,16 @@ void DetectCentroided(std::span<const double> x, std::span<const double> y,
 
 namespace {
 
+// The highest point of region r under the window of 2 half + 1 points around i: i itself
+// unless a point is higher, else the first of the highest.
+std::int32_t TopUnder(std::span<const double> y, const Region& r, std::int32_t i,
+                      std::int32_t half) {
+  std::int32_t top = i;
+  for (std::int32_t k = std::max(r.begin, i - half); k <= std::min(r.end - 1, i + half); ++k)
+    if (y[k] > y[top]) top = k;
+  return top;
+}
+
 // The seeds of block [from, to) of region r: the local tops of the window sums (2 half + 1
 // points) above `bar`, each moved to the highest point under its window. The sums are made at
 // the block's points and a neighbour either side, in order; a point is settled once its right
@@ -432,10 +448,7 @@ namespace {
   };
   const auto settle = [&](std::int32_t i, double before, double here, double next) {
     if (!(here > bar) || i < from || i >= to || before >= here || next > here) return;
-    std::int32_t top = i;
-    for (std::int32_t k = std::max(r.begin, i - half); k <= std::min(r.end - 1, i + half); ++k)
-      if (y[k] > y[top]) top = k;
-    seeds.push_back(top);
+    seeds.push_back(TopUnder(y, r, i, half));
   };
   const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
   double before = -INFINITY, here = direct(lo), next = 0.0;
@@ -447,6 +460,90 @@ namespace {
   for (; j < hi; ++j, before = here, here = next) settle(j - 1, before, here, next = direct(j));
   settle(hi - 1, before, here, -INFINITY);
 }
+
+// A block of the seed scan whose windows, and those of a neighbour either side, lie whole
+// inside its region: its first point, its windows' half width and its bar.
+struct ScanLane {
+  std::int32_t from, half;
+  double bar;
+};
+
+#if defined(__SSE2__)
+// ScanBlock for four such blocks of `length` points at once, in two pairs of SSE2 lanes: one
+// running sum waits on each addition, four chains overlap. A lane adds the same terms in the
+// same order as ScanBlock and a point is a seed under the same tests, so the seeds are the
+// same (found in another order). The points entering and leaving the windows are loaded two
+// steps at a time along each block and turned into one pair of moves a step.
+[[gnu::noinline]] void ScanFourBlocks(std::span<const double> y, const Region& r,
+                                      const std::array<ScanLane, 4>& lanes, std::int32_t length,
+                                      std::vector<std::int32_t>& seeds) {
+  struct Pair {
+    const ScanLane* lane;                   // its two blocks
+    const double *in0, *out0, *in1, *out1;  // the points entering and leaving at step t
+    __m128d before, here, bar;
+  };
+  const auto start = [&](const ScanLane* lane) {
+    double sums[2];
+    for (int k = 0; k < 2; ++k) {
+      double sum = 0.0;  // the window around from - 1, added up as ScanBlock does
+      for (std::int32_t j = lane[k].from - 1 - lane[k].half; j <= lane[k].from - 1 + lane[k].half;
+           ++j)
+        sum += y[j];
+      sums[k] = sum;
+    }
+    return Pair{lane,
+                y.data() + lane[0].from + lane[0].half,
+                y.data() + lane[0].from - lane[0].half - 1,
+                y.data() + lane[1].from + lane[1].half,
+                y.data() + lane[1].from - lane[1].half - 1,
+                _mm_set1_pd(INFINITY),  // from - 1 is not the blocks' to settle
+                _mm_setr_pd(sums[0], sums[1]),
+                _mm_setr_pd(lane[0].bar, lane[1].bar)};
+  };
+  // Moves a pair on by one step and gives the lanes (bits) where the point before is a
+  // seed: its sum above the bar, above the one before and not below the next (ScanBlock's
+  // tests, so that NaN sums get its answers).
+  const auto step = [](Pair& p, __m128d move) {
+    const __m128d next = _mm_add_pd(p.here, move);
+    const __m128d beaten = _mm_or_pd(_mm_cmpge_pd(p.before, p.here), _mm_cmpgt_pd(next, p.here));
+    const int found = _mm_movemask_pd(_mm_andnot_pd(beaten, _mm_cmpgt_pd(p.here, p.bar)));
+    p.before = p.here;
+    p.here = next;
+    return found;
+  };
+  const auto take = [&](const Pair& p, int found, std::int32_t point) {
+    for (int k = 0; k < 2; ++k)
+      if ((found >> k & 1) != 0)
+        seeds.push_back(TopUnder(y, r, p.lane[k].from + point, p.lane[k].half));
+  };
+  Pair a = start(&lanes[0]), b = start(&lanes[2]);
+  // Step t makes the sums around from + t and settles from + t - 1; there are length + 1,
+  // taken two at a time with one test whether any of the eight points settled is a seed.
+  std::int32_t t = 0;
+  for (; t + 2 <= length + 1; t += 2) {
+    const __m128d a0 = _mm_sub_pd(_mm_loadu_pd(a.in0 + t), _mm_loadu_pd(a.out0 + t));
+    const __m128d a1 = _mm_sub_pd(_mm_loadu_pd(a.in1 + t), _mm_loadu_pd(a.out1 + t));
+    const __m128d b0 = _mm_sub_pd(_mm_loadu_pd(b.in0 + t), _mm_loadu_pd(b.out0 + t));
+    const __m128d b1 = _mm_sub_pd(_mm_loadu_pd(b.in1 + t), _mm_loadu_pd(b.out1 + t));
+    const int fa0 = step(a, _mm_unpacklo_pd(a0, a1)), fb0 = step(b, _mm_unpacklo_pd(b0, b1));
+    const int fa1 = step(a, _mm_unpackhi_pd(a0, a1)), fb1 = step(b, _mm_unpackhi_pd(b0, b1));
+    if ((fa0 | fa1 | fb0 | fb1) != 0) {
+      take(a, fa0, t - 1), take(a, fa1, t), take(b, fb0, t - 1), take(b, fb1, t);
+    }
+  }
+  for (; t <= length; ++t) {
+    for (Pair* p : {&a, &b})
+      take(*p, step(*p, _mm_setr_pd(p->in0[t] - p->out0[t], p->in1[t] - p->out1[t])), t - 1);
+  }
+}
+#else
+// Without SSE2, one block after another.
+void ScanFourBlocks(std::span<const double> y, const Region& r,
+                    const std::array<ScanLane, 4>& lanes, std::int32_t length,
+                    std::vector<std::int32_t>& seeds) {
+  for (const ScanLane& l : lanes) ScanBlock(y, r, l.from, l.from + length, l.half, l.bar, seeds);
+}
+#endif
 
 // Seeds: the local tops of a short moving mean (as wide as a peak, at most nine points:
 // it only proposes, the matched filter decides) that stand above the baseline plus the
@@ -465,11 +562,28 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       }
       continue;
     }
+    // Whole blocks inside the region go four at a time, the others (and any left over) alone.
+    const std::int32_t length = model.block();
+    std::array<ScanLane, 4> group;
+    std::size_t grouped = 0;
     for (std::int32_t from = r.begin, to = 0; from < r.end; from = to) {
-      const std::int32_t b = from / model.block();
-      to = std::min(r.end, (b + 1) * model.block());
+      const std::int32_t b = from / length;
+      to = std::min(r.end, (b + 1) * length);
       const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2;
-      ScanBlock(y, r, from, to, half, model.LevelBounds(b, 1.0).first * (2 * half + 1), seeds);
+      const double bar = model.LevelBounds(b, 1.0).first * (2 * half + 1);
+      if (to - from < length || from - 1 - half < r.begin || to + half >= r.end) {
+        ScanBlock(y, r, from, to, half, bar, seeds);
+        continue;
+      }
+      group[grouped++] = {from, half, bar};
+      if (grouped == group.size()) {
+        ScanFourBlocks(y, r, group, length, seeds);
+        grouped = 0;
+      }
+    }
+    for (std::size_t k = 0; k < grouped; ++k) {
+      const ScanLane& l = group[k];
+      ScanBlock(y, r, l.from, l.from + length, l.half, l.bar, seeds);
     }
   }
   return seeds;
