@@ -6,6 +6,7 @@
 // users who want to run and edit them in classic mode.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <deque>
@@ -17,8 +18,8 @@
 #include "qxpkutil/detect/matched_filter.h"
 #include "qxpkutil/detect/signal_model.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include <immintrin.h>
 #endif
 
 namespace qxpkutil {
@@ -468,82 +469,86 @@ struct ScanLane {
   double bar;
 };
 
-#if defined(__SSE2__)
-// ScanBlock for four such blocks of `length` points at once, in two pairs of SSE2 lanes: one
-// running sum waits on each addition, four chains overlap. A lane adds the same terms in the
-// same order as ScanBlock and a point is a seed under the same tests, so the seeds are the
-// same (found in another order). The points entering and leaving the windows are loaded two
-// steps at a time along each block and turned into one pair of moves a step.
-[[gnu::noinline]] void ScanFourBlocks(std::span<const double> y, const Region& r,
-                                      const std::array<ScanLane, 4>& lanes, std::int32_t length,
-                                      std::vector<std::int32_t>& seeds) {
-  struct Pair {
-    const ScanLane* lane;                   // its two blocks
-    const double *in0, *out0, *in1, *out1;  // the points entering and leaving at step t
-    __m128d before, here, bar;
-  };
-  const auto start = [&](const ScanLane* lane) {
-    double sums[2];
-    for (int k = 0; k < 2; ++k) {
-      double sum = 0.0;  // the window around from - 1, added up as ScanBlock does
-      for (std::int32_t j = lane[k].from - 1 - lane[k].half; j <= lane[k].from - 1 + lane[k].half;
-           ++j)
-        sum += y[j];
-      sums[k] = sum;
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// Moves four lanes of running sums on by one step and says in which lanes the point before
+// is a seed: its sum above the bar, above the one before and not below the next (ScanBlock's
+// tests, so that NaN sums get its answers).
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256d Step(__m256d& before, __m256d& here,
+                                                                 __m256d move, __m256d bar) {
+  const __m256d next = _mm256_add_pd(here, move);
+  const __m256d beaten = _mm256_or_pd(_mm256_cmp_pd(before, here, _CMP_GE_OQ),
+                                      _mm256_cmp_pd(next, here, _CMP_GT_OQ));
+  const __m256d found = _mm256_andnot_pd(beaten, _mm256_cmp_pd(here, bar, _CMP_GT_OQ));
+  before = here;
+  here = next;
+  return found;
+}
+
+// ScanBlock for four such blocks of `length` points at once, each block's running sum in an
+// AVX2 lane of its own: one chain waits on each addition, four overlap. A lane adds the same
+// terms in the same order as ScanBlock and a point is a seed under the same tests, so the
+// seeds are the same (found in another order). The points entering and leaving the windows
+// are loaded four steps at a time along each block and turned into one vector a step.
+[[gnu::noinline, gnu::target("avx2")]] void ScanFourBlocksAvx2(
+    std::span<const double> y, const Region& r, const std::array<ScanLane, 4>& lanes,
+    std::int32_t length, std::vector<std::int32_t>& seeds) {
+  const double *in[4], *out[4];  // the points entering and leaving at step t: in[k][t], out[k][t]
+  double sums[4], bars[4];
+  for (int k = 0; k < 4; ++k) {
+    const ScanLane& l = lanes[k];
+    double sum = 0.0;  // the window around from - 1, added up as ScanBlock does
+    for (std::int32_t j = l.from - 1 - l.half; j <= l.from - 1 + l.half; ++j) sum += y[j];
+    sums[k] = sum;
+    bars[k] = l.bar;
+    in[k] = y.data() + l.from + l.half;
+    out[k] = y.data() + l.from - l.half - 1;
+  }
+  __m256d here = _mm256_loadu_pd(sums), before = _mm256_set1_pd(INFINITY);  // from - 1: no seed
+  const __m256d bar = _mm256_loadu_pd(bars);
+  // The seeds of the lanes set in `found` (rare), at point `point` of their blocks.
+  auto take = [&](int found, std::int32_t point) {
+    for (; found != 0; found &= found - 1) {
+      const auto k = static_cast<std::size_t>(std::countr_zero(static_cast<unsigned>(found)));
+      const ScanLane& l = lanes[k];
+      seeds.push_back(TopUnder(y, r, l.from + point, l.half));
     }
-    return Pair{lane,
-                y.data() + lane[0].from + lane[0].half,
-                y.data() + lane[0].from - lane[0].half - 1,
-                y.data() + lane[1].from + lane[1].half,
-                y.data() + lane[1].from - lane[1].half - 1,
-                _mm_set1_pd(INFINITY),  // from - 1 is not the blocks' to settle
-                _mm_setr_pd(sums[0], sums[1]),
-                _mm_setr_pd(lane[0].bar, lane[1].bar)};
   };
-  // Moves a pair on by one step and gives the lanes (bits) where the point before is a
-  // seed: its sum above the bar, above the one before and not below the next (ScanBlock's
-  // tests, so that NaN sums get its answers).
-  const auto step = [](Pair& p, __m128d move) {
-    const __m128d next = _mm_add_pd(p.here, move);
-    const __m128d beaten = _mm_or_pd(_mm_cmpge_pd(p.before, p.here), _mm_cmpgt_pd(next, p.here));
-    const int found = _mm_movemask_pd(_mm_andnot_pd(beaten, _mm_cmpgt_pd(p.here, p.bar)));
-    p.before = p.here;
-    p.here = next;
-    return found;
-  };
-  const auto take = [&](const Pair& p, int found, std::int32_t point) {
-    for (int k = 0; k < 2; ++k)
-      if ((found >> k & 1) != 0)
-        seeds.push_back(TopUnder(y, r, p.lane[k].from + point, p.lane[k].half));
-  };
-  Pair a = start(&lanes[0]), b = start(&lanes[2]);
   // Step t makes the sums around from + t and settles from + t - 1; there are length + 1,
-  // taken two at a time with one test whether any of the eight points settled is a seed.
+  // taken four at a time with one test whether any of the sixteen points settled is a seed.
   std::int32_t t = 0;
-  for (; t + 2 <= length + 1; t += 2) {
-    const __m128d a0 = _mm_sub_pd(_mm_loadu_pd(a.in0 + t), _mm_loadu_pd(a.out0 + t));
-    const __m128d a1 = _mm_sub_pd(_mm_loadu_pd(a.in1 + t), _mm_loadu_pd(a.out1 + t));
-    const __m128d b0 = _mm_sub_pd(_mm_loadu_pd(b.in0 + t), _mm_loadu_pd(b.out0 + t));
-    const __m128d b1 = _mm_sub_pd(_mm_loadu_pd(b.in1 + t), _mm_loadu_pd(b.out1 + t));
-    const int fa0 = step(a, _mm_unpacklo_pd(a0, a1)), fb0 = step(b, _mm_unpacklo_pd(b0, b1));
-    const int fa1 = step(a, _mm_unpackhi_pd(a0, a1)), fb1 = step(b, _mm_unpackhi_pd(b0, b1));
-    if ((fa0 | fa1 | fb0 | fb1) != 0) {
-      take(a, fa0, t - 1), take(a, fa1, t), take(b, fb0, t - 1), take(b, fb1, t);
+  for (; t + 4 <= length + 1; t += 4) {
+    __m256d m[4];
+    for (int k = 0; k < 4; ++k)
+      m[k] = _mm256_sub_pd(_mm256_loadu_pd(in[k] + t), _mm256_loadu_pd(out[k] + t));
+    // Transposed: step q of every lane.
+    const __m256d lo01 = _mm256_unpacklo_pd(m[0], m[1]), hi01 = _mm256_unpackhi_pd(m[0], m[1]);
+    const __m256d lo23 = _mm256_unpacklo_pd(m[2], m[3]), hi23 = _mm256_unpackhi_pd(m[2], m[3]);
+    const __m256d f0 = Step(before, here, _mm256_permute2f128_pd(lo01, lo23, 0x20), bar);
+    const __m256d f1 = Step(before, here, _mm256_permute2f128_pd(hi01, hi23, 0x20), bar);
+    const __m256d f2 = Step(before, here, _mm256_permute2f128_pd(lo01, lo23, 0x31), bar);
+    const __m256d f3 = Step(before, here, _mm256_permute2f128_pd(hi01, hi23, 0x31), bar);
+    if (_mm256_movemask_pd(_mm256_or_pd(_mm256_or_pd(f0, f1), _mm256_or_pd(f2, f3))) != 0) {
+      take(_mm256_movemask_pd(f0), t - 1), take(_mm256_movemask_pd(f1), t);
+      take(_mm256_movemask_pd(f2), t + 1), take(_mm256_movemask_pd(f3), t + 2);
     }
   }
   for (; t <= length; ++t) {
-    for (Pair* p : {&a, &b})
-      take(*p, step(*p, _mm_setr_pd(p->in0[t] - p->out0[t], p->in1[t] - p->out1[t])), t - 1);
+    for (int k = 0; k < 4; ++k) sums[k] = in[k][t] - out[k][t];
+    take(_mm256_movemask_pd(Step(before, here, _mm256_loadu_pd(sums), bar)), t - 1);
   }
 }
-#else
-// Without SSE2, one block after another.
+#endif
+
+// ScanBlock for four such blocks of `length` points: side by side where the processor runs
+// AVX2, else one after another.
 void ScanFourBlocks(std::span<const double> y, const Region& r,
                     const std::array<ScanLane, 4>& lanes, std::int32_t length,
                     std::vector<std::int32_t>& seeds) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  if (HasAvx2()) return ScanFourBlocksAvx2(y, r, lanes, length, seeds);
+#endif
   for (const ScanLane& l : lanes) ScanBlock(y, r, l.from, l.from + length, l.half, l.bar, seeds);
 }
-#endif
 
 // Seeds: the local tops of a short moving mean (as wide as a peak, at most nine points:
 // it only proposes, the matched filter decides) that stand above the baseline plus the
