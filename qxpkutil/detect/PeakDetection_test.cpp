@@ -166,6 +166,43 @@ TEST(SignalModel, RecognisesTheWidthLaw) {
   EXPECT_NEAR(m.FwhmAt(1000.0), 0.05, 0.005);
 }
 
+// Only the tallest clean peaks teach the width, and a long trace scans first the blocks that
+// could hold them: when the tallest peaks there all overlap a neighbour, the clean peaks
+// below them still count.
+TEST(SignalModel, LearnsTheWidthFromCleanPeaksBelowTallerPairs) {
+  std::vector<GaussPeak> peaks;
+  for (int k = 0; k < 2000; ++k) {
+    const double at = 100.5 + 0.3 * k;
+    if (k % 4 == 0) {
+      peaks.push_back({at, 500.0, 0.02 / kFwhmPerSigma});
+      continue;
+    }
+    // 1.5 FWHM apart: neither falls to a quarter of its height a half-width past its half.
+    peaks.push_back({at, 5000.0, 0.01 / kFwhmPerSigma});
+    peaks.push_back({at + 0.015, 5000.0, 0.01 / kFwhmPerSigma});
+  }
+  const Signal s = MakeSignal(620000, 100.0, 0.001, peaks, {.baseline = 100.0, .noiseSigma = 5.0});
+  EXPECT_NEAR(EstimateSignalModel(s.x, s.y, {}).FwhmAt(400.0), 0.02, 0.002);
+}
+
+// A gap is a step 2.5 times the typical one where it occurs, also where the steps grow
+// tenfold along the trace; a step twice the typical one is not.
+TEST(SignalModel, SplitsRegionsAtGapsOfTheLocalSpacing) {
+  std::mt19937 rng(3);
+  std::vector<double> x, y;
+  double at = 100.0;
+  for (int i = 0; i < 200000; ++i) {
+    const double step = 0.001 * (1.0 + 9.0 * i / 200000.0);
+    at += (i == 50000 || i == 150000 ? 3.0 : i == 100000 ? 2.0 : 1.0) * step;
+    x.push_back(at);
+    y.push_back(100.0 + rng() % 10);
+  }
+  const SignalModel m = EstimateSignalModel(x, y, {});
+  ASSERT_EQ(m.regions.size(), 3u);
+  EXPECT_EQ(m.regions[1].begin, 50000);
+  EXPECT_EQ(m.regions[2].begin, 150000);
+}
+
 // Stored only above a threshold: zero baseline, noise from the threshold crossings, and no
 // peak bound reaches across a gap.
 TEST(SignalModel, ThresholdedDataKeepsPeaksInsideTheirRuns) {

@@ -338,26 +338,27 @@ bool SortFew([[maybe_unused]] std::span<const double> v,
   return false;
 }
 
-// As MedianAbsDeviation around s[n / 2], of the ascending s[0, n) (n <= kSorted): the distances
-// below the median and above it ascend, so the wanted one is found by merging the two.
+// As MedianAbsDeviation around s[n / 2], of the ascending s[0, n): the distances below the
+// median (s[half - 1], s[half - 2], ...) and above it (s[half], s[half + 1], ...) each ascend,
+// so the wanted one, the (half + 1)-th smallest of both, is found by bisecting how many of it
+// come from below (a few steps, with no pass over the values). A distance is the difference
+// itself: |a - b| and b - a are the same double.
 double SortedMedianDeviation(const double* s, std::size_t n) {
-  const std::size_t half = n / 2;
+  const std::size_t half = n / 2, taken = half + 1;
   const double centre = s[half];
-  // Each ends in +inf, which is never taken: n / 2 + 1 distances are.
-  std::array<double, kSorted / 2 + 1> below, above;
-  for (std::size_t j = 0; j < half; ++j) below[j] = std::fabs(s[half - 1 - j] - centre);
-  for (std::size_t j = 0; j < n - half; ++j) above[j] = std::fabs(s[half + j] - centre);
-  below[half] = INFINITY;
-  above[n - half] = INFINITY;
-  std::size_t i = 0, j = 0;
-  double distance = 0.0;
-  for (std::size_t taken = 0; taken <= half; ++taken) {
-    const bool fromBelow = below[i] < above[j];
-    distance = fromBelow ? below[i] : above[j];
-    i += fromBelow ? 1 : 0;
-    j += fromBelow ? 0 : 1;
+  auto below = [&](std::size_t j) { return centre - s[half - 1 - j]; };
+  auto above = [&](std::size_t j) { return s[half + j] - centre; };
+  // The fewest taken from below such that the next one below is no nearer than the last one
+  // taken from above.
+  std::size_t lo = taken > n - half ? taken - (n - half) : 0, hi = half;
+  while (lo < hi) {
+    const std::size_t mid = (lo + hi) / 2;
+    const bool more = below(mid) < above(taken - mid - 1);
+    lo = more ? mid + 1 : lo;
+    hi = more ? hi : mid;
   }
-  return distance;
+  const std::size_t fromAbove = taken - lo;
+  return std::max(lo > 0 ? below(lo - 1) : 0.0, fromAbove > 0 ? above(fromAbove - 1) : 0.0);
 }
 
 // The median of 5 or 9 values (reordered), by the fixed networks of minima and maxima that
@@ -418,89 +419,141 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   v.swap(out);
 }
 
-// The smallest and the largest |v|, two lanes at a time.
-std::pair<double, double> MagnitudeRange(std::span<const double> v) {
-  Lanes2 smallest{INFINITY, INFINITY}, largest{0.0, 0.0};
+// The smallest and the largest |v| and the highest v, two lanes at a time.
+struct Range {
+  double smallest, largest, highest;
+};
+Range MagnitudeRange(std::span<const double> v) {
+  Lanes2 smallest{INFINITY, INFINITY}, largest{0.0, 0.0}, highest{-INFINITY, -INFINITY};
   std::size_t i = 0;
   for (; i + 2 <= v.size(); i += 2) {
-    const Lanes2 a = Magnitude(LoadLanes(&v[i]));
+    const Lanes2 e = LoadLanes(&v[i]), a = Magnitude(e);
     smallest = MinLanes(smallest, a);
     largest = MaxLanes(largest, a);
+    highest = MaxLanes(highest, e);
   }
   if (i < v.size()) {
     const double a = std::fabs(v[i]);
     smallest[0] = std::min(smallest[0], a);
     largest[0] = std::max(largest[0], a);
+    highest[0] = std::max(highest[0], v[i]);
   }
-  return {std::min(smallest[0], smallest[1]), std::max(largest[0], largest[1])};
+  return {std::min(smallest[0], smallest[1]), std::max(largest[0], largest[1]),
+          std::max(highest[0], highest[1])};
 }
 
-// The widest step between neighbours of the ascending x, two lanes at a time.
-double WidestStep(std::span<const double> x) {
-  Lanes2 widest{0.0, 0.0};
+// The widest step between neighbours of the ascending x, and the lowest rising step of every
+// fourth from the first (those a block's typical spacing is taken from; +inf: none).
+struct Steps {
+  double widest, lowest;
+};
+Steps StepRange(std::span<const double> x) {
+  Lanes2 widest{0.0, 0.0}, low{INFINITY, INFINITY};
   std::size_t i = 0;
-  for (; i + 3 <= x.size(); i += 2) {
-    widest = MaxLanes(widest, LoadLanes(&x[i + 1]) - LoadLanes(&x[i]));
+  for (; i + 5 <= x.size(); i += 4) {
+    const Lanes2 first = LoadLanes(&x[i + 1]) - LoadLanes(&x[i]);
+    widest = MaxLanes(widest, MaxLanes(first, LoadLanes(&x[i + 3]) - LoadLanes(&x[i + 2])));
+    low = MinLanes(low, first > 0.0 ? first : INFINITY);
   }
-  if (i + 1 < x.size()) widest[0] = std::max(widest[0], x[i + 1] - x[i]);
-  return std::max(widest[0], widest[1]);
+  // (Lane 1 held the steps that follow the sampled ones.)
+  double lowest = low[0];
+  for (; i + 1 < x.size(); ++i) {
+    const double step = x[i + 1] - x[i];
+    widest[0] = std::max(widest[0], step);
+    if (i % 4 == 0 && step > 0.0) lowest = std::min(lowest, step);
+  }
+  return {std::max(widest[0], widest[1]), lowest};
 }
 
-void FindRegions(std::span<const double> x, std::span<const double> y, SignalModel& m) {
+// Finds the regions, the missing points and whether the data is thresholded; returns the
+// highest y of every kSpacingBlock points.
+std::vector<double> FindRegions(std::span<const double> x, std::span<const double> y,
+                                SignalModel& m) {
   const auto n = static_cast<std::int32_t>(x.size());
-  // Typical spacing per block of steps, ignoring repeated x.
-  const std::int32_t blocks =
-      std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
-  std::vector<double> spacing(static_cast<std::size_t>(blocks), std::nan(""));
-  std::vector<double> steps;
-  for (std::int32_t b = 0; b < blocks; ++b) {
-    steps.clear();
-    // Every fourth step is plenty for a typical figure.
-    for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock); i += 4) {
-      if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
-    }
-    spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
-  }
-  FillAndSmooth(spacing, 1.0);
-  // One pass, block by block: the largest |y|, the x gaps (a handful), the missing points
-  // (zeros next to another zero or to a gap, which carry no signal) and how much of the
-  // grid is absent. A block without a zero or a gap, as most are, is settled by one look.
-  auto typical = [&](std::int32_t i) {
-    return spacing[static_cast<std::size_t>(i / kSpacingBlock)];
+  // One pass over x and y, block by block: the smallest and largest |y|, the highest y, the
+  // widest step (with the one to the next block's first point) and the lowest sampled step.
+  struct Look {
+    double smallest, widest, lowest;
   };
-  std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
-  m.missing.assign(static_cast<std::size_t>(n), 0);
+  const auto count = static_cast<std::size_t>((n + kSpacingBlock - 1) / kSpacingBlock);
+  std::vector<Look> looks;
+  std::vector<double> highest;
+  looks.reserve(count);
+  highest.reserve(count);
   m.largest = 0.0;
-  std::int32_t missingCount = 0;
-  double absent = 0.0;
-  bool gapBefore = false;
   for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
     const std::int32_t hi = std::min(n, lo + kSpacingBlock);
-    const auto [smallest, largest] =
+    const auto [smallest, largest, high] =
         MagnitudeRange(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo)));
-    m.largest = std::max(m.largest, largest);
-    // (The spacing is kept per block of steps: a last block of one point has none.)
-    const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
-    // The block's steps, and the one to the next block's first point.
     const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
-    if (!gapBefore && smallest != 0.0 &&
-        !(WidestStep(x.subspan(static_cast<std::size_t>(lo), stepPoints)) > gap)) {
-      continue;
+    const auto [widest, lowest] = StepRange(x.subspan(static_cast<std::size_t>(lo), stepPoints));
+    m.largest = std::max(m.largest, largest);
+    highest.push_back(high);
+    looks.push_back({smallest, widest, lowest});
+  }
+  // Typical spacing per block of steps, ignoring repeated x (a last block of one point has
+  // no step): a median of neighbouring blocks' low quantiles of their sampled steps, so no
+  // lower than the lowest of those blocks' sampled steps when each has one. A trace whose
+  // every block lies within the gap factor of that bound and has no zero (as most do) has
+  // no gap and no missing point, and needs no typical spacing.
+  const std::int32_t blocks =
+      std::max<std::int32_t>(1, (n - 1 + kSpacingBlock - 1) / kSpacingBlock);
+  bool plain = true;
+  for (std::int32_t b = 0; b < static_cast<std::int32_t>(looks.size()) && plain; ++b) {
+    // The lowest sampled step of the block and its neighbours; 0 where one has none (a
+    // block of one point has no step at all).
+    double bound = b < blocks ? INFINITY : 0.0;
+    for (std::int32_t k = std::max(0, b - 2); k <= std::min(blocks - 1, b + 2); ++k) {
+      const double lowest = looks[static_cast<std::size_t>(k)].lowest;
+      bound = std::min(bound, lowest < INFINITY ? lowest : 0.0);
     }
-    for (std::int32_t i = lo; i < hi; ++i) {
-      const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
-      if (y[i] == 0.0) {
-        const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
-        const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
-        m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
-        missingCount += m.missing[i];
-        if (m.missing[i] && i + 1 < n) absent += 1.0;
+    const Look& look = looks[static_cast<std::size_t>(b)];
+    plain = look.smallest != 0.0 && look.widest <= kGapFactor * bound;
+  }
+  std::vector<std::int32_t> gaps;  // i with a gap between points i and i + 1
+  m.missing.assign(static_cast<std::size_t>(n), 0);
+  std::int32_t missingCount = 0;
+  double absent = 0.0;
+  if (!plain) {
+    std::vector<double> spacing(static_cast<std::size_t>(blocks), std::nan(""));
+    std::vector<double> steps;
+    for (std::int32_t b = 0; b < blocks; ++b) {
+      steps.clear();
+      // Every fourth step is plenty for a typical figure.
+      for (std::int32_t i = b * kSpacingBlock; i < std::min(n - 1, (b + 1) * kSpacingBlock);
+           i += 4) {
+        if (x[i + 1] > x[i]) steps.push_back(x[i + 1] - x[i]);
       }
-      if (gapAfter) {
-        gaps.push_back(i);
-        absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+      spacing[static_cast<std::size_t>(b)] = TypicalStep(steps);
+    }
+    FillAndSmooth(spacing, 1.0);
+    // Block by block: the x gaps (a handful), the missing points (zeros next to another zero
+    // or to a gap, which carry no signal) and how much of the grid is absent. A block without
+    // a zero or a gap, as most are, is settled by one look.
+    auto typical = [&](std::int32_t i) {
+      return spacing[static_cast<std::size_t>(i / kSpacingBlock)];
+    };
+    bool gapBefore = false;
+    for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
+      const std::int32_t hi = std::min(n, lo + kSpacingBlock);
+      const double gap = lo + 1 < n ? kGapFactor * typical(lo) : 0.0;
+      const Look& look = looks[static_cast<std::size_t>(lo / kSpacingBlock)];
+      if (!gapBefore && look.smallest != 0.0 && !(look.widest > gap)) continue;
+      for (std::int32_t i = lo; i < hi; ++i) {
+        const bool gapAfter = i + 1 < n && x[i + 1] - x[i] > gap;
+        if (y[i] == 0.0) {
+          const bool zeroLeft = i > 0 && y[i - 1] == 0.0 && !gapBefore;
+          const bool zeroRight = i + 1 < n && y[i + 1] == 0.0 && !gapAfter;
+          m.missing[i] = zeroLeft || zeroRight || gapBefore || gapAfter;
+          missingCount += m.missing[i];
+          if (m.missing[i] && i + 1 < n) absent += 1.0;
+        }
+        if (gapAfter) {
+          gaps.push_back(i);
+          absent += (x[i + 1] - x[i]) / typical(i) - 1.0;
+        }
+        gapBefore = gapAfter;
       }
-      gapBefore = gapAfter;
     }
   }
   m.thresholded = absent > n;
@@ -516,7 +569,7 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
   if (missingCount == 0) {
     for (std::int32_t g : gaps) close(g + 1);
     close(n);
-    return;
+    return highest;
   }
   auto gap = gaps.begin();
   for (std::int32_t i = 0; i < n; ++i) {
@@ -524,6 +577,7 @@ void FindRegions(std::span<const double> x, std::span<const double> y, SignalMod
     if (atGap) ++gap;
     if (i + 1 == n || atGap || (m.missing[i] && m.missing[i + 1])) close(i + 1);
   }
+  return highest;
 }
 
 // The z above which a standard normal value lies with probability p.
@@ -764,10 +818,14 @@ unsigned TopsAtOrAbove(const double* y, double bar) {
   return bits;
 }
 
-// FWHMs of the strongest clean peaks: local tops at least 10 noise above the baseline that
-// fall to half height on both sides inside their region before anything higher appears.
+// FWHMs of the tallest clean peaks (at most kMostSamples): local tops at least 10 noise above
+// the baseline that fall to half height on both sides inside their region before anything
+// higher appears. `highest`: the highest y of every kSpacingBlock points.
 std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span<const double> y,
-                                            const SignalModel& m) {
+                                            const SignalModel& m,
+                                            std::span<const double> highest) {
+  constexpr std::size_t kMostSamples = 400;
+  const auto n = static_cast<std::int32_t>(y.size());
   // A clean peak: its top i and the points l < i < h just outside its half height.
   struct Clean {
     std::int32_t l, i, h;
@@ -778,12 +836,15 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
   constexpr std::size_t kBehind = 8;
   std::vector<Clean> clean;
   std::vector<WidthSample> samples;
-  auto measure = [&](const Clean& c) {
-    const auto [l, i, h, half, height] = c;
-    const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
-    const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
-    const double fwhm = xh - xl;
-    if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
+  std::size_t measured = 0;
+  auto measureUpTo = [&](std::size_t end) {
+    for (; measured < end; ++measured) {
+      const auto [l, i, h, half, height] = clean[measured];
+      const double xl = x[l] + (half - y[l]) * (x[l + 1] - x[l]) / (y[l + 1] - y[l]);
+      const double xh = x[h - 1] + (y[h - 1] - half) * (x[h] - x[h - 1]) / (y[h - 1] - y[h]);
+      const double fwhm = xh - xl;
+      if (fwhm > 1.5 * m.SpacingAt(i)) samples.push_back({x[i], fwhm, height});
+    }
   };
   auto consider = [&](const Region& r, std::int32_t i) {
     const double base = m.BaselineAt(i), height = y[i] - base;
@@ -802,18 +863,27 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     clean.push_back({l, i, h, half, height});
     __builtin_prefetch(&x[l]);
     __builtin_prefetch(&x[h]);
-    if (clean.size() > kBehind) measure(clean[clean.size() - 1 - kBehind]);
+    if (clean.size() > kBehind) measureUpTo(clean.size() - kBehind);
   };
-  for (const Region& r : m.regions) {
-    // Most points are noise far below the bar: a bound per block settles them, and eight
-    // at a time are tested for tops without a branch.
-    std::int32_t block = r.begin / m.block(), blockEnd = r.begin;
+  // Per level block: the bar of a strong top, and the lowest baseline of any of its points
+  // (the levels run linearly between block centres).
+  std::vector<double> bars, lowest;
+  for (std::int32_t b = 0; b < static_cast<std::int32_t>(m.baseline_.size()); ++b) {
+    bars.push_back(m.LevelBounds(b, 10.0).first);
+    lowest.push_back(m.LevelBounds(b, 0.0).first);
+  }
+  // The tops of [from, to) inside r. Most points are noise far below the bar: eight at a
+  // time are tested for tops without a branch.
+  auto scan = [&](const Region& r, std::int32_t from, std::int32_t to) {
+    std::int32_t blockEnd = from;
     double bar = 0.0;
-    for (std::int32_t i = r.begin + 1; i + 1 < r.end; ++i) {
-      if (i >= blockEnd)
-        block = i / m.block(), blockEnd = (block + 1) * m.block(),
-        bar = m.LevelBounds(block, 10.0).first;
-      if (i + 8 <= std::min(blockEnd, r.end - 1)) {
+    for (std::int32_t i = from; i < to; ++i) {
+      if (i >= blockEnd) {
+        const std::int32_t block = i / m.block();
+        blockEnd = (block + 1) * m.block();
+        bar = bars[static_cast<std::size_t>(block)];
+      }
+      if (i + 8 <= std::min(blockEnd, to)) {
         for (unsigned tops = TopsAtOrAbove(&y[i], bar); tops != 0; tops &= tops - 1)
           consider(r, i + std::countr_zero(tops));
         i += 7;
@@ -821,14 +891,50 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
         consider(r, i);
       }
     }
+  };
+  // Only the tallest peaks count, and a top of block j stands at most reach[j] above the
+  // baseline (the margin covers the rounding of the interpolated baseline). The blocks that
+  // reach a bar are scanned first; the others only when fewer than kMostSamples clean peaks
+  // stand at or above the bar, since theirs could not be among the tallest otherwise.
+  std::vector<double> reach(highest.size());
+  for (std::size_t j = 0, b = 0; j < reach.size(); ++j) {
+    const auto first = static_cast<std::int32_t>(j) * kSpacingBlock;
+    const std::int32_t last = std::min(n, first + kSpacingBlock) - 1;
+    while ((static_cast<std::int32_t>(b) + 1) * m.block() <= first) ++b;
+    const double base = std::min(lowest[b], lowest[static_cast<std::size_t>(last / m.block())]);
+    reach[j] = highest[j] - base + 1e-9 * (std::fabs(highest[j]) + std::fabs(base));
   }
-  for (std::size_t k = clean.size() > kBehind ? clean.size() - kBehind : 0; k < clean.size(); ++k)
-    measure(clean[k]);
-  constexpr std::size_t kMostSamples = 400;
+  // The bar about kScanFirst blocks reach, from a sample of about kBarSample blocks.
+  constexpr std::size_t kScanFirst = 4 * kMostSamples, kBarSample = 1024;
+  double bar = -INFINITY;
+  if (reach.size() > 4 * kScanFirst) {
+    std::vector<double> sample;
+    const std::size_t every = reach.size() / kBarSample;
+    for (std::size_t j = 0; j < reach.size(); j += every) sample.push_back(reach[j]);
+    const std::size_t above = sample.size() * kScanFirst / reach.size();
+    bar = SelectNth(sample, sample.size() - 1 - above);
+  }
+  auto scanBlocks = [&](auto chosen) {
+    for (const Region& r : m.regions) {
+      for (std::int32_t j = (r.begin + 1) / kSpacingBlock; j * kSpacingBlock < r.end - 1; ++j) {
+        if (chosen(reach[static_cast<std::size_t>(j)]))
+          scan(r, std::max(r.begin + 1, j * kSpacingBlock),
+               std::min(r.end - 1, (j + 1) * kSpacingBlock));
+      }
+    }
+    measureUpTo(clean.size());
+  };
+  scanBlocks([bar](double top) { return top >= bar; });
+  const auto tall = std::count_if(samples.begin(), samples.end(),
+                                  [bar](const WidthSample& s) { return s.height >= bar; });
+  if (bar > -INFINITY && static_cast<std::size_t>(tall) < kMostSamples)
+    scanBlocks([bar](double top) { return top < bar; });
   if (samples.size() > kMostSamples) {
-    std::nth_element(
-        samples.begin(), samples.begin() + kMostSamples, samples.end(),
-        [](const WidthSample& a, const WidthSample& b) { return a.height > b.height; });
+    // Equal heights are told apart by x, so the peaks kept do not depend on the scan's order.
+    std::nth_element(samples.begin(), samples.begin() + kMostSamples, samples.end(),
+                     [](const WidthSample& a, const WidthSample& b) {
+                       return a.height > b.height || (a.height == b.height && a.x < b.x);
+                     });
     samples.resize(kMostSamples);
   }
   return samples;
@@ -862,7 +968,7 @@ void FitWidthLaw(const std::vector<WidthSample>& samples, bool chromatogram, Sig
 }
 
 void ChooseWidth(std::span<const double> x, std::span<const double> y, const DetectOptions& o,
-                 SignalModel& m) {
+                 std::span<const double> highest, SignalModel& m) {
   const bool chromatogram = o.kind == SignalKind::kChromatogram;
   WidthLaw law = chromatogram ? WidthLaw::kConstant : o.width_law;
   if (o.fwhm > 0.0 || o.resolution > 0.0) {
@@ -880,7 +986,7 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
     }
     return;
   }
-  const std::vector<WidthSample> samples = MeasureStrongPeaks(x, y, m);
+  const std::vector<WidthSample> samples = MeasureStrongPeaks(x, y, m, highest);
   if (samples.size() >= 3) {
     if (law == WidthLaw::kAuto) {
       FitWidthLaw(samples, chromatogram, m);
@@ -971,12 +1077,12 @@ SignalModel EstimateSignalModel(std::span<const double> x, std::span<const doubl
                                 const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
-  FindRegions(x, y, m);
+  const std::vector<double> highest = FindRegions(x, y, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
   EstimateSpacing(x, m);
   EstimateLevels(x, y, m, kFullSamples, m.missing);
-  ChooseWidth(x, y, options, m);
+  ChooseWidth(x, y, options, highest, m);
   // Second pass with blocks of about fifteen peak widths.
   std::vector<double> ppf;
   for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, n / 64)) {

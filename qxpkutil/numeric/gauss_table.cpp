@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -181,69 +182,143 @@ void FixedWidthMeans(const GaussKernel& kernel, const T* v, std::size_t count, d
 }
 
 #if defined(__x86_64__) && defined(__GNUC__)
-// FixedWidthMeans for doubles, four windows at a time in AVX2, with the same bits. The x87
-// loop's result is round-to-double of a sum whose every product and addition rounds to 64
-// bits, divided and rounded to 64 bits again: it lies within 7.001 * 2^-64 * S / d of the
-// exact mean, S the sum of the products' magnitudes (weights are positive, at most 6
-// roundings reach any product). Here error-free products (FMA) and sums (TwoSum) give the
-// exact mean within 2^-95 * S / d. When everything within 2^-60 * S / d of that lies
-// strictly inside the rounding interval of one double (neither a power of two nor near
-// the ends of the range), the x87 loop gives that double; otherwise (by the bound, about
-// one window in a hundred when the values share a sign) the window takes the x87 loop.
+// The most roundings on the way from one product to FixedWidthMean<W>'s quotient: the
+// product's own, the additions into its partial sum, the two that join the partial sums
+// and the division. Partial sum 0 takes the most products: W / 4 from the loop and the
+// W % 4 left over (below width 4 each sum holds one).
+constexpr int X87Roundings(int w) {
+  const int most = w < 4 ? 1 : w / 4 + w % 4;
+  return 1 + (most - 1) + 2 + 1;
+}
+
+// v[0] + ... + v[N - 1], or their largest, by halves.
+template <int N, bool Max>
+[[gnu::target("avx2,fma"), gnu::always_inline]] inline __m256d Pairwise(const __m256d* v) {
+  if constexpr (N == 1) {
+    return v[0];
+  } else {
+    const __m256d low = Pairwise<N / 2, Max>(v);
+    const __m256d high = Pairwise<N - N / 2, Max>(v + N / 2);
+    return Max ? _mm256_max_pd(low, high) : _mm256_add_pd(low, high);
+  }
+}
+
+// FixedWidthMeans for doubles, four windows at a time in AVX2, with the same bits, for a
+// kernel whose weights lie in (0, 1] (a table row's do). Why the bits are the x87 loop's:
+//
+// Let M be the largest |value| the four windows read, so every product p = w * y has
+// |p| <= M, S the sum of a window's |p| (S <= s * M, s the sum of the weights, s >= 1),
+// P the exact sum of its products and d the divisor. The x87 loop rounds every product and
+// sum to 64 bits, and at most r = X87Roundings(W) roundings reach any product: its
+// quotient X lies within r * 1.0001 * 2^-64 * S / d of P / d, and its result is X rounded
+// to double.
+//
+// Here each product is split on a common grid (Rump's extraction): with g = 2^e a power
+// of two, g >= 2W * M, a = fl(g + p) lies in [g/2, 2g], so q = a - g is exact, a multiple
+// of 2^-53 g, with |q| <= |p| + 2^-53 g; the products' q's then sum exactly, in any order
+// (every partial sum is such a multiple below g in size). The rest p - q, at most 2^-53 g
+// in size, is rounded once (FMA) and the W rests are summed in doubles: Q + T misses P by
+// at most 1.01 * W^2 * 2^-106 * g, and g < 8W * M, so by less than 2^-90 * M for W <= 16.
+// Dividing Q + T (Q * 1/d, the remainder by FMA, the rests' share added) and the last
+// rounding of the double-double quotient (mean, off) add less than 2^-93 * M / d: mean +
+// off lies within 2^-89 * M / d of P / d, and X within (r * 1.0001 * 2^-64 * s + 2^-89)
+// * M / d of it, less than (r + 1/4) * 2^-64 * s * M / d, the reach's second part, with
+// room for its own roundings. So when everything within the reach of mean lies strictly
+// inside the rounding interval of one double (not at a power of two, where the interval
+// is lopsided), X rounds to mean. Where the sums leave the normal range their roundings
+// are absolute, below 2^-1074 each, so a mean is only taken between 2^-900 and 2^1000 in
+// size; NaNs, infinities and an overflowing g give a NaN mean, which is never taken.
+// Every other window (under one in a hundred on the benchmark spectrum) takes the x87
+// loop once the vectors have gone over up to 512 windows, so that the vector loop has no
+// branch and no store that waits for its results.
 // Only valid while both units round to nearest at full precision and SSE keeps subnormals
 // (CertifiedMeansHold).
 static_assert(std::is_same_v<Wide, long double> && LDBL_MANT_DIG == 64);
 template <int W>
-[[gnu::target("avx2,fma")]] void CertifiedMeans(const GaussKernel& kernel, const double* v,
-                                                 std::size_t count, double* out) {
+[[gnu::target("avx2,fma")]] void CertifiedMeans(const GaussKernel& kernel, double weightSum,
+                                                 const double* v, std::size_t count,
+                                                 double* out) {
+  static_assert(W >= 3 && W <= 16);
+  // 2^Lift >= 2W: g is the power of two at or below M, lifted by 2^(Lift + 1).
+  constexpr int kLift = W <= 4 ? 3 : W <= 8 ? 4 : 5;
+  constexpr std::size_t kBatch = 512;
   const double* weights = kernel.weights;
   const __m256d divisor = _mm256_set1_pd(kernel.divisor);
   const __m256d reciprocal = _mm256_set1_pd(1.0 / kernel.divisor);
-  const __m256d slack = _mm256_set1_pd(0x1p-60 / kernel.divisor);
+  const __m256d slack =
+      _mm256_set1_pd((X87Roundings(W) + 0.25) * 0x1p-64 * weightSum / kernel.divisor);
+  const __m256d lift = _mm256_set1_pd(static_cast<double>(1 << (kLift + 1)));
   const __m256d magnitude = _mm256_castsi256_pd(_mm256_set1_epi64x(0x7fffffffffffffff));
   const __m256d exponent = _mm256_castsi256_pd(_mm256_set1_epi64x(0x7ff0000000000000));
   const __m256d halfUlp = _mm256_set1_pd(0x1p-53);
-  const __m256d lowest = _mm256_set1_pd(0x1p-1000);
+  const __m256d lowest = _mm256_set1_pd(0x1p-900);
   const __m256d highest = _mm256_set1_pd(0x1p1000);
+  const __m256d infinity = _mm256_set1_pd(std::numeric_limits<double>::infinity());
+  const std::size_t whole = count - count % 4;
   std::size_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    const double* u = v + i;
-    // The centre weight is 1: its product is the value itself.
-    __m256d sum = _mm256_loadu_pd(u + (W - 2));
-    __m256d tail = _mm256_setzero_pd();
-    __m256d size = _mm256_and_pd(sum, magnitude);
-    for (int k = 0; k < W; ++k) {
-      if (k == W - 2) continue;
-      const __m256d w = _mm256_set1_pd(weights[k]);
-      const __m256d y = _mm256_loadu_pd(u + k);
-      const __m256d high = _mm256_mul_pd(w, y);
-      const __m256d low = _mm256_fmsub_pd(w, y, high);
-      const __m256d next = _mm256_add_pd(sum, high);
-      const __m256d part = _mm256_sub_pd(next, sum);
-      const __m256d error = _mm256_add_pd(_mm256_sub_pd(sum, _mm256_sub_pd(next, part)),
-                                          _mm256_sub_pd(high, part));
-      sum = next;
-      tail = _mm256_add_pd(tail, _mm256_add_pd(error, low));
-      size = _mm256_add_pd(size, _mm256_and_pd(high, magnitude));
+  while (i < whole) {
+    // Which windows of each four from `batch` on the vectors make certain, a bit each.
+    const std::size_t batch = i;
+    const std::size_t stop = std::min(whole, batch + kBatch);
+    std::uint8_t certain[kBatch / 4];
+    // M of each four windows, over u[0 .. W + 2], the values they read; found first, in a
+    // loop of its own, so that the long chain of the sums below does not wait for it.
+    double largests[kBatch / 4];
+    for (std::size_t k = batch; k < stop; k += 4) {
+      const double* u = v + k;
+      __m256d spans[(W + 6) / 4];
+      for (int j = 0; j + 1 < (W + 6) / 4; ++j) spans[j] = _mm256_loadu_pd(u + 4 * j);
+      spans[(W + 6) / 4 - 1] = _mm256_loadu_pd(u + (W - 1));
+      // |value|, and a NaN taken as infinite: a maximum passes a NaN over, and M must
+      // bound the windows' values even beside one (the sums then give NaNs).
+      for (__m256d& span : spans) span = _mm256_min_pd(_mm256_and_pd(span, magnitude), infinity);
+      const __m256d four = Pairwise<(W + 6) / 4, true>(spans);
+      const __m128d two = _mm_max_pd(_mm256_castpd256_pd128(four), _mm256_extractf128_pd(four, 1));
+      largests[(k - batch) / 4] = _mm_cvtsd_f64(_mm_max_sd(two, _mm_unpackhi_pd(two, two)));
     }
-    const __m256d q = _mm256_mul_pd(sum, reciprocal);
-    const __m256d rest = _mm256_fnmadd_pd(q, divisor, sum);
-    const __m256d qLow = _mm256_mul_pd(_mm256_add_pd(rest, tail), reciprocal);
-    const __m256d mean = _mm256_add_pd(q, qLow);
-    const __m256d off = _mm256_add_pd(_mm256_sub_pd(q, mean), qLow);
-    const __m256d reach = _mm256_add_pd(_mm256_and_pd(off, magnitude), _mm256_mul_pd(size, slack));
-    const __m256d absMean = _mm256_and_pd(mean, magnitude);
-    const __m256d power = _mm256_and_pd(mean, exponent);
-    const __m256d sure = _mm256_and_pd(
-        _mm256_and_pd(_mm256_cmp_pd(reach, _mm256_mul_pd(power, halfUlp), _CMP_LT_OQ),
-                      _mm256_cmp_pd(absMean, power, _CMP_NEQ_OQ)),
-        _mm256_and_pd(_mm256_cmp_pd(absMean, lowest, _CMP_GT_OQ),
-                      _mm256_cmp_pd(absMean, highest, _CMP_LT_OQ)));
-    _mm256_storeu_pd(out + i, mean);
-    const int certain = _mm256_movemask_pd(sure);
-    if (certain != 0xF) {
-      for (int lane = 0; lane < 4; ++lane) {
-        if ((certain >> lane & 1) == 0) out[i + lane] = FixedWidthMean<W>(kernel, u + lane);
+    for (; i < stop; i += 4) {
+      const double* u = v + i;
+      const __m256d largest = _mm256_set1_pd(largests[(i - batch) / 4]);
+      const __m256d grid = _mm256_mul_pd(_mm256_and_pd(largest, exponent), lift);
+      // The parts on the grid and the rests, summed by halves: short chains let the sums
+      // of four windows overlap with those of the next four.
+      __m256d parts[W];
+      __m256d rests[W];
+      for (int k = 0; k < W; ++k) {
+        const __m256d y = _mm256_loadu_pd(u + k);
+        if (k == W - 2) {
+          // The centre weight is 1: its product is the value itself.
+          parts[k] = _mm256_sub_pd(_mm256_add_pd(grid, y), grid);
+          rests[k] = _mm256_sub_pd(y, parts[k]);
+        } else {
+          const __m256d w = _mm256_set1_pd(weights[k]);
+          parts[k] = _mm256_sub_pd(_mm256_fmadd_pd(w, y, grid), grid);
+          rests[k] = _mm256_fmsub_pd(w, y, parts[k]);
+        }
+      }
+      const __m256d sum = Pairwise<W, false>(parts);
+      const __m256d tail = Pairwise<W, false>(rests);
+      const __m256d q = _mm256_mul_pd(sum, reciprocal);
+      const __m256d rest = _mm256_fnmadd_pd(q, divisor, sum);
+      const __m256d qLow = _mm256_mul_pd(_mm256_add_pd(rest, tail), reciprocal);
+      const __m256d mean = _mm256_add_pd(q, qLow);
+      const __m256d off = _mm256_add_pd(_mm256_sub_pd(q, mean), qLow);
+      const __m256d reach = _mm256_fmadd_pd(largest, slack, _mm256_and_pd(off, magnitude));
+      const __m256d absMean = _mm256_and_pd(mean, magnitude);
+      const __m256d power = _mm256_and_pd(mean, exponent);
+      const __m256d sure = _mm256_and_pd(
+          _mm256_and_pd(_mm256_cmp_pd(reach, _mm256_mul_pd(power, halfUlp), _CMP_LT_OQ),
+                        _mm256_cmp_pd(absMean, power, _CMP_NEQ_OQ)),
+          _mm256_and_pd(_mm256_cmp_pd(absMean, lowest, _CMP_GT_OQ),
+                        _mm256_cmp_pd(absMean, highest, _CMP_LT_OQ)));
+      _mm256_storeu_pd(out + i, mean);
+      certain[(i - batch) / 4] = static_cast<std::uint8_t>(_mm256_movemask_pd(sure));
+    }
+    for (std::size_t k = batch; k < stop; k += 4) {
+      const unsigned lanes = certain[(k - batch) / 4];
+      if (lanes == 0xF) continue;
+      for (unsigned lane = 0; lane < 4; ++lane) {
+        if ((lanes >> lane & 1) == 0) out[k + lane] = FixedWidthMean<W>(kernel, v + k + lane);
       }
     }
   }
@@ -275,8 +350,15 @@ bool MeansOfSmallWidth(const GaussKernel& kernel, const T* v, std::size_t count,
     if (kernel.weights[Lo - 2] != 1.0) return false;
 #if defined(__x86_64__) && defined(__GNUC__)
     if constexpr (std::is_same_v<T, double>) {
-      if (CertifiedMeansHold()) {
-        CertifiedMeans<Lo>(kernel, v, count, out);
+      // The bound of CertifiedMeans needs weights in (0, 1], which a table row has.
+      double weightSum = 0.0;
+      bool unitBounded = true;
+      for (int k = 0; k < Lo; ++k) {
+        unitBounded = unitBounded && kernel.weights[k] > 0.0 && kernel.weights[k] <= 1.0;
+        weightSum += kernel.weights[k];
+      }
+      if (unitBounded && CertifiedMeansHold()) {
+        CertifiedMeans<Lo>(kernel, weightSum, v, count, out);
         return true;
       }
     }

@@ -61,8 +61,8 @@ TEST(NormGaussMean, MatchesDefinitionAcrossWidthsCacheChangesAndFamilies) {
 // has it a vector path that falls back to the x87 sums near a rounding boundary), which
 // must give the same bits: on noise, whole counts with ties, values of every sign and
 // magnitude with zeros and sums that overflow a double, values near and below the
-// smallest normal double, values with short mantissas, and values that are not finite;
-// also when the program rounds otherwise.
+// smallest normal double, values with short mantissas, values that are not finite, and
+// large values a few places from NaNs; also when the program rounds otherwise.
 TEST(GaussMeans, RunsMatchSingleMeansBitForBit) {
   std::mt19937_64 rng(11);
   std::vector<std::vector<double>> arrays = {testing::MakeNoise(4000, 20.0, 3), Counts(4000, 5)};
@@ -78,7 +78,15 @@ TEST(GaussMeans, RunsMatchSingleMeansBitForBit) {
   const double specials[] = {std::numeric_limits<double>::quiet_NaN(),
                              std::numeric_limits<double>::infinity(), 1e308, -1e308, 4.9e-324};
   for (std::size_t i = 0; i < broken.size(); i += 37) broken[i] = specials[i % 5];
-  arrays.insert(arrays.end(), {wild, tiny, coarse, broken});
+  // NaNs a few places from large values: a window beside a NaN still takes its own bits.
+  std::vector<double> beside = testing::MakeNoise(4000, 100.0, 13);
+  for (std::size_t i = 0; i < beside.size(); i += 9) {
+    beside[i] = std::numeric_limits<double>::quiet_NaN();
+    if (i + 4 < beside.size()) {
+      beside[i + 4] = std::ldexp(1.0 + (rng() % 1000) / 999.0, 20 + static_cast<int>(rng() % 30));
+    }
+  }
+  arrays.insert(arrays.end(), {wild, tiny, coarse, broken, beside});
   for (const int mode : {FE_TONEAREST, FE_TOWARDZERO}) {
     std::fesetround(mode);
     for (const std::vector<double>& v : arrays) {
