@@ -5,6 +5,8 @@
 // segments whose point-based settings follow the local width (BuildAutomaticSegments), for
 // users who want to run and edit them in classic mode.
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
 #include <deque>
 #include <functional>
@@ -14,6 +16,10 @@
 #include "qxpkutil/detect/detect_internal.h"
 #include "qxpkutil/detect/matched_filter.h"
 #include "qxpkutil/detect/signal_model.h"
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include <immintrin.h>
+#endif
 
 namespace qxpkutil {
 
@@ -413,6 +419,16 @@ void DetectCentroided(std::span<const double> x, std::span<const double> y,
 
 namespace {
 
+// The highest point of region r under the window of 2 half + 1 points around i: i itself
+// unless a point is higher, else the first of the highest.
+std::int32_t TopUnder(std::span<const double> y, const Region& r, std::int32_t i,
+                      std::int32_t half) {
+  std::int32_t top = i;
+  for (std::int32_t k = std::max(r.begin, i - half); k <= std::min(r.end - 1, i + half); ++k)
+    if (y[k] > y[top]) top = k;
+  return top;
+}
+
 // The seeds of block [from, to) of region r: the local tops of the window sums (2 half + 1
 // points) above `bar`, each moved to the highest point under its window. The sums are made at
 // the block's points and a neighbour either side, in order; a point is settled once its right
@@ -434,10 +450,7 @@ namespace {
   };
   const auto settle = [&](std::int32_t i, double before, double here, double next) {
     if (!(here > bar) || i < from || i >= to || before >= here || next > here) return;
-    std::int32_t top = i;
-    for (std::int32_t k = std::max(r.begin, i - half); k <= std::min(r.end - 1, i + half); ++k)
-      if (y[k] > y[top]) top = k;
-    seeds.push_back(top);
+    seeds.push_back(TopUnder(y, r, i, half));
   };
   const std::int32_t first = std::max(lo, r.begin + half), last = std::min(hi, r.end - half);
   double before = -INFINITY, here = direct(lo), next = 0.0;
@@ -448,6 +461,94 @@ namespace {
     settle(j - 1, before, here, next = here + (y[j + half] - y[j - half - 1]));
   for (; j < hi; ++j, before = here, here = next) settle(j - 1, before, here, next = direct(j));
   settle(hi - 1, before, here, -INFINITY);
+}
+
+// A block of the seed scan whose windows, and those of a neighbour either side, lie whole
+// inside its region: its first point, its windows' half width and its bar.
+struct ScanLane {
+  std::int32_t from, half;
+  double bar;
+};
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// Moves four lanes of running sums on by one step and says in which lanes the point before
+// is a seed: its sum above the bar, above the one before and not below the next (ScanBlock's
+// tests, so that NaN sums get its answers).
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256d Step(__m256d& before, __m256d& here,
+                                                                 __m256d move, __m256d bar) {
+  const __m256d next = _mm256_add_pd(here, move);
+  const __m256d beaten = _mm256_or_pd(_mm256_cmp_pd(before, here, _CMP_GE_OQ),
+                                      _mm256_cmp_pd(next, here, _CMP_GT_OQ));
+  const __m256d found = _mm256_andnot_pd(beaten, _mm256_cmp_pd(here, bar, _CMP_GT_OQ));
+  before = here;
+  here = next;
+  return found;
+}
+
+// ScanBlock for four such blocks of `length` points at once, each block's running sum in an
+// AVX2 lane of its own: one chain waits on each addition, four overlap. A lane adds the same
+// terms in the same order as ScanBlock and a point is a seed under the same tests, so the
+// seeds are the same (found in another order). The points entering and leaving the windows
+// are loaded four steps at a time along each block and turned into one vector a step.
+[[gnu::noinline, gnu::target("avx2")]] void ScanFourBlocksAvx2(
+    std::span<const double> y, const Region& r, const std::array<ScanLane, 4>& lanes,
+    std::int32_t length, std::vector<std::int32_t>& seeds) {
+  const double *in[4], *out[4];  // the points entering and leaving at step t: in[k][t], out[k][t]
+  double sums[4], bars[4];
+  for (int k = 0; k < 4; ++k) {
+    const ScanLane& l = lanes[k];
+    double sum = 0.0;  // the window around from - 1, added up as ScanBlock does
+    for (std::int32_t j = l.from - 1 - l.half; j <= l.from - 1 + l.half; ++j) sum += y[j];
+    sums[k] = sum;
+    bars[k] = l.bar;
+    in[k] = y.data() + l.from + l.half;
+    out[k] = y.data() + l.from - l.half - 1;
+  }
+  __m256d here = _mm256_loadu_pd(sums), before = _mm256_set1_pd(INFINITY);  // from - 1: no seed
+  const __m256d bar = _mm256_loadu_pd(bars);
+  // The seeds of the lanes set in `found` (rare), at point `point` of their blocks.
+  auto take = [&](int found, std::int32_t point) {
+    for (; found != 0; found &= found - 1) {
+      const auto k = static_cast<std::size_t>(std::countr_zero(static_cast<unsigned>(found)));
+      const ScanLane& l = lanes[k];
+      seeds.push_back(TopUnder(y, r, l.from + point, l.half));
+    }
+  };
+  // Step t makes the sums around from + t and settles from + t - 1; there are length + 1,
+  // taken four at a time with one test whether any of the sixteen points settled is a seed.
+  std::int32_t t = 0;
+  for (; t + 4 <= length + 1; t += 4) {
+    __m256d m[4];
+    for (int k = 0; k < 4; ++k)
+      m[k] = _mm256_sub_pd(_mm256_loadu_pd(in[k] + t), _mm256_loadu_pd(out[k] + t));
+    // Transposed: step q of every lane.
+    const __m256d lo01 = _mm256_unpacklo_pd(m[0], m[1]), hi01 = _mm256_unpackhi_pd(m[0], m[1]);
+    const __m256d lo23 = _mm256_unpacklo_pd(m[2], m[3]), hi23 = _mm256_unpackhi_pd(m[2], m[3]);
+    const __m256d f0 = Step(before, here, _mm256_permute2f128_pd(lo01, lo23, 0x20), bar);
+    const __m256d f1 = Step(before, here, _mm256_permute2f128_pd(hi01, hi23, 0x20), bar);
+    const __m256d f2 = Step(before, here, _mm256_permute2f128_pd(lo01, lo23, 0x31), bar);
+    const __m256d f3 = Step(before, here, _mm256_permute2f128_pd(hi01, hi23, 0x31), bar);
+    if (_mm256_movemask_pd(_mm256_or_pd(_mm256_or_pd(f0, f1), _mm256_or_pd(f2, f3))) != 0) {
+      take(_mm256_movemask_pd(f0), t - 1), take(_mm256_movemask_pd(f1), t);
+      take(_mm256_movemask_pd(f2), t + 1), take(_mm256_movemask_pd(f3), t + 2);
+    }
+  }
+  for (; t <= length; ++t) {
+    for (int k = 0; k < 4; ++k) sums[k] = in[k][t] - out[k][t];
+    take(_mm256_movemask_pd(Step(before, here, _mm256_loadu_pd(sums), bar)), t - 1);
+  }
+}
+#endif
+
+// ScanBlock for four such blocks of `length` points: side by side where the processor runs
+// AVX2, else one after another.
+void ScanFourBlocks(std::span<const double> y, const Region& r,
+                    const std::array<ScanLane, 4>& lanes, std::int32_t length,
+                    std::vector<std::int32_t>& seeds) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  if (HasAvx2()) return ScanFourBlocksAvx2(y, r, lanes, length, seeds);
+#endif
+  for (const ScanLane& l : lanes) ScanBlock(y, r, l.from, l.from + length, l.half, l.bar, seeds);
 }
 
 // Seeds: the local tops of a short moving mean (as wide as a peak, at most nine points:
@@ -467,11 +568,28 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
       }
       continue;
     }
+    // Whole blocks inside the region go four at a time, the others (and any left over) alone.
+    const std::int32_t length = model.block();
+    std::array<ScanLane, 4> group;
+    std::size_t grouped = 0;
     for (std::int32_t from = r.begin, to = 0; from < r.end; from = to) {
-      const std::int32_t b = from / model.block();
-      to = std::min(r.end, (b + 1) * model.block());
+      const std::int32_t b = from / length;
+      to = std::min(r.end, (b + 1) * length);
       const std::int32_t half = OddWidth(std::min(model.ppf_[b], 9.0)) / 2;
-      ScanBlock(y, r, from, to, half, model.LevelBounds(b, 1.0).first * (2 * half + 1), seeds);
+      const double bar = model.LevelBounds(b, 1.0).first * (2 * half + 1);
+      if (to - from < length || from - 1 - half < r.begin || to + half >= r.end) {
+        ScanBlock(y, r, from, to, half, bar, seeds);
+        continue;
+      }
+      group[grouped++] = {from, half, bar};
+      if (grouped == group.size()) {
+        ScanFourBlocks(y, r, group, length, seeds);
+        grouped = 0;
+      }
+    }
+    for (std::size_t k = 0; k < grouped; ++k) {
+      const ScanLane& l = group[k];
+      ScanBlock(y, r, l.from, l.from + length, l.half, l.bar, seeds);
     }
   }
   return seeds;

@@ -82,13 +82,21 @@ template <std::int32_t Run>
 void FillRun(const std::vector<double>& weights, const double* window, const Finish& f,
              double* values) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
-  if (avx2) return FillRunAvx2<Run>(weights, window, f, values);
+  if (HasAvx2()) return FillRunAvx2<Run>(weights, window, f, values);
 #endif
   FillRunBody<Run, Lanes2>(weights, window, f, values);
 }
 
 }  // namespace
+
+bool HasAvx2() {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
+  return avx2;
+#else
+  return false;
+#endif
+}
 
 FilterInput::FilterInput(std::span<const double> values, const SignalModel& m)
     : y(values), model(m) {

@@ -19,6 +19,9 @@ inline constexpr double kFwhmPerSigma = 2.354820045030949;
 // it is read at a few points near each other.
 inline constexpr std::int32_t kRun = 16, kShortRun = 8;
 
+// Whether the processor runs AVX2 (asked once; false off x86-64).
+bool HasAvx2();
+
 // What the filters read: the trace, its model, and how many missing points come before
 // each point (empty when none is missing), so that a window free of them is found in one
 // subtraction.
