@@ -439,10 +439,11 @@ using Masks4 = std::int64_t __attribute__((vector_size(32)));
   // Summed and lowest over the whole trace: NaN stays in a sum.
   Lanes4 flaws{}, fall{};
   for (std::size_t lo = 0; lo < n; lo += kSpacingBlock, ++looks) {
-    const std::size_t hi = std::min(n, lo + kSpacingBlock), steps = std::min(hi, n - 1);
+    // Steps from the points before stepEnd (the last point has none).
+    const std::size_t hi = std::min(n, lo + kSpacingBlock), stepEnd = std::min(hi, n - 1);
     Lanes4 smallest = infinite, largest{}, highest = -infinite, widest{}, low = infinite;
     std::size_t i = lo;
-    for (; i + 4 <= steps; i += 4) {
+    for (; i + 4 <= stepEnd; i += 4) {
       Lanes4 here, next, e;
       std::memcpy(&here, x + i, sizeof here);
       std::memcpy(&next, x + i + 1, sizeof next);
@@ -471,7 +472,7 @@ using Masks4 = std::int64_t __attribute__((vector_size(32)));
       look.largest = std::max(look.largest, a);
       look.highest = std::max(look.highest, y[i]);
       flaws[0] += (x[i] - x[i]) + (y[i] - y[i]);
-      if (i == steps) continue;
+      if (i == stepEnd) continue;
       const double step = x[i + 1] - x[i];
       look.widest = std::max(look.widest, step);
       fall[0] = std::min(fall[0], step);
