@@ -1040,7 +1040,9 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
 
 double SignalModel::FwhmAt(double x) const {
   if (exponent == 0.0) return fwhm_ref;
-  return fwhm_ref * std::pow(std::max(x, 1e-300) / x_ref, exponent);
+  const double ratio = std::max(x, 1e-300) / x_ref;
+  // The time-of-flight law (a power of 1, as pow gives it: exactly) is read once per peak.
+  return fwhm_ref * (exponent == 1.0 ? ratio : std::pow(ratio, exponent));
 }
 
 double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
