@@ -199,7 +199,8 @@ PeakList DetectClassic(std::span<const double> x, std::span<const double> y,
 
 PeakList DetectPeaks(std::span<const double> x, std::span<const double> y,
                      const DetectOptions& options) {
-  PeakList checked = ValidateTrace(x, y);
+  // The automatic mode checks the values on its first pass over them.
+  PeakList checked = options.classic ? ValidateTrace(x, y) : ValidateSizes(x.size(), y.size());
   if (!checked.ok()) return checked;
   PeakList found = options.classic ? DetectClassic(x, y, options) : DetectAutomatic(x, y, options);
   if (found.ok() && options.gauss_refine) RefineCentroidsByGaussFit(x, y, found.peaks);

@@ -51,6 +51,43 @@ TEST(DetectPeaks, RefusesBadTracesAndOptions) {
   }
 }
 
+// The automatic mode checks the values on its model's first pass, four points at a time,
+// the classic mode before it searches: a flaw anywhere (at block ends, in the last point, two
+// at once) is refused by both with the same status and message, and before a bad option.
+TEST(DetectPeaks, RefusesEveryFlawAsTheClassicModeDoes) {
+  std::mt19937_64 rng(5);
+  DetectOptions classic, centroided, badOption;
+  classic.classic = QXPeakTableList{};
+  centroided.centroided = true;
+  badOption.snr = 0.0;
+  for (const std::size_t n : {1, 2, 5, 63, 64, 65, 66, 127, 128, 129, 1000}) {
+    for (int t = 0; t < 40; ++t) {
+      std::vector<double> x(n), y(n);
+      for (std::size_t i = 0; i < n; ++i) {
+        x[i] = 100.0 + 0.01 * static_cast<double>(i);
+        y[i] = 5.0 + static_cast<double>(rng() % 7);
+      }
+      for (int flaw = 0; flaw <= t % 2; ++flaw) {
+        const std::size_t at = rng() % n;
+        switch (rng() % (at > 0 ? 5 : 4)) {
+          case 0: y[at] = NAN; break;
+          case 1: y[at] = -INFINITY; break;
+          case 2: x[at] = NAN; break;
+          case 3: x[at] = INFINITY; break;
+          default: x[at] = x[at - 1] - 1e-9; break;
+        }
+      }
+      const PeakList expected = DetectPeaks(x, y, classic);
+      ASSERT_FALSE(expected.ok());
+      for (const DetectOptions& options : {DetectOptions{}, centroided, badOption}) {
+        const PeakList found = DetectPeaks(x, y, options);
+        EXPECT_EQ(found.status, expected.status) << n << " points, trace " << t;
+        EXPECT_EQ(found.message, expected.message) << n << " points, trace " << t;
+      }
+    }
+  }
+}
+
 // Short traces of every kind the model tells apart (even and uneven steps, x gaps, repeated
 // x, zero-filled runs, counts, spikes), with peaks and with options from the defaults to any
 // finite width: the search succeeds and every peak's bounds hold its apex inside the data.
@@ -102,7 +139,7 @@ TEST(SignalModel, RecoversNoiseAndWidth) {
   for (const double ppf : {4.0, 10.0, 30.0}) {
     SCOPED_TRACE(ppf);
     const Signal s = Ladder(ppf, 0.02, 5.0, {50.0, 500.0, 5000.0});
-    const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+    const SignalModel m = *EstimateSignalModel(s.x, s.y, {});
     const auto mid = static_cast<std::int32_t>(s.x.size() / 2);
     // The noise of a few blocks wanders by a tenth either way: its median along the trace.
     std::vector<double> noise;
@@ -149,7 +186,7 @@ TEST(SignalModel, SeesNoiseCorrelatedOverAFewPoints) {
       s.y[i] +=
           (white[i] + white[i + 1] + white[i + 2] + white[i + 3] + white[i + 4]) / std::sqrt(5.0);
     }
-    const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+    const SignalModel m = *EstimateSignalModel(s.x, s.y, {});
     EXPECT_NEAR(m.NoiseAt(static_cast<std::int32_t>(s.x.size() / 2)), 10.0, 2.0);
     EXPECT_LT(DetectPeaks(s.x, s.y).peaks.size(), 70u);
   }
@@ -161,7 +198,7 @@ TEST(SignalModel, RecognisesTheWidthLaw) {
   for (double c = 210.0; c < 1990.0; c += 7.3)
     peaks.push_back({c, 1000.0, c / 20000.0 / kFwhmPerSigma});
   const Signal s = MakeSignal(400000, 200.0, 0.0045, peaks, {.baseline = 10.0, .noiseSigma = 2.0});
-  const SignalModel m = EstimateSignalModel(s.x, s.y, {});
+  const SignalModel m = *EstimateSignalModel(s.x, s.y, {});
   EXPECT_EQ(m.law, WidthLaw::kTof);
   EXPECT_NEAR(m.FwhmAt(1000.0), 0.05, 0.005);
 }
@@ -182,7 +219,7 @@ TEST(SignalModel, LearnsTheWidthFromCleanPeaksBelowTallerPairs) {
     peaks.push_back({at + 0.015, 5000.0, 0.01 / kFwhmPerSigma});
   }
   const Signal s = MakeSignal(620000, 100.0, 0.001, peaks, {.baseline = 100.0, .noiseSigma = 5.0});
-  EXPECT_NEAR(EstimateSignalModel(s.x, s.y, {}).FwhmAt(400.0), 0.02, 0.002);
+  EXPECT_NEAR(EstimateSignalModel(s.x, s.y, {})->FwhmAt(400.0), 0.02, 0.002);
 }
 
 // A gap is a step 2.5 times the typical one where it occurs, also where the steps grow
@@ -197,7 +234,7 @@ TEST(SignalModel, SplitsRegionsAtGapsOfTheLocalSpacing) {
     x.push_back(at);
     y.push_back(100.0 + rng() % 10);
   }
-  const SignalModel m = EstimateSignalModel(x, y, {});
+  const SignalModel m = *EstimateSignalModel(x, y, {});
   ASSERT_EQ(m.regions.size(), 3u);
   EXPECT_EQ(m.regions[1].begin, 50000);
   EXPECT_EQ(m.regions[2].begin, 150000);
@@ -215,7 +252,7 @@ TEST(SignalModel, ThresholdedDataKeepsPeaksInsideTheirRuns) {
       stored.y.push_back(s.y[i]);
     }
   }
-  const SignalModel m = EstimateSignalModel(stored.x, stored.y, {});
+  const SignalModel m = *EstimateSignalModel(stored.x, stored.y, {});
   EXPECT_TRUE(m.thresholded);
   EXPECT_NEAR(m.NoiseAt(static_cast<std::int32_t>(stored.x.size() / 2)), 5.0, 1.5);
   const PeakList found = DetectPeaks(stored.x, stored.y);

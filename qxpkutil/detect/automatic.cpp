@@ -373,10 +373,12 @@ PeakList CheckOptions(const DetectOptions& o) {
 
 QXPeakTableList BuildAutomaticSegments(std::span<const double> x, std::span<const double> y,
                                        const DetectOptions& options) {
-  if (!ValidateTrace(x, y).ok() || x.empty() || !CheckOptions(options).ok()) return {};
-  const SignalModel model = EstimateSignalModel(x, y, options);
+  if (!ValidateSizes(x.size(), y.size()).ok() || x.empty() || !CheckOptions(options).ok())
+    return {};
+  const std::optional<SignalModel> model = EstimateSignalModel(x, y, options);
+  if (!model) return {};
   std::vector<Region> shortRegions;
-  return SegmentsFromPlan(x, model, PlanPieces(x, model, shortRegions), options);
+  return SegmentsFromPlan(x, *model, PlanPieces(x, *model, shortRegions), options);
 }
 
 namespace {
@@ -964,12 +966,19 @@ DetectReport Report(std::span<const double> x, const SignalModel& model, std::in
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options) {
   PeakList result = CheckOptions(options);
+  // The model checks the trace on its first pass over it; the ways out before it, here.
+  if (!result.ok() || options.centroided) {
+    PeakList checked = ValidateTrace(x, y);
+    if (!checked.ok()) return checked;
+  }
   if (!result.ok() || x.empty()) return result;
   if (options.centroided) {
     DetectCentroided(x, y, options, result);
     return result;
   }
-  SignalModel model = EstimateSignalModel(x, y, options);
+  std::optional<SignalModel> estimated = EstimateSignalModel(x, y, options);
+  if (!estimated) return ValidateTrace(x, y);
+  SignalModel& model = *estimated;
   std::vector<Region> shortRegions;
   const auto segments = static_cast<std::int32_t>(PlanPieces(x, model, shortRegions).size());
   std::vector<std::int32_t> seeds = ScanForSeeds(y, model);

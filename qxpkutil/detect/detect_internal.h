@@ -28,7 +28,8 @@ void MeasurePeakShapes(std::span<const double> x, std::span<const double> y,
 void FinishPeaks(std::span<const double> x, std::span<const double> y,
                  const DetectOptions& options, std::vector<Peak>& peaks);
 
-// The automatic mode on a validated trace.
+// The automatic mode on a trace whose sizes passed ValidateSizes; it checks the values itself
+// (as ValidateTrace), on the signal model's first pass over them.
 PeakList DetectAutomatic(std::span<const double> x, std::span<const double> y,
                          const DetectOptions& options);
 

@@ -31,12 +31,7 @@ Lanes2 LoadLanes(const double* p) {
   std::memcpy(&v, p, sizeof v);
   return v;
 }
-Lanes2 MinLanes(Lanes2 a, Lanes2 b) { return b < a ? b : a; }
 Lanes2 MaxLanes(Lanes2 a, Lanes2 b) { return a < b ? b : a; }
-Lanes2 Magnitude(Lanes2 a) {
-  const Masks2 sign = std::bit_cast<Masks2>(Lanes2{-0.0, -0.0});
-  return std::bit_cast<Lanes2>(std::bit_cast<Masks2>(a) & ~sign);
-}
 
 // Puts a and b in ascending order, with no branch on which is smaller.
 void Order(double& a, double& b) {
@@ -419,78 +414,97 @@ void FillAndSmooth(std::vector<double>& v, double fallback, std::size_t width = 
   v.swap(out);
 }
 
-// The smallest and the largest |v| and the highest v, two lanes at a time.
-struct Range {
-  double smallest, largest, highest;
+// What the pass over every point sees in a block of kSpacingBlock points: the smallest and
+// the largest |y|, the highest y, the widest step (with the one to the next block's first
+// point) and the lowest rising step of every fourth from the block's first (those its typical
+// spacing is taken from; +inf: none).
+struct Look {
+  double smallest, largest, highest, widest, lowest;
 };
-Range MagnitudeRange(std::span<const double> v) {
-  Lanes2 smallest{INFINITY, INFINITY}, largest{0.0, 0.0}, highest{-INFINITY, -INFINITY};
-  std::size_t i = 0;
-  for (; i + 2 <= v.size(); i += 2) {
-    const Lanes2 e = LoadLanes(&v[i]), a = Magnitude(e);
-    smallest = MinLanes(smallest, a);
-    largest = MaxLanes(largest, a);
-    highest = MaxLanes(highest, e);
+
+// Four doubles in a vector: one AVX2 register, or two SSE2 registers without AVX2.
+using Lanes4 = double __attribute__((vector_size(32)));
+using Masks4 = std::int64_t __attribute__((vector_size(32)));
+
+// Looks at every block of x and y (n points) and checks the trace on the way: false when a
+// value is not finite or x falls, as ValidateTrace finds (v - v is NaN exactly when v is not
+// finite, and a step between finite values is negative exactly when x falls). Four points at
+// a time with no branch on the data; minima and maxima are the same in any order, so both
+// instruction sets give the same figures.
+[[gnu::always_inline]] inline bool LookAtBlocksIn(const double* x, const double* y, std::size_t n,
+                                                  Look* looks) {
+  // (A cast between vectors of one size keeps the bits.)
+  const Masks4 sign = (Masks4)(Lanes4{} - 0.0);
+  const Lanes4 infinite = Lanes4{} + INFINITY;
+  // Summed and lowest over the whole trace: NaN stays in a sum.
+  Lanes4 flaws{}, fall{};
+  for (std::size_t lo = 0; lo < n; lo += kSpacingBlock, ++looks) {
+    // Steps from the points before stepEnd (the last point has none).
+    const std::size_t hi = std::min(n, lo + kSpacingBlock), stepEnd = std::min(hi, n - 1);
+    Lanes4 smallest = infinite, largest{}, highest = -infinite, widest{}, low = infinite;
+    std::size_t i = lo;
+    for (; i + 4 <= stepEnd; i += 4) {
+      Lanes4 here, next, e;
+      std::memcpy(&here, x + i, sizeof here);
+      std::memcpy(&next, x + i + 1, sizeof next);
+      std::memcpy(&e, y + i, sizeof e);
+      const Lanes4 step = next - here, a = (Lanes4)((Masks4)e & ~sign);
+      flaws += (here - here) + (e - e);
+      fall = step < fall ? step : fall;
+      widest = widest < step ? step : widest;
+      const Lanes4 rising = step > 0.0 ? step : infinite;
+      low = rising < low ? rising : low;
+      smallest = a < smallest ? a : smallest;
+      largest = largest < a ? a : largest;
+      highest = highest < e ? e : highest;
+    }
+    // (Lanes 1 to 3 of `low` held the steps between the sampled ones.)
+    Look look{smallest[0], largest[0], highest[0], widest[0], low[0]};
+    for (int k = 1; k < 4; ++k) {
+      look.smallest = std::min(look.smallest, smallest[k]);
+      look.largest = std::max(look.largest, largest[k]);
+      look.highest = std::max(look.highest, highest[k]);
+      look.widest = std::max(look.widest, widest[k]);
+    }
+    for (; i < hi; ++i) {
+      const double a = std::fabs(y[i]);
+      look.smallest = std::min(look.smallest, a);
+      look.largest = std::max(look.largest, a);
+      look.highest = std::max(look.highest, y[i]);
+      flaws[0] += (x[i] - x[i]) + (y[i] - y[i]);
+      if (i == stepEnd) continue;
+      const double step = x[i + 1] - x[i];
+      look.widest = std::max(look.widest, step);
+      fall[0] = std::min(fall[0], step);
+      if ((i - lo) % 4 == 0 && step > 0.0) look.lowest = std::min(look.lowest, step);
+    }
+    *looks = look;
   }
-  if (i < v.size()) {
-    const double a = std::fabs(v[i]);
-    smallest[0] = std::min(smallest[0], a);
-    largest[0] = std::max(largest[0], a);
-    highest[0] = std::max(highest[0], v[i]);
-  }
-  return {std::min(smallest[0], smallest[1]), std::max(largest[0], largest[1]),
-          std::max(highest[0], highest[1])};
+  bool sound = true;
+  for (int k = 0; k < 4; ++k) sound = sound && flaws[k] == 0.0 && !(fall[k] < 0.0);
+  return sound;
+}
+#ifdef QXPKUTIL_AVX2
+[[gnu::target("avx2")]] bool LookAtBlocksAvx2(const double* x, const double* y, std::size_t n,
+                                              Look* looks) {
+  return LookAtBlocksIn(x, y, n, looks);
+}
+#endif
+bool LookAtBlocks(std::span<const double> x, std::span<const double> y, std::vector<Look>& looks) {
+  looks.resize((x.size() + kSpacingBlock - 1) / kSpacingBlock);
+#ifdef QXPKUTIL_AVX2
+  if (HasAvx2()) return LookAtBlocksAvx2(x.data(), y.data(), x.size(), looks.data());
+#endif
+  return LookAtBlocksIn(x.data(), y.data(), x.size(), looks.data());
 }
 
-// The widest step between neighbours of the ascending x, and the lowest rising step of every
-// fourth from the first (those a block's typical spacing is taken from; +inf: none).
-struct Steps {
-  double widest, lowest;
-};
-Steps StepRange(std::span<const double> x) {
-  Lanes2 widest{0.0, 0.0}, low{INFINITY, INFINITY};
-  std::size_t i = 0;
-  for (; i + 5 <= x.size(); i += 4) {
-    const Lanes2 first = LoadLanes(&x[i + 1]) - LoadLanes(&x[i]);
-    widest = MaxLanes(widest, MaxLanes(first, LoadLanes(&x[i + 3]) - LoadLanes(&x[i + 2])));
-    low = MinLanes(low, first > 0.0 ? first : INFINITY);
-  }
-  // (Lane 1 held the steps that follow the sampled ones.)
-  double lowest = low[0];
-  for (; i + 1 < x.size(); ++i) {
-    const double step = x[i + 1] - x[i];
-    widest[0] = std::max(widest[0], step);
-    if (i % 4 == 0 && step > 0.0) lowest = std::min(lowest, step);
-  }
-  return {std::max(widest[0], widest[1]), lowest};
-}
-
-// Finds the regions, the missing points and whether the data is thresholded; returns the
-// highest y of every kSpacingBlock points.
-std::vector<double> FindRegions(std::span<const double> x, std::span<const double> y,
-                                SignalModel& m) {
+// Finds the regions, the missing points and whether the data is thresholded, from the trace
+// and its looks.
+void FindRegions(std::span<const double> x, std::span<const double> y,
+                 std::span<const Look> looks, SignalModel& m) {
   const auto n = static_cast<std::int32_t>(x.size());
-  // One pass over x and y, block by block: the smallest and largest |y|, the highest y, the
-  // widest step (with the one to the next block's first point) and the lowest sampled step.
-  struct Look {
-    double smallest, widest, lowest;
-  };
-  const auto count = static_cast<std::size_t>((n + kSpacingBlock - 1) / kSpacingBlock);
-  std::vector<Look> looks;
-  std::vector<double> highest;
-  looks.reserve(count);
-  highest.reserve(count);
   m.largest = 0.0;
-  for (std::int32_t lo = 0; lo < n; lo += kSpacingBlock) {
-    const std::int32_t hi = std::min(n, lo + kSpacingBlock);
-    const auto [smallest, largest, high] =
-        MagnitudeRange(y.subspan(static_cast<std::size_t>(lo), static_cast<std::size_t>(hi - lo)));
-    const auto stepPoints = static_cast<std::size_t>(std::min(hi, n - 1) - lo + 1);
-    const auto [widest, lowest] = StepRange(x.subspan(static_cast<std::size_t>(lo), stepPoints));
-    m.largest = std::max(m.largest, largest);
-    highest.push_back(high);
-    looks.push_back({smallest, widest, lowest});
-  }
+  for (const Look& look : looks) m.largest = std::max(m.largest, look.largest);
   // Typical spacing per block of steps, ignoring repeated x (a last block of one point has
   // no step): a median of neighbouring blocks' low quantiles of their sampled steps, so no
   // lower than the lowest of those blocks' sampled steps when each has one. A trace whose
@@ -569,7 +583,7 @@ std::vector<double> FindRegions(std::span<const double> x, std::span<const doubl
   if (missingCount == 0) {
     for (std::int32_t g : gaps) close(g + 1);
     close(n);
-    return highest;
+    return;
   }
   auto gap = gaps.begin();
   for (std::int32_t i = 0; i < n; ++i) {
@@ -577,7 +591,6 @@ std::vector<double> FindRegions(std::span<const double> x, std::span<const doubl
     if (atGap) ++gap;
     if (i + 1 == n || atGap || (m.missing[i] && m.missing[i + 1])) close(i + 1);
   }
-  return highest;
 }
 
 // The z above which a standard normal value lies with probability p.
@@ -820,10 +833,10 @@ unsigned TopsAtOrAbove(const double* y, double bar) {
 
 // FWHMs of the tallest clean peaks (at most kMostSamples): local tops at least 10 noise above
 // the baseline that fall to half height on both sides inside their region before anything
-// higher appears. `highest`: the highest y of every kSpacingBlock points.
+// higher appears. `looks`: those of every kSpacingBlock points.
 std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span<const double> y,
                                             const SignalModel& m,
-                                            std::span<const double> highest) {
+                                            std::span<const Look> looks) {
   constexpr std::size_t kMostSamples = 400;
   const auto n = static_cast<std::int32_t>(y.size());
   // A clean peak: its top i and the points l < i < h just outside its half height.
@@ -896,13 +909,14 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
   // baseline (the margin covers the rounding of the interpolated baseline). The blocks that
   // reach a bar are scanned first; the others only when fewer than kMostSamples clean peaks
   // stand at or above the bar, since theirs could not be among the tallest otherwise.
-  std::vector<double> reach(highest.size());
+  std::vector<double> reach(looks.size());
   for (std::size_t j = 0, b = 0; j < reach.size(); ++j) {
     const auto first = static_cast<std::int32_t>(j) * kSpacingBlock;
     const std::int32_t last = std::min(n, first + kSpacingBlock) - 1;
     while ((static_cast<std::int32_t>(b) + 1) * m.block() <= first) ++b;
     const double base = std::min(lowest[b], lowest[static_cast<std::size_t>(last / m.block())]);
-    reach[j] = highest[j] - base + 1e-9 * (std::fabs(highest[j]) + std::fabs(base));
+    const double highest = looks[j].highest;
+    reach[j] = highest - base + 1e-9 * (std::fabs(highest) + std::fabs(base));
   }
   // The bar about kScanFirst blocks reach, from a sample of about kBarSample blocks.
   constexpr std::size_t kScanFirst = 4 * kMostSamples, kBarSample = 1024;
@@ -914,12 +928,25 @@ std::vector<WidthSample> MeasureStrongPeaks(std::span<const double> x, std::span
     const std::size_t above = sample.size() * kScanFirst / reach.size();
     bar = SelectNth(sample, sample.size() - 1 - above);
   }
+  // The blocks chosen lie far apart: each one's points are fetched while the one kAhead
+  // chosen blocks before it is scanned.
+  constexpr std::size_t kAhead = 4;
+  std::vector<std::int32_t> picked;
   auto scanBlocks = [&](auto chosen) {
     for (const Region& r : m.regions) {
+      picked.clear();
       for (std::int32_t j = (r.begin + 1) / kSpacingBlock; j * kSpacingBlock < r.end - 1; ++j) {
-        if (chosen(reach[static_cast<std::size_t>(j)]))
-          scan(r, std::max(r.begin + 1, j * kSpacingBlock),
-               std::min(r.end - 1, (j + 1) * kSpacingBlock));
+        if (chosen(reach[static_cast<std::size_t>(j)])) picked.push_back(j);
+      }
+      for (std::size_t k = 0; k < picked.size(); ++k) {
+        if (k + kAhead < picked.size()) {
+          const std::int32_t from = picked[k + kAhead] * kSpacingBlock;
+          for (std::int32_t i = from; i < std::min(r.end, from + kSpacingBlock); i += 8)
+            __builtin_prefetch(&y[static_cast<std::size_t>(i)]);
+        }
+        const std::int32_t j = picked[k];
+        scan(r, std::max(r.begin + 1, j * kSpacingBlock),
+             std::min(r.end - 1, (j + 1) * kSpacingBlock));
       }
     }
     measureUpTo(clean.size());
@@ -968,7 +995,7 @@ void FitWidthLaw(const std::vector<WidthSample>& samples, bool chromatogram, Sig
 }
 
 void ChooseWidth(std::span<const double> x, std::span<const double> y, const DetectOptions& o,
-                 std::span<const double> highest, SignalModel& m) {
+                 std::span<const Look> looks, SignalModel& m) {
   const bool chromatogram = o.kind == SignalKind::kChromatogram;
   WidthLaw law = chromatogram ? WidthLaw::kConstant : o.width_law;
   if (o.fwhm > 0.0 || o.resolution > 0.0) {
@@ -986,7 +1013,7 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
     }
     return;
   }
-  const std::vector<WidthSample> samples = MeasureStrongPeaks(x, y, m, highest);
+  const std::vector<WidthSample> samples = MeasureStrongPeaks(x, y, m, looks);
   if (samples.size() >= 3) {
     if (law == WidthLaw::kAuto) {
       FitWidthLaw(samples, chromatogram, m);
@@ -1013,7 +1040,9 @@ void ChooseWidth(std::span<const double> x, std::span<const double> y, const Det
 
 double SignalModel::FwhmAt(double x) const {
   if (exponent == 0.0) return fwhm_ref;
-  return fwhm_ref * std::pow(std::max(x, 1e-300) / x_ref, exponent);
+  const double ratio = std::max(x, 1e-300) / x_ref;
+  // The time-of-flight law (a power of 1, as pow gives it: exactly) is read once per peak.
+  return fwhm_ref * (exponent == 1.0 ? ratio : std::pow(ratio, exponent));
 }
 
 double SignalModel::PointsPerFwhm(std::int32_t i, double x) const {
@@ -1073,16 +1102,19 @@ void SignalModel::TabulateWidths(std::span<const double> x) {
   }
 }
 
-SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,
-                                const DetectOptions& options) {
+std::optional<SignalModel> EstimateSignalModel(std::span<const double> x,
+                                               std::span<const double> y,
+                                               const DetectOptions& options) {
   SignalModel m;
   const auto n = static_cast<std::int32_t>(x.size());
-  const std::vector<double> highest = FindRegions(x, y, m);
+  std::vector<Look> looks;
+  if (!LookAtBlocks(x, y, looks)) return std::nullopt;
+  FindRegions(x, y, looks, m);
   // First pass with blocks of a fixed size, to find strong peaks and learn the width.
   m.SetBlock(std::clamp<std::int32_t>(n / 8, 16, 4096));
   EstimateSpacing(x, m);
   EstimateLevels(x, y, m, kFullSamples, m.missing);
-  ChooseWidth(x, y, options, highest, m);
+  ChooseWidth(x, y, options, looks, m);
   // Second pass with blocks of about fifteen peak widths.
   std::vector<double> ppf;
   for (std::int32_t i = 0; i < n; i += std::max<std::int32_t>(1, n / 64)) {

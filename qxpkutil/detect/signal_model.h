@@ -2,11 +2,12 @@
 // gaps, how the baseline and the noise run along x, and how wide a peak is at each x.
 // Internal to the detect folder (and its tests); not installed.
 //
-//   SignalModel model = EstimateSignalModel(x, y, options);
-//   double snr = (y[i] - model.BaselineAt(i)) / model.NoiseAt(i);
+//   std::optional<SignalModel> model = EstimateSignalModel(x, y, options);
+//   double snr = (y[i] - model->BaselineAt(i)) / model->NoiseAt(i);
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -94,9 +95,12 @@ void RefineLevels(std::span<const double> x, std::span<const double> y,
 // How FWHM grows with x under a law: FWHM ~ x^exponent (kAuto and kConstant: 0).
 double WidthExponent(WidthLaw law);
 
-// Learns the model of a validated, non-empty trace. The width comes from the options when
-// they give one, else from the cleanest strong peaks of the data.
-SignalModel EstimateSignalModel(std::span<const double> x, std::span<const double> y,
-                                const DetectOptions& options);
+// Learns the model of a non-empty trace whose x and y have the same size, checking the trace
+// on its first pass over it: nothing when a value is not finite or x falls (ValidateTrace
+// says where). The width comes from the options when they give one, else from the cleanest
+// strong peaks of the data.
+std::optional<SignalModel> EstimateSignalModel(std::span<const double> x,
+                                               std::span<const double> y,
+                                               const DetectOptions& options);
 
 }  // namespace qxpkutil
