@@ -55,7 +55,8 @@ std::size_t PartitionScalar(double* a, std::size_t n, double bound) {
 }
 
 #ifdef QXPKUTIL_AVX2
-bool HasAvx2() {
+// Whether the processor runs AVX2 and POPCNT, which the vector passes use (asked once).
+bool HasAvx2AndPopcnt() {
   static const bool avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
   return avx2;
 }
@@ -212,7 +213,7 @@ template <int m>
 template <bool kOrEqual>
 std::size_t Partition(double* a, std::size_t from, std::size_t to, double bound) {
 #ifdef QXPKUTIL_AVX2
-  if (HasAvx2() && to - from >= kVectorFewest && to - from <= kVectorValues) {
+  if (HasAvx2AndPopcnt() && to - from >= kVectorFewest && to - from <= kVectorValues) {
     return from + PartitionAvx2<kOrEqual>(a + from, to - from, bound);
   }
 #endif
@@ -323,7 +324,7 @@ constexpr std::size_t kSorted = 128;
 bool SortFew([[maybe_unused]] std::span<const double> v,
              [[maybe_unused]] std::array<double, kSorted>& sorted) {
 #ifdef QXPKUTIL_AVX2
-  if (HasAvx2() && v.size() <= kSorted) {
+  if (HasAvx2AndPopcnt() && v.size() <= kSorted) {
     const std::size_t places = v.size() <= kSorted / 2 ? kSorted / 2 : kSorted;
     std::fill(std::copy(v.begin(), v.end(), sorted.begin()), sorted.begin() + places, INFINITY);
     (places == kSorted ? Sort128Avx2 : Sort64Avx2)(sorted.data());
@@ -493,7 +494,7 @@ using Masks4 = std::int64_t __attribute__((vector_size(32)));
 bool LookAtBlocks(std::span<const double> x, std::span<const double> y, std::vector<Look>& looks) {
   looks.resize((x.size() + kSpacingBlock - 1) / kSpacingBlock);
 #ifdef QXPKUTIL_AVX2
-  if (HasAvx2()) return LookAtBlocksAvx2(x.data(), y.data(), x.size(), looks.data());
+  if (HasAvx2AndPopcnt()) return LookAtBlocksAvx2(x.data(), y.data(), x.size(), looks.data());
 #endif
   return LookAtBlocksIn(x.data(), y.data(), x.size(), looks.data());
 }
