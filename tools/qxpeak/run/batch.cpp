@@ -304,14 +304,21 @@ struct Item {
 };
 
 // Everything an item needs after reading: the search (or why there is none) and its rows.
+// Points no output reads again go back to the allocator here, in the thread that decodes
+// its next trace into them while they are still in its cache, not when the item's turn to
+// be written comes (with -j N, several traces later and often in another thread).
 void Complete(Item& item, const DetectionConfig& config, const OutputSet& out) {
-  const Trace& t = item.trace;
+  Trace& t = item.trace;
   if (t.selected && !t.problem.empty()) {
     item.found.skipped = t.problem;
   } else if (t.selected) {
     item.found = SearchTrace(t, config);
   }
   item.rows = out.Rows(t, item.found);
+  if (!out.ReadsPoints()) {
+    std::vector<double>().swap(t.x);
+    std::vector<double>().swap(t.y);
+  }
 }
 
 // One mzML input searched by several threads, the calling thread among them, with no thread

@@ -97,6 +97,8 @@ class OutputSet {
                          std::string& error);
   [[nodiscard]] bool Finish(std::string& error);
   bool WantsWholeMzml() const { return !m_mzmlPath.empty(); }
+  // Whether Add reads a trace's points (centroided mzML and the plot do; rows do not).
+  bool ReadsPoints() const { return !m_mzmlPath.empty() || !m_svgPath.empty(); }
 
  private:
   struct Stream {
