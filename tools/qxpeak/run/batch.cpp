@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "qxpkutil/io/TraceReader.h"
+#include "qxpkutil/io/io_internal.h"
 #include "tools/qxpeak/output/output_files.h"
 #include "tools/qxpeak/output/printable.h"
 #include "tools/qxpeak/output/peak_writers.h"
@@ -164,7 +165,7 @@ OutputSet::~OutputSet() {
 bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
   if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) {
     s.written += text.size();
-    if (s.writeBehind) WriteBehind(s.file, s.written, s.started);
+    if (s.writeBehind) io_internal::WriteBehind(s.file, s.written, s.started);
     return true;
   }
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";
