@@ -178,17 +178,18 @@ std::string RandomPart() {
 
 }  // namespace
 
-void WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
+bool WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
 #ifdef SYNC_FILE_RANGE_WRITE
   constexpr std::size_t kStep = std::size_t{4} << 20;
-  // A failed flush leaves its error on the stream, where the caller's close finds it.
-  if (written - started < kStep || std::fflush(file) != 0) return;
+  if (written - started < kStep) return true;
+  if (std::fflush(file) != 0) return false;
   (void)::sync_file_range(::fileno(file), static_cast<off_t>(started),
                           static_cast<off_t>(written - started), SYNC_FILE_RANGE_WRITE);
   started = written;
 #else
   (void)file, (void)written, (void)started;
 #endif
+  return true;
 }
 
 OutputFile::~OutputFile() { Abandon(); }
@@ -260,7 +261,7 @@ bool OutputFile::Write(std::string_view data) {
   // The temporary is synced before it is renamed: what is written out meanwhile is not
   // waited for then.
   m_written += data.size();
-  if (!m_temp.empty()) WriteBehind(m_file, m_written, m_started);
+  if (!m_failed && !m_temp.empty()) m_failed = !WriteBehind(m_file, m_written, m_started);
   return !m_failed;
 }
 

@@ -73,8 +73,9 @@ class Input {
 // writing out what was written to `file` beyond `started` (updated) once `written` is a few
 // MiB past it. What is left to write at the end (at a sync, or at the rename over an
 // existing file, where ext4 writes the new file out and then frees the old one's blocks
-// behind those writes) is then at most that step, not the whole file.
-void WriteBehind(std::FILE* file, std::size_t written, std::size_t& started);
+// behind those writes) is then at most that step, not the whole file. False when flushing
+// the stream failed (a write error).
+[[nodiscard]] bool WriteBehind(std::FILE* file, std::size_t written, std::size_t& started);
 
 class OutputFile {
  public:

@@ -163,9 +163,9 @@ OutputSet::~OutputSet() {
 }
 
 bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
-  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) {
-    s.written += text.size();
-    if (s.writeBehind) io_internal::WriteBehind(s.file, s.written, s.started);
+  s.written += text.size();
+  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size() &&
+      (!s.writeBehind || io_internal::WriteBehind(s.file, s.written, s.started))) {
     return true;
   }
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";
