@@ -229,6 +229,27 @@ TEST(MzmlWriter, ReplacesAFileKeepingItsModeAndLeavesNoTemporary) {
   EXPECT_EQ(dir.FileCount(), 1u);
 }
 
+// A temporary of several MiB is written out while it grows; what replaces the target is
+// still every byte in order.
+TEST(OutputFile, WrittenBehindItReplacesTheTargetWhole) {
+  qxpkutil::testing::ScratchDir dir;
+  const std::string path = dir.PathOf("big.mzML");
+  qxpkutil::testing::WriteText(path, "old");
+  io_internal::OutputFile file;
+  std::string error;
+  ASSERT_TRUE(file.Open(path, error)) << error;
+  std::string expected;
+  for (int i = 0; i < 3000; ++i) {  // about 6 MiB in pieces of uneven length
+    const std::string piece =
+        std::to_string(i) + std::string(static_cast<std::size_t>(i) * 7 % 4099, 'x') + "\n";
+    ASSERT_TRUE(file.Write(piece));
+    expected += piece;
+  }
+  ASSERT_TRUE(file.Commit(error)) << error;
+  EXPECT_EQ(qxpkutil::testing::ReadText(path), expected);
+  EXPECT_EQ(dir.FileCount(), 1u);
+}
+
 // The written file passes OpenMS FileInfo's schema and semantic validation, for inputs of
 // every kind the reader handles. Needs FileInfo (Debian package topp, which scripts/setup.sh
 // installs).

@@ -178,12 +178,27 @@ std::string RandomPart() {
 
 }  // namespace
 
+bool WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
+#ifdef SYNC_FILE_RANGE_WRITE
+  constexpr std::size_t kStep = std::size_t{4} << 20;
+  if (written - started < kStep) return true;
+  if (std::fflush(file) != 0) return false;
+  (void)::sync_file_range(::fileno(file), static_cast<off_t>(started),
+                          static_cast<off_t>(written - started), SYNC_FILE_RANGE_WRITE);
+  started = written;
+#else
+  (void)file, (void)written, (void)started;
+#endif
+  return true;
+}
+
 OutputFile::~OutputFile() { Abandon(); }
 
 bool OutputFile::Open(const std::string& path, std::string& error) {
   namespace fs = std::filesystem;
   Abandon();
   m_failed = false;
+  m_written = m_started = 0;
   if (path == "-") {
     m_file = stdout;
     m_owned = false;
@@ -243,6 +258,10 @@ bool OutputFile::Write(std::string_view data) {
   if (!data.empty() && std::fwrite(data.data(), 1, data.size(), m_file) != data.size()) {
     m_failed = true;
   }
+  // The temporary is synced before it is renamed: what is written out meanwhile is not
+  // waited for then.
+  m_written += data.size();
+  if (!m_failed && !m_temp.empty()) m_failed = !WriteBehind(m_file, m_written, m_started);
   return !m_failed;
 }
 

@@ -12,7 +12,6 @@
 #include <mutex>
 #include <system_error>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -172,19 +171,6 @@ bool WriteOutputsTogether(const std::vector<std::pair<std::string, std::string_v
     return false;
   }
   return true;
-}
-
-void WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
-#ifdef SYNC_FILE_RANGE_WRITE
-  constexpr std::size_t kStep = std::size_t{4} << 20;
-  // A failed flush leaves its error on the stream, where the caller's close finds it.
-  if (written - started < kStep || std::fflush(file) != 0) return;
-  (void)::sync_file_range(::fileno(file), static_cast<off_t>(started),
-                          static_cast<off_t>(written - started), SYNC_FILE_RANGE_WRITE);
-  started = written;
-#else
-  (void)file, (void)written, (void)started;
-#endif
 }
 
 std::vector<std::string> TemporaryLookalikes(const std::string& dir) {

@@ -58,14 +58,6 @@ class OutputGroup {
   std::vector<Entry> m_entries;
 };
 
-// For a stream that replaces a file: has the system start writing out what was written to
-// `file` beyond `started` (updated) once `written` is a few MiB past it. Over an existing
-// file ext4 writes the new one out at the rename that replaces it, and then frees the old
-// one's blocks behind those writes (with a wait for the disk when it is mounted with
-// `discard`); started while the rows are still being made, that writing no longer stands
-// between the last row and the end of the run.
-void WriteBehind(std::FILE* file, std::size_t written, std::size_t& started);
-
 // Writes every (path, content) pair: all of them or, on failure, none (a previous file at
 // each path is left as it was, no temporary stays behind). "-" is standard output, written
 // after the files are in place; a path that exists but is not a regular file (a terminal,

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "qxpkutil/io/TraceReader.h"
+#include "qxpkutil/io/io_internal.h"
 #include "tools/qxpeak/output/output_files.h"
 #include "tools/qxpeak/output/printable.h"
 #include "tools/qxpeak/output/peak_writers.h"
@@ -162,9 +163,9 @@ OutputSet::~OutputSet() {
 }
 
 bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
-  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size()) {
-    s.written += text.size();
-    if (s.writeBehind) WriteBehind(s.file, s.written, s.started);
+  s.written += text.size();
+  if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size() &&
+      (!s.writeBehind || io_internal::WriteBehind(s.file, s.written, s.started))) {
     return true;
   }
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";
@@ -304,14 +305,21 @@ struct Item {
 };
 
 // Everything an item needs after reading: the search (or why there is none) and its rows.
+// Points no output reads again go back to the allocator here, in the thread that decodes
+// its next trace into them while they are still in its cache, not when the item's turn to
+// be written comes (with -j N, several traces later and often in another thread).
 void Complete(Item& item, const DetectionConfig& config, const OutputSet& out) {
-  const Trace& t = item.trace;
+  Trace& t = item.trace;
   if (t.selected && !t.problem.empty()) {
     item.found.skipped = t.problem;
   } else if (t.selected) {
     item.found = SearchTrace(t, config);
   }
   item.rows = out.Rows(t, item.found);
+  if (!out.ReadsPoints()) {
+    std::vector<double>().swap(t.x);
+    std::vector<double>().swap(t.y);
+  }
 }
 
 // One mzML input searched by several threads, the calling thread among them, with no thread

@@ -97,13 +97,17 @@ class OutputSet {
                          std::string& error);
   [[nodiscard]] bool Finish(std::string& error);
   bool WantsWholeMzml() const { return !m_mzmlPath.empty(); }
+  // Whether Add reads a trace's points (centroided mzML and the plot do; rows do not).
+  bool ReadsPoints() const { return !m_mzmlPath.empty() || !m_svgPath.empty(); }
 
  private:
   struct Stream {
     std::string format, path;
     std::FILE* file = nullptr;
     bool toStdout = false;
-    bool writeBehind = false;  // it replaces a file: see WriteBehind
+    // It replaces a file: written out as it grows (io_internal::WriteBehind). A new file is
+    // left to the system's own write-out.
+    bool writeBehind = false;
     std::size_t written = 0, started = 0;
   };
   bool Write(Stream& s, std::string_view text, std::string& error);
