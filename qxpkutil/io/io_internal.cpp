@@ -20,6 +20,7 @@
 #include <zlib.h>
 
 #include "qxpkutil/numeric/trace_scan.h"
+#include "qxpkutil/platform/QXAtomicFile.h"
 #include "qxpkutil/platform/QXFormat.h"
 
 namespace qxpkutil::io_internal {
@@ -177,20 +178,6 @@ std::string RandomPart() {
 }
 
 }  // namespace
-
-bool WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
-#ifdef SYNC_FILE_RANGE_WRITE
-  constexpr std::size_t kStep = std::size_t{4} << 20;
-  if (written - started < kStep) return true;
-  if (std::fflush(file) != 0) return false;
-  (void)::sync_file_range(::fileno(file), static_cast<off_t>(started),
-                          static_cast<off_t>(written - started), SYNC_FILE_RANGE_WRITE);
-  started = written;
-#else
-  (void)file, (void)written, (void)started;
-#endif
-  return true;
-}
 
 OutputFile::~OutputFile() { Abandon(); }
 

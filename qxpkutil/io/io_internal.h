@@ -3,8 +3,6 @@
 //    recognised by its magic bytes and anything else passes through unchanged.
 //  - OutputFile: a file written in a stream into a temporary file beside the target and
 //    renamed over it at the end, keeping an existing target's mode.
-//  - WriteBehind: starts the write-out of a temporary while it is still being filled (also
-//    used by the tool for the tables it writes through temporaries of its own).
 //  - Sha1: the digest the indexed mzML wrapper ends with.
 #pragma once
 
@@ -68,14 +66,6 @@ class Input {
 // Reads two-column text from `input` into `trace` (TextReader's rules); the text reader's
 // core, shared with TraceReader.
 [[nodiscard]] bool ReadTextFrom(Input& input, Trace& trace, std::string& error);
-
-// For a stream written to a temporary that will replace a file: has the system start
-// writing out what was written to `file` beyond `started` (updated) once `written` is a few
-// MiB past it. What is left to write at the end (at a sync, or at the rename over an
-// existing file, where ext4 writes the new file out and then frees the old one's blocks
-// behind those writes) is then at most that step, not the whole file. False when flushing
-// the stream failed (a write error).
-[[nodiscard]] bool WriteBehind(std::FILE* file, std::size_t written, std::size_t& started);
 
 class OutputFile {
  public:

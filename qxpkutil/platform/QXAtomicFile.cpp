@@ -79,4 +79,18 @@ bool QXWriteFileAtomically(const std::string& path, std::string_view content) {
   return ok;
 }
 
+bool WriteBehind(std::FILE* file, std::size_t written, std::size_t& started) {
+#ifdef SYNC_FILE_RANGE_WRITE
+  constexpr std::size_t kStep = std::size_t{4} << 20;
+  if (written - started < kStep) return true;
+  if (std::fflush(file) != 0) return false;
+  (void)::sync_file_range(::fileno(file), static_cast<off_t>(started),
+                          static_cast<off_t>(written - started), SYNC_FILE_RANGE_WRITE);
+  started = written;
+#else
+  (void)file, (void)written, (void)started;
+#endif
+  return true;
+}
+
 }  // namespace qxpkutil

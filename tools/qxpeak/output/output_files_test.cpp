@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "qxpkutil/io/io_internal.h"
+#include "qxpkutil/platform/QXAtomicFile.h"
 #include "testing/QXTestFiles.h"
 
 namespace qxpkutil::qxpeak {
@@ -77,7 +77,7 @@ TEST(OutputGroup, WritesBehindOnlyWhatReplacesAFile) {
         std::to_string(i) + std::string(static_cast<std::size_t>(i) * 7 % 4099, 'x') + "\n";
     ASSERT_EQ(std::fwrite(row.data(), 1, row.size(), f), row.size());
     expected += row;
-    ASSERT_TRUE(io_internal::WriteBehind(f, expected.size(), started));
+    ASSERT_TRUE(WriteBehind(f, expected.size(), started));
   }
   EXPECT_GT(started, 0u);
   ASSERT_EQ(std::fclose(f), 0);

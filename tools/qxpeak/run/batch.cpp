@@ -16,7 +16,7 @@
 #include <unistd.h>
 
 #include "qxpkutil/io/TraceReader.h"
-#include "qxpkutil/io/io_internal.h"
+#include "qxpkutil/platform/QXAtomicFile.h"
 #include "tools/qxpeak/output/output_files.h"
 #include "tools/qxpeak/output/printable.h"
 #include "tools/qxpeak/output/peak_writers.h"
@@ -165,7 +165,7 @@ OutputSet::~OutputSet() {
 bool OutputSet::Write(Stream& s, std::string_view text, std::string& error) {
   s.written += text.size();
   if (std::fwrite(text.data(), 1, text.size(), s.file) == text.size() &&
-      (!s.writeBehind || io_internal::WriteBehind(s.file, s.written, s.started))) {
+      (!s.writeBehind || WriteBehind(s.file, s.written, s.started))) {
     return true;
   }
   error = (s.toStdout ? std::string("standard output") : s.path) + ": write error";

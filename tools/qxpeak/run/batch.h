@@ -105,7 +105,7 @@ class OutputSet {
     std::string format, path;
     std::FILE* file = nullptr;
     bool toStdout = false;
-    // It replaces a file: written out as it grows (io_internal::WriteBehind). A new file is
+    // It replaces a file: written out as it grows (WriteBehind). A new file is
     // left to the system's own write-out.
     bool writeBehind = false;
     std::size_t written = 0, started = 0;
