@@ -160,33 +160,34 @@ struct Flank {
 // step; here they leave their registers only around the filter's rare call that fills a run.
 // The flank is written once at the end: stores into it on the way made every step reload
 // the region, the bar and the filter's tables (the compiler could not rule out that they
-// overlap).
+// overlap). The running figures move by selects, not branches: near the valley, where the
+// values are mostly noise, whether a step sets a new low is a coin toss. The highest value
+// at the valley is read again at the end (a value depends on its point alone).
 [[gnu::noinline]] Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step,
                                   double tolerance, std::int32_t limit) {
-  double lowestValue = f.At(top, r);
-  double riseBar = lowestValue + tolerance;  // a value above it ends the flank
+  double lowestValue = f.At(top, r), highestValue = -INFINITY;
   std::int32_t valley = top, highest = -1, highestAtValley = -1;
-  double highestValue = -INFINITY, highestValueAtValley = -INFINITY;
   bool rises = false;
   // top lies inside the region.
   const std::int32_t steps = std::min(limit, step < 0 ? top - r.begin : r.end - 1 - top);
   for (std::int32_t i = top + step, k = 0; k < steps; i += step, ++k) {
     const double v = f.At(i, r);
-    if (v > highestValue || (step < 0 && v == highestValue)) highest = i, highestValue = v;
-    if (v < lowestValue) {
-      lowestValue = v;
-      riseBar = v + tolerance;
-      valley = i;
-      highestAtValley = highest;
-      highestValueAtValley = highestValue;
-    }
+    const bool higher = step < 0 ? v >= highestValue : v > highestValue;
+    highest = higher ? i : highest;
+    highestValue = std::max(highestValue, v);
+    // All ones at a new low (as a mask: GCC turns selects on it back into a branch).
+    const std::int32_t lower = -static_cast<std::int32_t>(v < lowestValue);
+    valley ^= (valley ^ i) & lower;
+    highestAtValley ^= (highestAtValley ^ highest) & lower;
+    lowestValue = std::min(lowestValue, v);
     if (v <= 0.0) break;
-    if (v > riseBar) {
+    if (v > lowestValue + tolerance) {  // the signal rises again
       rises = true;
       break;
     }
   }
-  return Flank{valley, rises, highestAtValley, highestValueAtValley};
+  return Flank{valley, rises, highestAtValley,
+               highestAtValley < 0 ? -INFINITY : f.At(highestAtValley, r)};
 }
 
 // From a top, moves to the highest point between its valleys until it stays.
