@@ -160,33 +160,34 @@ struct Flank {
 // step; here they leave their registers only around the filter's rare call that fills a run.
 // The flank is written once at the end: stores into it on the way made every step reload
 // the region, the bar and the filter's tables (the compiler could not rule out that they
-// overlap).
+// overlap). The running figures move by selects, not branches: near the valley, where the
+// values are mostly noise, whether a step sets a new low is a coin toss. The highest value
+// at the valley is read again at the end (a value depends on its point alone).
 [[gnu::noinline]] Flank WalkFlank(MatchedFilter& f, const Region& r, std::int32_t top, int step,
                                   double tolerance, std::int32_t limit) {
-  double lowestValue = f.At(top, r);
-  double riseBar = lowestValue + tolerance;  // a value above it ends the flank
+  double lowestValue = f.At(top, r), highestValue = -INFINITY;
   std::int32_t valley = top, highest = -1, highestAtValley = -1;
-  double highestValue = -INFINITY, highestValueAtValley = -INFINITY;
   bool rises = false;
   // top lies inside the region.
   const std::int32_t steps = std::min(limit, step < 0 ? top - r.begin : r.end - 1 - top);
   for (std::int32_t i = top + step, k = 0; k < steps; i += step, ++k) {
     const double v = f.At(i, r);
-    if (v > highestValue || (step < 0 && v == highestValue)) highest = i, highestValue = v;
-    if (v < lowestValue) {
-      lowestValue = v;
-      riseBar = v + tolerance;
-      valley = i;
-      highestAtValley = highest;
-      highestValueAtValley = highestValue;
-    }
+    const bool higher = step < 0 ? v >= highestValue : v > highestValue;
+    highest = higher ? i : highest;
+    highestValue = std::max(highestValue, v);
+    // All ones at a new low (as a mask: GCC turns selects on it back into a branch).
+    const std::int32_t lower = -static_cast<std::int32_t>(v < lowestValue);
+    valley ^= (valley ^ i) & lower;
+    highestAtValley ^= (highestAtValley ^ highest) & lower;
+    lowestValue = std::min(lowestValue, v);
     if (v <= 0.0) break;
-    if (v > riseBar) {
+    if (v > lowestValue + tolerance) {  // the signal rises again
       rises = true;
       break;
     }
   }
-  return Flank{valley, rises, highestAtValley, highestValueAtValley};
+  return Flank{valley, rises, highestAtValley,
+               highestAtValley < 0 ? -INFINITY : f.At(highestAtValley, r)};
 }
 
 // From a top, moves to the highest point between its valleys until it stays.
@@ -595,6 +596,46 @@ std::vector<std::int32_t> ScanForSeeds(std::span<const double> y, const SignalMo
   return seeds;
 }
 
+// Bit k of `lowest` and `highest`: whether point k of `count` (at most 64) lies above the bar.
+struct Above {
+  std::uint64_t lowest = 0, highest = 0;
+};
+void CompareWithBarsFrom(const double* y, int from, int count, double lowest, double highest,
+                         Above& above) {
+  for (int k = from; k < count; ++k) {
+    above.lowest |= static_cast<std::uint64_t>(y[k] > lowest) << k;
+    above.highest |= static_cast<std::uint64_t>(y[k] > highest) << k;
+  }
+}
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// Four points a comparison; the rest as above.
+[[gnu::target("avx2")]] Above CompareWithBarsAvx2(const double* y, int count, double lowest,
+                                                  double highest) {
+  Above above;
+  const __m256d low = _mm256_set1_pd(lowest), high = _mm256_set1_pd(highest);
+  int k = 0;
+  for (; k + 4 <= count; k += 4) {
+    const __m256d v = _mm256_loadu_pd(y + k);
+    above.lowest |= static_cast<std::uint64_t>(
+                        _mm256_movemask_pd(_mm256_cmp_pd(v, low, _CMP_GT_OQ)))
+                    << k;
+    above.highest |= static_cast<std::uint64_t>(
+                         _mm256_movemask_pd(_mm256_cmp_pd(v, high, _CMP_GT_OQ)))
+                     << k;
+  }
+  CompareWithBarsFrom(y, k, count, lowest, highest, above);
+  return above;
+}
+#endif
+Above CompareWithBars(const double* y, int count, double lowest, double highest) {
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+  if (HasAvx2()) return CompareWithBarsAvx2(y, count, lowest, highest);
+#endif
+  Above above;
+  CompareWithBarsFrom(y, 0, count, lowest, highest, above);
+  return above;
+}
+
 // Measures the baseline and noise again, on every sampled point of a block, without the
 // points clearly above the baseline (widened by a peak width), so that dense peaks do not
 // lift them; then keeps the seeds whose own point stands clearly above the new baseline (no
@@ -620,9 +661,10 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
       return mf.At(top, *r) < 0.5 * options.snr * model.NoiseAt(top);
     });
   }
-  // Points clearly above the baseline, in runs, widened by a peak width; most lie below the
-  // lowest bar of their block (eight at a time are passed over at once outside a run) or
-  // above its highest, which settles them without reading the levels at the point.
+  // Points clearly above the baseline, in runs, widened by a peak width. Most lie below the
+  // lowest bar of their block or above its highest, which settles them without reading the
+  // levels at the point; 64 points at a time are compared with both bars into bit masks, and
+  // only the points between the bars, and the ends of runs, are visited one by one.
   std::vector<std::uint8_t> exclude(static_cast<std::size_t>(n), 0);
   std::int32_t runStart = -1;
   auto close = [&](std::int32_t end) {
@@ -634,19 +676,26 @@ std::vector<std::int32_t> RefineAndScreen(std::span<const double> x, std::span<c
   for (std::int32_t lo = 0; lo < n; lo += model.block()) {
     const std::int32_t hi = std::min(n, lo + model.block());
     const auto [lowest, highest] = model.LevelBounds(lo / model.block(), 3.0);
-    for (std::int32_t i = lo; i < hi; ++i) {
-      if (runStart < 0 && i + 8 <= hi) {
-        unsigned above = 0;
-        for (std::int32_t k = 0; k < 8; ++k) above |= y[i + k] > lowest ? 1u : 0u;
-        if (above == 0) {
-          i += 7;
-          continue;
+    for (std::int32_t from = lo; from < hi; from += 64) {
+      const int count = std::min(64, hi - from);
+      const Above bars = CompareWithBars(&y[from], count, lowest, highest);
+      std::uint64_t clear = bars.highest;
+      for (std::uint64_t between = bars.lowest & ~bars.highest; between != 0;
+           between &= between - 1) {
+        const int k = std::countr_zero(between);
+        if (input.Above(from + k) > 3.0 * model.NoiseAt(from + k)) clear |= std::uint64_t{1} << k;
+      }
+      // Where a point's clearness differs from the point's before, a run starts or ends.
+      std::uint64_t changes = clear ^ ((clear << 1) | (runStart >= 0 ? 1u : 0u));
+      if (count < 64) changes &= (std::uint64_t{1} << count) - 1;
+      for (; changes != 0; changes &= changes - 1) {
+        const std::int32_t i = from + std::countr_zero(changes);
+        if (runStart < 0) {
+          runStart = i;
+        } else {
+          close(i);
         }
       }
-      const bool clear =
-          y[i] > highest || (y[i] > lowest && input.Above(i) > 3.0 * model.NoiseAt(i));
-      if (clear && runStart < 0) runStart = i;
-      if (!clear && runStart >= 0) close(i);
     }
   }
   if (runStart >= 0) close(n);

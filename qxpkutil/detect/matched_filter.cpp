@@ -52,20 +52,22 @@ void AddWindowsScalar(const std::vector<double>& weights, const double* window, 
 struct Finish {
   double sumOfSquares, baselineShare, first, step;
 };
-// values[o] for the `count` sums of a run. The loop counts in int32, whose conversion to
-// double has a vector instruction, so the divisions go two or four at a time.
-[[gnu::always_inline]] inline void FinishRun(const double* sums, std::int32_t count,
-                                             const Finish& f, double* values) {
+// values[o] for the `count` sums of a run's points from `from` on. The loop counts in int32,
+// whose conversion to double has a vector instruction, so the divisions go two or four at a
+// time.
+[[gnu::always_inline]] inline void FinishRun(const double* sums, std::int32_t from,
+                                             std::int32_t count, const Finish& f,
+                                             double* values) {
   for (std::int32_t o = 0; o < count; ++o)
-    values[o] = sums[o] / f.sumOfSquares - f.baselineShare * (f.first + o * f.step);
+    values[o] = sums[o] / f.sumOfSquares - f.baselineShare * (f.first + (from + o) * f.step);
 }
 template <std::int32_t Run, typename Lanes>
 [[gnu::always_inline]] inline void FillRunBody(const std::vector<double>& weights,
                                                const double* window, const Finish& f,
-                                               double* values) {
+                                               std::int32_t from, double* values) {
   double sums[Run];
   AddWindowsBody<Run, Lanes>(weights, window, sums);
-  FinishRun(sums, Run, f, values);
+  FinishRun(sums, from, Run, f, values);
 }
 using Lanes2 = double __attribute__((vector_size(16)));
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
@@ -73,18 +75,18 @@ using Lanes4 = double __attribute__((vector_size(32)));
 template <std::int32_t Run>
 [[gnu::target("avx2")]] void FillRunAvx2(const std::vector<double>& weights,
                                          const double* window, const Finish& f,
-                                         double* values) {
-  FillRunBody<Run, Lanes4>(weights, window, f, values);
+                                         std::int32_t from, double* values) {
+  FillRunBody<Run, Lanes4>(weights, window, f, from, values);
 }
 #endif
-// The values of a full run of Run points.
+// The values of Run points of a run, from its point `from` on.
 template <std::int32_t Run>
 void FillRun(const std::vector<double>& weights, const double* window, const Finish& f,
-             double* values) {
+             std::int32_t from, double* values) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-  if (HasAvx2()) return FillRunAvx2<Run>(weights, window, f, values);
+  if (HasAvx2()) return FillRunAvx2<Run>(weights, window, f, from, values);
 #endif
-  FillRunBody<Run, Lanes2>(weights, window, f, values);
+  FillRunBody<Run, Lanes2>(weights, window, f, from, values);
 }
 
 }  // namespace
@@ -163,14 +165,16 @@ void MatchedFilter::ComputeRun(std::int32_t i, std::int32_t b, const Region& r, 
   // at least 16384 or more than the trace has: a run's places follow each other.
   double* values = value_.get() + Place(begin);
   const double* window = in_.y.data() + (begin - half);
-  if (count == kRun) {
-    FillRun<kRun>(g.weights, window, finish, values);
-  } else if (count == kShortRun) {
-    FillRun<kShortRun>(g.weights, window, finish, values);
-  } else {
-    double sums[kRun];
-    AddWindowsScalar(g.weights, window, sums, static_cast<std::size_t>(count));
-    FinishRun(sums, count, finish, values);
+  // A full run at once, else groups of kShortRun points, the rest one at a time: every
+  // value comes out the same whichever way it is computed.
+  std::int32_t o = 0;
+  if (count == kRun) FillRun<kRun>(g.weights, window, finish, 0, values), o = kRun;
+  for (; o + kShortRun <= count; o += kShortRun)
+    FillRun<kShortRun>(g.weights, window + o, finish, o, values + o);
+  if (o < count) {
+    double sums[kShortRun];
+    AddWindowsScalar(g.weights, window + o, sums, static_cast<std::size_t>(count - o));
+    FinishRun(sums, o, count - o, finish, values + o);
   }
   std::int32_t* points = point_.data() + Place(begin);
   for (std::int32_t o = 0; o < count; ++o) points[o] = begin + o;

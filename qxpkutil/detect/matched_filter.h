@@ -17,7 +17,7 @@ namespace qxpkutil {
 inline constexpr double kFwhmPerSigma = 2.354820045030949;
 // Points computed together: kRun where a filter is read along whole flanks, kShortRun where
 // it is read at a few points near each other.
-inline constexpr std::int32_t kRun = 16, kShortRun = 8;
+inline constexpr std::int32_t kRun = 32, kShortRun = 8;
 
 // Whether the processor runs AVX2 (asked once; false off x86-64).
 bool HasAvx2();
