@@ -768,8 +768,10 @@ class TrialLeap {
   // Moves `c` (the trial's cursor, over the means[k - lo] for starts lo..hi-1 and their step
   // bits le and gt, as MarkSteps left them) to a later state of the full scan when every
   // peak in between stays below `largest`; the cursor stays before `end`.
-  bool Leap(Scan& scan, Scan::Cursor& c, std::int64_t end, double largest, const double* means,
-            const std::uint64_t* le, const std::uint64_t* gt, std::int64_t lo, std::int64_t hi) {
+  // Kept out of line: inlined, it cost the real scan's loop beside it registers.
+  [[gnu::noinline]] bool Leap(Scan& scan, Scan::Cursor& c, std::int64_t end, double largest,
+                              const double* means, const std::uint64_t* le,
+                              const std::uint64_t* gt, std::int64_t lo, std::int64_t hi) {
     if (!m_on || !(largest > 0.0)) return m_on;
     const std::int64_t w = m_w;
     const std::int64_t room = 4 * w + 64;  // for the merge, beyond the run's end
@@ -794,8 +796,8 @@ class TrialLeap {
     if (to < from) return -1;
     const std::int64_t run = 3 * m_w;
     for (std::int64_t word = (to - lo) >> 6; word >= (from - lo) >> 6; --word) {
-      // Bit p of `steps` is the le bit of offset 64 * (word - 1) + p; `ends` keeps the bits
-      // whose run of set bits below them is at least `run` long.
+      // Bit p of `ends` starts as the le bit of offset 64 * (word - 1) + p and ends set where
+      // it and the run - 1 bits below it are all set.
       __extension__ typedef unsigned __int128 Wide;
       Wide ends = (static_cast<Wide>(le[word]) << 64) | (word > 0 ? le[word - 1] : 0);
       for (std::int64_t have = 1; have < run;) {
