@@ -10,6 +10,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -815,40 +816,68 @@ class TrialLeap {
     return -1;
   }
 
-  // Sums, highest value and smallest x step of the intensities first + 64c .. first + 64c + 63.
+  // Sum and highest value of the intensities first + 64c .. first + 64c + 63, and the inverse
+  // of the smallest x step into and within them (+inf where x does not strictly ascend).
   struct Chunk {
     double sum;
     double top;
-    double step;  // to each point from the one before (from the chunk's own first point on
-                  // for chunk 0); +inf when not read (baselines without x)
+    double inverseStep;
   };
   static constexpr std::int64_t kChunk = 64;
 
   // Fills the chunks up to c in order; false (and the leap stays off) when a value so far is
   // negative or NaN, or memory is short.
   bool Fill(std::int64_t c) {
+    using Pair = double __attribute__((vector_size(16)));
+    const auto load = [](const double* at) {
+      Pair v;
+      std::memcpy(&v, at, sizeof v);
+      return v;
+    };
+    constexpr double kNone = std::numeric_limits<double>::infinity();
     while (static_cast<std::int64_t>(m_chunks.size()) <= c) {
       const std::int64_t k = m_first + kChunk * static_cast<std::int64_t>(m_chunks.size());
-      double sum[4] = {0.0, 0.0, 0.0, 0.0};
-      double high[4] = {0.0, 0.0, 0.0, 0.0};
-      double low[4] = {0.0, 0.0, 0.0, 0.0};
+      Pair sum[2] = {};
+      Pair high[2] = {};
+      Pair low[2] = {};
       for (std::int64_t j = 0; j < kChunk; j += 4) {
-        for (int l = 0; l < 4; ++l) {
-          const double v = m_y[k + j + l];
+        for (int l = 0; l < 2; ++l) {
+          const Pair v = load(m_y + k + j + 2 * l);
           sum[l] += v;
           high[l] = v > high[l] ? v : high[l];
           low[l] = v < low[l] ? v : low[l];
         }
       }
-      Chunk chunk{(sum[0] + sum[1]) + (sum[2] + sum[3]),
-                  std::max(std::max(high[0], high[1]), std::max(high[2], high[3])),
-                  std::numeric_limits<double>::infinity()};
-      if (!(std::min(std::min(low[0], low[1]), std::min(low[2], low[3])) >= 0.0) ||
-          std::isnan(chunk.sum)) {
+      const Pair total = sum[0] + sum[1];
+      const Pair top = high[0] > high[1] ? high[0] : high[1];
+      const Pair bottom = low[0] < low[1] ? low[0] : low[1];
+      Chunk chunk{total[0] + total[1], std::max(top[0], top[1]), kNone};
+      if (!(std::min(bottom[0], bottom[1]) >= 0.0) || std::isnan(chunk.sum)) {
         m_on = false;
         return false;
       }
-      if (m_method == 1) chunk.step = SmallestStep(std::max(k, m_first + 1), k + kChunk);
+      if (m_method == 1) {
+        // Steps from x[k - 1] (none before the first point); their sum is NaN when one is.
+        Pair step[2] = {{kNone, kNone}, {kNone, kNone}};
+        Pair steps[2] = {};
+        const std::int64_t from = k > m_first ? k : k + 4;
+        for (std::int64_t j = from; j < k + kChunk; j += 4) {
+          for (int l = 0; l < 2; ++l) {
+            const Pair gap = load(m_x + j + 2 * l) - load(m_x + j + 2 * l - 1);
+            step[l] = gap < step[l] ? gap : step[l];
+            steps[l] += gap;
+          }
+        }
+        for (std::int64_t j = k + 1; j < from; ++j) {
+          const double gap = m_x[j] - m_x[j - 1];
+          step[0][0] = gap < step[0][0] ? gap : step[0][0];
+          steps[0][0] += gap;
+        }
+        const Pair least = step[0] < step[1] ? step[0] : step[1];
+        const Pair all = steps[0] + steps[1];
+        const double smallest = std::min(least[0], least[1]);
+        if (smallest > 0.0 && !std::isnan(all[0] + all[1])) chunk.inverseStep = 1.0 / smallest;
+      }
       try {
         m_chunks.push_back(chunk);
       } catch (const std::bad_alloc&) {
@@ -866,7 +895,7 @@ class TrialLeap {
     const std::int64_t start = m_first + kChunk * c0;
     double sum = 0.0;
     double top = 0.0;
-    double step = std::numeric_limits<double>::infinity();
+    double inverseStep = 0.0;
     std::int64_t reach = -1;
     for (std::int64_t c = c0; m_first + kChunk * (c + 1) - 1 <= stop; ++c) {
       if (!Fill(c)) return -1;
@@ -876,11 +905,10 @@ class TrialLeap {
       top = std::max(top, chunk.top);
       double rounding = 0.0;
       if (m_method == 1) {
-        // The step into this chunk belongs to it, except for the range's first chunk.
-        step = std::min(step, c == c0 ? SmallestStep(start + 1, end + 1) : chunk.step);
-        if (!(step > 0.0)) return reach;
+        // The first chunk's step into it lies outside the range: a smaller step, a wider bound.
+        inverseStep = std::max(inverseStep, chunk.inverseStep);
         const double magnitude = std::max(std::fabs(m_x[start]), std::fabs(m_x[end]));
-        rounding = 1e-14 * top * (1.0 + magnitude / step);
+        rounding = 1e-14 * top * (1.0 + magnitude * inverseStep);
       }
       const auto points = static_cast<double>(end - start + 1);
       const double bound =
@@ -889,30 +917,6 @@ class TrialLeap {
       reach = end;
     }
     return reach;
-  }
-
-  // The smallest x[j] - x[j - 1] for j in from..to-1 (four lanes, from a multiple of four
-  // apart), or 0.0 when x does not strictly ascend there (or is NaN): no bound then.
-  double SmallestStep(std::int64_t from, std::int64_t to) const {
-    constexpr double kNone = std::numeric_limits<double>::infinity();
-    double step[4] = {kNone, kNone, kNone, kNone};
-    double total[4] = {0.0, 0.0, 0.0, 0.0};  // NaN when a step is
-    std::int64_t j = from;
-    for (; j + 4 <= to; j += 4) {
-      for (int l = 0; l < 4; ++l) {
-        const double gap = m_x[j + l] - m_x[j + l - 1];
-        step[l] = gap < step[l] ? gap : step[l];
-        total[l] += gap;
-      }
-    }
-    for (; j < to; ++j) {
-      const double gap = m_x[j] - m_x[j - 1];
-      step[0] = gap < step[0] ? gap : step[0];
-      total[0] += gap;
-    }
-    const double smallest = std::min(std::min(step[0], step[1]), std::min(step[2], step[3]));
-    return smallest > 0.0 && !std::isnan((total[0] + total[1]) + (total[2] + total[3])) ? smallest
-                                                                                        : 0.0;
   }
 
   // Two cursors in the same state (the last resume point aside, which no longer matters).
