@@ -739,7 +739,7 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 // rise z + 1 with mean m[z], takes base z (past the apex) and resumes at r: state B. Entering
 // the run outside a rise (at a, or resumed at most a + 2W - 2) the scan either falls through
 // it to state A, or rises once and closes a candidate at some step up to a + 2W - 1, whose
-// walk starts at or before its apex + 1 <= a + 3W - 2 <= z and so again ends in B; entering
+// walk starts between a and its apex + 1 <= a + 3W - 1 <= z and so again ends in B; entering
 // it inside a rise closes a candidate at a, the same. Such a candidate's resume point r was
 // never resumed at before (the scan would be past the run), so it jumps. Which of A and B
 // happens depends on the past, but both are known from the data: scans started in both
