@@ -10,6 +10,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -718,6 +719,254 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
   }
 }
 
+// Lets a trial scan (one that only needs its largest area) leap over stretches whose peaks
+// cannot beat the largest area found so far, landing in the very state a full scan reaches.
+//
+// Where it holds. The scan steps by 1, its noise threshold is at most 0 (the bounds walk to
+// the next rise of the mean), its intensity threshold is at most 0 and no intensity so far is
+// negative, so every rising mean starts a rise: a rise open at step i started at i - 1, a
+// candidate's bound walk starts at or after its closing step, and the scan never moves back.
+// W is the filter width; a step "rises" when its mean exceeds the one before.
+//
+// The lemma. Let the steps a..z not rise (a run of at least 3W such steps, a - 1 and z + 1
+// rising, z + W + 1 <= last) and r the lowest of y[z .. z + W] (the first of equals). The scan
+// then leaves the run in one of two states: A, it takes step z as a fall outside a rise (at
+// step z + 1: previous mean m[z], no rise, valley z); B, it resumes at r after a candidate
+// (at step r: previous mean m[z], no rise, valley r). Proof: a candidate closing at step
+// i <= a - 1 has its apex at most i + W - 1 and its right walk starting at most a + W - 1;
+// if that start is before a - 1 the walk stops at the rise a - 1 or earlier and the scan
+// resumes at most a + 2W - 2 (< z), otherwise it walks down the whole run, stops at the
+// rise z + 1 with mean m[z], takes base z (past the apex) and resumes at r: state B. Entering
+// the run outside a rise (at a, or resumed at most a + 2W - 2) the scan either falls through
+// it to state A, or rises once and closes a candidate at some step up to a + 2W - 1, whose
+// walk starts between a and its apex + 1 <= a + 3W - 1 <= z and so again ends in B; entering
+// it inside a rise closes a candidate at a, the same. Such a candidate's resume point r was
+// never resumed at before (the scan would be past the run), so it jumps. Which of A and B
+// happens depends on the past, but both are known from the data: scans started in both
+// merge within a few steps where the data allow (when r = z they are one state at once).
+// From the merged state on the scan is the full scan's; the last resume point it carries is
+// behind every later candidate's right bound, so it never matters again.
+//
+// The bound. A candidate met between a cursor and the merged state lies within [valley, merge
+// step], since the valley only moves forward and every right bound is a step the scan goes
+// on from. Its area is at most the plain sum of the intensities there when none is negative
+// (the baseline between two non-negative bounds stays at or above 0), plus, for the line
+// baseline, the line's rounding: at most 1e-14 * Ymax * (1 + X / g) a point for x strictly
+// ascending with smallest step g and magnitudes up to X (the slope is below Ymax / g).
+// The margins cover the sums' rounding as AreaStaysBelow's do.
+class TrialLeap {
+ public:
+  using Scan = MovingMeanScan<double, double>;
+
+  TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
+            const peaks_detail::ScanRequest& s)
+      : m_x(x), m_y(y), m_first(first), m_last(last), m_w(s.filterWidth),
+        m_method(s.integrationMethod), m_scale(s.areaScale),
+        m_on(s.filterInc == 1 && (s.filterType == 0 || s.filterType == 1) &&
+             s.noiseThreshold <= 0.0 && s.threshold <= 0.0 && s.areaScale > 0.0 &&
+             3 * static_cast<std::int64_t>(s.filterWidth) <= 64) {}
+
+  // Moves `c` (the trial's cursor, over the means[k - lo] for starts lo..hi-1 and their step
+  // bits le and gt, as MarkSteps left them) to a later state of the full scan when every
+  // peak in between stays below `largest`; the cursor stays before `end`.
+  // Kept out of line: inlined, it cost the real scan's loop beside it registers.
+  [[gnu::noinline]] bool Leap(Scan& scan, Scan::Cursor& c, std::int64_t end, double largest,
+                              const double* means, const std::uint64_t* le,
+                              const std::uint64_t* gt, std::int64_t lo, std::int64_t hi) {
+    if (!m_on || !(largest > 0.0)) return m_on;
+    const std::int64_t w = m_w;
+    const std::int64_t room = 4 * w + 64;  // for the merge, beyond the run's end
+    const std::int64_t stop = std::min({end, hi, m_last - w - 1}) - 1;
+    const std::int64_t from = std::max(c.valley, m_first);
+    if (stop - c.i < room + 3 * w) return true;
+    const std::int64_t reach = Reach(from, stop, largest);
+    if (reach < 0) return m_on;
+    // The last run end at least `room` before the reach, and the merge.
+    const std::int64_t lowest = std::max({c.i, lo + 3 * w + 1, m_first + 3 * w + 2});
+    const std::int64_t z = LastRunEnd(le, gt, lo, lowest, reach - room);
+    Scan::Cursor merged{};
+    if (z >= 0 && Merge(scan, c, z, reach, means[z - lo], merged)) c = merged;
+    return true;
+  }
+
+ private:
+  // The last z in from..to (from - lo > 3W) that ends a run of 3W steps that do not rise, with
+  // z + 1 rising, from the step bits le and gt of the means from lo on; -1 when none.
+  std::int64_t LastRunEnd(const std::uint64_t* le, const std::uint64_t* gt, std::int64_t lo,
+                          std::int64_t from, std::int64_t to) const {
+    if (to < from) return -1;
+    const std::int64_t run = 3 * m_w;
+    for (std::int64_t word = (to - lo) >> 6; word >= (from - lo) >> 6; --word) {
+      // Bit p of `ends` starts as the le bit of offset 64 * (word - 1) + p and ends set where
+      // it and the run - 1 bits below it are all set.
+      __extension__ typedef unsigned __int128 Wide;
+      Wide ends = (static_cast<Wide>(le[word]) << 64) | (word > 0 ? le[word - 1] : 0);
+      for (std::int64_t have = 1; have < run;) {
+        const std::int64_t more = std::min(have, run - have);
+        ends &= ends << more;
+        have += more;
+      }
+      const std::int64_t base = lo + 64 * word;
+      const std::uint64_t rises = gt[word] >> 1 | (base + 63 <= to ? gt[word + 1] << 63 : 0);
+      std::uint64_t found = static_cast<std::uint64_t>(ends >> 64) & rises;
+      if (to - base < 63) found &= (std::uint64_t{2} << (to - base)) - 1;
+      if (from > base) found &= ~std::uint64_t{0} << (from - base);
+      if (found != 0) return base + 63 - std::countl_zero(found);
+    }
+    return -1;
+  }
+
+  // Sum and highest value of the intensities first + 64c .. first + 64c + 63, and the inverse
+  // of the smallest x step into and within them (+inf where x does not strictly ascend).
+  struct Chunk {
+    double sum;
+    double top;
+    double inverseStep;
+  };
+  static constexpr std::int64_t kChunk = 64;
+
+  // Fills the chunks up to c in order; false (and the leap stays off) when a value so far is
+  // negative or NaN, or memory is short.
+  bool Fill(std::int64_t c) {
+    using Pair = double __attribute__((vector_size(16)));
+    const auto load = [](const double* at) {
+      Pair v;
+      std::memcpy(&v, at, sizeof v);
+      return v;
+    };
+    constexpr double kNone = std::numeric_limits<double>::infinity();
+    while (static_cast<std::int64_t>(m_chunks.size()) <= c) {
+      const std::int64_t k = m_first + kChunk * static_cast<std::int64_t>(m_chunks.size());
+      Pair sum[2] = {};
+      Pair high[2] = {};
+      Pair low[2] = {};
+      for (std::int64_t j = 0; j < kChunk; j += 4) {
+        for (int l = 0; l < 2; ++l) {
+          const Pair v = load(m_y + k + j + 2 * l);
+          sum[l] += v;
+          high[l] = v > high[l] ? v : high[l];
+          low[l] = v < low[l] ? v : low[l];
+        }
+      }
+      const Pair total = sum[0] + sum[1];
+      const Pair top = high[0] > high[1] ? high[0] : high[1];
+      const Pair bottom = low[0] < low[1] ? low[0] : low[1];
+      Chunk chunk{total[0] + total[1], std::max(top[0], top[1]), kNone};
+      if (!(std::min(bottom[0], bottom[1]) >= 0.0) || std::isnan(chunk.sum)) {
+        m_on = false;
+        return false;
+      }
+      if (m_method == 1) {
+        // Steps from x[k - 1] (none before the first point); their sum is NaN when one is.
+        Pair step[2] = {{kNone, kNone}, {kNone, kNone}};
+        Pair steps[2] = {};
+        const std::int64_t from = k > m_first ? k : k + 4;
+        for (std::int64_t j = from; j < k + kChunk; j += 4) {
+          for (int l = 0; l < 2; ++l) {
+            const Pair gap = load(m_x + j + 2 * l) - load(m_x + j + 2 * l - 1);
+            step[l] = gap < step[l] ? gap : step[l];
+            steps[l] += gap;
+          }
+        }
+        for (std::int64_t j = k + 1; j < from; ++j) {
+          const double gap = m_x[j] - m_x[j - 1];
+          step[0][0] = gap < step[0][0] ? gap : step[0][0];
+          steps[0][0] += gap;
+        }
+        const Pair least = step[0] < step[1] ? step[0] : step[1];
+        const Pair all = steps[0] + steps[1];
+        const double smallest = std::min(least[0], least[1]);
+        if (smallest > 0.0 && !std::isnan(all[0] + all[1])) chunk.inverseStep = 1.0 / smallest;
+      }
+      try {
+        m_chunks.push_back(chunk);
+      } catch (const std::bad_alloc&) {
+        m_on = false;
+        return false;
+      }
+    }
+    return true;
+  }
+
+  // The last k up to stop such that no peak within [from, k] can reach `largest` (judged on
+  // whole chunks, a wider range), or -1.
+  std::int64_t Reach(std::int64_t from, std::int64_t stop, double largest) {
+    const std::int64_t c0 = (from - m_first) / kChunk;
+    const std::int64_t start = m_first + kChunk * c0;
+    double sum = 0.0;
+    double top = 0.0;
+    double inverseStep = 0.0;
+    std::int64_t reach = -1;
+    for (std::int64_t c = c0; m_first + kChunk * (c + 1) - 1 <= stop; ++c) {
+      if (!Fill(c)) return -1;
+      const Chunk& chunk = m_chunks[static_cast<std::size_t>(c)];
+      const std::int64_t end = m_first + kChunk * (c + 1) - 1;
+      sum += chunk.sum;
+      top = std::max(top, chunk.top);
+      double rounding = 0.0;
+      if (m_method == 1) {
+        // The first chunk's step into it lies outside the range: a smaller step, a wider bound.
+        inverseStep = std::max(inverseStep, chunk.inverseStep);
+        const double magnitude = std::max(std::fabs(m_x[start]), std::fabs(m_x[end]));
+        rounding = 1e-14 * top * (1.0 + magnitude * inverseStep);
+      }
+      const auto points = static_cast<double>(end - start + 1);
+      const double bound =
+          (sum + points * rounding) * (1.0 + 1e-12 + points * 1e-15) * m_scale;
+      if (!(bound * (1.0 + 1e-12) < largest)) return reach;
+      reach = end;
+    }
+    return reach;
+  }
+
+  // Two cursors in the same state (the last resume point aside, which no longer matters).
+  static bool SameState(const Scan::Cursor& a, const Scan::Cursor& b) {
+    return a.i == b.i && SameBits(a.prevMean, b.prevMean) && SameBits(a.mean, b.mean) &&
+           a.rising == b.rising && (!a.rising || a.riseStart == b.riseStart) &&
+           a.valley == b.valley;
+  }
+
+  // Runs the two states the run ending at z may leave (A and B above) until they meet,
+  // before step `reach`; true with the state they meet in.
+  bool Merge(Scan& scan, const Scan::Cursor& c, std::int64_t z, std::int64_t reach, double mz,
+             Scan::Cursor& merged) const {
+    std::int64_t r = z;
+    for (std::int64_t k = z + 1; k <= std::min(z + m_w, m_last); ++k) {
+      if (m_y[k] < m_y[r]) r = k;
+    }
+    Scan::Cursor a{z + 1, mz, mz, false, 0, z, c.lastResume, c.lastResumeMean};
+    if (r == z) {
+      merged = a;
+      return true;
+    }
+    Scan::Cursor b{r, mz, mz, false, 0, r, r, mz};
+    constexpr auto never = [](std::int64_t, std::int64_t) { return false; };
+    constexpr auto none = [](std::int64_t, std::int64_t, std::int64_t, double) {};
+    while (a.i <= reach && b.i <= reach) {
+      if (SameState(a, b)) {
+        merged = a;
+        return true;
+      }
+      Scan::Cursor& behind = b.i < a.i ? b : a;
+      const std::int64_t until = a.i == b.i ? a.i + 1 : std::max(a.i, b.i);
+      scan.Continue(m_first, m_last, until, behind, never, none);
+    }
+    return false;
+  }
+
+  const double* m_x;
+  const double* m_y;
+  std::int64_t m_first;
+  std::int64_t m_last;
+  std::int64_t m_w;
+  int m_method;
+  double m_scale;
+  // y and x summed by chunks in order from `first`; the leap stays off from the first chunk
+  // with a negative or NaN intensity on, since the lemma reads the whole past.
+  std::vector<Chunk> m_chunks;
+  bool m_on;
+};
+
 // Runs `a` and `b`, two scans of the same filter over first..last, step by step together
 // over means computed a block at a time into a buffer that stays in cache, instead of over
 // an array of all means: that array is 8 bytes a point, written once and read from memory
@@ -726,11 +975,11 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 // with the same bits. With `xFinite`, x[first..last] is tested block by block along the
 // way, where the test costs next to nothing beside the means. False when the buffer cannot
 // be had (nothing ran then).
-template <class WorthA, class AcceptA, class AcceptB>
+template <class WorthA, class AcceptA, class AcceptB, class LeapA>
 bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, double>& b,
                  const double* x, const double* y, int kind, int width, std::int64_t first,
                  std::int64_t last, WorthA&& worthA, AcceptA&& acceptA, AcceptB&& acceptB,
-                 bool* xFinite) {
+                 LeapA&& leapA, bool* xFinite) {
   const auto testX = [&](std::int64_t from, std::int64_t to) {
     if (xFinite != nullptr) {
       *xFinite = numeric_detail::AllFinite(x + from, static_cast<std::size_t>(to - from)) &&
@@ -741,6 +990,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
   constexpr std::int64_t kBlock = 4096;      // means computed at a time
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
   constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
+  constexpr std::int64_t kStride = 256;      // steps the trial scans between tries to leap
   static_assert(kBlock % 64 == 0 && kKept % 64 == 0, "the step bits move a word at a time");
   constexpr std::int64_t kWords = kCapacity / 64;
   const std::unique_ptr<double[]> buffer(new (std::nothrow) double[kCapacity]);
@@ -784,7 +1034,12 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
     const std::int64_t pause = hi < end ? hi - kLead : last + 1;
     a.UseMeans(buffer.get(), lo, hi, le, gt, movedA);
     b.UseMeans(buffer.get(), lo, hi, le, gt, movedB);
-    a.Continue(first, last, pause, cursorA, worthA, acceptA);
+    // The trial may leap ahead (TrialLeap); it tries again every kStride steps it scans.
+    while (cursorA.i < pause && cursorA.i <= last) {
+      const bool leaps = leapA(cursorA, pause, buffer.get(), le, gt, lo, hi);
+      a.Continue(first, last, leaps ? std::min(pause, cursorA.i + kStride) : pause, cursorA,
+                 worthA, acceptA);
+    }
     b.Continue(first, last, pause, cursorB, kAlwaysWorth, acceptB);
   }
   testX(hi, last + 1);
@@ -833,6 +1088,7 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
   ScanRequest open = *beside;
   open.minArea = -std::numeric_limits<double>::infinity();
   MovingMeanScan<double, double> other(x, y, n, open);
+  TrialLeap leap(x, y, first, last, trial);
   bool recorded = false;
   bool ran = false;
   try {
@@ -844,6 +1100,11 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
         scan, other, x, y, kind, trial.filterWidth, first, last, worth, accept,
         [&peaks](std::int64_t apex, std::int64_t left, std::int64_t right, double area) {
           peaks.push_back({apex, left, right, area});
+        },
+        [&](MovingMeanScan<double, double>::Cursor& cursor, std::int64_t end, const double* means,
+            const std::uint64_t* le, const std::uint64_t* gt, std::int64_t lo, std::int64_t hi) {
+          return summary.found > 0 &&
+                 leap.Leap(scan, cursor, end, summary.largestArea, means, le, gt, lo, hi);
         },
         testX ? &xFinite : nullptr);
     summary.xFinite = ran && xFinite && first == 0 && last == static_cast<std::int64_t>(n) - 1;

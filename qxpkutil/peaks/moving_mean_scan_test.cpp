@@ -1,10 +1,17 @@
 // What the scan finds, and how each setting moves it, is pinned bit for bit by the
-// reference comparison in settings/detection_reference_test.cpp; here, the input it refuses.
+// reference comparison in settings/detection_reference_test.cpp; here, the input it refuses,
+// and the trial search's leaps, which that comparison meets too rarely.
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
+#include <cstdint>
 #include <limits>
+#include <random>
+#include <vector>
 
 #include "qxpkutil/peaks/QXPeakTable.h"
+#include "qxpkutil/peaks/scan_internal.h"
 #include "testing/QXTestSignals.h"
 
 namespace qxpkutil {
@@ -55,6 +62,74 @@ TEST(MovingMeanScan, HostileInputFailsCleanly) {
     QXPeakTable u;
     EXPECT_GE(Scan(u, bad, {.filterType = filterType, .massProcessing = 1}), 0);
   }
+}
+
+// A trial search run beside the real one leaps over stretches whose peaks cannot beat its
+// largest area so far; alone, it scans every step. Both must find the same largest area, on
+// signals made to trip a wrong leap: long falls and flat or zero runs (where the scan's state
+// is taken to be known), small integers full of ties, and peaks whose areas come close to
+// the largest found before them, so that the bound only just lets a stretch go.
+TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
+  std::mt19937_64 rng(16);
+  int leapable = 0;
+  for (int round = 0; round < 400; ++round) {
+    const auto pick = [&](int lo, int hi) {
+      return std::uniform_int_distribution<int>(lo, hi)(rng);
+    };
+    const auto n = static_cast<std::uint32_t>(pick(2000, 24000));
+    std::vector<double> x(n);
+    std::vector<double> y(n);
+    double at = 100.0;
+    const bool descending = round % 23 == 22;  // no leap: the line baseline needs ascending x
+    for (std::uint32_t i = 0; i < n; ++i) {
+      at += descending ? -0.01 : 0.005 + 0.01 * (pick(0, 3) == 0);
+      x[i] = at;
+    }
+    const int kind = round % 4;
+    double level = 0.0;
+    for (std::uint32_t i = 0; i < n; ++i) {
+      if (pick(0, 60) == 0) level = pick(0, 3) * 2.0;
+      switch (kind) {
+        case 0: y[i] = pick(0, 3); break;                              // ties everywhere
+        case 1: y[i] = level + pick(0, 1); break;                       // plateaus
+        case 2: y[i] = pick(0, 4) == 0 ? 0.0 : level + pick(0, 999) * 0.01; break;  // zero runs
+        default: y[i] = 20.0 + pick(-400, 400) * 0.01; break;           // noise
+      }
+    }
+    // Peaks of slowly growing heights: the largest area so far keeps rising, and each new
+    // peak's stretch sums close to it.
+    double height = pick(20, 200);
+    for (int p = pick(2, 40); p > 0; --p) {
+      const std::int64_t centre = pick(0, static_cast<int>(n) - 1);
+      const double width = pick(2, 25);
+      height *= 0.9 + pick(0, 40) * 0.01;
+      for (std::int64_t k = std::max<std::int64_t>(0, centre - 5 * width);
+           k < std::min<std::int64_t>(n, centre + 5 * width); ++k) {
+        const double u = static_cast<double>(k - centre) / width;
+        y[static_cast<std::size_t>(k)] += std::floor(height * std::exp(-0.5 * u * u));
+      }
+    }
+    if (round % 29 == 28) y[static_cast<std::size_t>(pick(0, static_cast<int>(n) - 1))] = -1.0;
+    const int width = pick(3, 22);
+    const peaks_detail::ScanRequest trial{
+        pick(0, 9) == 0 ? 0.25 : 1.0, round % 31 == 30 ? 0.5 : 0.0, pick(0, 1), width, 1, 0.0,
+        pick(0, 3) == 0 ? pick(width, 80) : 10000, 0.0, pick(0, 3) == 0 ? 0 : 1, 0.0, 0.0};
+    peaks_detail::ScanRequest beside = trial;
+    beside.threshold = 30.0;
+    beside.filterInc = pick(1, 2);
+    leapable += kind == 3 && !descending;
+
+    const peaks_detail::SharedWindowMeans shared(y.data(), n);
+    const peaks_detail::ScanSummary alone =
+        peaks_detail::SummariseScan(x.data(), y.data(), n, trial, nullptr);
+    const peaks_detail::ScanSummary leaping =
+        peaks_detail::SummariseScan(x.data(), y.data(), n, trial, &beside);
+    ASSERT_EQ(std::bit_cast<std::uint64_t>(alone.largestArea),
+              std::bit_cast<std::uint64_t>(leaping.largestArea))
+        << "round " << round << ": " << alone.largestArea << " against " << leaping.largestArea;
+    ASSERT_EQ(alone.found > 0, leaping.found > 0) << "round " << round;
+  }
+  EXPECT_GT(leapable, 50);
 }
 
 }  // namespace
