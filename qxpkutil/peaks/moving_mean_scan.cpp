@@ -744,8 +744,9 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 // never resumed at before (the scan would be past the run), so it jumps. Which of A and B
 // happens depends on the past, but both are known from the data: scans started in both
 // merge within a few steps where the data allow (when r = z they are one state at once).
-// From the merged state on the scan is the full scan's; the last resume point it carries is
-// behind every later candidate's right bound, so it never matters again.
+// From the merged state on the scan is the full scan's: the two may still carry different
+// last resume points, so they count as met only once both lie behind every right bound to
+// come (SameState).
 //
 // The bound. A candidate met between a cursor and the merged state lies within [valley, merge
 // step], since the valley only moves forward and every right bound is a step the scan goes
@@ -919,11 +920,14 @@ class TrialLeap {
     return reach;
   }
 
-  // Two cursors in the same state (the last resume point aside, which no longer matters).
+  // Two cursors in the same state. Their last resume points may differ only where no later
+  // candidate can meet them: every right bound to come lies at or after the open rise's start
+  // (or the next step, outside a rise), and the next candidate overwrites both alike.
   static bool SameState(const Scan::Cursor& a, const Scan::Cursor& b) {
+    const std::int64_t nextRight = a.rising ? a.riseStart : a.i;
     return a.i == b.i && SameBits(a.prevMean, b.prevMean) && SameBits(a.mean, b.mean) &&
            a.rising == b.rising && (!a.rising || a.riseStart == b.riseStart) &&
-           a.valley == b.valley;
+           a.valley == b.valley && std::max(a.lastResume, b.lastResume) < nextRight;
   }
 
   // Runs the two states the run ending at z may leave (A and B above) until they meet,
