@@ -722,31 +722,62 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 // Lets a trial scan (one that only needs its largest area) leap over stretches whose peaks
 // cannot beat the largest area found so far, landing in the very state a full scan reaches.
 //
-// Where it holds. The scan steps by 1, its noise threshold is at most 0 (the bounds walk to
-// the next rise of the mean), its intensity threshold is at most 0 and no intensity so far is
-// negative, so every rising mean starts a rise: a rise open at step i started at i - 1, a
-// candidate's bound walk starts at or after its closing step, and the scan never moves back.
-// W is the filter width; a step "rises" when its mean exceeds the one before.
+// Where it holds. The scan steps by 1, its intensity threshold is at most 0 and no intensity
+// so far is negative, so every rising mean starts a rise: a rise open at step i started at
+// i - 1, and a candidate closing at step c has its apex between c - 1 and c + W - 1. W is the
+// filter width, m[k] the mean of the window starting at k; a step "rises" when its mean
+// exceeds the one before. Each resume point lies at or after its candidate's apex, so the
+// scan never goes back behind the last one.
 //
-// The lemma. Let the steps a..z not rise (a run of at least 3W such steps, a - 1 and z + 1
-// rising, z + W + 1 <= last) and r the lowest of y[z .. z + W] (the first of equals). The scan
-// then leaves the run in one of two states: A, it takes step z as a fall outside a rise (at
-// step z + 1: previous mean m[z], no rise, valley z); B, it resumes at r after a candidate
-// (at step r: previous mean m[z], no rise, valley r). Proof: a candidate closing at step
-// i <= a - 1 has its apex at most i + W - 1 and its right walk starting at most a + W - 1;
-// if that start is before a - 1 the walk stops at the rise a - 1 or earlier and the scan
-// resumes at most a + 2W - 2 (< z), otherwise it walks down the whole run, stops at the
-// rise z + 1 with mean m[z], takes base z (past the apex) and resumes at r: state B. Entering
-// the run outside a rise (at a, or resumed at most a + 2W - 2) the scan either falls through
-// it to state A, or rises once and closes a candidate at some step up to a + 2W - 1, whose
-// walk starts between a and its apex + 1 <= a + 3W - 1 <= z and so again ends in B; entering
-// it inside a rise closes a candidate at a, the same. Such a candidate's resume point r was
-// never resumed at before (the scan would be past the run), so it jumps. Which of A and B
-// happens depends on the past, but both are known from the data: scans started in both
-// merge within a few steps where the data allow (when r = z they are one state at once).
-// From the merged state on the scan is the full scan's: the two may still carry different
-// last resume points, so they count as met only once both lie behind every right bound to
-// come (SameState).
+// The lemma without a noise threshold (t <= 0: the bounds walk to the next rise of the mean;
+// the scan never moves back). Let the steps a..z not rise (a run of at least 3W such steps,
+// a - 1 and z + 1 rising, z + W + 1 <= last) and r the lowest of y[z .. z + W] (the first of
+// equals). The scan then leaves the run in one of two states: A, it takes step z as a fall
+// outside a rise (at step z + 1: previous mean m[z], no rise, valley z); B, it resumes at r
+// after a candidate (at step r: previous mean m[z], no rise, valley r). Proof: a candidate
+// closing at step i <= a - 1 has its apex at most i + W - 1 and its right walk starting at
+// most a + W - 1; if that start is before a - 1 the walk stops at the rise a - 1 or earlier
+// and the scan resumes at most a + 2W - 2 (< z), otherwise it walks down the whole run, stops
+// at the rise z + 1 with mean m[z], takes base z (past the apex) and resumes at r: state B.
+// Entering the run outside a rise (at a, or resumed at most a + 2W - 2) the scan either falls
+// through it to state A, or rises once and closes a candidate at some step up to a + 2W - 1,
+// whose walk starts between a and its apex + 1 <= a + 3W - 1 <= z and so again ends in B;
+// entering it inside a rise closes a candidate at a, the same. Such a candidate's resume
+// point r was never resumed at before (the scan would be past the run), so it jumps.
+//
+// The lemma with a noise threshold t > 0 and W >= 2. The right walk then goes on to the next
+// rise and takes r as above, but walks back from r - 1 towards the apex and stops at the
+// first step j whose mean moved by at least t from the one after it (m[r - 1] is compared
+// with the walk's last mean), or at the apex; the scan resumes at j + W/2 with mean m[j]
+// (rounding W/2 down), so it can move back. Let the steps a..z not rise (at least 4W of them,
+// a - 1 and z + 1 rising, z + 2W <= last), r as above, and J the first step where the walk
+// back from r - 1 stops among r - 1 down to z - W/2 + 1, if any. The scan leaves the run (its
+// first state past z) in A, or, when J exists, in B': at step J + W/2, previous mean m[J], no
+// rise, valley and last resume point J + W/2 with mean m[J]. Proof: call a step the scan takes
+// with a previous mean other than its neighbour's an entry (a resume point, or the step after
+// a candidate that did not jump). In the run a step rises only at an entry, and the rise
+// closes at the next step. (i) A candidate whose walk stops before the run starts it at most
+// a - 2, so it closed at c <= a - 2 with apex <= a + W - 3; its r <= a + 2W - 3, its entry at
+// most a + 2W - 3 + W/2. (ii) A candidate whose walk reaches the run walks to the rise z + 1
+// and takes base z and r, provided its apex is at most z - W/2. Then if J exists the walk
+// back stops at J, past the apex, and the scan jumps to J + W/2 > z: B' (it was never there
+// before, so it jumps). Otherwise it stops at some j between the apex and z - W/2 and resumes
+// at j + W/2 <= z: when j >= a - 1 the means from j to z do not rise, so the scan falls from
+// there through z to A; when j < a - 1 that entry is below a + W/2 - 1. A candidate that does
+// not jump has its right bound at the last resume point, which lies before its closing step
+// c, and at or after its apex >= c - 1, so it rose at that point and its right bound is c - 1;
+// in case (ii) the right bound is at least apex + W/2 >= c, so only candidates of (i), closing
+// before a - 1, fail to jump. So every entry in the run before the fall to A lies at most
+// a + 2W - 3 + W/2, every candidate closing in the run closes at most a + 2W - 2 + W/2 with
+// apex <= a + 3W - 3 + W/2 <= z - W/2, and the proviso of (ii) always holds. Past z the scan
+// never comes back: its rises start past z. A carries some last resume point at most z,
+// behind every right bound to come, so it never matters.
+//
+// In both cases which of the two states happens depends on the past, but both are known from
+// the data: scans started in both merge within a few steps where the data allow (when r = z,
+// or without J, they are one state at once). From the merged state on the scan is the full
+// scan's: the two may still carry different last resume points, so they count as met only
+// once both lie behind every right bound to come (SameState).
 //
 // The bound. A candidate met between a cursor and the merged state lies within [valley, merge
 // step], since the valley only moves forward and every right bound is a step the scan goes
@@ -758,14 +789,19 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 class TrialLeap {
  public:
   using Scan = MovingMeanScan<double, double>;
+  friend std::int64_t peaks_detail::WrongRunExits(const double*, const double*,
+                                                      std::uint32_t,
+                                                      const peaks_detail::ScanRequest&,
+                                                      std::int64_t&);
 
   TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
             const peaks_detail::ScanRequest& s)
       : m_x(x), m_y(y), m_first(first), m_last(last), m_w(s.filterWidth),
-        m_method(s.integrationMethod), m_scale(s.areaScale),
+        m_method(s.integrationMethod), m_scale(s.areaScale), m_noise(s.noiseThreshold),
+        m_run((s.noiseThreshold > 0.0 ? 4 : 3) * static_cast<std::int64_t>(s.filterWidth)),
         m_on(s.filterInc == 1 && (s.filterType == 0 || s.filterType == 1) &&
-             s.noiseThreshold <= 0.0 && s.threshold <= 0.0 && s.areaScale > 0.0 &&
-             3 * static_cast<std::int64_t>(s.filterWidth) <= 64) {}
+             (s.noiseThreshold <= 0.0 || (s.noiseThreshold > 0.0 && s.filterWidth >= 2)) &&
+             s.threshold <= 0.0 && s.areaScale > 0.0 && m_run <= 64) {}
 
   // Moves `c` (the trial's cursor, over the means[k - lo] for starts lo..hi-1 and their step
   // bits le and gt, as MarkSteps left them) to a later state of the full scan when every
@@ -779,24 +815,25 @@ class TrialLeap {
     const std::int64_t room = 4 * w + 64;  // for the merge, beyond the run's end
     const std::int64_t stop = std::min({end, hi, m_last - w - 1}) - 1;
     const std::int64_t from = std::max(c.valley, m_first);
-    if (stop - c.i < room + 3 * w) return true;
+    if (stop - c.i < room + m_run) return true;
     const std::int64_t reach = Reach(from, stop, largest);
     if (reach < 0) return m_on;
     // The last run end at least `room` before the reach, and the merge.
-    const std::int64_t lowest = std::max({c.i, lo + 3 * w + 1, m_first + 3 * w + 2});
+    const std::int64_t lowest = std::max({c.i, lo + m_run + 1, m_first + m_run + 2});
     const std::int64_t z = LastRunEnd(le, gt, lo, lowest, reach - room);
     Scan::Cursor merged{};
-    if (z >= 0 && Merge(scan, c, z, reach, means[z - lo], merged)) c = merged;
+    if (z >= 0 && Merge(scan, c, z, reach, means - lo, merged)) c = merged;
     return true;
   }
 
  private:
-  // The last z in from..to (from - lo > 3W) that ends a run of 3W steps that do not rise, with
-  // z + 1 rising, from the step bits le and gt of the means from lo on; -1 when none.
+  // The last z in from..to (from - lo > m_run) that ends a run of m_run steps that do not
+  // rise, with z + 1 rising, from the step bits le and gt of the means from lo on; -1 when
+  // none.
   std::int64_t LastRunEnd(const std::uint64_t* le, const std::uint64_t* gt, std::int64_t lo,
                           std::int64_t from, std::int64_t to) const {
     if (to < from) return -1;
-    const std::int64_t run = 3 * m_w;
+    const std::int64_t run = m_run;
     for (std::int64_t word = (to - lo) >> 6; word >= (from - lo) >> 6; --word) {
       // Bit p of `ends` starts as the le bit of offset 64 * (word - 1) + p and ends set where
       // it and the run - 1 bits below it are all set.
@@ -930,20 +967,49 @@ class TrialLeap {
            a.valley == b.valley && std::max(a.lastResume, b.lastResume) < nextRight;
   }
 
-  // Runs the two states the run ending at z may leave (A and B above) until they meet,
-  // before step `reach`; true with the state they meet in.
-  bool Merge(Scan& scan, const Scan::Cursor& c, std::int64_t z, std::int64_t reach, double mz,
-             Scan::Cursor& merged) const {
+  // The first step of the walk back from r - 1 (towards z - W/2 + 1) at which the right bound
+  // finder with the noise threshold stops, as in the lemma with t > 0; -1 when it walks on.
+  std::int64_t WalkBackStop(const double* m, std::int64_t z, std::int64_t r) const {
+    double after = m[z];
+    for (std::int64_t j = r - 1; j >= z - m_w / 2 + 1; --j) {
+      if (std::fabs(after - m[j]) >= m_noise && after != m[j]) return j;
+      after = m[j];
+    }
+    return -1;
+  }
+
+  // The states the scan may leave the run ending at z in (A, and B or with a noise threshold
+  // B' above), A taking its last resume point from `c`; false when A is the only one. m[k] is
+  // the mean of the window starting at k.
+  bool Exits(const Scan::Cursor& c, std::int64_t z, const double* m, Scan::Cursor& a,
+             Scan::Cursor& b) const {
     std::int64_t r = z;
     for (std::int64_t k = z + 1; k <= std::min(z + m_w, m_last); ++k) {
       if (m_y[k] < m_y[r]) r = k;
     }
-    Scan::Cursor a{z + 1, mz, mz, false, 0, z, c.lastResume, c.lastResumeMean};
-    if (r == z) {
+    a = {z + 1, m[z], m[z], false, 0, z, c.lastResume, c.lastResumeMean};
+    // Where B (B') resumes, and the mean it carries; z when there is no such state.
+    std::int64_t resume = r;
+    double carried = m[z];
+    if (m_noise > 0.0) {
+      const std::int64_t j = WalkBackStop(m, z, r);
+      resume = j < 0 ? z : j + m_w / 2;
+      if (j >= 0) carried = m[j];
+    }
+    b = {resume, carried, carried, false, 0, resume, resume, carried};
+    return resume != z;
+  }
+
+  // Runs the states the run ending at z may leave (Exits) until they meet, before step
+  // `reach`; true with the state they meet in.
+  bool Merge(Scan& scan, const Scan::Cursor& c, std::int64_t z, std::int64_t reach,
+             const double* m, Scan::Cursor& merged) const {
+    Scan::Cursor a{};
+    Scan::Cursor b{};
+    if (!Exits(c, z, m, a, b)) {
       merged = a;
       return true;
     }
-    Scan::Cursor b{r, mz, mz, false, 0, r, r, mz};
     constexpr auto never = [](std::int64_t, std::int64_t) { return false; };
     constexpr auto none = [](std::int64_t, std::int64_t, std::int64_t, double) {};
     while (a.i <= reach && b.i <= reach) {
@@ -965,6 +1031,8 @@ class TrialLeap {
   std::int64_t m_w;
   int m_method;
   double m_scale;
+  double m_noise;
+  std::int64_t m_run;  // the run of steps that do not rise that the lemma needs
   // y and x summed by chunks in order from `first`; the leap stays off from the first chunk
   // with a negative or NaN intensity on, since the lemma reads the whole past.
   std::vector<Chunk> m_chunks;
@@ -1121,6 +1189,58 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
     scan.Run(first, last, worth, accept);
   }
   return summary;
+}
+
+std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::uint32_t n,
+                                             const ScanRequest& trial, std::int64_t& checked) {
+  checked = 0;
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  ScanRange(x, n, trial.startX, trial.endX, first, last);
+  TrialLeap leap(x, y, first, last, trial);
+  if (!ScanCanRun(first, last, n, trial) || !leap.m_on) return 0;
+  using Scan = MovingMeanScan<double, double>;
+  // All means and their step bits at once, the bit of step k at offset k - first.
+  const std::int64_t end = last - trial.filterWidth + 1;
+  std::vector<double> means(static_cast<std::size_t>(end - first));
+  ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
+  std::vector<std::uint64_t> le(means.size() / 64 + 2);
+  std::vector<std::uint64_t> gt(le.size());
+  for (std::int64_t k = 1; k < end - first; ++k) {
+    MarkStep(means.data(), k, le[static_cast<std::size_t>(k / 64)],
+             gt[static_cast<std::size_t>(k / 64)]);
+  }
+  // Without means of its own the scan takes one step at a time and stops exactly at each
+  // pause (its loop over flat steps may take the step at a pause).
+  Scan scan(x, y, n, trial);
+  constexpr auto none = [](std::int64_t, std::int64_t, std::int64_t, double) {};
+  // The same state, with the same last resume point or one that can no longer matter.
+  const auto same = [](const Scan::Cursor& u, const Scan::Cursor& v) {
+    Scan::Cursor core[2] = {u, v};
+    for (Scan::Cursor& k : core) k.lastResume = -1;
+    return TrialLeap::SameState(core[0], core[1]) &&
+           (TrialLeap::SameState(u, v) ||
+            (u.lastResume == v.lastResume && SameBits(u.lastResumeMean, v.lastResumeMean)));
+  };
+  // The run ends, in order; at each, the full scan's first state past it is one of Exits.
+  std::vector<std::int64_t> ends;
+  const std::int64_t lowest = first + leap.m_run + 2;
+  for (std::int64_t z = last - 2 * trial.filterWidth;
+       (z = leap.LastRunEnd(le.data(), gt.data(), first, lowest, z)) >= 0; --z) {
+    ends.push_back(z);
+  }
+  std::int64_t wrong = 0;
+  const double* m = means.data() - first;
+  Scan::Cursor full{first};
+  for (auto z = ends.rbegin(); z != ends.rend(); ++z) {
+    scan.Continue(first, last, *z + 1, full, kAlwaysWorth, none);
+    Scan::Cursor a{};
+    Scan::Cursor b{};
+    const bool two = leap.Exits(Scan::Cursor{first}, *z, m, a, b);
+    wrong += !same(a, full) && !(two && same(b, full));
+  }
+  checked = static_cast<std::int64_t>(ends.size());
+  return wrong;
 }
 
 std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n,

@@ -70,4 +70,11 @@ ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
                           const ScanRequest& trial, const ScanRequest* beside,
                           bool testX = false);
 
+// For tests of the trial's leaps: at every run end where a leap of the trial scan `trial` could
+// land (its intensities not negative), whether the full scan's first state past it is one of
+// the states the leap starts from. Returns the number of run ends where it is not, and sets
+// `checked` to the number checked.
+std::int64_t WrongRunExits(const double* x, const double* y, std::uint32_t n,
+                               const ScanRequest& trial, std::int64_t& checked);
+
 }  // namespace qxpkutil::peaks_detail
