@@ -719,6 +719,86 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
   }
 }
 
+using Pair = double __attribute__((vector_size(16)));
+
+// What TrialLeap reads of the 64 points from k: the sum, highest and lowest of y, and with
+// `steps` the smallest and the sum of the x steps from x[j - 1] for j from `from` on (the
+// sum is NaN when a step is; `from` is k or k + 4, the steps between skipped one at a time).
+// V holds 2 or 4 doubles; lane l of the four-point groups takes points j with j % 4 = l in
+// either, and the lanes are summed in one order, so both give the same bits.
+struct ChunkLook {
+  double sum, top, bottom, smallestStep, stepSum;
+};
+
+template <class V>
+[[gnu::always_inline]] inline ChunkLook LookAtChunk(const double* y, const double* x,
+                                                    std::int64_t k, std::int64_t from,
+                                                    bool steps) {
+  constexpr int kLanes = sizeof(V) / sizeof(double);
+  constexpr int kVectors = 4 / kLanes;
+  constexpr double kNone = std::numeric_limits<double>::infinity();
+  // The four lanes as two pairs, lanes 0 and 1 then 2 and 3.
+  const auto halves = [](const V* v, int h) -> Pair {
+    if constexpr (kVectors == 2) {
+      return Pair{v[h][0], v[h][1]};
+    } else {
+      return Pair{v[0][2 * h], v[0][2 * h + 1]};
+    }
+  };
+  V sum[kVectors] = {};
+  V high[kVectors] = {};
+  V low[kVectors] = {};
+  for (std::int64_t j = 0; j < 64; j += 4) {
+    for (int l = 0; l < kVectors; ++l) {
+      V v;
+      std::memcpy(&v, y + k + j + kLanes * l, sizeof v);
+      sum[l] += v;
+      high[l] = v > high[l] ? v : high[l];
+      low[l] = v < low[l] ? v : low[l];
+    }
+  }
+  const Pair total = halves(sum, 0) + halves(sum, 1);
+  const Pair top = halves(high, 0) > halves(high, 1) ? halves(high, 0) : halves(high, 1);
+  const Pair bottom = halves(low, 0) < halves(low, 1) ? halves(low, 0) : halves(low, 1);
+  ChunkLook look{total[0] + total[1], std::max(top[0], top[1]), std::min(bottom[0], bottom[1]),
+                 kNone, 0.0};
+  if (steps) {
+    V step[kVectors];
+    V stepSum[kVectors] = {};
+    for (V& v : step) v = V{} + kNone;
+    for (std::int64_t j = from; j < k + 64; j += 4) {
+      for (int l = 0; l < kVectors; ++l) {
+        V at;
+        V before;
+        std::memcpy(&at, x + j + kLanes * l, sizeof at);
+        std::memcpy(&before, x + j + kLanes * l - 1, sizeof before);
+        const V gap = at - before;
+        step[l] = gap < step[l] ? gap : step[l];
+        stepSum[l] += gap;
+      }
+    }
+    for (std::int64_t j = k + 1; j < from; ++j) {
+      const double gap = x[j] - x[j - 1];
+      step[0][0] = gap < step[0][0] ? gap : step[0][0];
+      stepSum[0][0] += gap;
+    }
+    const Pair least = halves(step, 0) < halves(step, 1) ? halves(step, 0) : halves(step, 1);
+    const Pair all = halves(stepSum, 0) + halves(stepSum, 1);
+    look.smallestStep = std::min(least[0], least[1]);
+    look.stepSum = all[0] + all[1];
+  }
+  return look;
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// LookAtChunk four lanes at a time.
+[[gnu::target("avx")]] ChunkLook LookAtChunkAvx(const double* y, const double* x, std::int64_t k,
+                                                std::int64_t from, bool steps) {
+  using Quad = double __attribute__((vector_size(32)));
+  return LookAtChunk<Quad>(y, x, k, from, steps);
+}
+#endif
+
 // Lets a trial scan (one that only needs its largest area) leap over stretches whose peaks
 // cannot beat the largest area found so far, landing in the very state a full scan reaches.
 //
@@ -866,55 +946,27 @@ class TrialLeap {
   // Fills the chunks up to c in order; false (and the leap stays off) when a value so far is
   // negative or NaN, or memory is short.
   bool Fill(std::int64_t c) {
-    using Pair = double __attribute__((vector_size(16)));
-    const auto load = [](const double* at) {
-      Pair v;
-      std::memcpy(&v, at, sizeof v);
-      return v;
-    };
+#if defined(__x86_64__) && defined(__GNUC__)
+    static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+#endif
     constexpr double kNone = std::numeric_limits<double>::infinity();
     while (static_cast<std::int64_t>(m_chunks.size()) <= c) {
       const std::int64_t k = m_first + kChunk * static_cast<std::int64_t>(m_chunks.size());
-      Pair sum[2] = {};
-      Pair high[2] = {};
-      Pair low[2] = {};
-      for (std::int64_t j = 0; j < kChunk; j += 4) {
-        for (int l = 0; l < 2; ++l) {
-          const Pair v = load(m_y + k + j + 2 * l);
-          sum[l] += v;
-          high[l] = v > high[l] ? v : high[l];
-          low[l] = v < low[l] ? v : low[l];
-        }
-      }
-      const Pair total = sum[0] + sum[1];
-      const Pair top = high[0] > high[1] ? high[0] : high[1];
-      const Pair bottom = low[0] < low[1] ? low[0] : low[1];
-      Chunk chunk{total[0] + total[1], std::max(top[0], top[1]), kNone};
-      if (!(std::min(bottom[0], bottom[1]) >= 0.0) || std::isnan(chunk.sum)) {
+      const std::int64_t from = k > m_first ? k : k + 4;  // no step into the first point
+      const bool steps = m_method == 1;
+#if defined(__x86_64__) && defined(__GNUC__)
+      const ChunkLook look = hasAvx ? LookAtChunkAvx(m_y, m_x, k, from, steps)
+                                    : LookAtChunk<Pair>(m_y, m_x, k, from, steps);
+#else
+      const ChunkLook look = LookAtChunk<Pair>(m_y, m_x, k, from, steps);
+#endif
+      if (!(look.bottom >= 0.0) || std::isnan(look.sum)) {
         m_on = false;
         return false;
       }
-      if (m_method == 1) {
-        // Steps from x[k - 1] (none before the first point); their sum is NaN when one is.
-        Pair step[2] = {{kNone, kNone}, {kNone, kNone}};
-        Pair steps[2] = {};
-        const std::int64_t from = k > m_first ? k : k + 4;
-        for (std::int64_t j = from; j < k + kChunk; j += 4) {
-          for (int l = 0; l < 2; ++l) {
-            const Pair gap = load(m_x + j + 2 * l) - load(m_x + j + 2 * l - 1);
-            step[l] = gap < step[l] ? gap : step[l];
-            steps[l] += gap;
-          }
-        }
-        for (std::int64_t j = k + 1; j < from; ++j) {
-          const double gap = m_x[j] - m_x[j - 1];
-          step[0][0] = gap < step[0][0] ? gap : step[0][0];
-          steps[0][0] += gap;
-        }
-        const Pair least = step[0] < step[1] ? step[0] : step[1];
-        const Pair all = steps[0] + steps[1];
-        const double smallest = std::min(least[0], least[1]);
-        if (smallest > 0.0 && !std::isnan(all[0] + all[1])) chunk.inverseStep = 1.0 / smallest;
+      Chunk chunk{look.sum, look.top, kNone};
+      if (steps && look.smallestStep > 0.0 && !std::isnan(look.stepSum)) {
+        chunk.inverseStep = 1.0 / look.smallestStep;
       }
       try {
         m_chunks.push_back(chunk);
