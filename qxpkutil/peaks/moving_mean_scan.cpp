@@ -88,6 +88,12 @@ void MarkStep(const double* means, std::int64_t k, std::uint64_t& le, std::uint6
   gt |= static_cast<std::uint64_t>(means[k] > means[k - 1]) << (k & 63);
 }
 
+// MarkStep for k = 1..count-1, one at a time, into words that start clear.
+void MarkStepsOneByOne(const double* means, std::int64_t count, std::uint64_t* le,
+                       std::uint64_t* gt) {
+  for (std::int64_t k = 1; k < count; ++k) MarkStep(means, k, le[k / 64], gt[k / 64]);
+}
+
 #if defined(__x86_64__) && defined(__GNUC__)
 // MarkStep for the 64 steps k..k+63, four at a time.
 [[gnu::target("avx")]] void MarkWord(const double* means, std::int64_t k, std::uint64_t& le,
@@ -877,7 +883,7 @@ class TrialLeap {
   TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
             const peaks_detail::ScanRequest& s)
       : m_x(x), m_y(y), m_first(first), m_last(last), m_w(s.filterWidth),
-        m_method(s.integrationMethod), m_scale(s.areaScale), m_noise(s.noiseThreshold),
+        m_kind(s.filterType == 0 ? 0 : 1), m_method(s.integrationMethod), m_scale(s.areaScale), m_noise(s.noiseThreshold),
         m_run((s.noiseThreshold > 0.0 ? 4 : 3) * static_cast<std::int64_t>(s.filterWidth)),
         m_on(s.filterInc == 1 && (s.filterType == 0 || s.filterType == 1) &&
              (s.noiseThreshold <= 0.0 || (s.noiseThreshold > 0.0 && s.filterWidth >= 2)) &&
@@ -904,6 +910,49 @@ class TrialLeap {
     Scan::Cursor merged{};
     if (z >= 0 && Merge(scan, c, z, reach, means - lo, merged)) c = merged;
     return true;
+  }
+
+  // Before the pass: runs the scan over a stretch around the highest intensity, from a state
+  // that the lemma names, and hands its peaks to `accept`, so that the pass can leap with a
+  // large area from its first steps on. It fills every chunk first: a negative or NaN value
+  // anywhere keeps the leaps off.
+  template <class Accept>
+  void Seed(Scan& scan, Accept&& accept) {
+    const std::int64_t chunks = (m_last - m_first + 1) / kChunk;
+    if (!m_on || chunks == 0 || !Fill(chunks - 1)) return;
+    std::size_t highest = 0;
+    for (std::size_t c = 1; c < m_chunks.size(); ++c) {
+      if (m_chunks[c].top > m_chunks[highest].top) highest = c;
+    }
+    const std::int64_t from = m_first + kChunk * static_cast<std::int64_t>(highest);
+    std::int64_t peak = from;
+    for (std::int64_t k = from + 1; k < from + kChunk; ++k) {
+      if (m_y[k] > m_y[peak]) peak = k;
+    }
+    // The means of the stretch, starts lo..hi-1, and their step bits.
+    constexpr std::int64_t kSpan = 2048;
+    const std::int64_t lo = std::max(m_first, peak - kSpan);
+    const std::int64_t hi = std::min(m_last - m_w + 1, peak + kSpan);
+    if (hi - lo < kSpan) return;
+    std::vector<double> means(static_cast<std::size_t>(hi - lo));
+    ComputeMeans(m_y, m_kind, static_cast<int>(m_w), lo, hi, means.data());
+    std::vector<std::uint64_t> le(means.size() / 64 + 2);
+    std::vector<std::uint64_t> gt(le.size());
+    MarkStepsOneByOne(means.data(), hi - lo, le.data(), gt.data());
+    // The last run end before the peak whose states meet before it. The scan reads these
+    // means only here.
+    scan.UseMeans(means.data(), lo, hi);
+    const double* m = means.data() - lo;
+    const std::int64_t lowest = std::max(lo + m_run + 1, m_first + m_run + 2);
+    for (std::int64_t z = peak - 2 * m_w; (z = LastRunEnd(le.data(), gt.data(), lo, lowest, z)) >= 0;
+         --z) {
+      Scan::Cursor start{};
+      if (Merge(scan, Scan::Cursor{m_first}, z, peak - m_w, m, start)) {
+        scan.Continue(m_first, m_last, peak + kSpan / 2, start, kAlwaysWorth, accept);
+        break;
+      }
+    }
+    scan.UseMeans(nullptr, 0, 0);
   }
 
  private:
@@ -1081,6 +1130,7 @@ class TrialLeap {
   std::int64_t m_first;
   std::int64_t m_last;
   std::int64_t m_w;
+  int m_kind;  // of the window means, as ComputeMeans takes it
   int m_method;
   double m_scale;
   double m_noise;
@@ -1216,6 +1266,7 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
   bool recorded = false;
   bool ran = false;
   try {
+    leap.Seed(scan, accept);
     store->kept.push_back({x, *beside, first, last, {}});
     recorded = true;
     std::vector<KeptScan::Peak>& peaks = store->kept.back().peaks;
@@ -1258,10 +1309,7 @@ std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::
   ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
   std::vector<std::uint64_t> le(means.size() / 64 + 2);
   std::vector<std::uint64_t> gt(le.size());
-  for (std::int64_t k = 1; k < end - first; ++k) {
-    MarkStep(means.data(), k, le[static_cast<std::size_t>(k / 64)],
-             gt[static_cast<std::size_t>(k / 64)]);
-  }
+  MarkStepsOneByOne(means.data(), end - first, le.data(), gt.data());
   // Without means of its own the scan takes one step at a time and stops exactly at each
   // pause (its loop over flat steps may take the step at a pause).
   Scan scan(x, y, n, trial);

@@ -47,8 +47,9 @@ struct ScanRequest {
 
 // What a search without finishing step would leave in an empty table: how many peaks it
 // accepts and the largest of their areas (never below 0.0), without storing any. With a scan
-// beside, the pass may leap over stretches whose peaks cannot beat the largest area so far;
-// `found` then leaves their peaks uncounted (it is still 0 only when none is accepted).
+// beside, the pass may first scan a stretch around the highest intensity and then leap over
+// stretches whose peaks cannot beat the largest area so far; `found` then counts some peaks
+// twice and leaves others out (it is still 0 only when none is accepted).
 struct ScanSummary {
   std::int32_t found = 0;
   double largestArea = 0.0;
