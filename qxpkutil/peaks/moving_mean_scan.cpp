@@ -883,7 +883,8 @@ class TrialLeap {
   TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
             const peaks_detail::ScanRequest& s)
       : m_x(x), m_y(y), m_first(first), m_last(last), m_w(s.filterWidth),
-        m_kind(s.filterType == 0 ? 0 : 1), m_method(s.integrationMethod), m_scale(s.areaScale), m_noise(s.noiseThreshold),
+        m_kind(s.filterType == 0 ? 0 : 1), m_method(s.integrationMethod), m_scale(s.areaScale),
+        m_noise(s.noiseThreshold),
         m_run((s.noiseThreshold > 0.0 ? 4 : 3) * static_cast<std::int64_t>(s.filterWidth)),
         m_on(s.filterInc == 1 && (s.filterType == 0 || s.filterType == 1) &&
              (s.noiseThreshold <= 0.0 || (s.noiseThreshold > 0.0 && s.filterWidth >= 2)) &&
@@ -944,8 +945,8 @@ class TrialLeap {
     scan.UseMeans(means.data(), lo, hi);
     const double* m = means.data() - lo;
     const std::int64_t lowest = std::max(lo + m_run + 1, m_first + m_run + 2);
-    for (std::int64_t z = peak - 2 * m_w; (z = LastRunEnd(le.data(), gt.data(), lo, lowest, z)) >= 0;
-         --z) {
+    for (std::int64_t z = peak - 2 * m_w;
+         (z = LastRunEnd(le.data(), gt.data(), lo, lowest, z)) >= 0; --z) {
       Scan::Cursor start{};
       if (Merge(scan, Scan::Cursor{m_first}, z, peak - m_w, m, start)) {
         scan.Continue(m_first, m_last, peak + kSpan / 2, start, kAlwaysWorth, accept);

@@ -170,8 +170,8 @@ TEST(MovingMeanScan, TrialLeapsLandOnTheFullScansPath) {
       }
     }
     const double noise = round % 3 == 0 ? 0.0 : 0.001 * std::pow(10.0, pick(0, 8) * 0.5);
-    const peaks_detail::ScanRequest trial{1.0,   0.0,   pick(0, 1), pick(2, 16), 1, 0.0, 10000,
-                                          noise, 1,     0.0,        0.0};
+    const peaks_detail::ScanRequest trial{
+        1.0, 0.0, pick(0, 1), pick(2, 16), 1, 0.0, 10000, noise, 1, 0.0, 0.0};
     std::int64_t checked = 0;
     ASSERT_EQ(peaks_detail::WrongRunExits(x.data(), y.data(), n, trial, checked), 0)
         << "round " << round;
