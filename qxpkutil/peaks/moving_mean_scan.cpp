@@ -1165,7 +1165,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
   constexpr std::int64_t kBlock = 4096;      // means computed at a time
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
   constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
-  constexpr std::int64_t kStride = 256;      // steps the trial scans between tries to leap
+  constexpr std::int64_t kStride = 512;      // steps the trial scans between tries to leap
   static_assert(kBlock % 64 == 0 && kKept % 64 == 0, "the step bits move a word at a time");
   constexpr std::int64_t kWords = kCapacity / 64;
   const std::unique_ptr<double[]> buffer(new (std::nothrow) double[kCapacity]);
