@@ -913,13 +913,16 @@ class TrialLeap {
     return true;
   }
 
-  // Before the pass: runs the scan over a stretch around the highest intensity, from a state
-  // that the lemma names, and hands its peaks to `accept`, so that the pass can leap with a
-  // large area from its first steps on. It fills every chunk first: a negative or NaN value
-  // anywhere keeps the leaps off.
+  // Before the pass: runs the scan over a stretch around the highest intensity of the first
+  // 2^20 points, from a state that the lemma names, and hands its peaks to `accept`, so that
+  // the pass can leap with a large area from its first steps on. It fills their chunks first
+  // (a negative or NaN value among them keeps the leaps off): while y and x of that many
+  // points stay in the cache for the pass, this costs little; a pass over more would read
+  // them from memory twice.
   template <class Accept>
   void Seed(Scan& scan, Accept&& accept) {
-    const std::int64_t chunks = (m_last - m_first + 1) / kChunk;
+    constexpr std::int64_t kChunks = (std::int64_t{1} << 20) / kChunk;
+    const std::int64_t chunks = std::min((m_last - m_first + 1) / kChunk, kChunks);
     if (!m_on || chunks == 0 || !Fill(chunks - 1)) return;
     std::size_t highest = 0;
     for (std::size_t c = 1; c < m_chunks.size(); ++c) {
