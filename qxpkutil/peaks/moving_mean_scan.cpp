@@ -88,6 +88,12 @@ void MarkStep(const double* means, std::int64_t k, std::uint64_t& le, std::uint6
   gt |= static_cast<std::uint64_t>(means[k] > means[k - 1]) << (k & 63);
 }
 
+// MarkStep for k = 1..count-1, one at a time, into words that start clear.
+void MarkStepsOneByOne(const double* means, std::int64_t count, std::uint64_t* le,
+                       std::uint64_t* gt) {
+  for (std::int64_t k = 1; k < count; ++k) MarkStep(means, k, le[k / 64], gt[k / 64]);
+}
+
 #if defined(__x86_64__) && defined(__GNUC__)
 // MarkStep for the 64 steps k..k+63, four at a time.
 [[gnu::target("avx")]] void MarkWord(const double* means, std::int64_t k, std::uint64_t& le,
@@ -719,34 +725,145 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
   }
 }
 
+using Pair = double __attribute__((vector_size(16)));
+
+// What TrialLeap reads of the 64 points from k: the sum, highest and lowest of y, and with
+// `steps` the smallest and the sum of the x steps from x[j - 1] for j from `from` on (the
+// sum is NaN when a step is; `from` is k or k + 4, the steps between skipped one at a time).
+// V holds 2 or 4 doubles; lane l of the four-point groups takes points j with j % 4 = l in
+// either, and the lanes are summed in one order, so both give the same bits.
+struct ChunkLook {
+  double sum, top, bottom, smallestStep, stepSum;
+};
+
+template <class V>
+[[gnu::always_inline]] inline ChunkLook LookAtChunk(const double* y, const double* x,
+                                                    std::int64_t k, std::int64_t from,
+                                                    bool steps) {
+  constexpr int kLanes = sizeof(V) / sizeof(double);
+  constexpr int kVectors = 4 / kLanes;
+  constexpr double kNone = std::numeric_limits<double>::infinity();
+  // The four lanes as two pairs, lanes 0 and 1 then 2 and 3.
+  const auto halves = [](const V* v, int h) -> Pair {
+    if constexpr (kVectors == 2) {
+      return Pair{v[h][0], v[h][1]};
+    } else {
+      return Pair{v[0][2 * h], v[0][2 * h + 1]};
+    }
+  };
+  V sum[kVectors] = {};
+  V high[kVectors] = {};
+  V low[kVectors] = {};
+  for (std::int64_t j = 0; j < 64; j += 4) {
+    for (int l = 0; l < kVectors; ++l) {
+      V v;
+      std::memcpy(&v, y + k + j + kLanes * l, sizeof v);
+      sum[l] += v;
+      high[l] = v > high[l] ? v : high[l];
+      low[l] = v < low[l] ? v : low[l];
+    }
+  }
+  const Pair total = halves(sum, 0) + halves(sum, 1);
+  const Pair top = halves(high, 0) > halves(high, 1) ? halves(high, 0) : halves(high, 1);
+  const Pair bottom = halves(low, 0) < halves(low, 1) ? halves(low, 0) : halves(low, 1);
+  ChunkLook look{total[0] + total[1], std::max(top[0], top[1]), std::min(bottom[0], bottom[1]),
+                 kNone, 0.0};
+  if (steps) {
+    V step[kVectors];
+    V stepSum[kVectors] = {};
+    for (V& v : step) v = V{} + kNone;
+    for (std::int64_t j = from; j < k + 64; j += 4) {
+      for (int l = 0; l < kVectors; ++l) {
+        V at;
+        V before;
+        std::memcpy(&at, x + j + kLanes * l, sizeof at);
+        std::memcpy(&before, x + j + kLanes * l - 1, sizeof before);
+        const V gap = at - before;
+        step[l] = gap < step[l] ? gap : step[l];
+        stepSum[l] += gap;
+      }
+    }
+    for (std::int64_t j = k + 1; j < from; ++j) {
+      const double gap = x[j] - x[j - 1];
+      step[0][0] = gap < step[0][0] ? gap : step[0][0];
+      stepSum[0][0] += gap;
+    }
+    const Pair least = halves(step, 0) < halves(step, 1) ? halves(step, 0) : halves(step, 1);
+    const Pair all = halves(stepSum, 0) + halves(stepSum, 1);
+    look.smallestStep = std::min(least[0], least[1]);
+    look.stepSum = all[0] + all[1];
+  }
+  return look;
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// LookAtChunk four lanes at a time.
+[[gnu::target("avx")]] ChunkLook LookAtChunkAvx(const double* y, const double* x, std::int64_t k,
+                                                std::int64_t from, bool steps) {
+  using Quad = double __attribute__((vector_size(32)));
+  return LookAtChunk<Quad>(y, x, k, from, steps);
+}
+#endif
+
 // Lets a trial scan (one that only needs its largest area) leap over stretches whose peaks
 // cannot beat the largest area found so far, landing in the very state a full scan reaches.
 //
-// Where it holds. The scan steps by 1, its noise threshold is at most 0 (the bounds walk to
-// the next rise of the mean), its intensity threshold is at most 0 and no intensity so far is
-// negative, so every rising mean starts a rise: a rise open at step i started at i - 1, a
-// candidate's bound walk starts at or after its closing step, and the scan never moves back.
-// W is the filter width; a step "rises" when its mean exceeds the one before.
+// Where it holds. The scan steps by 1, its intensity threshold is at most 0 and no intensity
+// so far is negative, so every rising mean starts a rise: a rise open at step i started at
+// i - 1, and a candidate closing at step c has its apex between c - 1 and c + W - 1. W is the
+// filter width, m[k] the mean of the window starting at k; a step "rises" when its mean
+// exceeds the one before. Each resume point lies at or after its candidate's apex, so the
+// scan never goes back behind the last one.
 //
-// The lemma. Let the steps a..z not rise (a run of at least 3W such steps, a - 1 and z + 1
-// rising, z + W + 1 <= last) and r the lowest of y[z .. z + W] (the first of equals). The scan
-// then leaves the run in one of two states: A, it takes step z as a fall outside a rise (at
-// step z + 1: previous mean m[z], no rise, valley z); B, it resumes at r after a candidate
-// (at step r: previous mean m[z], no rise, valley r). Proof: a candidate closing at step
-// i <= a - 1 has its apex at most i + W - 1 and its right walk starting at most a + W - 1;
-// if that start is before a - 1 the walk stops at the rise a - 1 or earlier and the scan
-// resumes at most a + 2W - 2 (< z), otherwise it walks down the whole run, stops at the
-// rise z + 1 with mean m[z], takes base z (past the apex) and resumes at r: state B. Entering
-// the run outside a rise (at a, or resumed at most a + 2W - 2) the scan either falls through
-// it to state A, or rises once and closes a candidate at some step up to a + 2W - 1, whose
-// walk starts between a and its apex + 1 <= a + 3W - 1 <= z and so again ends in B; entering
-// it inside a rise closes a candidate at a, the same. Such a candidate's resume point r was
-// never resumed at before (the scan would be past the run), so it jumps. Which of A and B
-// happens depends on the past, but both are known from the data: scans started in both
-// merge within a few steps where the data allow (when r = z they are one state at once).
-// From the merged state on the scan is the full scan's: the two may still carry different
-// last resume points, so they count as met only once both lie behind every right bound to
-// come (SameState).
+// The lemma without a noise threshold (t <= 0: the bounds walk to the next rise of the mean;
+// the scan never moves back). Let the steps a..z not rise (a run of at least 3W such steps,
+// a - 1 and z + 1 rising, z + W + 1 <= last) and r the lowest of y[z .. z + W] (the first of
+// equals). The scan then leaves the run in one of two states: A, it takes step z as a fall
+// outside a rise (at step z + 1: previous mean m[z], no rise, valley z); B, it resumes at r
+// after a candidate (at step r: previous mean m[z], no rise, valley r). Proof: a candidate
+// closing at step i <= a - 1 has its apex at most i + W - 1 and its right walk starting at
+// most a + W - 1; if that start is before a - 1 the walk stops at the rise a - 1 or earlier
+// and the scan resumes at most a + 2W - 2 (< z), otherwise it walks down the whole run, stops
+// at the rise z + 1 with mean m[z], takes base z (past the apex) and resumes at r: state B.
+// Entering the run outside a rise (at a, or resumed at most a + 2W - 2) the scan either falls
+// through it to state A, or rises once and closes a candidate at some step up to a + 2W - 1,
+// whose walk starts between a and its apex + 1 <= a + 3W - 1 <= z and so again ends in B;
+// entering it inside a rise closes a candidate at a, the same. Such a candidate's resume
+// point r was never resumed at before (the scan would be past the run), so it jumps.
+//
+// The lemma with a noise threshold t > 0 and W >= 2. The right walk then goes on to the next
+// rise and takes r as above, but walks back from r - 1 towards the apex and stops at the
+// first step j whose mean moved by at least t from the one after it (m[r - 1] is compared
+// with the walk's last mean), or at the apex; the scan resumes at j + W/2 with mean m[j]
+// (rounding W/2 down), so it can move back. Let the steps a..z not rise (at least 4W of them,
+// a - 1 and z + 1 rising, z + 2W <= last), r as above, and J the first step where the walk
+// back from r - 1 stops among r - 1 down to z - W/2 + 1, if any. The scan leaves the run (its
+// first state past z) in A, or, when J exists, in B': at step J + W/2, previous mean m[J], no
+// rise, valley and last resume point J + W/2 with mean m[J]. Proof: call a step the scan takes
+// with a previous mean other than its neighbour's an entry (a resume point, or the step after
+// a candidate that did not jump). In the run a step rises only at an entry, and the rise
+// closes at the next step. (i) A candidate whose walk stops before the run starts it at most
+// a - 2, so it closed at c <= a - 2 with apex <= a + W - 3; its r <= a + 2W - 3, its entry at
+// most a + 2W - 3 + W/2. (ii) A candidate whose walk reaches the run walks to the rise z + 1
+// and takes base z and r, provided its apex is at most z - W/2. Then if J exists the walk
+// back stops at J, past the apex, and the scan jumps to J + W/2 > z: B' (it was never there
+// before, so it jumps). Otherwise it stops at some j between the apex and z - W/2 and resumes
+// at j + W/2 <= z: when j >= a - 1 the means from j to z do not rise, so the scan falls from
+// there through z to A; when j < a - 1 that entry is below a + W/2 - 1. A candidate that does
+// not jump has its right bound at the last resume point, which lies before its closing step
+// c, and at or after its apex >= c - 1, so it rose at that point and its right bound is c - 1;
+// in case (ii) the right bound is at least apex + W/2 >= c, so only candidates of (i), closing
+// before a - 1, fail to jump. So every entry in the run before the fall to A lies at most
+// a + 2W - 3 + W/2, every candidate closing in the run closes at most a + 2W - 2 + W/2 with
+// apex <= a + 3W - 3 + W/2 <= z - W/2, and the proviso of (ii) always holds. Past z the scan
+// never comes back: its rises start past z. A carries some last resume point at most z,
+// behind every right bound to come, so it never matters.
+//
+// In both cases which of the two states happens depends on the past, but both are known from
+// the data: scans started in both merge within a few steps where the data allow (when r = z,
+// or without J, they are one state at once). From the merged state on the scan is the full
+// scan's: the two may still carry different last resume points, so they count as met only
+// once both lie behind every right bound to come (SameState).
 //
 // The bound. A candidate met between a cursor and the merged state lies within [valley, merge
 // step], since the valley only moves forward and every right bound is a step the scan goes
@@ -758,14 +875,20 @@ void ScanRange(const double* x, std::uint32_t n, double startX, double endX, std
 class TrialLeap {
  public:
   using Scan = MovingMeanScan<double, double>;
+  friend std::int64_t peaks_detail::WrongRunExits(const double*, const double*,
+                                                      std::uint32_t,
+                                                      const peaks_detail::ScanRequest&,
+                                                      std::int64_t&);
 
   TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
             const peaks_detail::ScanRequest& s)
       : m_x(x), m_y(y), m_first(first), m_last(last), m_w(s.filterWidth),
-        m_method(s.integrationMethod), m_scale(s.areaScale),
+        m_kind(s.filterType == 0 ? 0 : 1), m_method(s.integrationMethod), m_scale(s.areaScale),
+        m_noise(s.noiseThreshold),
+        m_run((s.noiseThreshold > 0.0 ? 4 : 3) * static_cast<std::int64_t>(s.filterWidth)),
         m_on(s.filterInc == 1 && (s.filterType == 0 || s.filterType == 1) &&
-             s.noiseThreshold <= 0.0 && s.threshold <= 0.0 && s.areaScale > 0.0 &&
-             3 * static_cast<std::int64_t>(s.filterWidth) <= 64) {}
+             (s.noiseThreshold <= 0.0 || (s.noiseThreshold > 0.0 && s.filterWidth >= 2)) &&
+             s.threshold <= 0.0 && s.areaScale > 0.0 && m_run <= 64) {}
 
   // Moves `c` (the trial's cursor, over the means[k - lo] for starts lo..hi-1 and their step
   // bits le and gt, as MarkSteps left them) to a later state of the full scan when every
@@ -779,24 +902,71 @@ class TrialLeap {
     const std::int64_t room = 4 * w + 64;  // for the merge, beyond the run's end
     const std::int64_t stop = std::min({end, hi, m_last - w - 1}) - 1;
     const std::int64_t from = std::max(c.valley, m_first);
-    if (stop - c.i < room + 3 * w) return true;
+    if (stop - c.i < room + m_run) return true;
     const std::int64_t reach = Reach(from, stop, largest);
     if (reach < 0) return m_on;
     // The last run end at least `room` before the reach, and the merge.
-    const std::int64_t lowest = std::max({c.i, lo + 3 * w + 1, m_first + 3 * w + 2});
+    const std::int64_t lowest = std::max({c.i, lo + m_run + 1, m_first + m_run + 2});
     const std::int64_t z = LastRunEnd(le, gt, lo, lowest, reach - room);
     Scan::Cursor merged{};
-    if (z >= 0 && Merge(scan, c, z, reach, means[z - lo], merged)) c = merged;
+    if (z >= 0 && Merge(scan, c, z, reach, means - lo, merged)) c = merged;
     return true;
   }
 
+  // Before the pass: runs the scan over a stretch around the highest intensity of the first
+  // 2^20 points, from a state that the lemma names, and hands its peaks to `accept`, so that
+  // the pass can leap with a large area from its first steps on. It fills their chunks first
+  // (a negative or NaN value among them keeps the leaps off): while y and x of that many
+  // points stay in the cache for the pass, this costs little; a pass over more would read
+  // them from memory twice.
+  template <class Accept>
+  void Seed(Scan& scan, Accept&& accept) {
+    constexpr std::int64_t kChunks = (std::int64_t{1} << 20) / kChunk;
+    const std::int64_t chunks = std::min((m_last - m_first + 1) / kChunk, kChunks);
+    if (!m_on || chunks == 0 || !Fill(chunks - 1)) return;
+    std::size_t highest = 0;
+    for (std::size_t c = 1; c < m_chunks.size(); ++c) {
+      if (m_chunks[c].top > m_chunks[highest].top) highest = c;
+    }
+    const std::int64_t from = m_first + kChunk * static_cast<std::int64_t>(highest);
+    std::int64_t peak = from;
+    for (std::int64_t k = from + 1; k < from + kChunk; ++k) {
+      if (m_y[k] > m_y[peak]) peak = k;
+    }
+    // The means of the stretch, starts lo..hi-1, and their step bits.
+    constexpr std::int64_t kSpan = 2048;
+    const std::int64_t lo = std::max(m_first, peak - kSpan);
+    const std::int64_t hi = std::min(m_last - m_w + 1, peak + kSpan);
+    if (hi - lo < kSpan) return;
+    std::vector<double> means(static_cast<std::size_t>(hi - lo));
+    ComputeMeans(m_y, m_kind, static_cast<int>(m_w), lo, hi, means.data());
+    std::vector<std::uint64_t> le(means.size() / 64 + 2);
+    std::vector<std::uint64_t> gt(le.size());
+    MarkStepsOneByOne(means.data(), hi - lo, le.data(), gt.data());
+    // The last run end before the peak whose states meet before it. The scan reads these
+    // means only here.
+    scan.UseMeans(means.data(), lo, hi);
+    const double* m = means.data() - lo;
+    const std::int64_t lowest = std::max(lo + m_run + 1, m_first + m_run + 2);
+    for (std::int64_t z = peak - 2 * m_w;
+         (z = LastRunEnd(le.data(), gt.data(), lo, lowest, z)) >= 0; --z) {
+      Scan::Cursor start{};
+      if (Merge(scan, Scan::Cursor{m_first}, z, peak - m_w, m, start)) {
+        scan.Continue(m_first, m_last, peak + kSpan / 2, start, kAlwaysWorth, accept);
+        break;
+      }
+    }
+    scan.UseMeans(nullptr, 0, 0);
+  }
+
  private:
-  // The last z in from..to (from - lo > 3W) that ends a run of 3W steps that do not rise, with
-  // z + 1 rising, from the step bits le and gt of the means from lo on; -1 when none.
+  // The last z in from..to (from - lo > m_run) that ends a run of m_run steps that do not
+  // rise, with z + 1 rising, from the step bits le and gt of the means from lo on; -1 when
+  // none.
   std::int64_t LastRunEnd(const std::uint64_t* le, const std::uint64_t* gt, std::int64_t lo,
                           std::int64_t from, std::int64_t to) const {
     if (to < from) return -1;
-    const std::int64_t run = 3 * m_w;
+    const std::int64_t run = m_run;
     for (std::int64_t word = (to - lo) >> 6; word >= (from - lo) >> 6; --word) {
       // Bit p of `ends` starts as the le bit of offset 64 * (word - 1) + p and ends set where
       // it and the run - 1 bits below it are all set.
@@ -829,55 +999,27 @@ class TrialLeap {
   // Fills the chunks up to c in order; false (and the leap stays off) when a value so far is
   // negative or NaN, or memory is short.
   bool Fill(std::int64_t c) {
-    using Pair = double __attribute__((vector_size(16)));
-    const auto load = [](const double* at) {
-      Pair v;
-      std::memcpy(&v, at, sizeof v);
-      return v;
-    };
+#if defined(__x86_64__) && defined(__GNUC__)
+    static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+#endif
     constexpr double kNone = std::numeric_limits<double>::infinity();
     while (static_cast<std::int64_t>(m_chunks.size()) <= c) {
       const std::int64_t k = m_first + kChunk * static_cast<std::int64_t>(m_chunks.size());
-      Pair sum[2] = {};
-      Pair high[2] = {};
-      Pair low[2] = {};
-      for (std::int64_t j = 0; j < kChunk; j += 4) {
-        for (int l = 0; l < 2; ++l) {
-          const Pair v = load(m_y + k + j + 2 * l);
-          sum[l] += v;
-          high[l] = v > high[l] ? v : high[l];
-          low[l] = v < low[l] ? v : low[l];
-        }
-      }
-      const Pair total = sum[0] + sum[1];
-      const Pair top = high[0] > high[1] ? high[0] : high[1];
-      const Pair bottom = low[0] < low[1] ? low[0] : low[1];
-      Chunk chunk{total[0] + total[1], std::max(top[0], top[1]), kNone};
-      if (!(std::min(bottom[0], bottom[1]) >= 0.0) || std::isnan(chunk.sum)) {
+      const std::int64_t from = k > m_first ? k : k + 4;  // no step into the first point
+      const bool steps = m_method == 1;
+#if defined(__x86_64__) && defined(__GNUC__)
+      const ChunkLook look = hasAvx ? LookAtChunkAvx(m_y, m_x, k, from, steps)
+                                    : LookAtChunk<Pair>(m_y, m_x, k, from, steps);
+#else
+      const ChunkLook look = LookAtChunk<Pair>(m_y, m_x, k, from, steps);
+#endif
+      if (!(look.bottom >= 0.0) || std::isnan(look.sum)) {
         m_on = false;
         return false;
       }
-      if (m_method == 1) {
-        // Steps from x[k - 1] (none before the first point); their sum is NaN when one is.
-        Pair step[2] = {{kNone, kNone}, {kNone, kNone}};
-        Pair steps[2] = {};
-        const std::int64_t from = k > m_first ? k : k + 4;
-        for (std::int64_t j = from; j < k + kChunk; j += 4) {
-          for (int l = 0; l < 2; ++l) {
-            const Pair gap = load(m_x + j + 2 * l) - load(m_x + j + 2 * l - 1);
-            step[l] = gap < step[l] ? gap : step[l];
-            steps[l] += gap;
-          }
-        }
-        for (std::int64_t j = k + 1; j < from; ++j) {
-          const double gap = m_x[j] - m_x[j - 1];
-          step[0][0] = gap < step[0][0] ? gap : step[0][0];
-          steps[0][0] += gap;
-        }
-        const Pair least = step[0] < step[1] ? step[0] : step[1];
-        const Pair all = steps[0] + steps[1];
-        const double smallest = std::min(least[0], least[1]);
-        if (smallest > 0.0 && !std::isnan(all[0] + all[1])) chunk.inverseStep = 1.0 / smallest;
+      Chunk chunk{look.sum, look.top, kNone};
+      if (steps && look.smallestStep > 0.0 && !std::isnan(look.stepSum)) {
+        chunk.inverseStep = 1.0 / look.smallestStep;
       }
       try {
         m_chunks.push_back(chunk);
@@ -930,20 +1072,49 @@ class TrialLeap {
            a.valley == b.valley && std::max(a.lastResume, b.lastResume) < nextRight;
   }
 
-  // Runs the two states the run ending at z may leave (A and B above) until they meet,
-  // before step `reach`; true with the state they meet in.
-  bool Merge(Scan& scan, const Scan::Cursor& c, std::int64_t z, std::int64_t reach, double mz,
-             Scan::Cursor& merged) const {
+  // The first step of the walk back from r - 1 (towards z - W/2 + 1) at which the right bound
+  // finder with the noise threshold stops, as in the lemma with t > 0; -1 when it walks on.
+  std::int64_t WalkBackStop(const double* m, std::int64_t z, std::int64_t r) const {
+    double after = m[z];
+    for (std::int64_t j = r - 1; j >= z - m_w / 2 + 1; --j) {
+      if (std::fabs(after - m[j]) >= m_noise && after != m[j]) return j;
+      after = m[j];
+    }
+    return -1;
+  }
+
+  // The states the scan may leave the run ending at z in (A, and B or with a noise threshold
+  // B' above), A taking its last resume point from `c`; false when A is the only one. m[k] is
+  // the mean of the window starting at k.
+  bool Exits(const Scan::Cursor& c, std::int64_t z, const double* m, Scan::Cursor& a,
+             Scan::Cursor& b) const {
     std::int64_t r = z;
     for (std::int64_t k = z + 1; k <= std::min(z + m_w, m_last); ++k) {
       if (m_y[k] < m_y[r]) r = k;
     }
-    Scan::Cursor a{z + 1, mz, mz, false, 0, z, c.lastResume, c.lastResumeMean};
-    if (r == z) {
+    a = {z + 1, m[z], m[z], false, 0, z, c.lastResume, c.lastResumeMean};
+    // Where B (B') resumes, and the mean it carries; z when there is no such state.
+    std::int64_t resume = r;
+    double carried = m[z];
+    if (m_noise > 0.0) {
+      const std::int64_t j = WalkBackStop(m, z, r);
+      resume = j < 0 ? z : j + m_w / 2;
+      if (j >= 0) carried = m[j];
+    }
+    b = {resume, carried, carried, false, 0, resume, resume, carried};
+    return resume != z;
+  }
+
+  // Runs the states the run ending at z may leave (Exits) until they meet, before step
+  // `reach`; true with the state they meet in.
+  bool Merge(Scan& scan, const Scan::Cursor& c, std::int64_t z, std::int64_t reach,
+             const double* m, Scan::Cursor& merged) const {
+    Scan::Cursor a{};
+    Scan::Cursor b{};
+    if (!Exits(c, z, m, a, b)) {
       merged = a;
       return true;
     }
-    Scan::Cursor b{r, mz, mz, false, 0, r, r, mz};
     constexpr auto never = [](std::int64_t, std::int64_t) { return false; };
     constexpr auto none = [](std::int64_t, std::int64_t, std::int64_t, double) {};
     while (a.i <= reach && b.i <= reach) {
@@ -963,8 +1134,11 @@ class TrialLeap {
   std::int64_t m_first;
   std::int64_t m_last;
   std::int64_t m_w;
+  int m_kind;  // of the window means, as ComputeMeans takes it
   int m_method;
   double m_scale;
+  double m_noise;
+  std::int64_t m_run;  // the run of steps that do not rise that the lemma needs
   // y and x summed by chunks in order from `first`; the leap stays off from the first chunk
   // with a negative or NaN intensity on, since the lemma reads the whole past.
   std::vector<Chunk> m_chunks;
@@ -994,7 +1168,7 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
   constexpr std::int64_t kBlock = 4096;      // means computed at a time
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
   constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
-  constexpr std::int64_t kStride = 256;      // steps the trial scans between tries to leap
+  constexpr std::int64_t kStride = 512;      // steps the trial scans between tries to leap
   static_assert(kBlock % 64 == 0 && kKept % 64 == 0, "the step bits move a word at a time");
   constexpr std::int64_t kWords = kCapacity / 64;
   const std::unique_ptr<double[]> buffer(new (std::nothrow) double[kCapacity]);
@@ -1096,6 +1270,7 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
   bool recorded = false;
   bool ran = false;
   try {
+    leap.Seed(scan, accept);
     store->kept.push_back({x, *beside, first, last, {}});
     recorded = true;
     std::vector<KeptScan::Peak>& peaks = store->kept.back().peaks;
@@ -1121,6 +1296,55 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
     scan.Run(first, last, worth, accept);
   }
   return summary;
+}
+
+std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::uint32_t n,
+                                             const ScanRequest& trial, std::int64_t& checked) {
+  checked = 0;
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  ScanRange(x, n, trial.startX, trial.endX, first, last);
+  TrialLeap leap(x, y, first, last, trial);
+  if (!ScanCanRun(first, last, n, trial) || !leap.m_on) return 0;
+  using Scan = MovingMeanScan<double, double>;
+  // All means and their step bits at once, the bit of step k at offset k - first.
+  const std::int64_t end = last - trial.filterWidth + 1;
+  std::vector<double> means(static_cast<std::size_t>(end - first));
+  ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
+  std::vector<std::uint64_t> le(means.size() / 64 + 2);
+  std::vector<std::uint64_t> gt(le.size());
+  MarkStepsOneByOne(means.data(), end - first, le.data(), gt.data());
+  // Without means of its own the scan takes one step at a time and stops exactly at each
+  // pause (its loop over flat steps may take the step at a pause).
+  Scan scan(x, y, n, trial);
+  constexpr auto none = [](std::int64_t, std::int64_t, std::int64_t, double) {};
+  // The same state, with the same last resume point or one that can no longer matter.
+  const auto same = [](const Scan::Cursor& u, const Scan::Cursor& v) {
+    Scan::Cursor core[2] = {u, v};
+    for (Scan::Cursor& k : core) k.lastResume = -1;
+    return TrialLeap::SameState(core[0], core[1]) &&
+           (TrialLeap::SameState(u, v) ||
+            (u.lastResume == v.lastResume && SameBits(u.lastResumeMean, v.lastResumeMean)));
+  };
+  // The run ends, in order; at each, the full scan's first state past it is one of Exits.
+  std::vector<std::int64_t> ends;
+  const std::int64_t lowest = first + leap.m_run + 2;
+  for (std::int64_t z = last - 2 * trial.filterWidth;
+       (z = leap.LastRunEnd(le.data(), gt.data(), first, lowest, z)) >= 0; --z) {
+    ends.push_back(z);
+  }
+  std::int64_t wrong = 0;
+  const double* m = means.data() - first;
+  Scan::Cursor full{first};
+  for (auto z = ends.rbegin(); z != ends.rend(); ++z) {
+    scan.Continue(first, last, *z + 1, full, kAlwaysWorth, none);
+    Scan::Cursor a{};
+    Scan::Cursor b{};
+    const bool two = leap.Exits(Scan::Cursor{first}, *z, m, a, b);
+    wrong += !same(a, full) && !(two && same(b, full));
+  }
+  checked = static_cast<std::int64_t>(ends.size());
+  return wrong;
 }
 
 std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint32_t n,

@@ -110,10 +110,13 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
       }
     }
     if (round % 29 == 28) y[static_cast<std::size_t>(pick(0, static_cast<int>(n) - 1))] = -1.0;
-    const int width = pick(3, 22);
+    const int width = pick(2, 22);
+    // About half the rounds walk the bounds with a noise threshold, from far below the steps
+    // between neighbouring means to far above them.
+    const double noise = pick(0, 1) == 0 ? 0.0 : 0.002 * std::pow(10.0, pick(0, 8) * 0.5);
     const peaks_detail::ScanRequest trial{
         pick(0, 9) == 0 ? 0.25 : 1.0, round % 31 == 30 ? 0.5 : 0.0, pick(0, 1), width, 1, 0.0,
-        pick(0, 3) == 0 ? pick(width, 80) : 10000, 0.0, pick(0, 3) == 0 ? 0 : 1, 0.0, 0.0};
+        pick(0, 3) == 0 ? pick(width, 80) : 10000, noise, pick(0, 3) == 0 ? 0 : 1, 0.0, 0.0};
     peaks_detail::ScanRequest beside = trial;
     beside.threshold = 30.0;
     beside.filterInc = pick(1, 2);
@@ -130,6 +133,51 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
     ASSERT_EQ(alone.found > 0, leaping.found > 0) << "round " << round;
   }
   EXPECT_GT(leapable, 50);
+}
+
+// Where a leap starts from is the full scan's state, on signals with long runs of
+// falling, flat and zero means and the states around them: small integers, plateaus, zero
+// runs and noise under peaks, with and without a noise threshold. The test above cannot see a
+// wrong state that heals before the next peak that matters; this one compares the states.
+TEST(MovingMeanScan, TrialLeapsLandOnTheFullScansPath) {
+  std::mt19937_64 rng(11);
+  std::int64_t runEnds = 0;
+  for (int round = 0; round < 240; ++round) {
+    const auto pick = [&](int lo, int hi) {
+      return std::uniform_int_distribution<int>(lo, hi)(rng);
+    };
+    const auto n = static_cast<std::uint32_t>(pick(2000, 12000));
+    std::vector<double> x(n);
+    std::vector<double> y(n);
+    double level = 0.0;
+    for (std::uint32_t i = 0; i < n; ++i) {
+      x[i] = 100.0 + 0.01 * i;
+      if (pick(0, 50) == 0) level = pick(0, 3) * 3.0;
+      switch (round % 4) {
+        case 0: y[i] = pick(0, 3); break;
+        case 1: y[i] = level + pick(0, 2); break;
+        case 2: y[i] = pick(0, 4) == 0 ? 0.0 : level + pick(0, 999) * 0.01; break;
+        default: y[i] = pick(0, 2) == 0 ? pick(0, 1) : 0.0; break;
+      }
+    }
+    for (int p = 0; p < 20; ++p) {
+      const int centre = pick(0, static_cast<int>(n) - 1);
+      const double width = pick(2, 20);
+      const double height = pick(10, 210);
+      for (int k = std::max(0, centre - 80); k < std::min(static_cast<int>(n), centre + 80); ++k) {
+        const double u = (k - centre) / width;
+        y[static_cast<std::size_t>(k)] += std::floor(height * std::exp(-0.5 * u * u));
+      }
+    }
+    const double noise = round % 3 == 0 ? 0.0 : 0.001 * std::pow(10.0, pick(0, 8) * 0.5);
+    const peaks_detail::ScanRequest trial{
+        1.0, 0.0, pick(0, 1), pick(2, 16), 1, 0.0, 10000, noise, 1, 0.0, 0.0};
+    std::int64_t checked = 0;
+    ASSERT_EQ(peaks_detail::WrongRunExits(x.data(), y.data(), n, trial, checked), 0)
+        << "round " << round;
+    runEnds += checked;
+  }
+  EXPECT_GT(runEnds, 4000);
 }
 
 }  // namespace

@@ -47,8 +47,9 @@ struct ScanRequest {
 
 // What a search without finishing step would leave in an empty table: how many peaks it
 // accepts and the largest of their areas (never below 0.0), without storing any. With a scan
-// beside, the pass may leap over stretches whose peaks cannot beat the largest area so far;
-// `found` then leaves their peaks uncounted (it is still 0 only when none is accepted).
+// beside, the pass may first scan a stretch around the highest intensity and then leap over
+// stretches whose peaks cannot beat the largest area so far; `found` then counts some peaks
+// twice and leaves others out (it is still 0 only when none is accepted).
 struct ScanSummary {
   std::int32_t found = 0;
   double largestArea = 0.0;
@@ -69,5 +70,12 @@ struct ScanSummary {
 ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
                           const ScanRequest& trial, const ScanRequest* beside,
                           bool testX = false);
+
+// For tests of the trial's leaps: at every run end where a leap of the trial scan `trial` could
+// land (its intensities not negative), whether the full scan's first state past it is one of
+// the states the leap starts from. Returns the number of run ends where it is not, and sets
+// `checked` to the number checked.
+std::int64_t WrongRunExits(const double* x, const double* y, std::uint32_t n,
+                               const ScanRequest& trial, std::int64_t& checked);
 
 }  // namespace qxpkutil::peaks_detail
