@@ -64,6 +64,27 @@ TEST(MovingMeanScan, HostileInputFailsCleanly) {
   }
 }
 
+// Intensities of the kinds the trial's leaps must get right: small integers full of ties,
+// plateaus, zero runs under noise, noise on a level, sparse ones among zeros. Levels change
+// now and then, so that long runs of falling and flat means appear.
+enum class Floor { kTies, kPlateaus, kZeroRuns, kNoise, kSparse };
+std::vector<double> LeapFloor(std::mt19937_64& rng, std::uint32_t n, Floor floor) {
+  const auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  std::vector<double> y(n);
+  double level = 0.0;
+  for (double& v : y) {
+    if (pick(0, 50) == 0) level = pick(0, 3) * 3.0;
+    switch (floor) {
+      case Floor::kTies: v = pick(0, 3); break;
+      case Floor::kPlateaus: v = level + pick(0, 2); break;
+      case Floor::kZeroRuns: v = pick(0, 4) == 0 ? 0.0 : level + pick(0, 999) * 0.01; break;
+      case Floor::kNoise: v = 20.0 + pick(-400, 400) * 0.01; break;
+      case Floor::kSparse: v = pick(0, 2) == 0 ? pick(0, 1) : 0.0; break;
+    }
+  }
+  return y;
+}
+
 // A trial search run beside the real one leaps over stretches whose peaks cannot beat its
 // largest area so far; alone, it scans every step. Both must find the same largest area, on
 // signals made to trip a wrong leap: long falls and flat or zero runs (where the scan's state
@@ -78,24 +99,14 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
     };
     const auto n = static_cast<std::uint32_t>(pick(2000, 24000));
     std::vector<double> x(n);
-    std::vector<double> y(n);
     double at = 100.0;
     const bool descending = round % 23 == 22;  // no leap: the line baseline needs ascending x
     for (std::uint32_t i = 0; i < n; ++i) {
       at += descending ? -0.01 : 0.005 + 0.01 * (pick(0, 3) == 0);
       x[i] = at;
     }
-    const int kind = round % 4;
-    double level = 0.0;
-    for (std::uint32_t i = 0; i < n; ++i) {
-      if (pick(0, 60) == 0) level = pick(0, 3) * 2.0;
-      switch (kind) {
-        case 0: y[i] = pick(0, 3); break;                              // ties everywhere
-        case 1: y[i] = level + pick(0, 1); break;                       // plateaus
-        case 2: y[i] = pick(0, 4) == 0 ? 0.0 : level + pick(0, 999) * 0.01; break;  // zero runs
-        default: y[i] = 20.0 + pick(-400, 400) * 0.01; break;           // noise
-      }
-    }
+    const auto floor = static_cast<Floor>(round % 4);
+    std::vector<double> y = LeapFloor(rng, n, floor);
     // Peaks of slowly growing heights: the largest area so far keeps rising, and each new
     // peak's stretch sums close to it.
     double height = pick(20, 200);
@@ -120,7 +131,7 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
     peaks_detail::ScanRequest beside = trial;
     beside.threshold = 30.0;
     beside.filterInc = pick(1, 2);
-    leapable += kind == 3 && !descending;
+    leapable += floor == Floor::kNoise && !descending;
 
     const peaks_detail::SharedWindowMeans shared(y.data(), n);
     const peaks_detail::ScanSummary alone =
@@ -148,18 +159,9 @@ TEST(MovingMeanScan, TrialLeapsLandOnTheFullScansPath) {
     };
     const auto n = static_cast<std::uint32_t>(pick(2000, 12000));
     std::vector<double> x(n);
-    std::vector<double> y(n);
-    double level = 0.0;
-    for (std::uint32_t i = 0; i < n; ++i) {
-      x[i] = 100.0 + 0.01 * i;
-      if (pick(0, 50) == 0) level = pick(0, 3) * 3.0;
-      switch (round % 4) {
-        case 0: y[i] = pick(0, 3); break;
-        case 1: y[i] = level + pick(0, 2); break;
-        case 2: y[i] = pick(0, 4) == 0 ? 0.0 : level + pick(0, 999) * 0.01; break;
-        default: y[i] = pick(0, 2) == 0 ? pick(0, 1) : 0.0; break;
-      }
-    }
+    for (std::uint32_t i = 0; i < n; ++i) x[i] = 100.0 + 0.01 * i;
+    constexpr Floor kFloors[] = {Floor::kTies, Floor::kPlateaus, Floor::kZeroRuns, Floor::kSparse};
+    std::vector<double> y = LeapFloor(rng, n, kFloors[round % 4]);
     for (int p = 0; p < 20; ++p) {
       const int centre = pick(0, static_cast<int>(n) - 1);
       const double width = pick(2, 20);
