@@ -88,12 +88,6 @@ void MarkStep(const double* means, std::int64_t k, std::uint64_t& le, std::uint6
   gt |= static_cast<std::uint64_t>(means[k] > means[k - 1]) << (k & 63);
 }
 
-// MarkStep for k = 1..count-1, one at a time, into words that start clear.
-void MarkStepsOneByOne(const double* means, std::int64_t count, std::uint64_t* le,
-                       std::uint64_t* gt) {
-  for (std::int64_t k = 1; k < count; ++k) MarkStep(means, k, le[k / 64], gt[k / 64]);
-}
-
 #if defined(__x86_64__) && defined(__GNUC__)
 // MarkStep for the 64 steps k..k+63, four at a time.
 [[gnu::target("avx")]] void MarkWord(const double* means, std::int64_t k, std::uint64_t& le,
@@ -942,7 +936,7 @@ class TrialLeap {
     ComputeMeans(m_y, m_kind, static_cast<int>(m_w), lo, hi, means.data());
     std::vector<std::uint64_t> le(means.size() / 64 + 2);
     std::vector<std::uint64_t> gt(le.size());
-    MarkStepsOneByOne(means.data(), hi - lo, le.data(), gt.data());
+    MarkSteps(means.data(), 0, hi - lo, le.data(), gt.data());
     // The last run end before the peak whose states meet before it. The scan reads these
     // means only here.
     scan.UseMeans(means.data(), lo, hi);
@@ -1313,7 +1307,7 @@ std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::
   ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
   std::vector<std::uint64_t> le(means.size() / 64 + 2);
   std::vector<std::uint64_t> gt(le.size());
-  MarkStepsOneByOne(means.data(), end - first, le.data(), gt.data());
+  MarkSteps(means.data(), 0, end - first, le.data(), gt.data());
   // Without means of its own the scan takes one step at a time and stops exactly at each
   // pause (its loop over flat steps may take the step at a pause).
   Scan scan(x, y, n, trial);
