@@ -7,13 +7,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "qxpkutil/numeric/numeric_internal.h"
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#endif
 
 namespace qxpkutil {
 namespace {
@@ -96,6 +102,13 @@ using Scratch = std::vector<double, UninitialisedAllocator<double>>;
 double FiniteOrZero(double v) { return std::isfinite(v) ? v : 0.0; }
 
 
+// One Haar pair, the general forward loop's arithmetic spelled out (the sums still start
+// from 0.0, which turns a -0.0 into +0.0 as they do there).
+inline void HaarPair(const double* coef, double v0, double v1, double& smooth, double& detail) {
+  smooth = 0.0 + (coef[0] * v0 + coef[1] * v1);
+  detail = 0.0 + (coef[1] * v0 - coef[0] * v1);
+}
+
 // The sums of one forward periodic level of in[0 .. n-1], n a power of two >= 4, into
 // out[0 .. n-1]: the smooth half, then the detail half. Pair ii reads the source
 // 2ii + 1 + k - taps/2 (k = 1 .. taps): unsigned wrap-around plus the mask keep it
@@ -109,15 +122,10 @@ void ForwardSums(const double* coef, std::size_t taps, const T* in, std::size_t 
   const std::size_t half = n / 2;
   const std::size_t origin = 2 + (shift ? 1 : 0) - taps / 2;
   if (taps == 2) {
-    // The Haar step of the noise estimates, the general loop's arithmetic spelled out for
-    // one pair (the sums still start from 0.0, which turns a -0.0 into +0.0 as it does).
     // The pairs before the wrap-around read the source without the mask, which lets the
     // compiler vectorise them.
-    const double c0 = coef[0];
-    const double c1 = coef[1];
     const auto pair = [&](std::size_t ii, double v0, double v1) {
-      out[ii] = 0.0 + (c0 * v0 + c1 * v1);
-      out[ii + half] = 0.0 + (c1 * v0 - c0 * v1);
+      HaarPair(coef, v0, v1, out[ii], out[ii + half]);
     };
     const std::size_t unwrapped = (n - origin) / 2;
     const T* from = in + origin;
@@ -219,18 +227,159 @@ void Pad(const In* y, std::size_t n, Out* buf, std::size_t paddedN, std::size_t 
   for (std::size_t b = 0; n + endMirror + b < paddedN; ++b) buf[paddedN - 1 - b] = put(y[b]);
 }
 
+// Gives an array m values; throws when memory is short.
+void Size(Scratch& a, std::size_t m) {
+  a.clear();  // so that growing an array kept from an earlier call copies nothing
+  a.resize(m);
+}
+
+// One aligned Haar level: the pair in[2i], in[2i + 1] gives smooth[i] and detail[i], i < half;
+// `ahead`, if not null, is prefetched as far as `in` is read. The vector forms split a few
+// pairs at a time into their first and second values (the pairs left over come one by one);
+// every lane does HaarPair's arithmetic (a multiply, then an add, never fused), so all forms
+// give the same bits.
+using HaarLevelFn = void (*)(const double*, std::size_t, double*, double*, const double*);
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// HaarPair on each lane of the pairs' first and second values.
+template <class V>
+[[gnu::always_inline]] inline void HaarLanes(const V& first, const V& second, double* smooth,
+                                             double* detail) {
+  const V s = 0.0 + (kHaar[0] * first + kHaar[1] * second);
+  const V d = 0.0 + (kHaar[1] * first - kHaar[0] * second);
+  std::memcpy(smooth, &s, sizeof s);
+  std::memcpy(detail, &d, sizeof d);
+}
+
+void HaarLevelSse2(const double* in, std::size_t half, double* smooth, double* detail,
+                   const double* ahead) {
+  std::size_t i = 0;
+  for (; i + 2 <= half; i += 2) {
+    if (ahead != nullptr && i % 4 == 0) __builtin_prefetch(ahead + 2 * i, 0, 1);
+    const __m128d lo = _mm_loadu_pd(in + 2 * i);
+    const __m128d hi = _mm_loadu_pd(in + 2 * i + 2);
+    HaarLanes(_mm_unpacklo_pd(lo, hi), _mm_unpackhi_pd(lo, hi), smooth + i, detail + i);
+  }
+  for (; i < half; ++i) HaarPair(kHaar, in[2 * i], in[2 * i + 1], smooth[i], detail[i]);
+}
+
+[[gnu::target("avx")]] void HaarLevelAvx(const double* in, std::size_t half, double* smooth,
+                                         double* detail, const double* ahead) {
+  std::size_t i = 0;
+  for (; i + 4 <= half; i += 4) {
+    if (ahead != nullptr) __builtin_prefetch(ahead + 2 * i, 0, 1);
+    const __m256d lo = _mm256_loadu_pd(in + 2 * i);
+    const __m256d hi = _mm256_loadu_pd(in + 2 * i + 4);
+    const __m256d front = _mm256_permute2f128_pd(lo, hi, 0x20);  // pairs 0 and 2
+    const __m256d back = _mm256_permute2f128_pd(lo, hi, 0x31);   // pairs 1 and 3
+    HaarLanes(_mm256_unpacklo_pd(front, back), _mm256_unpackhi_pd(front, back), smooth + i,
+              detail + i);
+  }
+  for (; i < half; ++i) HaarPair(kHaar, in[2 * i], in[2 * i + 1], smooth[i], detail[i]);
+}
+
+HaarLevelFn ChooseHaarLevel() {
+  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+  return hasAvx ? HaarLevelAvx : HaarLevelSse2;
+}
+#else
+void HaarLevelScalar(const double* in, std::size_t half, double* smooth, double* detail,
+                     const double*) {
+  for (std::size_t i = 0; i < half; ++i)
+    HaarPair(kHaar, in[2 * i], in[2 * i + 1], smooth[i], detail[i]);
+}
+
+HaarLevelFn ChooseHaarLevel() { return HaarLevelScalar; }
+#endif
+
+// All Haar coefficients of y padded to N = bit_ceil(n), the very values PaddedTransform
+// leaves in `buf`, handed in another order to emit(values, count), a block at a time. Pair
+// ii of a first level reads padded samples 2ii + 1 and 2ii + 2, so the levels work on
+// aligned blocks of the padded signal rotated right by one sample (w[t] = x[t - 1], w[0] =
+// x[N - 1]): levels 1 .. k of w[mB .. mB + B - 1], B = 2^k, depend on that block alone.
+// Each block is taken down to one smooth value in cache, reading y where the block lies
+// inside it, and the blocks' smooth values then go through the coarser levels. No padded
+// copy, and no array of N coefficients. `work` holds HaarBlockWork(N) values.
+std::size_t HaarBlock(std::size_t paddedN) { return std::min<std::size_t>(1024, paddedN / 2); }
+
+// A block's samples, its smooth halves (two by turns) and its details; then the blocks'
+// smooth values and, from the coarser levels, their smooth halves.
+std::size_t HaarBlockWork(std::size_t paddedN) {
+  const std::size_t block = HaarBlock(paddedN);
+  const std::size_t blocks = paddedN / block;
+  return 2 * block + std::max(block, blocks) + 2 * blocks;
+}
+
+template <typename T, class Emit>
+void HaarByBlocks(const T* y, std::size_t n, double* work, Emit emit) {
+  const std::size_t paddedN = std::bit_ceil(n);
+  const std::size_t block = HaarBlock(paddedN);
+  const std::size_t blocks = paddedN / block;
+  double* samples = work;
+  double* smooth = samples + block;
+  double* details = smooth + block;
+  double* coarse = details + std::max(block, blocks);
+  double* coarseHalf = coarse + blocks;
+  const HaarLevelFn level = ChooseHaarLevel();
+  // The levels of in[0 .. len-1] down to `keep` smooth values, the details to `out` one
+  // level after the other; returns the last smooth values (in `a` or `b`).
+  const auto levels = [level](const double* in, std::size_t len, std::size_t keep, double* a,
+                              double* b, double* out, const double* ahead) {
+    for (; len > keep; out += len / 2, len /= 2) {
+      level(in, len / 2, a, out, ahead);
+      ahead = nullptr;
+      in = a;
+      std::swap(a, b);
+    }
+    return in;
+  };
+  for (std::size_t m = 0; m < blocks; ++m) {
+    const std::size_t first = m * block;  // w[first] is x[first - 1]
+    const double* in = samples;
+    if (first >= 1 && first + block <= n + 1) {
+      if constexpr (std::is_same_v<T, double>) {
+        in = y + (first - 1);
+      } else {
+        std::copy(y + first - 1, y + first - 1 + block, samples);
+      }
+    } else {
+      // w[t] is y[t - 1] up to t = n, then the pad: x[i] = y[N - 1 - i] gives w[t] = y[N - t]
+      // there, and w[0] = x[N - 1] is the last pad sample (y[0]), or y[N - 1] when n = N.
+      double* out = samples;
+      std::size_t t = first;
+      if (t == 0) {
+        *out++ = static_cast<double>(y[n == paddedN ? n - 1 : 0]);
+        t = 1;
+      }
+      for (; t < std::min(first + block, n + 1); ++t) *out++ = static_cast<double>(y[t - 1]);
+      for (; t < first + block; ++t) *out++ = static_cast<double>(y[paddedN - t]);
+    }
+    // The first level fetches the next block of y ahead: the levels after it leave the
+    // memory idle long enough for the processor to stop streaming it on its own.
+    const double* ahead = nullptr;
+    if constexpr (std::is_same_v<T, double>) {
+      if (first + 2 * block <= n + 1) ahead = y + (first + block - 1);
+    }
+    coarse[m] = levels(in, block, 1, smooth, smooth + block / 2, details, ahead)[0];
+    emit(details, block - 1);
+  }
+  const double* last = coarse;
+  if (blocks > 2) {
+    last = levels(coarse, blocks, 2, coarseHalf, coarseHalf + blocks / 2, details, nullptr);
+    emit(details, blocks - 2);
+  }
+  emit(last, 2);
+}
+
 // The full transform of the padded signal into `buf`, with `scratch` of the same size left
 // free for the caller. False when memory is short. The caller tests that the coefficients
 // are finite (a sample that is not, or a sum that overflowed, makes one of them not).
-template <typename T>
-bool PaddedTransform(const T* y, std::size_t n, const double* coef, std::size_t taps,
+bool PaddedTransform(const double* y, std::size_t n, const double* coef, std::size_t taps,
                      Scratch& buf, Scratch& scratch) {
   const std::size_t paddedN = std::bit_ceil(n);
-  buf.clear();  // so that growing an array kept from an earlier call copies nothing
-  scratch.clear();
   if (!NoThrow([&] {
-        buf.resize(paddedN);
-        scratch.resize(paddedN);
+        Size(buf, paddedN);
+        Size(scratch, paddedN);
       }))
     return false;
   Pad(y, n, scratch.data(), paddedN, 0, 1.0);
@@ -272,12 +421,13 @@ void Scatter(const double* from, double* to, std::size_t n, std::size_t* next, G
   for (std::size_t i = 0; i < n; ++i) to[next[group(from[i])]++] = from[i];
 }
 
-// Finite values in ascending order, as far as anyone reads them. Long arrays are grouped by
-// sign and exponent (the top 12 key bits) in one radix pass; a signal's values have few
-// exponents, so the pass writes to few places. The first read that lands in a part counts
-// its values by the next 11 key bits, which places each of these leaves in the sorted
-// order; a read that lands in a leaf gathers the leaf's values from its part into that
-// place and sorts them there. The fit reads only some order statistics and searches, so
+// Finite values in ascending order, as far as anyone reads them. Long arrays are counted
+// and then grouped by sign and exponent (the top 12 key bits) as their producer hands them
+// over, so they need not be stored anywhere first; a signal's values have few exponents, so
+// the grouping writes to few places. The first read that lands in a part counts its values
+// by the next 11 key bits, which places each of these leaves in the sorted order, and notes
+// each value's leaf bits; a read that lands in a leaf gathers the leaf's values from its
+// part into that place (finding them by those bits) and sorts them there. The fit reads only some order statistics and searches, so
 // most leaves are never gathered and no part is rearranged. A search counts the values
 // below the one sought: those in lower leaves come from the counts, the rest from the one
 // leaf that holds the value (that of -0.0 for the values below a zero, of +0.0 for those
@@ -285,9 +435,13 @@ void Scatter(const double* from, double* to, std::size_t n, std::size_t* next, G
 // pattern.
 class LazySorted {
  public:
-  // Takes over v (n values) and tmp (room for n); both must outlive this. Nothing is read
-  // or searched unless every value is finite().
-  LazySorted(double* v, double* tmp, std::size_t n) : m_sorted(v), m_grouped(tmp), m_n(n) {
+  // Sorts the n values that produce(sink) hands, in any order and in pieces, to
+  // sink(values, count); long arrays call it twice, to count and then to group the values.
+  // `sorted` and `grouped` have room for n values each and must outlive this. Nothing is
+  // read or searched unless every value is finite().
+  template <class Produce>
+  LazySorted(double* sorted, double* grouped, std::size_t n, Produce produce)
+      : m_sorted(sorted), m_grouped(grouped), m_n(n) {
     constexpr std::size_t kRadixFrom = 4096;  // below this the histograms cost more than they save
     std::vector<std::size_t> next;  // by top 12 pattern bits: a count, then the next place
     if (n < kRadixFrom || !NoThrow([&] {
@@ -297,20 +451,26 @@ class LazySorted {
           next.assign(kParts, 0);
         })) {
       m_start.clear();
-      m_finite = numeric_detail::AllFinite(v, n);
-      if (m_finite) std::sort(v, v + n);
+      double* to = sorted;
+      produce([&](const double* v, std::size_t count) { to = std::copy(v, v + count, to); });
+      m_finite = numeric_detail::AllFinite(sorted, n);
+      if (m_finite) std::sort(sorted, sorted + n);
       return;
     }
     // The values are counted and moved by the top bits of their pattern, which saves forming
     // each one's key; the parts take them in key order.
-    for (std::size_t i = 0; i < n; ++i) ++next[TopBits(v[i])];
+    produce([&](const double* v, std::size_t count) {
+      for (std::size_t i = 0; i < count; ++i) ++next[TopBits(v[i])];
+    });
     for (std::size_t t = 0; t < kParts; ++t) m_start[PartOfTop(t) + 1] = next[t];
     for (std::size_t b = 0; b < kParts; ++b) m_start[b + 1] += m_start[b];
     // Infinities and NaNs, and they alone, fill the first part (negative) and the last.
     m_finite = m_start[1] == 0 && m_start[kParts - 1] == n;
     if (!m_finite) return;
     for (std::size_t t = 0; t < kParts; ++t) next[t] = m_start[PartOfTop(t)];
-    Scatter(v, tmp, n, next.data(), [](double d) { return TopBits(d); });
+    produce([&](const double* v, std::size_t count) {
+      Scatter(v, grouped, count, next.data(), [](double d) { return TopBits(d); });
+    });
   }
 
   bool finite() const { return m_finite; }
@@ -359,6 +519,9 @@ class LazySorted {
   static std::size_t PartOfTop(std::size_t top) {
     return Part(std::bit_cast<double>(std::uint64_t{top} << 52));
   }
+  static std::size_t LeafBits(double d) {
+    return static_cast<std::size_t>(std::bit_cast<std::uint64_t>(d) >> 41) & (kLeaves - 1);
+  }
   static std::size_t Leaf(double d) {
     return static_cast<std::size_t>(SortKey(d) >> 41) & (kLeaves - 1);
   }
@@ -371,6 +534,9 @@ class LazySorted {
   struct Leaves {
     std::vector<std::size_t> start;  // leaf l is start[l] .. start[l + 1] - 1
     std::vector<bool> gathered;
+    // The leaf bits of the part's values in their grouped order (the pattern's 11 bits
+    // under the part's): a gather scans these, a quarter of the bytes of the values.
+    std::unique_ptr<std::uint16_t[]> bits;
   };
 
   // The leaves of part b, counted on first use; null once the part is sorted whole (a short
@@ -385,6 +551,7 @@ class LazySorted {
           leaves = std::make_unique<Leaves>();
           leaves->start.assign(kLeaves + 1, 0);
           leaves->gathered.assign(kLeaves, false);
+          leaves->bits = std::make_unique_for_overwrite<std::uint16_t[]>(m);
         })) {
       std::copy(m_grouped + lo, m_grouped + lo + m, m_sorted + lo);
       std::sort(m_sorted + lo, m_sorted + lo + m);
@@ -395,8 +562,11 @@ class LazySorted {
     start[0] = lo;
     // Counted by the pattern's bits under the part's, in the opposite order to the keys'
     // for a negative part.
-    for (std::size_t i = lo; i < lo + m; ++i)
-      ++start[((std::bit_cast<std::uint64_t>(m_grouped[i]) >> 41) & (kLeaves - 1)) + 1];
+    std::uint16_t* bits = leaves->bits.get();
+    for (std::size_t i = 0; i < m; ++i) {
+      bits[i] = static_cast<std::uint16_t>(LeafBits(m_grouped[lo + i]));
+      ++start[bits[i] + 1];
+    }
     if (b < kParts / 2) std::reverse(start.begin() + 1, start.end());
     for (std::size_t l = 0; l < kLeaves; ++l) start[l + 1] += start[l];
     m_leaves[b] = std::move(leaves);
@@ -405,29 +575,28 @@ class LazySorted {
 
   // Copies the values of leaf l out of part b to the leaf's place in m_sorted, in order.
   // A leaf holds a small share of its part: blocks without one of its values are passed
-  // over by a count of matching patterns (their top 23 bits) that the compiler vectorises.
+  // over by a count of matching leaf bits that the compiler vectorises.
   void Gather(std::size_t b, Leaves& leaves, std::size_t l) {
     if (leaves.gathered[l]) return;
     leaves.gathered[l] = true;
-    const std::uint64_t pattern = PatternOf(std::uint64_t{b << 11 | l} << 41);
-    const auto top = static_cast<std::uint32_t>(pattern >> 41);  // the leaf's top 23 bits
-    const auto inLeaf = [top](double d) {
-      return static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(d) >> 41) == top;
-    };
+    const auto want = static_cast<std::uint16_t>(
+        LeafBits(std::bit_cast<double>(PatternOf(std::uint64_t{b << 11 | l} << 41))));
+    const std::uint16_t* bits = leaves.bits.get();
+    const double* values = m_grouped + m_start[b];
+    const std::size_t m = m_start[b + 1] - m_start[b];
     double* out = m_sorted + leaves.start[l];
     constexpr std::size_t kBlock = 64;  // long enough for the count to be vectorised
-    const double* from = m_grouped + m_start[b];
-    const double* end = m_grouped + m_start[b + 1];
-    for (; end - from >= static_cast<std::ptrdiff_t>(kBlock); from += kBlock) {
+    std::size_t i = 0;
+    for (; i + kBlock <= m; i += kBlock) {
       std::uint32_t hits = 0;
-      for (std::size_t k = 0; k < kBlock; ++k) hits += static_cast<std::uint32_t>(inLeaf(from[k]));
+      for (std::size_t k = 0; k < kBlock; ++k) hits += static_cast<std::uint32_t>(bits[i + k] == want);
       if (hits == 0) continue;
-      for (std::size_t k = 0; k < kBlock; ++k) {
-        if (inLeaf(from[k])) *out++ = from[k];
+      for (std::size_t k = i; k < i + kBlock; ++k) {
+        if (bits[k] == want) *out++ = values[k];
       }
     }
-    for (; from < end; ++from) {
-      if (inLeaf(*from)) *out++ = *from;
+    for (; i < m; ++i) {
+      if (bits[i] == want) *out++ = values[i];
     }
     std::sort(m_sorted + leaves.start[l], out);
   }
@@ -557,9 +726,25 @@ template <typename T>
 double WhiteNoiseLevelT(const T* y, std::uint32_t n) {
   if (y == nullptr || n < 4) return 0.0;
   NoiseArrays fresh;
-  auto& [buf, scratch] = ArraysFor(n, fresh);
-  if (!PaddedTransform(y, n, kHaar, 2, buf, scratch)) return 0.0;
-  LazySorted sorted(buf.data(), scratch.data(), buf.size());
+  NoiseArrays& arrays = ArraysFor(n, fresh);
+  const std::size_t paddedN = std::bit_ceil(std::size_t{n});
+  // The sorted array receives only the leaves the fit reads. A fresh one comes from plain
+  // new, in small pages, so that the kernel clears only the pages they land in.
+  std::unique_ptr<double[]> sparse;
+  std::vector<double> work;
+  if (!NoThrow([&] {
+        Size(arrays.scratch, paddedN);
+        if (&arrays == &fresh) {
+          sparse = std::make_unique_for_overwrite<double[]>(paddedN);
+        } else {
+          Size(arrays.buf, paddedN);
+        }
+        work.resize(HaarBlockWork(paddedN));
+      }))
+    return 0.0;
+  double* sortedValues = sparse ? sparse.get() : arrays.buf.data();
+  LazySorted sorted(sortedValues, arrays.scratch.data(), paddedN,
+                    [&](auto sink) { HaarByBlocks(y, n, work.data(), sink); });
   return sorted.finite() ? WhiteNoiseFromSorted(sorted) : 0.0;
 }
 
@@ -761,10 +946,10 @@ std::int32_t QXWaveletAnalysis::CalcWhiteNoiseLevels(double* y, std::uint32_t n,
   std::array<double, kMaxDepths> found{};
   std::size_t depths = 0;
   for (std::size_t len = buf.size(); len / 2 >= kMinCoefficients; len /= 2) {
-    // A depth's details are buf[len/2 .. len-1]; sort a copy, with room for the sort after it.
+    // A depth's details are buf[len/2 .. len-1]; scratch takes their sort.
     const std::size_t half = len / 2;
-    std::copy(buf.data() + half, buf.data() + len, scratch.data());
-    LazySorted sorted(scratch.data(), scratch.data() + half, half);
+    LazySorted sorted(scratch.data(), scratch.data() + half, half,
+                      [&](auto sink) { sink(buf.data() + half, half); });
     found[depths++] = WhiteNoiseFromSorted(sorted);
   }
   if (depths == 0 || !NoThrow([&] { levels.assign(found.begin(), found.begin() + depths); }))
