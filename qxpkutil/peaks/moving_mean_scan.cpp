@@ -189,6 +189,35 @@ void MarkMoves(const double* means, std::int64_t from, std::int64_t to, double t
       });
 }
 
+#if defined(__x86_64__) && defined(__GNUC__)
+// AboveWord four at a time.
+[[gnu::target("avx")]] std::uint64_t AboveWordAvx(const double* y, const double* means, double t) {
+  const __m256d bar = _mm256_set1_pd(t);
+  std::uint64_t above = 0;
+#pragma GCC unroll 16
+  for (int j = 0; j < 64; j += 4) {
+    const __m256d point = _mm256_cmp_pd(bar, _mm256_loadu_pd(y + j), _CMP_LE_OQ);
+    const __m256d mean = _mm256_cmp_pd(bar, _mm256_loadu_pd(means + j), _CMP_LE_OQ);
+    above |= static_cast<std::uint64_t>(_mm256_movemask_pd(_mm256_or_pd(point, mean))) << j;
+  }
+  return above;
+}
+#endif
+
+// Bit j set when t <= y[j] or t <= means[j], for j = 0..63: the scan's threshold test of a
+// step, with y the points at the windows' middles (a NaN sets nothing, as in the test).
+std::uint64_t AboveWord(const double* y, const double* means, double t) {
+#if defined(__x86_64__) && defined(__GNUC__)
+  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+  if (hasAvx) return AboveWordAvx(y, means, t);
+#endif
+  std::uint64_t above = 0;
+  for (int j = 0; j < 64; ++j) {
+    above |= static_cast<std::uint64_t>((t <= y[j]) | (t <= means[j])) << j;
+  }
+  return above;
+}
+
 // The first k in from..to (offsets into a bit array) whose bit is set, or to + 1.
 std::int64_t NextSet(const std::uint64_t* bits, std::int64_t from, std::int64_t to) {
   for (std::int64_t k = from; k <= to; k = (k | 63) + 1) {
@@ -389,6 +418,11 @@ class MovingMeanScan {
   // Takes the means of a run over first..last from the shared store or m_localMeans.
   void TakeMeans(std::int64_t first, std::int64_t last);
 
+  // With the step bits, the first k in from..stop (from past the flat loop's entry, stop
+  // within the means) whose point or mean reaches the threshold and whose mean rises, or
+  // stop + 1: the flat loop's stop, found a word of 64 steps at a time.
+  std::int64_t NextRiseAbove(std::int64_t from, std::int64_t stop);
+
   const XValue* m_x;
   const YValue* m_y;
   std::uint32_t m_n;
@@ -402,7 +436,42 @@ class MovingMeanScan {
   const std::uint64_t* m_gt = nullptr;
   const std::uint64_t* m_moved = nullptr;
   MeanBlock m_localMeans;
+  // The threshold bits (AboveWord) of the steps m_aboveFrom .. m_aboveFrom + 63, kept for
+  // the next visits of the flat loop: they depend only on the data, whichever buffer holds
+  // the means.
+  std::int64_t m_aboveFrom = -1;
+  std::uint64_t m_above = 0;
 };
+
+template <class XValue, class YValue>
+std::int64_t MovingMeanScan<XValue, YValue>::NextRiseAbove(std::int64_t from, std::int64_t stop) {
+  const double* means = m_means - m_meansLo;
+  const double threshold = m_s.threshold;
+  const std::int64_t half = m_s.filterWidth / 2;
+  for (std::int64_t k = from; k <= stop;) {
+    const std::int64_t word = (k - m_meansLo) >> 6;
+    const std::int64_t base = m_meansLo + 64 * word;
+    if (base + 63 > stop) {
+      // The last, partial word: step by step.
+      for (; k <= stop; ++k) {
+        if (((threshold <= Y(k + half)) | (threshold <= means[k])) && !(means[k] <= means[k - 1])) {
+          return k;
+        }
+      }
+      break;
+    }
+    if (base != m_aboveFrom) {
+      if constexpr (std::is_same_v<YValue, double>) {
+        m_above = AboveWord(m_y + base + half, means + base, threshold);
+      }
+      m_aboveFrom = base;
+    }
+    const std::uint64_t rises = (m_above & ~m_le[word]) >> (k - base);
+    if (rises != 0) return k + std::countr_zero(rises);
+    k = base + 64;
+  }
+  return stop + 1;
+}
 
 template <class XValue, class YValue>
 std::int64_t MovingMeanScan<XValue, YValue>::LowestPoint(std::int64_t lo, std::int64_t hi,
@@ -545,11 +614,21 @@ void MovingMeanScan<XValue, YValue>::Continue(std::int64_t first, std::int64_t l
       const double entryMean = prevMean;
       const auto before = [&](std::int64_t k) { return k == entry ? entryMean : means[k - inc]; };
       bool rose = false;
-      for (; i <= fastStop; i += inc) {
-        if (((threshold <= Y(i + width / 2)) | (threshold <= means[i])) &&
-            !(means[i] <= before(i))) {
-          rose = true;
-          break;
+      if (m_le != nullptr) {
+        // Step 1: the entry by itself, then the steps after it by words of bits.
+        rose = ((threshold <= Y(i + width / 2)) | (threshold <= means[i])) &&
+               !(means[i] <= entryMean);
+        if (!rose) {
+          i = NextRiseAbove(i + 1, fastStop);
+          rose = i <= fastStop;
+        }
+      } else {
+        for (; i <= fastStop; i += inc) {
+          if (((threshold <= Y(i + width / 2)) | (threshold <= means[i])) &&
+              !(means[i] <= before(i))) {
+            rose = true;
+            break;
+          }
         }
       }
       // The valley is the last step before the stop whose mean did not rise.
