@@ -986,6 +986,26 @@ class TrialLeap {
     return true;
   }
 
+  // True when no peak within left..right can reach `largest`, judged on the chunks that hold
+  // it when they are filled already: a candidate's plain intensity sum (AreaStaysBelow)
+  // without reading its points.
+  bool ChunksStayBelow(std::int64_t left, std::int64_t right, double largest) const {
+    const std::int64_t c0 = (left - m_first) / kChunk;
+    const std::int64_t c1 = (right - m_first) / kChunk;
+    if (left < m_first || c1 >= static_cast<std::int64_t>(m_chunks.size())) return false;
+    double sum = 0.0;
+    double top = 0.0;
+    double inverseStep = 0.0;
+    for (std::int64_t c = c0; c <= c1; ++c) {
+      const Chunk& chunk = m_chunks[static_cast<std::size_t>(c)];
+      sum += chunk.sum;
+      top = std::max(top, chunk.top);
+      inverseStep = std::max(inverseStep, chunk.inverseStep);
+    }
+    return StaysBelow(sum, top, inverseStep, m_first + kChunk * c0,
+                      m_first + kChunk * (c1 + 1) - 1, largest);
+  }
+
   // Before the pass: runs the scan over a stretch around the highest intensity of the first
   // 2^20 points, from a state that the lemma names, and hands its peaks to `accept`, so that
   // the pass can leap with a large area from its first steps on. It fills their chunks first
@@ -1119,20 +1139,26 @@ class TrialLeap {
       const std::int64_t end = m_first + kChunk * (c + 1) - 1;
       sum += chunk.sum;
       top = std::max(top, chunk.top);
-      double rounding = 0.0;
-      if (m_method == 1) {
-        // The first chunk's step into it lies outside the range: a smaller step, a wider bound.
-        inverseStep = std::max(inverseStep, chunk.inverseStep);
-        const double magnitude = std::max(std::fabs(m_x[start]), std::fabs(m_x[end]));
-        rounding = 1e-14 * top * (1.0 + magnitude * inverseStep);
-      }
-      const auto points = static_cast<double>(end - start + 1);
-      const double bound =
-          (sum + points * rounding) * (1.0 + 1e-12 + points * 1e-15) * m_scale;
-      if (!(bound * (1.0 + 1e-12) < largest)) return reach;
+      // The first chunk's step into it lies outside the range: a smaller step, a wider bound.
+      inverseStep = std::max(inverseStep, chunk.inverseStep);
+      if (!StaysBelow(sum, top, inverseStep, start, end, largest)) return reach;
       reach = end;
     }
     return reach;
+  }
+
+  // True when no peak within start..end (the points of whole chunks, with the sum, highest
+  // value and largest inverse step of those chunks) can reach `largest`.
+  bool StaysBelow(double sum, double top, double inverseStep, std::int64_t start,
+                  std::int64_t end, double largest) const {
+    double rounding = 0.0;
+    if (m_method == 1) {
+      const double magnitude = std::max(std::fabs(m_x[start]), std::fabs(m_x[end]));
+      rounding = 1e-14 * top * (1.0 + magnitude * inverseStep);
+    }
+    const auto points = static_cast<double>(end - start + 1);
+    const double bound = (sum + points * rounding) * (1.0 + 1e-12 + points * 1e-15) * m_scale;
+    return bound * (1.0 + 1e-12) < largest;
   }
 
   // Two cursors in the same state. Their last resume points may differ only where no later
@@ -1311,10 +1337,14 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
   std::int64_t last = 0;
   ScanRange(x, n, trial.startX, trial.endX, first, last);
   if (!ScanCanRun(first, last, n, trial)) return summary;
-  // Once a peak is in, only a candidate whose area could beat the largest matters.
+  // Once a peak is in, only a candidate whose area could beat the largest matters: judged
+  // first on the leaps' chunks where they are filled, then on its points.
+  TrialLeap leap(x, y, first, last, trial);
   const auto worth = [&](std::int64_t left, std::int64_t right) {
-    return summary.found == 0 || !AreaStaysBelow(x, y, left, right, trial.integrationMethod,
-                                                 trial.areaScale, summary.largestArea);
+    return summary.found == 0 ||
+           !(leap.ChunksStayBelow(left, right, summary.largestArea) ||
+             AreaStaysBelow(x, y, left, right, trial.integrationMethod, trial.areaScale,
+                            summary.largestArea));
   };
   const auto accept = [&summary](std::int64_t, std::int64_t, std::int64_t, double area) {
     ++summary.found;
@@ -1339,7 +1369,6 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
   ScanRequest open = *beside;
   open.minArea = -std::numeric_limits<double>::infinity();
   MovingMeanScan<double, double> other(x, y, n, open);
-  TrialLeap leap(x, y, first, last, trial);
   bool recorded = false;
   bool ran = false;
   try {
