@@ -1115,6 +1115,11 @@ class TrialLeap {
         chunk.inverseStep = 1.0 / look.smallestStep;
       }
       try {
+        // Room for every chunk of the range at once (24 bytes for 64 points): growing by
+        // doubling copied them over and over.
+        if (m_chunks.empty()) {
+          m_chunks.reserve(static_cast<std::size_t>((m_last - m_first) / kChunk + 1));
+        }
         m_chunks.push_back(chunk);
       } catch (const std::bad_alloc&) {
         m_on = false;
