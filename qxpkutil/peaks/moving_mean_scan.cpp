@@ -940,11 +940,30 @@ template <class V>
 //
 // The bound. A candidate met between a cursor and the merged state lies within [valley, merge
 // step], since the valley only moves forward and every right bound is a step the scan goes
-// on from. Its area is at most the plain sum of the intensities there when none is negative
-// (the baseline between two non-negative bounds stays at or above 0), plus, for the line
-// baseline, the line's rounding: at most 1e-14 * Ymax * (1 + X / g) a point for x strictly
-// ascending with smallest step g and magnitudes up to X (the slope is below Ymax / g).
-// The margins cover the sums' rounding as AreaStaysBelow's do.
+// on from. Its area is at most the plain sum of the intensities within its own bounds
+// [left, right] when none is negative (the baseline between two non-negative bounds stays at
+// or above 0), plus, for the line baseline, the line's rounding: at most
+// 1e-14 * Ymax * (1 + X / g) a point for x strictly ascending with smallest step g and
+// magnitudes up to X (the slope is below Ymax / g). The margins cover the sums' rounding as
+// AreaStaysBelow's do.
+//
+// Which sums. Call q a cut when m[q] <= m[q - 1] and m[q + 1] > m[q]. Every cut within the
+// bounds of a candidate lies at most 2 steps after its left bound or at most
+// D = 2W + W/2 - 2 steps before its right bound. Proof, for a candidate closing at c whose
+// rise started at e (the steps e + 1 .. c - 1 rise, so none of them is a cut): left is at or
+// after the valley, which is e - 1 (the step before the rise), or e (a resume point where the
+// rise starts), or, after a candidate closing at c' = e - 1 that did not jump, its right
+// bound c' - 1 (see above). The right walk starts at s0 = max(c - 1, left) + 1, which is c,
+// or lies within one step after left; its means do not rise until its stop s, so no step of
+// s0 .. s - 2 is a cut, and every cut past the left ones lies at or after both c and s - 1.
+// The walk's bound r is at most max(s - 1, apex) + W, where apex <= c + W - 1, and the walk
+// back with a noise threshold returns at most r + W/2 - 1. So the right bound lies within
+// W + W/2 - 1 steps after s - 1, or, when the apex lies further, within D steps after c. Over
+// the 64-point chunks A .. B that hold the bounds, none of A + 2 .. B - 2 then holds a cut
+// (D < 64: W <= 21 here), and the candidate's sum is at most that of the widest such run of
+// chunks within the stretch: one ending at B starts at the chunk before the last chunk with a
+// cut among the stretch's third .. B - 2, or at the stretch's first chunk. A chunk whose step
+// bits are not at hand counts as one without a cut, which only widens the runs.
 class TrialLeap {
  public:
   using Scan = MovingMeanScan<double, double>;
@@ -952,6 +971,9 @@ class TrialLeap {
                                                       std::uint32_t,
                                                       const peaks_detail::ScanRequest&,
                                                       std::int64_t&);
+  friend std::int64_t peaks_detail::CutsInsidePeaks(const double*, const double*, std::uint32_t,
+                                                    const peaks_detail::ScanRequest&,
+                                                    std::int64_t&);
 
   TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
             const peaks_detail::ScanRequest& s)
@@ -976,7 +998,7 @@ class TrialLeap {
     const std::int64_t stop = std::min({end, hi, m_last - w - 1}) - 1;
     const std::int64_t from = std::max(c.valley, m_first);
     if (stop - c.i < room + m_run) return true;
-    const std::int64_t reach = Reach(from, stop, largest);
+    const std::int64_t reach = Reach(from, stop, largest, le, gt, lo, hi);
     if (reach < 0) return m_on;
     // The last run end at least `room` before the reach, and the merge.
     const std::int64_t lowest = std::max({c.i, lo + m_run + 1, m_first + m_run + 2});
@@ -1130,11 +1152,15 @@ class TrialLeap {
   }
 
   // The last k up to stop such that no peak within [from, k] can reach `largest` (judged on
-  // whole chunks, a wider range), or -1.
-  std::int64_t Reach(std::int64_t from, std::int64_t stop, double largest) {
+  // whole chunks, a wider range, and the runs of chunks of the class comment), or -1. le and
+  // gt are the step bits of the means from lo on, valid below hi.
+  std::int64_t Reach(std::int64_t from, std::int64_t stop, double largest, const std::uint64_t* le,
+                     const std::uint64_t* gt, std::int64_t lo, std::int64_t hi) {
     const std::int64_t c0 = (from - m_first) / kChunk;
     const std::int64_t start = m_first + kChunk * c0;
-    double sum = 0.0;
+    double total = 0.0;      // the sum of the chunks c0 .. c
+    double before[4] = {};   // before[(j - c0) % 4]: of the chunks c0 .. j - 1, the last four j
+    double runStart = 0.0;   // the same before the chunk ahead of the last chunk with a cut
     double top = 0.0;
     double inverseStep = 0.0;
     std::int64_t reach = -1;
@@ -1142,14 +1168,38 @@ class TrialLeap {
       if (!Fill(c)) return -1;
       const Chunk& chunk = m_chunks[static_cast<std::size_t>(c)];
       const std::int64_t end = m_first + kChunk * (c + 1) - 1;
-      sum += chunk.sum;
+      before[(c - c0) % 4] = total;
+      total += chunk.sum;
       top = std::max(top, chunk.top);
       // The first chunk's step into it lies outside the range: a smaller step, a wider bound.
       inverseStep = std::max(inverseStep, chunk.inverseStep);
+      // Chunk c - 2 joins the inner chunks of the runs ending at c.
+      const std::int64_t k = c - 2;
+      if (k >= c0 + 2 && HasCut(m_first + kChunk * k, le, gt, lo, hi)) {
+        runStart = before[(k - 1 - c0) % 4];
+      }
+      // The widest run ending at c, and the rounding of the difference of two running sums.
+      const double run = total - runStart;
+      const auto points = static_cast<double>(end - start + 1);
+      const double sum = run + total * (1e-12 + points * 1e-15);
       if (!StaysBelow(sum, top, inverseStep, start, end, largest)) return reach;
       reach = end;
     }
     return reach;
+  }
+
+  // True when a cut (class comment) lies among the 64 steps from p, by the step bits le and gt
+  // of the means from lo on (valid below hi); false also when those bits are not at hand.
+  static bool HasCut(std::int64_t p, const std::uint64_t* le, const std::uint64_t* gt,
+                     std::int64_t lo, std::int64_t hi) {
+    if (p < lo || p + 64 >= hi) return false;
+    // The 64 bits from offset `at`.
+    const auto bits = [](const std::uint64_t* words, std::int64_t at) {
+      const std::int64_t shift = at & 63;
+      const std::uint64_t low = words[at >> 6] >> shift;
+      return shift == 0 ? low : low | words[(at >> 6) + 1] << (64 - shift);
+    };
+    return (bits(le, p - lo) & bits(gt, p - lo + 1)) != 0;
   }
 
   // True when no peak within start..end (the points of whole chunks, with the sum, highest
@@ -1451,6 +1501,41 @@ std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::
     wrong += !same(a, full) && !(two && same(b, full));
   }
   checked = static_cast<std::int64_t>(ends.size());
+  return wrong;
+}
+
+std::int64_t peaks_detail::CutsInsidePeaks(const double* x, const double* y, std::uint32_t n,
+                                           const ScanRequest& trial, std::int64_t& checked) {
+  checked = 0;
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  ScanRange(x, n, trial.startX, trial.endX, first, last);
+  TrialLeap leap(x, y, first, last, trial);
+  if (!ScanCanRun(first, last, n, trial) || !leap.m_on ||
+      std::any_of(y + first, y + last + 1, [](double v) { return !(v >= 0.0); })) {
+    return 0;
+  }
+  const std::int64_t end = last - trial.filterWidth + 1;
+  std::vector<double> means(static_cast<std::size_t>(end - first));
+  ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
+  const double* m = means.data() - first;
+  const auto cut = [&](std::int64_t q) {
+    return q > first && q + 1 < end && m[q] <= m[q - 1] && m[q + 1] > m[q];
+  };
+  std::int64_t wrong = 0;
+  peaks_detail::ScanRequest all = trial;
+  all.minArea = -std::numeric_limits<double>::infinity();
+  MovingMeanScan<double, double>(x, y, n, all).Run(
+      first, last, kAlwaysWorth, [&](std::int64_t, std::int64_t left, std::int64_t right, double) {
+        ++checked;
+        const std::int64_t reach = 2 * trial.filterWidth + trial.filterWidth / 2 - 2;
+        for (std::int64_t q = left + 3; q < right - reach; ++q) {
+          if (cut(q)) {
+            ++wrong;
+            break;
+          }
+        }
+      });
   return wrong;
 }
 
