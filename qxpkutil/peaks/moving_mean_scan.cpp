@@ -1319,7 +1319,10 @@ bool RunTogether(MovingMeanScan<double, double>& a, MovingMeanScan<double, doubl
     }
   };
   constexpr std::int64_t kCapacity = 32768;  // 256 KiB
-  constexpr std::int64_t kBlock = 4096;      // means computed at a time
+  // Means computed at a time. A leap lands before the block's end, where the means stop, so
+  // longer blocks let the trial leap further (16384 against 4096: 80.4 -> 75.3 M instructions
+  // a million-point driver call).
+  constexpr std::int64_t kBlock = 16384;
   constexpr std::int64_t kKept = 4096;       // older means kept when the buffer is full
   constexpr std::int64_t kLead = 512;        // how far before a block's end the scans pause
   constexpr std::int64_t kStride = 512;      // steps the trial scans between tries to leap
