@@ -1000,9 +1000,18 @@ class TrialLeap {
     if (stop - c.i < room + m_run) return true;
     const std::int64_t reach = Reach(from, stop, largest, le, gt, lo, hi);
     if (reach < 0) return m_on;
-    // The last run end at least `room` before the reach, and the merge.
+    // The last run end at least `room` before the reach, and the merge. A stretch searched in
+    // vain before is not searched again.
     const std::int64_t lowest = std::max({c.i, lo + m_run + 1, m_first + m_run + 2});
-    const std::int64_t z = LastRunEnd(le, gt, lo, lowest, reach - room);
+    const std::int64_t top = reach - room;
+    const bool known = lowest >= m_noRunEndFrom && lowest <= m_noRunEndTo + 1;
+    const std::int64_t z = LastRunEnd(le, gt, lo, known ? m_noRunEndTo + 1 : lowest, top);
+    if (z < 0 && known) {
+      m_noRunEndTo = std::max(m_noRunEndTo, top);
+    } else if (z < 0 && top >= lowest) {
+      m_noRunEndFrom = lowest;
+      m_noRunEndTo = top;
+    }
     Scan::Cursor merged{};
     if (z >= 0 && Merge(scan, c, z, reach, means - lo, merged)) c = merged;
     return true;
@@ -1297,6 +1306,10 @@ class TrialLeap {
   // with a negative or NaN intensity on, since the lemma reads the whole past.
   std::vector<Chunk> m_chunks;
   bool m_on;
+  // No run end lies in m_noRunEndFrom .. m_noRunEndTo: the bits there say so, whatever the
+  // buffer that held them.
+  std::int64_t m_noRunEndFrom = 0;
+  std::int64_t m_noRunEndTo = -1;
 };
 
 // Runs `a` and `b`, two scans of the same filter over first..last, step by step together
