@@ -997,7 +997,7 @@ class TrialLeap {
     const std::int64_t room = 4 * w + 64;  // for the merge, beyond the run's end
     const std::int64_t stop = std::min({end, hi, m_last - w - 1}) - 1;
     const std::int64_t from = std::max(c.valley, m_first);
-    if (stop - c.i < room + m_run) return true;
+    if (stop - c.i < room + m_run || stop == m_spentStop) return true;
     const std::int64_t reach = Reach(from, stop, largest, le, gt, lo, hi);
     if (reach < 0) return m_on;
     // The last run end at least `room` before the reach, and the merge. A stretch searched in
@@ -1011,6 +1011,11 @@ class TrialLeap {
     } else if (z < 0 && top >= lowest) {
       m_noRunEndFrom = lowest;
       m_noRunEndTo = top;
+    }
+    // Reaching the last chunk before the stop without a run end, a later try against the same
+    // stop finds the same: its valley and cursor only move on, and its largest area only grows.
+    if (z < 0 && reach == m_first + kChunk * ((stop - m_first + 1) / kChunk) - 1) {
+      m_spentStop = stop;
     }
     Scan::Cursor merged{};
     if (z >= 0 && Merge(scan, c, z, reach, means - lo, merged)) c = merged;
@@ -1310,6 +1315,7 @@ class TrialLeap {
   // buffer that held them.
   std::int64_t m_noRunEndFrom = 0;
   std::int64_t m_noRunEndTo = -1;
+  std::int64_t m_spentStop = -1;  // see Leap
 };
 
 // Runs `a` and `b`, two scans of the same filter over first..last, step by step together
