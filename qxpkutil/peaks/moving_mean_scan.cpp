@@ -206,14 +206,17 @@ void MarkMoves(const double* means, std::int64_t from, std::int64_t to, double t
 
 // Bit j set when t <= y[j] or t <= means[j], for j = 0..63: the scan's threshold test of a
 // step, with y the points at the windows' middles (a NaN sets nothing, as in the test).
-std::uint64_t AboveWord(const double* y, const double* means, double t) {
+template <class YValue>
+std::uint64_t AboveWord(const YValue* y, const double* means, double t) {
 #if defined(__x86_64__) && defined(__GNUC__)
-  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
-  if (hasAvx) return AboveWordAvx(y, means, t);
+  if constexpr (std::is_same_v<YValue, double>) {
+    static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+    if (hasAvx) return AboveWordAvx(y, means, t);
+  }
 #endif
   std::uint64_t above = 0;
   for (int j = 0; j < 64; ++j) {
-    above |= static_cast<std::uint64_t>((t <= y[j]) | (t <= means[j])) << j;
+    above |= static_cast<std::uint64_t>((t <= static_cast<double>(y[j])) | (t <= means[j])) << j;
   }
   return above;
 }
@@ -461,9 +464,7 @@ std::int64_t MovingMeanScan<XValue, YValue>::NextRiseAbove(std::int64_t from, st
       break;
     }
     if (base != m_aboveFrom) {
-      if constexpr (std::is_same_v<YValue, double>) {
-        m_above = AboveWord(m_y + base + half, means + base, threshold);
-      }
+      m_above = AboveWord(m_y + base + half, means + base, threshold);
       m_aboveFrom = base;
     }
     const std::uint64_t rises = (m_above & ~m_le[word]) >> (k - base);
