@@ -88,8 +88,8 @@ std::vector<double> LeapFloor(std::mt19937_64& rng, std::uint32_t n, Floor floor
 // A trial search run beside the real one leaps over stretches whose peaks cannot beat its
 // largest area so far; alone, it scans every step. Both must find the same largest area, on
 // signals made to trip a wrong leap: long falls and flat or zero runs (where the scan's state
-// is taken to be known), small integers full of ties, and peaks whose areas come close to
-// the largest found before them, so that the bound only just lets a stretch go.
+// is taken to be known), small integers full of ties, and peaks, narrow and wide, whose areas
+// come close to the largest found before them, so that the bound only just lets a stretch go.
 TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
   std::mt19937_64 rng(16);
   int leapable = 0;
@@ -97,7 +97,9 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
     const auto pick = [&](int lo, int hi) {
       return std::uniform_int_distribution<int>(lo, hi)(rng);
     };
-    const auto n = static_cast<std::uint32_t>(pick(2000, 24000));
+    // Every tenth signal spans several blocks of the side-by-side pass's means.
+    const auto n = static_cast<std::uint32_t>(round % 10 == 9 ? pick(70000, 140000)
+                                                               : pick(2000, 24000));
     std::vector<double> x(n);
     double at = 100.0;
     const bool descending = round % 23 == 22;  // no leap: the line baseline needs ascending x
@@ -112,7 +114,8 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
     double height = pick(20, 200);
     for (int p = pick(2, 40); p > 0; --p) {
       const std::int64_t centre = pick(0, static_cast<int>(n) - 1);
-      const double width = pick(2, 25);
+      // Some wide: their candidates span many 64-point chunks, with cuts in the noise.
+      const double width = pick(0, 4) == 0 ? pick(30, 150) : pick(2, 25);
       height *= 0.9 + pick(0, 40) * 0.01;
       for (std::int64_t k = std::max<std::int64_t>(0, centre - 5 * width);
            k < std::min<std::int64_t>(n, centre + 5 * width); ++k) {
@@ -153,6 +156,7 @@ TEST(MovingMeanScan, TrialLeapsFindTheLargestArea) {
 TEST(MovingMeanScan, TrialLeapsLandOnTheFullScansPath) {
   std::mt19937_64 rng(11);
   std::int64_t runEnds = 0;
+  std::int64_t peaks = 0;
   for (int round = 0; round < 240; ++round) {
     const auto pick = [&](int lo, int hi) {
       return std::uniform_int_distribution<int>(lo, hi)(rng);
@@ -178,8 +182,13 @@ TEST(MovingMeanScan, TrialLeapsLandOnTheFullScansPath) {
     ASSERT_EQ(peaks_detail::WrongRunExits(x.data(), y.data(), n, trial, checked), 0)
         << "round " << round;
     runEnds += checked;
+    // The leaps bound a peak's area by runs of chunks that only hold the cuts near its ends.
+    ASSERT_EQ(peaks_detail::CutsInsidePeaks(x.data(), y.data(), n, trial, checked), 0)
+        << "round " << round;
+    peaks += checked;
   }
   EXPECT_GT(runEnds, 4000);
+  EXPECT_GT(peaks, 4000);
 }
 
 }  // namespace

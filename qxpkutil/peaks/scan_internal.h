@@ -78,4 +78,12 @@ ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
 std::int64_t WrongRunExits(const double* x, const double* y, std::uint32_t n,
                                const ScanRequest& trial, std::int64_t& checked);
 
+// For tests of the leaps' bound: the peaks the trial scan `trial` accepts when it scans every
+// step, its intensities not negative, and at each whether a cut (a window mean not above the
+// one before and below the one after) lies within its bounds further than 2 steps from the
+// left one and 2W + W/2 - 2 steps from the right one (W the filter width). Returns the number
+// of such peaks, and sets `checked` to the number checked.
+std::int64_t CutsInsidePeaks(const double* x, const double* y, std::uint32_t n,
+                             const ScanRequest& trial, std::int64_t& checked);
+
 }  // namespace qxpkutil::peaks_detail

@@ -37,37 +37,66 @@ constexpr double kBasePeakHeightFraction = 0.8;
 using numeric_detail::AllFinite;
 
 // The lowest and the highest of n >= 1 values, or nothing when one is not finite: one pass
-// that keeps four running minima and maxima, lane j taking the values j, j + 4, ..., two
-// lanes to a vector register (the compiler leaves the same loop on plain arrays scalar).
-// Which of two equal zeros comes out does not matter to the callers.
+// that keeps running minima and maxima in two vectors of V (the compiler leaves the same
+// loop on plain arrays scalar). Which of two equal zeros comes out does not matter to the
+// callers.
 struct ValueRange {
   double lowest;
   double highest;
 };
-std::optional<ValueRange> RangeIfFinite(const double* v, std::uint32_t n) {
-  using Pair = double __attribute__((vector_size(16)));
-  const Pair start = {v[0], v[0]};
-  Pair lo[2] = {start, start};
-  Pair hi[2] = {start, start};
-  Pair check[2] = {};  // as in AllFinite
+template <class V>
+[[gnu::always_inline]] inline std::optional<ValueRange> RangeByLanes(const double* v,
+                                                                    std::uint32_t n) {
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(double);
+  V lo[2];
+  V hi[2];
+  V check[2] = {};  // as in AllFinite
+  for (int k = 0; k < 2; ++k) lo[k] = hi[k] = V{} + v[0];
   std::size_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    for (int k = 0; k < 2; ++k) {
-      Pair x;
-      std::memcpy(&x, v + i + 2 * k, sizeof x);
+  for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+    for (std::size_t k = 0; k < 2; ++k) {
+      V x;
+      std::memcpy(&x, v + i + kLanes * k, sizeof x);
       lo[k] = x < lo[k] ? x : lo[k];
       hi[k] = x > hi[k] ? x : hi[k];
       check[k] += x - x;
     }
   }
-  for (; i < n; ++i) {
-    lo[0][0] = v[i] < lo[0][0] ? v[i] : lo[0][0];
-    hi[0][0] = v[i] > hi[0][0] ? v[i] : hi[0][0];
-    check[0][0] += v[i] - v[i];
+  double lowest = v[0];
+  double highest = v[0];
+  double bad = 0.0;
+  for (int k = 0; k < 2; ++k) {
+    for (std::size_t l = 0; l < kLanes; ++l) {
+      lowest = std::min(lowest, lo[k][l]);
+      highest = std::max(highest, hi[k][l]);
+      bad += check[k][l];
+    }
   }
-  if (!((check[0][0] + check[0][1]) + (check[1][0] + check[1][1]) == 0.0)) return std::nullopt;
-  return ValueRange{std::min(std::min(lo[0][0], lo[0][1]), std::min(lo[1][0], lo[1][1])),
-                    std::max(std::max(hi[0][0], hi[0][1]), std::max(hi[1][0], hi[1][1]))};
+  for (; i < n; ++i) {
+    lowest = std::min(lowest, v[i]);
+    highest = std::max(highest, v[i]);
+    bad += v[i] - v[i];
+  }
+  if (!(bad == 0.0)) return std::nullopt;
+  return ValueRange{lowest, highest};
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// RangeByLanes four lanes to a vector.
+[[gnu::target("avx")]] std::optional<ValueRange> RangeIfFiniteAvx(const double* v,
+                                                                  std::uint32_t n) {
+  using Quad = double __attribute__((vector_size(32)));
+  return RangeByLanes<Quad>(v, n);
+}
+#endif
+
+std::optional<ValueRange> RangeIfFinite(const double* v, std::uint32_t n) {
+#if defined(__x86_64__) && defined(__GNUC__)
+  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+  if (hasAvx) return RangeIfFiniteAvx(v, n);
+#endif
+  using Pair = double __attribute__((vector_size(16)));
+  return RangeByLanes<Pair>(v, n);
 }
 
 // Data a search can run on: both arrays present, at least one point, every value finite.
