@@ -219,12 +219,14 @@ struct Avx2Lanes {
     const __m128d two = _mm_max_pd(_mm256_castpd256_pd128(a), _mm256_extractf128_pd(a, 1));
     return _mm_cvtsd_f64(_mm_max_sd(two, _mm_unpackhi_pd(two, two)));
   }
-  // Lanes where a < b, and where a != b (both false where either is NaN), both of two
+  // Lanes where a < b, and where a == b (both false where either is NaN), both of two
   // such masks, and a mask as a bit per lane.
   using Mask = __m256d;
-  [[gnu::target("avx2,fma")]] static Mask Less(V a, V b) { return _mm256_cmp_pd(a, b, _CMP_LT_OQ); }
-  [[gnu::target("avx2,fma")]] static Mask Unequal(V a, V b) {
-    return _mm256_cmp_pd(a, b, _CMP_NEQ_OQ);
+  [[gnu::target("avx2,fma")]] static Mask Less(V a, V b) {
+    return _mm256_cmp_pd(a, b, _CMP_LT_OQ);
+  }
+  [[gnu::target("avx2,fma")]] static Mask Equal(V a, V b) {
+    return _mm256_cmp_pd(a, b, _CMP_EQ_OQ);
   }
   [[gnu::target("avx2,fma")]] static Mask Both(Mask a, Mask b) { return _mm256_and_pd(a, b); }
   [[gnu::target("avx2,fma")]] static unsigned Bits(Mask a) {
@@ -266,8 +268,8 @@ struct Avx512Lanes {
   [[gnu::target("avx512f,fma")]] static Mask Less(V a, V b) {
     return _mm512_cmp_pd_mask(a, b, _CMP_LT_OQ);
   }
-  [[gnu::target("avx512f,fma")]] static Mask Unequal(V a, V b) {
-    return _mm512_cmp_pd_mask(a, b, _CMP_NEQ_OQ);
+  [[gnu::target("avx512f,fma")]] static Mask Equal(V a, V b) {
+    return _mm512_cmp_pd_mask(a, b, _CMP_EQ_OQ);
   }
   [[gnu::target("avx512f,fma")]] static Mask Both(Mask a, Mask b) { return a & b; }
   [[gnu::target("avx512f,fma")]] static unsigned Bits(Mask a) { return a; }
@@ -305,15 +307,16 @@ template <class Lanes, int N, bool Max>
 // (every partial sum is such a multiple below g in size). The rest p - q, at most 2^-53 g
 // in size, is rounded once (FMA) and the W rests are summed in doubles: Q + T misses P by
 // at most 1.01 * W^2 * 2^-106 * g, and g < 8W * M, so by less than 2^-90 * M for W <= 16.
-// Dividing Q + T (Q * 1/d, the remainder by FMA, the rests' share added) and the last
-// rounding of the double-double quotient (mean, off) add less than 2^-93 * M / d: mean +
-// off lies within 2^-89 * M / d of P / d, and X within (r * 1.0001 * 2^-64 * s + 2^-89)
-// * M / d of it, less than (r + 1/4) * 2^-64 * s * M / d, the reach's second part, with
-// room for its own roundings. So when everything within the reach of mean lies strictly
-// inside the rounding interval of one double (not at a power of two, where the interval
-// is lopsided), X rounds to mean. Where the sums leave the normal range their roundings
-// are absolute, below 2^-1074 each, so a mean is only taken between 2^-900 and 2^1000 in
-// size; NaNs, infinities and an overflowing g give a NaN mean, which is never taken.
+// Dividing Q + T (q = Q * 1/d, the remainder by FMA, the rests' share qLow added) adds
+// less than 2^-93 * M / d: q + qLow lies within 2^-89 * M / d of P / d, and X within
+// (r * 1.0001 * 2^-64 * s + 2^-89) * M / d of it, less than the reach e = (r + 1/4) *
+// 2^-64 * s * M / d by far more than the roundings of qLow + e and qLow - e. Rounding to
+// nearest is monotonic, so X rounds to a double between low = q + (qLow - e) and high =
+// q + (qLow + e), each rounded: when those two are one double, X rounds to it (this also
+// covers a power of two, whose rounding interval is lopsided). Where the sums leave the
+// normal range their roundings are absolute, below 2^-1074 each, so a mean is only taken
+// between 2^-900 and 2^1000 in size; NaNs, infinities and an overflowing g give a NaN
+// mean, which is never taken.
 // Every other window (under one in a hundred on the benchmark spectrum) takes the x87
 // loop once the vectors have gone over up to 512 windows, so that the vector loop has no
 // branch and no store that waits for its results.
@@ -341,7 +344,6 @@ template <class Lanes, int W>
   const V lift = Lanes::Set(static_cast<double>(1 << (kLift + 1)));
   const V magnitude = Lanes::Set(std::bit_cast<double>(std::uint64_t{0x7fffffffffffffff}));
   const V exponent = Lanes::Set(std::bit_cast<double>(std::uint64_t{0x7ff0000000000000}));
-  const V halfUlp = Lanes::Set(0x1p-53);
   const V lowest = Lanes::Set(0x1p-900);
   const V highest = Lanes::Set(0x1p1000);
   const V infinity = Lanes::Set(std::numeric_limits<double>::infinity());
@@ -393,16 +395,13 @@ template <class Lanes, int W>
       const V q = Lanes::Mul(sum, reciprocal);
       const V rest = Lanes::NegMulAdd(q, divisor, sum);
       const V qLow = Lanes::Mul(Lanes::Add(rest, tail), reciprocal);
-      const V mean = Lanes::Add(q, qLow);
-      const V off = Lanes::Add(Lanes::Sub(q, mean), qLow);
-      const V reach = Lanes::MulAdd(largest, slack, Lanes::And(off, magnitude));
-      const V absMean = Lanes::And(mean, magnitude);
-      const V power = Lanes::And(mean, exponent);
-      const auto sure = Lanes::Both(
-          Lanes::Both(Lanes::Less(reach, Lanes::Mul(power, halfUlp)),
-                      Lanes::Unequal(absMean, power)),
-          Lanes::Both(Lanes::Less(lowest, absMean), Lanes::Less(absMean, highest)));
-      Lanes::Store(out + i, mean);
+      const V high = Lanes::Add(q, Lanes::MulAdd(largest, slack, qLow));
+      const V low = Lanes::Add(q, Lanes::NegMulAdd(largest, slack, qLow));
+      const V size = Lanes::And(high, magnitude);
+      const auto sure =
+          Lanes::Both(Lanes::Equal(high, low),
+                      Lanes::Both(Lanes::Less(lowest, size), Lanes::Less(size, highest)));
+      Lanes::Store(out + i, high);
       certain[(i - batch) / kLanes] = static_cast<std::uint8_t>(Lanes::Bits(sure));
     }
     for (std::size_t k = batch; k < stop; k += kLanes) {
