@@ -405,10 +405,11 @@ template <class Lanes, int W>
       certain[(i - batch) / kLanes] = static_cast<std::uint8_t>(Lanes::Bits(sure));
     }
     for (std::size_t k = batch; k < stop; k += kLanes) {
-      const unsigned lanes = certain[(k - batch) / kLanes];
-      if (lanes == kAllLanes) continue;
-      for (unsigned lane = 0; lane < kLanes; ++lane) {
-        if ((lanes >> lane & 1) == 0) out[k + lane] = FixedWidthMean<W>(kernel, v + k + lane);
+      // The uncertain lanes, lowest first.
+      for (unsigned lanes = ~certain[(k - batch) / kLanes] & kAllLanes; lanes != 0;
+           lanes &= lanes - 1) {
+        const std::size_t at = k + static_cast<unsigned>(std::countr_zero(lanes));
+        out[at] = FixedWidthMean<W>(kernel, v + at);
       }
     }
   }
