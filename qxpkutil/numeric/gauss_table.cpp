@@ -359,6 +359,13 @@ template <class Lanes, int W>
     double largests[kBatch / kLanes];
     for (std::size_t k = batch; k < stop; k += kLanes) {
       const double* u = v + k;
+      // The next batch's values, ahead of time: beyond the caches (ten million points)
+      // the hardware's own prefetch left this loop waiting, 1.98 -> 1.81 ms a million
+      // means in runs of 4096. Past the last batch this reaches the values the next run
+      // reads; the address may lie beyond the array, so it is formed as an integer (a
+      // prefetch never faults).
+      __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(u) +
+                                                       kBatch * sizeof(double)));
       V spans[kSpans];
       for (int j = 0; j + 1 < kSpans; ++j) spans[j] = Lanes::Load(u + kLanes * j);
       spans[kSpans - 1] = Lanes::Load(u + (W - 1));
