@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "qxpkutil/numeric/QXDataExpUtils.h"
@@ -66,6 +67,11 @@ TEST(NormGaussMean, MatchesDefinitionAcrossWidthsCacheChangesAndFamilies) {
 // unit this processor has is checked in turn.
 class GaussMeansOn : public ::testing::TestWithParam<numeric_detail::MeansUnit> {};
 
+std::string UnitName(const ::testing::TestParamInfo<numeric_detail::MeansUnit>& unit) {
+  constexpr const char* kNames[] = {"x87", "avx2", "avx512"};
+  return kNames[static_cast<int>(unit.param)];
+}
+
 TEST_P(GaussMeansOn, RunsMatchSingleMeansBitForBit) {
   std::mt19937_64 rng(11);
   std::vector<std::vector<double>> arrays = {testing::MakeNoise(4000, 20.0, 3), Counts(4000, 5)};
@@ -111,7 +117,8 @@ TEST_P(GaussMeansOn, RunsMatchSingleMeansBitForBit) {
 INSTANTIATE_TEST_SUITE_P(Units, GaussMeansOn,
                          ::testing::Values(numeric_detail::MeansUnit::kX87,
                                            numeric_detail::MeansUnit::kAvx2,
-                                           numeric_detail::MeansUnit::kAvx512));
+                                           numeric_detail::MeansUnit::kAvx512),
+                         UnitName);
 
 }  // namespace
 }  // namespace qxpkutil
