@@ -195,91 +195,105 @@ constexpr int X87Roundings(int w) {
 
 // Four doubles in an AVX2 register (Avx2Lanes) or eight in an AVX-512 one (Avx512Lanes),
 // and the operations CertifiedMeans takes on them. Each operation carries its unit's
-// target; the kernel that uses them carries none and is inlined into an entry with the
-// target, so it is written once for both widths.
+// target; the kernel that uses them carries none and is always inlined into an entry with
+// the target, so it is written once for both widths. The vectors are wrapped in structs:
+// compilers reject (clang) or warn about (GCC) a bare vector passed from a function
+// without the unit's target, although every such call ends up inside an entry.
 struct Avx2Lanes {
-  using V = __m256d;
+  struct V {
+    __m256d v;
+  };
   static constexpr int kCount = 4;
-  [[gnu::target("avx2,fma")]] static V Load(const double* p) { return _mm256_loadu_pd(p); }
-  [[gnu::target("avx2,fma")]] static void Store(double* p, V a) { _mm256_storeu_pd(p, a); }
-  [[gnu::target("avx2,fma")]] static V Set(double x) { return _mm256_set1_pd(x); }
-  [[gnu::target("avx2,fma")]] static V Add(V a, V b) { return _mm256_add_pd(a, b); }
-  [[gnu::target("avx2,fma")]] static V Sub(V a, V b) { return _mm256_sub_pd(a, b); }
-  [[gnu::target("avx2,fma")]] static V Mul(V a, V b) { return _mm256_mul_pd(a, b); }
+  [[gnu::target("avx2,fma")]] static V Load(const double* p) { return {_mm256_loadu_pd(p)}; }
+  [[gnu::target("avx2,fma")]] static void Store(double* p, V a) { _mm256_storeu_pd(p, a.v); }
+  [[gnu::target("avx2,fma")]] static V Set(double x) { return {_mm256_set1_pd(x)}; }
+  [[gnu::target("avx2,fma")]] static V Add(V a, V b) { return {_mm256_add_pd(a.v, b.v)}; }
+  [[gnu::target("avx2,fma")]] static V Sub(V a, V b) { return {_mm256_sub_pd(a.v, b.v)}; }
+  [[gnu::target("avx2,fma")]] static V Mul(V a, V b) { return {_mm256_mul_pd(a.v, b.v)}; }
   // a * b + c, a * b - c and c - a * b, each rounded once.
-  [[gnu::target("avx2,fma")]] static V MulAdd(V a, V b, V c) { return _mm256_fmadd_pd(a, b, c); }
-  [[gnu::target("avx2,fma")]] static V MulSub(V a, V b, V c) { return _mm256_fmsub_pd(a, b, c); }
-  [[gnu::target("avx2,fma")]] static V NegMulAdd(V a, V b, V c) {
-    return _mm256_fnmadd_pd(a, b, c);
+  [[gnu::target("avx2,fma")]] static V MulAdd(V a, V b, V c) {
+    return {_mm256_fmadd_pd(a.v, b.v, c.v)};
   }
-  [[gnu::target("avx2,fma")]] static V And(V a, V b) { return _mm256_and_pd(a, b); }
-  [[gnu::target("avx2,fma")]] static V Min(V a, V b) { return _mm256_min_pd(a, b); }
-  [[gnu::target("avx2,fma")]] static V Max(V a, V b) { return _mm256_max_pd(a, b); }
-  [[gnu::target("avx2,fma")]] static double Largest(V a) {
+  [[gnu::target("avx2,fma")]] static V MulSub(V a, V b, V c) {
+    return {_mm256_fmsub_pd(a.v, b.v, c.v)};
+  }
+  [[gnu::target("avx2,fma")]] static V NegMulAdd(V a, V b, V c) {
+    return {_mm256_fnmadd_pd(a.v, b.v, c.v)};
+  }
+  [[gnu::target("avx2,fma")]] static V And(V a, V b) { return {_mm256_and_pd(a.v, b.v)}; }
+  [[gnu::target("avx2,fma")]] static V Min(V a, V b) { return {_mm256_min_pd(a.v, b.v)}; }
+  [[gnu::target("avx2,fma")]] static V Max(V a, V b) { return {_mm256_max_pd(a.v, b.v)}; }
+  [[gnu::target("avx2,fma")]] static double Largest(__m256d a) {
     const __m128d two = _mm_max_pd(_mm256_castpd256_pd128(a), _mm256_extractf128_pd(a, 1));
     return _mm_cvtsd_f64(_mm_max_sd(two, _mm_unpackhi_pd(two, two)));
   }
+  [[gnu::target("avx2,fma")]] static double Largest(V a) { return Largest(a.v); }
   // Lanes where a < b, and where a == b (both false where either is NaN), both of two
   // such masks, and a mask as a bit per lane.
-  using Mask = __m256d;
+  struct Mask {
+    __m256d m;
+  };
   [[gnu::target("avx2,fma")]] static Mask Less(V a, V b) {
-    return _mm256_cmp_pd(a, b, _CMP_LT_OQ);
+    return {_mm256_cmp_pd(a.v, b.v, _CMP_LT_OQ)};
   }
   [[gnu::target("avx2,fma")]] static Mask Equal(V a, V b) {
-    return _mm256_cmp_pd(a, b, _CMP_EQ_OQ);
+    return {_mm256_cmp_pd(a.v, b.v, _CMP_EQ_OQ)};
   }
-  [[gnu::target("avx2,fma")]] static Mask Both(Mask a, Mask b) { return _mm256_and_pd(a, b); }
+  [[gnu::target("avx2,fma")]] static Mask Both(Mask a, Mask b) {
+    return {_mm256_and_pd(a.m, b.m)};
+  }
   [[gnu::target("avx2,fma")]] static unsigned Bits(Mask a) {
-    return static_cast<unsigned>(_mm256_movemask_pd(a));
+    return static_cast<unsigned>(_mm256_movemask_pd(a.m));
   }
 };
 
 struct Avx512Lanes {
-  using V = __m512d;
+  struct V {
+    __m512d v;
+  };
   static constexpr int kCount = 8;
-  [[gnu::target("avx512f,fma")]] static V Load(const double* p) { return _mm512_loadu_pd(p); }
-  [[gnu::target("avx512f,fma")]] static void Store(double* p, V a) { _mm512_storeu_pd(p, a); }
-  [[gnu::target("avx512f,fma")]] static V Set(double x) { return _mm512_set1_pd(x); }
-  [[gnu::target("avx512f,fma")]] static V Add(V a, V b) { return _mm512_add_pd(a, b); }
-  [[gnu::target("avx512f,fma")]] static V Sub(V a, V b) { return _mm512_sub_pd(a, b); }
-  [[gnu::target("avx512f,fma")]] static V Mul(V a, V b) { return _mm512_mul_pd(a, b); }
-  [[gnu::target("avx512f,fma")]] static V MulAdd(V a, V b, V c) { return _mm512_fmadd_pd(a, b, c); }
-  [[gnu::target("avx512f,fma")]] static V MulSub(V a, V b, V c) { return _mm512_fmsub_pd(a, b, c); }
+  [[gnu::target("avx512f,fma")]] static V Load(const double* p) { return {_mm512_loadu_pd(p)}; }
+  [[gnu::target("avx512f,fma")]] static void Store(double* p, V a) { _mm512_storeu_pd(p, a.v); }
+  [[gnu::target("avx512f,fma")]] static V Set(double x) { return {_mm512_set1_pd(x)}; }
+  [[gnu::target("avx512f,fma")]] static V Add(V a, V b) { return {_mm512_add_pd(a.v, b.v)}; }
+  [[gnu::target("avx512f,fma")]] static V Sub(V a, V b) { return {_mm512_sub_pd(a.v, b.v)}; }
+  [[gnu::target("avx512f,fma")]] static V Mul(V a, V b) { return {_mm512_mul_pd(a.v, b.v)}; }
+  [[gnu::target("avx512f,fma")]] static V MulAdd(V a, V b, V c) {
+    return {_mm512_fmadd_pd(a.v, b.v, c.v)};
+  }
+  [[gnu::target("avx512f,fma")]] static V MulSub(V a, V b, V c) {
+    return {_mm512_fmsub_pd(a.v, b.v, c.v)};
+  }
   [[gnu::target("avx512f,fma")]] static V NegMulAdd(V a, V b, V c) {
-    return _mm512_fnmadd_pd(a, b, c);
+    return {_mm512_fnmadd_pd(a.v, b.v, c.v)};
   }
   [[gnu::target("avx512f,fma")]] static V And(V a, V b) {
-    return _mm512_castsi512_pd(_mm512_and_si512(_mm512_castpd_si512(a), _mm512_castpd_si512(b)));
+    return {_mm512_castsi512_pd(
+        _mm512_and_si512(_mm512_castpd_si512(a.v), _mm512_castpd_si512(b.v)))};
   }
   // The masked forms with every lane set: GCC 12 warns that the plain ones read an
   // undefined source.
   [[gnu::target("avx512f,fma")]] static V Min(V a, V b) {
-    return _mm512_mask_min_pd(a, 0xFF, a, b);
+    return {_mm512_mask_min_pd(a.v, 0xFF, a.v, b.v)};
   }
   [[gnu::target("avx512f,fma")]] static V Max(V a, V b) {
-    return _mm512_mask_max_pd(a, 0xFF, a, b);
+    return {_mm512_mask_max_pd(a.v, 0xFF, a.v, b.v)};
   }
   [[gnu::target("avx512f,fma")]] static double Largest(V a) {
     const __m256d none = _mm256_setzero_pd();
-    return Avx2Lanes::Largest(_mm256_max_pd(_mm512_mask_extractf64x4_pd(none, 0xF, a, 0),
-                                            _mm512_mask_extractf64x4_pd(none, 0xF, a, 1)));
+    return Avx2Lanes::Largest(_mm256_max_pd(_mm512_mask_extractf64x4_pd(none, 0xF, a.v, 0),
+                                            _mm512_mask_extractf64x4_pd(none, 0xF, a.v, 1)));
   }
   using Mask = __mmask8;
   [[gnu::target("avx512f,fma")]] static Mask Less(V a, V b) {
-    return _mm512_cmp_pd_mask(a, b, _CMP_LT_OQ);
+    return _mm512_cmp_pd_mask(a.v, b.v, _CMP_LT_OQ);
   }
   [[gnu::target("avx512f,fma")]] static Mask Equal(V a, V b) {
-    return _mm512_cmp_pd_mask(a, b, _CMP_EQ_OQ);
+    return _mm512_cmp_pd_mask(a.v, b.v, _CMP_EQ_OQ);
   }
   [[gnu::target("avx512f,fma")]] static Mask Both(Mask a, Mask b) { return a & b; }
   [[gnu::target("avx512f,fma")]] static unsigned Bits(Mask a) { return a; }
 };
-
-// Pairwise and CertifiedMeans pass vectors to the operations of Lanes without their
-// target, which GCC warns changes the calling convention; they never call them so: they
-// are always inlined into an entry with the target (Avx2Means, Avx512Means).
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wpsabi"
 
 // v[0] = v[0] + ... + v[N - 1], or their largest, by halves.
 template <class Lanes, int N, bool Max>
@@ -422,7 +436,6 @@ template <class Lanes, int W>
   }
   for (; i < count; ++i) out[i] = FixedWidthMean<W>(kernel, v + i);
 }
-#pragma GCC diagnostic pop
 
 // CertifiedMeans compiled for each unit. The AVX-512 one also inlines the x87 loop for the
 // uncertain windows (flatten): with no call in its loops it keeps its constants in its 32
