@@ -351,7 +351,9 @@ template <class Lanes, int W>
   constexpr int kLift = W <= 4 ? 3 : W <= 8 ? 4 : 5;
   constexpr std::size_t kBatch = 512;
   constexpr unsigned kAllLanes = (1u << kLanes) - 1;
-  const double* weights = kernel.weights;
+  // The weights in vectors, once: `out` might alias them, so the loop would load each again.
+  V weights[W];
+  for (int k = 0; k < W; ++k) weights[k] = Lanes::Set(kernel.weights[k]);
   const V divisor = Lanes::Set(kernel.divisor);
   const V reciprocal = Lanes::Set(1.0 / kernel.divisor);
   const V slack = Lanes::Set((X87Roundings(W) + 0.25) * 0x1p-64 * weightSum / kernel.divisor);
@@ -404,9 +406,8 @@ template <class Lanes, int W>
           parts[k] = Lanes::Sub(Lanes::Add(grid, y), grid);
           rests[k] = Lanes::Sub(y, parts[k]);
         } else {
-          const V w = Lanes::Set(weights[k]);
-          parts[k] = Lanes::Sub(Lanes::MulAdd(w, y, grid), grid);
-          rests[k] = Lanes::MulSub(w, y, parts[k]);
+          parts[k] = Lanes::Sub(Lanes::MulAdd(weights[k], y, grid), grid);
+          rests[k] = Lanes::MulSub(weights[k], y, parts[k]);
         }
       }
       Pairwise<Lanes, W, false>(parts);
