@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "qxpkutil/numeric/QXDataExpUtils.h"
@@ -62,8 +63,16 @@ TEST(NormGaussMean, MatchesDefinitionAcrossWidthsCacheChangesAndFamilies) {
 // must give the same bits: on noise, whole counts with ties, values of every sign and
 // magnitude with zeros and sums that overflow a double, values near and below the
 // smallest normal double, values with short mantissas, values that are not finite, and
-// large values a few places from NaNs; also when the program rounds otherwise.
-TEST(GaussMeans, RunsMatchSingleMeansBitForBit) {
+// large values a few places from NaNs; also when the program rounds otherwise. Each vector
+// unit this processor has is checked in turn.
+class GaussMeansOn : public ::testing::TestWithParam<numeric_detail::MeansUnit> {};
+
+std::string UnitName(const ::testing::TestParamInfo<numeric_detail::MeansUnit>& unit) {
+  constexpr const char* kNames[] = {"x87", "avx2", "avx512"};
+  return kNames[static_cast<int>(unit.param)];
+}
+
+TEST_P(GaussMeansOn, RunsMatchSingleMeansBitForBit) {
   std::mt19937_64 rng(11);
   std::vector<std::vector<double>> arrays = {testing::MakeNoise(4000, 20.0, 3), Counts(4000, 5)};
   std::vector<double> wild(4000), tiny(4000), coarse(4000);
@@ -93,7 +102,7 @@ TEST(GaussMeans, RunsMatchSingleMeansBitForBit) {
       for (int w = 1; w <= 20; ++w) {
         const std::size_t count = v.size() - static_cast<std::size_t>(w) + 1;
         std::vector<double> runs(count);
-        numeric_detail::GaussMeans(v.data(), w, count, runs.data());
+        numeric_detail::GaussMeans(v.data(), w, count, runs.data(), GetParam());
         for (std::size_t i = 0; i < count; ++i) {
           const double one = U::NormGaussMean(v.data() + i, w);
           ASSERT_EQ(std::memcmp(&one, &runs[i], sizeof one), 0)
@@ -104,6 +113,12 @@ TEST(GaussMeans, RunsMatchSingleMeansBitForBit) {
   }
   std::fesetround(FE_TONEAREST);
 }
+
+INSTANTIATE_TEST_SUITE_P(Units, GaussMeansOn,
+                         ::testing::Values(numeric_detail::MeansUnit::kX87,
+                                           numeric_detail::MeansUnit::kAvx2,
+                                           numeric_detail::MeansUnit::kAvx512),
+                         UnitName);
 
 }  // namespace
 }  // namespace qxpkutil

@@ -68,11 +68,17 @@ double ApplyGaussKernel(const GaussKernel& kernel, const T* v) {
   return static_cast<double>(((s0 + s1) + (s2 + s3)) / kernel.divisor);
 }
 
+// Where GaussMeans may compute means of doubles, narrowest first: the x87 loop anywhere,
+// four windows a vector with AVX2 and FMA, eight with AVX-512.
+enum class MeansUnit { kX87, kAvx2, kAvx512 };
+
 // out[i] = NormGaussMean(v + i, w) for i = 0 .. count - 1, the kernel chosen once: the
-// same arithmetic, so the same bits, at a fraction of the cost. Defined for double and
-// std::uint32_t in gauss_table.cpp.
+// same bits at a fraction of the cost, on the widest unit up to `widest` that the
+// processor has (tests name each unit in turn). Defined for double and std::uint32_t in
+// gauss_table.cpp.
 template <class T>
-void GaussMeans(const T* v, int w, std::size_t count, double* out);
+void GaussMeans(const T* v, int w, std::size_t count, double* out,
+                MeansUnit widest = MeansUnit::kAvx512);
 
 // Uninitialised room for `bytes`, or null; release it with std::free. Blocks from 8 MiB
 // are aligned to and advised into 2 MiB pages where the system offers them: such blocks
