@@ -80,6 +80,14 @@ template <class T>
 void GaussMeans(const T* v, int w, std::size_t count, double* out,
                 MeansUnit widest = MeansUnit::kAvx512);
 
+// Asks for every cache line of *from .. *to (from <= to, one array) ahead of a read.
+template <class T>
+inline void PrefetchSpan(const T* from, const T* to) {
+  constexpr std::ptrdiff_t kLine = 64 / sizeof(T);
+  for (std::ptrdiff_t i = 0; i < to - from; i += kLine) __builtin_prefetch(from + i);
+  __builtin_prefetch(to);
+}
+
 // Uninitialised room for `bytes`, or null; release it with std::free. Blocks from 8 MiB
 // are aligned to and advised into 2 MiB pages where the system offers them: such blocks
 // are mostly mapped fresh from the system on every call, and the kernel's first touches of

@@ -1578,8 +1578,17 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
   const peaks_detail::ScanRequest settings{
       dAreaScale,    dThreshold,      nFilterType,        nFilterWidth, nFilterInc, dMinArea,
       nMaxPeakWidth, dNoiseThreshold, nIntegrationMethod, dStartX,      dEndX};
+  // With mass processing the finishing step centroids every peak of the table. A call that
+  // fills an empty table centroids each peak as it appends it instead, while the peak's
+  // points are in the cache (the same calls on the same records, so the same bits).
+  const bool centroidEach = bFinish && bMassProcessing && m_arrPeaks.empty();
   if (ScanCanRun(first, last, n, settings)) {
-    const auto append = TableAppender(*this, x, y);
+    const auto add = TableAppender(*this, x, y);
+    const auto append = [&](std::int64_t apex, std::int64_t left, std::int64_t right,
+                            double area) {
+      add(apex, left, right, area);
+      if (centroidEach) peaks_detail::CentroidPeak(*m_arrPeaks.back(), x, y, n, dCentroidPct);
+    };
     const KeptScan* kept = nullptr;
     if (peaks_detail::SharedWindowMeans::Store* store = StoreFor(y, n)) {
       for (const KeptScan& k : store->kept) {
@@ -1597,10 +1606,8 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
       for (std::size_t k = 0; k < peaks.size(); ++k) {
         if (k + kAhead < peaks.size() && peaks[k + kAhead].area >= dMinArea) {
           const KeptScan::Peak& ahead = peaks[k + kAhead];
-          for (const std::int64_t i : {ahead.left, ahead.apex, ahead.right}) {
-            __builtin_prefetch(x + i);
-            __builtin_prefetch(y + i);
-          }
+          numeric_detail::PrefetchSpan(x + ahead.left, x + ahead.right);
+          numeric_detail::PrefetchSpan(y + ahead.left, y + ahead.right);
         }
         const KeptScan::Peak& p = peaks[k];
         if (p.area >= dMinArea) append(p.apex, p.left, p.right, p.area);
@@ -1613,7 +1620,7 @@ std::int32_t QXPeakTable::FindPeaks(const double* x, const double* y, std::uint3
 
   if (bFinish) {
     if (bMassProcessing) {
-      CentroidPeaks(x, y, n, dCentroidPct);
+      if (!centroidEach) CentroidPeaks(x, y, n, dCentroidPct);
       ProcessMassPeak(nMaxCharge, nMaxIsotopes, dMinRatio, dMaxRatio);
     }
     if (bGaussFit) QXNonLinFit::GaussFitPeakList(this, x, y, n);

@@ -9,6 +9,10 @@
 #include <cstdint>
 #include <memory>
 
+namespace qxpkutil {
+class QXPeakTableElement;
+}
+
 namespace qxpkutil::peaks_detail {
 
 // While one lives on a thread, the double-family scans on that thread over exactly this
@@ -70,6 +74,11 @@ struct ScanSummary {
 ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
                           const ScanRequest& trial, const ScanRequest* beside,
                           bool testX = false);
+
+// Centroids one peak as QXPeakTable::CentroidPeaks centroids each peak of a table (defined
+// in centroiding.cpp), so that a search can measure a peak while its points are in cache.
+void CentroidPeak(QXPeakTableElement& peak, const double* x, const double* y, std::uint32_t n,
+                  double pct);
 
 // For tests of the trial's leaps: at every run end where a leap of the trial scan `trial` could
 // land (its intensities not negative), whether the full scan's first state past it is one of
