@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <type_traits>
 
 #if __has_include(<sys/mman.h>)
@@ -38,6 +39,14 @@ inline bool AllFinite(const double* v, std::size_t n) {
   for (; i < n; ++i) sum[0][0] += v[i] - v[i];
   return (sum[0][0] + sum[0][1]) + (sum[1][0] + sum[1][1]) == 0.0;
 }
+
+// The lowest and the highest of n >= 1 values, or nothing when one is not finite (which of
+// two equal zeros comes out is left open). Defined in statistics.cpp.
+struct ValueRange {
+  double lowest;
+  double highest;
+};
+std::optional<ValueRange> RangeIfFinite(const double* v, std::size_t n);
 
 // The weights to apply to a window and the divisor of their weighted sum.
 struct GaussKernel {

@@ -2,9 +2,12 @@
 // array.
 #include "qxpkutil/numeric/QXDataExpUtils.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "qxpkutil/numeric/numeric_internal.h"
 
@@ -67,5 +70,69 @@ bool QXDataExpUtils::ReAllocArray(double*& p, std::int32_t n) {
   p = n > 0 ? new (std::nothrow) double[n] : nullptr;
   return p != nullptr;
 }
+
+namespace numeric_detail {
+namespace {
+
+// RangeIfFinite in one pass that keeps running minima and maxima in two vectors of V (the
+// compiler leaves the same loop on plain arrays scalar).
+template <class V>
+[[gnu::always_inline]] inline std::optional<ValueRange> RangeByLanes(const double* v,
+                                                                    std::size_t n) {
+  constexpr std::size_t kLanes = sizeof(V) / sizeof(double);
+  V lo[2];
+  V hi[2];
+  V check[2] = {};  // as in AllFinite
+  for (int k = 0; k < 2; ++k) lo[k] = hi[k] = V{} + v[0];
+  std::size_t i = 0;
+  for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
+    for (std::size_t k = 0; k < 2; ++k) {
+      V x;
+      std::memcpy(&x, v + i + kLanes * k, sizeof x);
+      lo[k] = x < lo[k] ? x : lo[k];
+      hi[k] = x > hi[k] ? x : hi[k];
+      check[k] += x - x;
+    }
+  }
+  double lowest = v[0];
+  double highest = v[0];
+  double bad = 0.0;
+  for (int k = 0; k < 2; ++k) {
+    for (std::size_t l = 0; l < kLanes; ++l) {
+      lowest = std::min(lowest, lo[k][l]);
+      highest = std::max(highest, hi[k][l]);
+      bad += check[k][l];
+    }
+  }
+  for (; i < n; ++i) {
+    lowest = std::min(lowest, v[i]);
+    highest = std::max(highest, v[i]);
+    bad += v[i] - v[i];
+  }
+  if (!(bad == 0.0)) return std::nullopt;
+  return ValueRange{lowest, highest};
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// RangeByLanes four lanes to a vector.
+[[gnu::target("avx")]] std::optional<ValueRange> RangeIfFiniteAvx(const double* v,
+                                                                  std::size_t n) {
+  using Quad = double __attribute__((vector_size(32)));
+  return RangeByLanes<Quad>(v, n);
+}
+#endif
+
+}  // namespace
+
+std::optional<ValueRange> RangeIfFinite(const double* v, std::size_t n) {
+#if defined(__x86_64__) && defined(__GNUC__)
+  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
+  if (hasAvx) return RangeIfFiniteAvx(v, n);
+#endif
+  using Pair = double __attribute__((vector_size(16)));
+  return RangeByLanes<Pair>(v, n);
+}
+
+}  // namespace numeric_detail
 
 }  // namespace qxpkutil

@@ -8,6 +8,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+
+#include "qxpkutil/numeric/numeric_internal.h"
 
 namespace qxpkutil {
 class QXPeakTableElement;
@@ -57,9 +60,12 @@ struct ScanRequest {
 struct ScanSummary {
   std::int32_t found = 0;
   double largestArea = 0.0;
-  // True when the pass tested every x (x[0..n-1]) along the way, as asked, and found them
-  // all finite; false says nothing.
+  // True when the pass tested every point (x and y of 0..n-1) along the way, as asked; then
+  // xFinite says whether every x is finite, and yRange holds the lowest and the highest y,
+  // or nothing when one is not finite.
+  bool dataTested = false;
   bool xFinite = false;
+  std::optional<numeric_detail::ValueRange> yRange;
 };
 
 // The moving-mean scan of QXPeakTable::FindPeaks (double family, same arguments and range
@@ -70,10 +76,10 @@ struct ScanSummary {
 // minimum-area test is kept in this thread's SharedWindowMeans for y; QXPeakTable::FindPeaks
 // with those arguments then takes the kept peaks that reach its minimum area instead of
 // scanning. The two scans then read window means block by block while they are in cache,
-// and with `testX` the pass tests x beside them (ScanSummary::xFinite).
+// and with `testData` the pass tests x and y beside them (ScanSummary::dataTested).
 ScanSummary SummariseScan(const double* x, const double* y, std::uint32_t n,
                           const ScanRequest& trial, const ScanRequest* beside,
-                          bool testX = false);
+                          bool testData = false);
 
 // Centroids one peak as QXPeakTable::CentroidPeaks centroids each peak of a table (defined
 // in centroiding.cpp), so that a search can measure a peak while its points are in cache.

@@ -35,69 +35,8 @@ constexpr int kTrialRetryMaxPeakWidth = 10000;
 constexpr double kBasePeakHeightFraction = 0.8;
 
 using numeric_detail::AllFinite;
-
-// The lowest and the highest of n >= 1 values, or nothing when one is not finite: one pass
-// that keeps running minima and maxima in two vectors of V (the compiler leaves the same
-// loop on plain arrays scalar). Which of two equal zeros comes out does not matter to the
-// callers.
-struct ValueRange {
-  double lowest;
-  double highest;
-};
-template <class V>
-[[gnu::always_inline]] inline std::optional<ValueRange> RangeByLanes(const double* v,
-                                                                    std::uint32_t n) {
-  constexpr std::size_t kLanes = sizeof(V) / sizeof(double);
-  V lo[2];
-  V hi[2];
-  V check[2] = {};  // as in AllFinite
-  for (int k = 0; k < 2; ++k) lo[k] = hi[k] = V{} + v[0];
-  std::size_t i = 0;
-  for (; i + 2 * kLanes <= n; i += 2 * kLanes) {
-    for (std::size_t k = 0; k < 2; ++k) {
-      V x;
-      std::memcpy(&x, v + i + kLanes * k, sizeof x);
-      lo[k] = x < lo[k] ? x : lo[k];
-      hi[k] = x > hi[k] ? x : hi[k];
-      check[k] += x - x;
-    }
-  }
-  double lowest = v[0];
-  double highest = v[0];
-  double bad = 0.0;
-  for (int k = 0; k < 2; ++k) {
-    for (std::size_t l = 0; l < kLanes; ++l) {
-      lowest = std::min(lowest, lo[k][l]);
-      highest = std::max(highest, hi[k][l]);
-      bad += check[k][l];
-    }
-  }
-  for (; i < n; ++i) {
-    lowest = std::min(lowest, v[i]);
-    highest = std::max(highest, v[i]);
-    bad += v[i] - v[i];
-  }
-  if (!(bad == 0.0)) return std::nullopt;
-  return ValueRange{lowest, highest};
-}
-
-#if defined(__x86_64__) && defined(__GNUC__)
-// RangeByLanes four lanes to a vector.
-[[gnu::target("avx")]] std::optional<ValueRange> RangeIfFiniteAvx(const double* v,
-                                                                  std::uint32_t n) {
-  using Quad = double __attribute__((vector_size(32)));
-  return RangeByLanes<Quad>(v, n);
-}
-#endif
-
-std::optional<ValueRange> RangeIfFinite(const double* v, std::uint32_t n) {
-#if defined(__x86_64__) && defined(__GNUC__)
-  static const bool hasAvx = __builtin_cpu_supports("avx") != 0;
-  if (hasAvx) return RangeIfFiniteAvx(v, n);
-#endif
-  using Pair = double __attribute__((vector_size(16)));
-  return RangeByLanes<Pair>(v, n);
-}
+using numeric_detail::RangeIfFinite;
+using numeric_detail::ValueRange;
 
 // Data a search can run on: both arrays present, at least one point, every value finite.
 bool UsableData(const double* x, const double* y, std::uint32_t n) {
@@ -155,6 +94,13 @@ struct SearchLevels {
   double minY;
 };
 
+// What a trial pass over the whole array learnt of the data on its way (ScanSummary).
+struct DataChecks {
+  bool tested = false;
+  bool xFinite = false;
+  std::optional<ValueRange> yRange;
+};
+
 // The largest area that a trial search of each segment over its own range finds, at the
 // segment's absolute threshold and minimum area; 0.0 when none finds a peak. `noise`, when
 // set, is every segment's noise threshold (the settings are left as they are). The trial's
@@ -162,11 +108,11 @@ struct SearchLevels {
 // and their areas compared, never stored: a trial without finishing step leaves nothing
 // else behind, so this is what searching into a scratch table would give. With `levels`,
 // each scan segment's own search runs beside its trial, for FindPeaks to replay. Until
-// `xFinite` holds, such a pass tests x (ScanSummary::xFinite) and sets it when all are.
+// `checks` is tested, such a pass tests x and measures y (ScanSummary::dataTested) into it.
 double LargestTrialArea(const std::vector<QXPeakDetectSetting>& segments, const double* x,
                         const double* y, std::uint32_t n, double areaScale,
                         std::optional<double> noise, const SearchLevels* levels,
-                        bool& xFinite) {
+                        DataChecks& checks) {
   double largest = 0.0;
   for (std::size_t i = 0; i < segments.size(); ++i) {
     QXPeakDetectSetting s = segments[i];
@@ -182,8 +128,8 @@ double LargestTrialArea(const std::vector<QXPeakDetectSetting>& segments, const 
                       SearchRange(s, static_cast<std::int32_t>(i)));
     }
     peaks_detail::ScanSummary trial = peaks_detail::SummariseScan(
-        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr, !xFinite);
-    if (trial.xFinite) xFinite = true;
+        x, y, n, trialOf(s.GetMaxPeakWidth()), search ? &*search : nullptr, !checks.tested);
+    if (trial.dataTested && !checks.tested) checks = {true, trial.xFinite, trial.yRange};
     if (trial.found <= 0) {
       trial = peaks_detail::SummariseScan(x, y, n, trialOf(kTrialRetryMaxPeakWidth), nullptr);
     }
@@ -226,17 +172,6 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
       !std::isfinite(dAreaScale)) {
     return kNoSearch;
   }
-  // Thresholds are measured from 0.0, or from the lowest point when the data dip below it.
-  const std::optional<ValueRange> range = RangeIfFinite(y, n);
-  if (!range) return kNoSearch;
-  const double minY = std::min(0.0, range->lowest);
-  const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
-  // Non-finite x stops the call before it changes anything. The trials change nothing, so
-  // a trial pass over the whole array tests x along the way, beside its window means,
-  // instead of a pass of its own; otherwise x is tested after the trials.
-  bool xFinite = false;
-  // The trial searches and the real ones run the same windows over the same data.
-  const peaks_detail::SharedWindowMeans sharedMeans(y, n);
   // Only scan segments take a minimum area derived from the largest trial area, and only
   // through a non-zero area percentage (a finite largest area times 0 is 0). Without such
   // a segment the trial searches would change nothing.
@@ -246,12 +181,30 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
                   [](const QXPeakDetectSetting& s) {
                     return s.GetDivisor() == kQXUnsetValue && !(s.GetPctPeakArea() == 0.0);
                   });
-  const SearchLevels levels{yMax, minY};
+  // Non-finite data stop the call before it changes anything. The trials change nothing,
+  // so a trial pass over the whole array tests x and measures y along the way, beside its
+  // window means, instead of passes of their own; otherwise they are tested apart.
+  // Thresholds are measured from 0.0, or from the lowest point when the data dip below it:
+  // until that point is known, the searches beside the trials take 0.0, and one that
+  // proves wrong scans for itself (its kept peaks are those of another threshold).
+  std::optional<ValueRange> range;
+  if (!areaMatters) {
+    range = RangeIfFinite(y, n);
+    if (!range) return kNoSearch;
+  }
+  const std::optional<double> noise = AutoNoise(m_bAutoSNCalc, y, n);
+  // The trial searches and the real ones run the same windows over the same data.
+  const peaks_detail::SharedWindowMeans sharedMeans(y, n);
+  const SearchLevels levels{yMax, range ? std::min(0.0, range->lowest) : 0.0};
+  DataChecks checks;
   const double maxArea =
       areaMatters || (!m_bCentroidSpecData && !AreasStayFinite(*range, n, dAreaScale))
-          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels, xFinite)
+          ? LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, &levels, checks)
           : 0.0;
-  if (!xFinite && !AllFinite(x, n)) return kNoSearch;
+  if (!range) range = checks.tested ? checks.yRange : RangeIfFinite(y, n);
+  if (!range) return kNoSearch;
+  if (!(checks.tested && checks.xFinite) && !AllFinite(x, n)) return kNoSearch;
+  const double minY = std::min(0.0, range->lowest);
 
   const std::int32_t count = GetNumDetectionSettings();
   for (std::int32_t i = 0; i < count; ++i) {
@@ -306,8 +259,8 @@ double QXPeakTableList::ComputeMaxPeakArea(const double* x, const double* y, std
   if (noise) {
     for (QXPeakDetectSetting& s : m_arrDetectSettings) s.SetNoiseThreshold(*noise);
   }
-  bool xFinite = true;  // UsableData tested them
-  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, nullptr, xFinite);
+  DataChecks checks{true, true, std::nullopt};  // UsableData tested the data
+  return LargestTrialArea(m_arrDetectSettings, x, y, n, dAreaScale, noise, nullptr, checks);
 }
 
 double QXPeakTableList::ComputeBasePeakArea(const double* x, const double* y, std::uint32_t n,
