@@ -88,7 +88,8 @@ peaks_detail::ScanRequest ScanOf(const QXPeakDetectSetting& s, double areaScale,
           range.second};
 }
 
-// The data's height and floor, from which the searches after the trials take thresholds.
+// The data's height and floor, from which the searches beside the trials take thresholds
+// (FindPeaks passes the floor 0.0 while the data's lowest value is not known yet).
 struct SearchLevels {
   double yMax;
   double minY;
