@@ -89,12 +89,16 @@ template <class T>
 void GaussMeans(const T* v, int w, std::size_t count, double* out,
                 MeansUnit widest = MeansUnit::kAvx512);
 
-// Asks for every cache line of *from .. *to (from <= to, one array) ahead of a read.
+// Asks for every cache line of *from .. *to (from <= to, one array) ahead of a read, into
+// the second-level cache: a span of peaks ahead is more lines than the first level tracks
+// at once, and asking into the first level left the loop waiting on its prefetches (ten
+// million points: a driver call 68.5 -> 65.4 ms; a million, where the lines come from L3,
+// unchanged).
 template <class T>
 inline void PrefetchSpan(const T* from, const T* to) {
   constexpr std::ptrdiff_t kLine = 64 / sizeof(T);
-  for (std::ptrdiff_t i = 0; i < to - from; i += kLine) __builtin_prefetch(from + i);
-  __builtin_prefetch(to);
+  for (std::ptrdiff_t i = 0; i < to - from; i += kLine) __builtin_prefetch(from + i, 0, 1);
+  __builtin_prefetch(to, 0, 1);
 }
 
 // Uninitialised room for `bytes`, or null; release it with std::free. Blocks from 8 MiB
