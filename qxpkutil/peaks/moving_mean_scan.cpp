@@ -973,9 +973,6 @@ class TrialLeap {
                                                       std::uint32_t,
                                                       const peaks_detail::ScanRequest&,
                                                       std::int64_t&);
-  friend std::int64_t peaks_detail::CutsInsidePeaks(const double*, const double*, std::uint32_t,
-                                                    const peaks_detail::ScanRequest&,
-                                                    std::int64_t&);
 
   TrialLeap(const double* x, const double* y, std::int64_t first, std::int64_t last,
             const peaks_detail::ScanRequest& s)
@@ -986,6 +983,9 @@ class TrialLeap {
         m_on(s.filterInc == 1 && (s.filterType == 0 || s.filterType == 1) &&
              (s.noiseThreshold <= 0.0 || (s.noiseThreshold > 0.0 && s.filterWidth >= 2)) &&
              s.threshold <= 0.0 && s.areaScale > 0.0 && m_run <= 64) {}
+
+  // Whether the leaps can run for these settings (a fault found later may still stop them).
+  bool on() const { return m_on; }
 
   // Moves `c` (the trial's cursor, over the means[k - lo] for starts lo..hi-1 and their step
   // bits le and gt, as MarkSteps left them) to a later state of the full scan when every
@@ -1506,22 +1506,45 @@ peaks_detail::ScanSummary peaks_detail::SummariseScan(const double* x, const dou
   return summary;
 }
 
+namespace {
+
+// A trial's range and every window mean of it at once (step k's at means[k - first]), for
+// the two test entries below; no means when the scan cannot run or its leaps are off.
+struct TrialMeans {
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  std::vector<double> means;
+};
+
+TrialMeans AllTrialMeans(const double* x, const double* y, std::uint32_t n,
+                         const peaks_detail::ScanRequest& trial) {
+  TrialMeans t;
+  ScanRange(x, n, trial.startX, trial.endX, t.first, t.last);
+  if (!ScanCanRun(t.first, t.last, n, trial) || !TrialLeap(x, y, t.first, t.last, trial).on())
+    return t;
+  const std::int64_t end = t.last - trial.filterWidth + 1;
+  t.means.resize(static_cast<std::size_t>(end - t.first));
+  ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, t.first, end,
+               t.means.data());
+  return t;
+}
+
+}  // namespace
+
 std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::uint32_t n,
                                              const ScanRequest& trial, std::int64_t& checked) {
   checked = 0;
-  std::int64_t first = 0;
-  std::int64_t last = 0;
-  ScanRange(x, n, trial.startX, trial.endX, first, last);
-  TrialLeap leap(x, y, first, last, trial);
-  if (!ScanCanRun(first, last, n, trial) || !leap.m_on) return 0;
-  using Scan = MovingMeanScan<double, double>;
   // All means and their step bits at once, the bit of step k at offset k - first.
-  const std::int64_t end = last - trial.filterWidth + 1;
-  std::vector<double> means(static_cast<std::size_t>(end - first));
-  ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
+  const TrialMeans whole = AllTrialMeans(x, y, n, trial);
+  if (whole.means.empty()) return 0;
+  const std::int64_t first = whole.first;
+  const std::int64_t last = whole.last;
+  const std::vector<double>& means = whole.means;
+  TrialLeap leap(x, y, first, last, trial);
+  using Scan = MovingMeanScan<double, double>;
   std::vector<std::uint64_t> le(means.size() / 64 + 2);
   std::vector<std::uint64_t> gt(le.size());
-  MarkSteps(means.data(), 0, end - first, le.data(), gt.data());
+  MarkSteps(means.data(), 0, static_cast<std::int64_t>(means.size()), le.data(), gt.data());
   // Without means of its own the scan takes one step at a time and stops exactly at each
   // pause (its loop over flat steps may take the step at a pause).
   Scan scan(x, y, n, trial);
@@ -1558,18 +1581,15 @@ std::int64_t peaks_detail::WrongRunExits(const double* x, const double* y, std::
 std::int64_t peaks_detail::CutsInsidePeaks(const double* x, const double* y, std::uint32_t n,
                                            const ScanRequest& trial, std::int64_t& checked) {
   checked = 0;
-  std::int64_t first = 0;
-  std::int64_t last = 0;
-  ScanRange(x, n, trial.startX, trial.endX, first, last);
-  TrialLeap leap(x, y, first, last, trial);
-  if (!ScanCanRun(first, last, n, trial) || !leap.m_on ||
+  const TrialMeans whole = AllTrialMeans(x, y, n, trial);
+  const std::int64_t first = whole.first;
+  const std::int64_t last = whole.last;
+  if (whole.means.empty() ||
       std::any_of(y + first, y + last + 1, [](double v) { return !(v >= 0.0); })) {
     return 0;
   }
-  const std::int64_t end = last - trial.filterWidth + 1;
-  std::vector<double> means(static_cast<std::size_t>(end - first));
-  ComputeMeans(y, trial.filterType == 0 ? 0 : 1, trial.filterWidth, first, end, means.data());
-  const double* m = means.data() - first;
+  const auto end = first + static_cast<std::int64_t>(whole.means.size());
+  const double* m = whole.means.data() - first;
   const auto cut = [&](std::int64_t q) {
     return q > first && q + 1 < end && m[q] <= m[q - 1] && m[q + 1] > m[q];
   };
