@@ -946,7 +946,9 @@ std::int32_t QXWaveletAnalysis::CalcWhiteNoiseLevels(double* y, std::uint32_t n,
   constexpr std::size_t kMinCoefficients = 1024;
   if (y == nullptr || n < 4) return 0;
   NoiseArrays fresh;
-  auto& [buf, scratch] = ArraysFor(n, fresh);
+  NoiseArrays& arrays = ArraysFor(n, fresh);
+  Scratch& buf = arrays.buf;  // plain references: a lambda below reads them
+  Scratch& scratch = arrays.scratch;
   if (!PaddedTransform(y, n, kDaub6, 6, buf, scratch) ||
       !numeric_detail::AllFinite(buf.data(), buf.size()))
     return 0;
