@@ -204,7 +204,7 @@ std::int32_t QXPeakTableList::FindPeaks(const double* x, const double* y, std::u
           : 0.0;
   if (!range) range = checks.tested ? checks.yRange : RangeIfFinite(y, n);
   if (!range) return kNoSearch;
-  if (!(checks.tested && checks.xFinite) && !AllFinite(x, n)) return kNoSearch;
+  if (checks.tested ? !checks.xFinite : !AllFinite(x, n)) return kNoSearch;
   const double minY = std::min(0.0, range->lowest);
 
   const std::int32_t count = GetNumDetectionSettings();
