@@ -207,12 +207,12 @@ Hill ClimbHill(MatchedFilter& f, const Region& r, std::int32_t top, double toler
 }
 
 // Weighted least-squares parabola through ln(y - b) of the points above 40 % of the top:
-// the exact centre, height and width of a sampled Gaussian.
-// `above` is scratch: the heights above the baseline, read once as the walks find them, and
-// their logarithms.
+// the exact height and width of a sampled Gaussian; false when its vertex is not a top
+// among those points. `above` is scratch: the heights above the baseline, read once as the
+// walks find them, and their logarithms.
 bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32_t top,
                     std::int32_t lo, std::int32_t hi, std::vector<double>& above,
-                    double& centre, double& height, double& fwhm) {
+                    double& height, double& fwhm) {
   const std::span<const double> y = in.y;
   const double peak = in.Above(top);
   if (!(peak > 0.0)) return false;
@@ -265,10 +265,9 @@ bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32
   if (!(c[2] < 0.0)) return false;
   const double shift = -c[1] / (2.0 * c[2]);
   if (!(x[top] + shift >= x[l] && x[top] + shift <= x[h])) return false;
-  centre = x[top] + shift;
   height = std::exp(c[0] - c[1] * c[1] / (4.0 * c[2]));
   fwhm = kFwhmPerSigma * std::sqrt(-1.0 / (2.0 * c[2]));
-  return std::isfinite(centre) && std::isfinite(height) && std::isfinite(fwhm);
+  return std::isfinite(height) && std::isfinite(fwhm);
 }
 
 // x at the fractional index i + d, linear between neighbours.
@@ -934,8 +933,9 @@ double SumOf(std::span<const double> y, std::int32_t lo, std::int32_t hi) {
 }
 
 // Apex, bounds, baseline, centroid, height, FWHM, S/N and area of one peak. The centroid
-// comes from a log-parabola fit for strong peaks and from Gaussian interpolation of the
-// matched filter otherwise. `scratch` is the fit's.
+// comes from Gaussian interpolation of the matched filter; height and FWHM from a
+// log-parabola fit for strong peaks, from the filter and the half-height crossings
+// otherwise. `scratch` is the fit's.
 Peak Measure(std::span<const double> x, std::span<const double> y, const FilterInput& input,
              const SignalModel& model, MatchedFilter& mf, const Found& f,
              std::vector<double>& scratch) {
@@ -956,25 +956,29 @@ Peak Measure(std::span<const double> x, std::span<const double> y, const FilterI
   p.right_x = x[f.right];
   p.baseline = model.BaselineAt(top);
   p.noise = f.noise;
-  double centre = 0.0, height = 0.0, fwhm = 0.0;
+  // The centroid is the matched filter's top, placed between points by a Gaussian through
+  // its three highest values. The filter weighs every point of the peak as a least-squares
+  // fit of the model's shape would, so it places strong peaks better than the fit below,
+  // which sees only the few points above 40 % (at S/N 10-100 the fit's centroids missed by
+  // 1.5 times as much in the median); the fit still gives height and width.
+  const Region& r = model.regions[f.region];
+  const std::int32_t t = f.strongest;
+  p.centroid_x = x[t];
+  if (t > r.begin && t + 1 < r.end) {
+    const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
+    if (a > 0.0 && b > 0.0 && c > 0.0) {
+      const double la = std::log(a), lb = std::log(b), lc = std::log(c);
+      const double den = la - 2.0 * lb + lc;
+      if (den < 0.0) p.centroid_x = XAt(x, t, std::clamp(0.5 * (la - lc) / den, -0.5, 0.5));
+    }
+  }
+  double height = 0.0, fwhm = 0.0;
   const bool fitted = f.strength >= 20.0 * f.noise &&
-                      FitLogParabola(x, input, top, f.left, f.right, scratch, centre, height, fwhm);
+                      FitLogParabola(x, input, top, f.left, f.right, scratch, height, fwhm);
   if (fitted) {
-    p.centroid_x = centre;
     p.height = height;
     p.fwhm = fwhm;
   } else {
-    const Region& r = model.regions[f.region];
-    const std::int32_t t = f.strongest;
-    p.centroid_x = x[t];
-    if (t > r.begin && t + 1 < r.end) {
-      const double a = mf.At(t - 1, r), b = mf.At(t, r), c = mf.At(t + 1, r);
-      if (a > 0.0 && b > 0.0 && c > 0.0) {
-        const double la = std::log(a), lb = std::log(b), lc = std::log(c);
-        const double den = la - 2.0 * lb + lc;
-        if (den < 0.0) p.centroid_x = XAt(x, t, std::clamp(0.5 * (la - lc) / den, -0.5, 0.5));
-      }
-    }
     p.height = f.strength;
     const double measured = HalfHeightWidth(x, input, top, f.left, f.right, p.height);
     p.fwhm = std::isnan(measured) ? model.FwhmAt(p.centroid_x) : measured;
