@@ -38,7 +38,7 @@ constexpr const char* kUsage =
     "                DIR/SET/TRACE.truth.tsv and DetectPeaks's DIR/SET/TRACE.qxpkutil.tsv,\n"
     "                and DIR/sets.tsv, for other programs\n"
     "  --score ...   score found-peak TSVs (apex_x and/or centroid_x columns; area,\n"
-    "                height, snr, charge when present) against truth files written by\n"
+    "                height, fwhm, snr, charge when present) against truth files written by\n"
     "                --dump; the set of a pair is the truth file's folder name\n";
 
 std::vector<Detection> ToDetections(const std::vector<Peak>& peaks) {
@@ -49,6 +49,7 @@ std::vector<Detection> ToDetections(const std::vector<Peak>& peaks) {
     d.x = std::isfinite(p.centroid_x) ? p.centroid_x : p.apex_x;
     d.area = p.area;
     d.height = p.height;
+    d.fwhm = p.fwhm;
     d.snr = p.snr;
     d.left = p.left_x;
     d.right = p.right_x;

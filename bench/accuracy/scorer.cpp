@@ -86,6 +86,7 @@ void SetScore::Add(const std::vector<TruthPeak>& truth, const std::vector<Detect
     centroidErrors.push_back(std::fabs(d.x - p.x) / p.fwhm);
     if (std::isfinite(d.area)) areaErrors.push_back(std::fabs(d.area / p.area - 1.0));
     if (std::isfinite(d.height)) heightErrors.push_back(std::fabs(d.height / p.height - 1.0));
+    if (std::isfinite(d.fwhm)) fwhmErrors.push_back(std::fabs(d.fwhm / p.fwhm - 1.0));
     if (std::isfinite(d.left) && std::isfinite(d.right)) {
       ++boundsKnown;
       bool overTwo = false;
@@ -112,6 +113,7 @@ void SetScore::Merge(const SetScore& o) {
   centroidErrors.insert(centroidErrors.end(), o.centroidErrors.begin(), o.centroidErrors.end());
   areaErrors.insert(areaErrors.end(), o.areaErrors.begin(), o.areaErrors.end());
   heightErrors.insert(heightErrors.end(), o.heightErrors.begin(), o.heightErrors.end());
+  fwhmErrors.insert(fwhmErrors.end(), o.fwhmErrors.begin(), o.fwhmErrors.end());
   chargeScored += o.chargeScored;
   chargeRight += o.chargeRight;
   boundsKnown += o.boundsKnown;
@@ -152,9 +154,9 @@ double Median(std::vector<double> values) {
 std::string FormatTable(const std::vector<SetScore>& sets) {
   std::string out =
       "| set | traces | true peaks | found | recall S/N 3-5 | 5-10 | 10-100 | >=100 | recall | "
-      "precision | F1 | centroid error / FWHM | area error | height error | charge right | "
-      "bounds over 2 peaks |\n"
-      "|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n";
+      "precision | F1 | centroid error / FWHM | area error | height error | FWHM error | "
+      "charge right | bounds over 2 peaks |\n"
+      "|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n";
   SetScore all("all");
   auto row = [&](const SetScore& s, bool bold) {
     const std::string b = bold ? "**" : "";
@@ -166,6 +168,7 @@ std::string FormatTable(const std::vector<SetScore>& sets) {
     out += Fixed(s.Recall(), 3) + " | " + Fixed(s.Precision(), 3) + " | " + b +
            Fixed(s.F1(), 3) + b + " | " + Fixed(Median(s.centroidErrors), 4) + " | " +
            Percent(Median(s.areaErrors)) + " | " + Percent(Median(s.heightErrors)) + " | " +
+           Percent(Median(s.fwhmErrors)) + " | " +
            Fixed(Ratio(s.chargeRight, s.chargeScored), 3) + " | " +
            Percent(Ratio(s.boundsOverTwo, s.boundsKnown)) + " |\n";
   };
@@ -181,9 +184,10 @@ std::string FormatTable(const std::vector<SetScore>& sets) {
   row(all, true);
   const double meanF1 = sumF1 / static_cast<double>(sets.size());
   out += "\nTrue peaks count only when resolved and at S/N >= 3; errors are medians over the "
-         "matched peaks (area against the plain sum of the true profile, height against the "
-         "true height); charge over resolved isotope peaks with a visible neighbour; bounds over 2 "
-         "peaks: the share of hits whose bounds also hold another required peak.\n\n";
+         "matched peaks (area against the plain sum of the true profile, height and FWHM "
+         "against the true ones); charge over resolved isotope peaks with a visible neighbour; "
+         "bounds over 2 peaks: the share of hits whose bounds also hold another required "
+         "peak.\n\n";
   out += Line("Mean F1 %.3f, lowest F1 %.3f (%s).\n\n", meanF1, lowestF1, lowestName.c_str());
   // A figure with nothing to measure it on (no peak in the band, no charged peak) is n/a.
   auto target = [&](double value, bool atLeast, double bound, const std::string& text) {

@@ -1,5 +1,5 @@
 // Scores found peaks against the true ones: one-to-one matching within half the true FWHM,
-// then recall per S/N band, precision, F1, centroid, area and height errors and charge
+// then recall per S/N band, precision, F1, centroid, area, height and FWHM errors and charge
 // accuracy, gathered per set and printed as a Markdown table with the targets.
 //
 //   SetScore score("tof");
@@ -25,6 +25,7 @@ struct Detection {
   double x = 0.0;  // the centroid when there is one, else the apex
   double area = kUnknown;
   double height = kUnknown;
+  double fwhm = kUnknown;
   double snr = kUnknown;
   double left = kUnknown;   // integration bounds
   double right = kUnknown;
@@ -69,6 +70,7 @@ struct SetScore {
   std::vector<double> centroidErrors;  // |x found - x true| / FWHM, over the hits
   std::vector<double> areaErrors;      // |area found / area true - 1|, where found says
   std::vector<double> heightErrors;    // |height found / height true - 1|, where found says
+  std::vector<double> fwhmErrors;      // |FWHM found / FWHM true - 1|, where found says
   std::int64_t chargeScored = 0, chargeRight = 0;
   // Hits whose bounds are known, and those whose bounds also hold another required peak.
   std::int64_t boundsKnown = 0, boundsOverTwo = 0;

@@ -178,6 +178,7 @@ bool ReadFound(const std::string& path, std::vector<Detection>& found, std::stri
     d.left = cell(row, "left_x");
     d.right = cell(row, "right_x");
     d.height = cell(row, "height");
+    d.fwhm = cell(row, "fwhm");
     d.snr = columns.count("snr") ? cell(row, "snr") : cell(row, "signal_to_noise");
     const double charge = cell(row, "charge");
     d.charge = std::isfinite(charge) ? static_cast<int>(charge) : 0;
