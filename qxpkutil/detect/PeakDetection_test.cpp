@@ -288,12 +288,13 @@ TEST(DetectPeaks, FindsAndMeasuresPeaksAboveTheNoise) {
   EXPECT_EQ(DetectPeaks(s.x, s.y, strict).peaks.size(), 30u);
 }
 
-// Strong peaks are measured from all their points: placed by the matched filter, which
-// weighs every point, and fitted over all the points above 40 % even where the noise makes
-// the flanks wiggle, as it does at 40 points a FWHM.
-TEST(DetectPeaks, MeasuresStrongPeaksFromAllTheirPoints) {
-  const Signal s = Ladder(40.0, 0.02, 5.0, {125.0});  // S/N 25
-  const PeakList found = DetectPeaks(s.x, s.y);
+// Peaks are measured from all their points, even where the noise makes the flanks wiggle,
+// as it does at 40 points a FWHM: strong peaks placed by the matched filter, which weighs
+// every point, and fitted over all the points above 40 %; weak ones given the width
+// between half-height crossings met from the top and from the bounds.
+TEST(DetectPeaks, MeasuresPeaksFromAllTheirPoints) {
+  const Signal strong = Ladder(40.0, 0.02, 5.0, {125.0});  // S/N 25
+  PeakList found = DetectPeaks(strong.x, strong.y);
   ASSERT_EQ(found.peaks.size(), 60u);
   double centroids = 0.0, widths = 0.0;  // sums of squared errors, in FWHM and in parts
   for (std::size_t k = 0; k < found.peaks.size(); ++k) {
@@ -304,6 +305,13 @@ TEST(DetectPeaks, MeasuresStrongPeaksFromAllTheirPoints) {
   // RMS errors here: 0.004 and 0.02; from the few points near the top, 0.05 and 0.7.
   EXPECT_LT(std::sqrt(centroids / 60.0), 0.01);
   EXPECT_LT(std::sqrt(widths / 60.0), 0.1);
+
+  const Signal weak = Ladder(40.0, 0.02, 5.0, {40.0, 1000.0});  // S/N 8 between S/N 200
+  found = DetectPeaks(weak.x, weak.y);
+  ASSERT_EQ(found.peaks.size(), 60u);
+  double bias = 0.0;
+  for (std::size_t k = 0; k < found.peaks.size(); k += 2) bias += found.peaks[k].fwhm / 0.02 - 1;
+  EXPECT_NEAR(bias / 30.0, 0.0, 0.05);  // the first crossings from the top alone: -0.13
 }
 
 // A peak on the exponential tail of a larger one (a chromatographic shoulder) has no

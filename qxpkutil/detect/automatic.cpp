@@ -300,7 +300,21 @@ double HalfHeightWidth(std::span<const double> x, const FilterInput& in, std::in
     const double vi = above(i), vj = above(j);
     return vj == vi ? x[j] : x[i] + (level - vi) * (x[j] - x[i]) / (vj - vi);
   };
-  return cross(h - 1, h) - cross(l + 1, l);
+  // Noise ends a walk from the top early, at the first dip below the level, and one from
+  // the bound inwards late, by about as much: where the bound lies below the level, each
+  // crossing is the mean of the two.
+  double left = cross(l + 1, l), right = cross(h - 1, h);
+  if (!(above(lo) > level)) {
+    std::int32_t k = lo;
+    while (!(above(k + 1) > level)) ++k;
+    left = 0.5 * (left + cross(k + 1, k));
+  }
+  if (!(above(hi) > level)) {
+    std::int32_t k = hi;
+    while (!(above(k - 1) > level)) --k;
+    right = 0.5 * (right + cross(k - 1, k));
+  }
+  return right - left;
 }
 
 // Links peaks whose centroids lie 1.00336 / z apart (within `tolerance(x)`), highest z
