@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cfloat>
 #include <cmath>
 #include <deque>
 #include <functional>
@@ -16,6 +17,7 @@
 #include "qxpkutil/detect/detect_internal.h"
 #include "qxpkutil/detect/matched_filter.h"
 #include "qxpkutil/detect/signal_model.h"
+#include "qxpkutil/numeric/numeric_internal.h"
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #include <immintrin.h>
@@ -215,7 +217,7 @@ bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32
                     double& height, double& fwhm) {
   const std::span<const double> y = in.y;
   const double peak = in.Above(top);
-  if (!(peak > 0.0)) return false;
+  if (!(peak >= 4.0 * DBL_MIN)) return false;  // every height fitted has a normal logarithm
   const auto size = static_cast<std::size_t>(hi - lo + 1);
   above.resize(2 * size);
   const auto at = [&](std::int32_t j) -> double& {
@@ -242,9 +244,8 @@ bool FitLogParabola(std::span<const double> x, const FilterInput& in, std::int32
   };
   const std::int32_t l = walk(top, -1, lo), h = walk(top, 1, hi);
   if (h - l < 2) return false;
-  // The logarithms in a loop of their own: no running sum stays in a register across a call.
   double* const logs = above.data() + size;  // logs[i - lo]: ln of the height at point i
-  for (std::int32_t i = l; i <= h; ++i) logs[i - lo] = std::log(at(i));
+  numeric_detail::LogsOfPositive(&at(l), static_cast<std::size_t>(h - l + 1), logs + (l - lo));
   double s[5] = {0, 0, 0, 0, 0}, t[3] = {0, 0, 0};
   for (std::int32_t i = l; i <= h; ++i) {
     const double v = at(i);
