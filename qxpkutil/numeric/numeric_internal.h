@@ -49,9 +49,9 @@ struct ValueRange {
 std::optional<ValueRange> RangeIfFinite(const double* v, std::size_t n);
 
 // out[i] = ln v[i] for i < n, for positive, normal, finite v: within a few units in the last
-// place of std::log, four lanes at a time, and the same bits on every processor (plain IEEE
-// operations in a fixed order). Other values give unspecified numbers. Defined in
-// statistics.cpp.
+// place of std::log, four lanes at a time, the same bits whether the processor has AVX or
+// not (plain IEEE operations in a fixed order). Other values give unspecified numbers.
+// Defined in statistics.cpp.
 void LogsOfPositive(const double* v, std::size_t n, double* out);
 
 // The weights to apply to a window and the divisor of their weighted sum.
